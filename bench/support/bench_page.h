@@ -1,0 +1,26 @@
+// The pages that the benchmarks work on: A4 at 300 dpi, the same in every run.
+#ifndef RASTREL_BENCH_SUPPORT_BENCH_PAGE_H
+#define RASTREL_BENCH_SUPPORT_BENCH_PAGE_H
+
+#include <benchmark/benchmark.h>
+
+#include "tests/support/test_dib.h"
+
+namespace rastrel::bench {
+
+constexpr int kPageWidth = 2480;
+constexpr int kPageHeight = 3508;
+
+// A page of text-like lines, some specks, two punch holes, a black right edge, turned by about 2 degrees. At
+// 8 and 24 bits ink and ground have a little noise.
+testing::TestDib BenchPage(int bits);
+
+// A page full of soft shapes of every tone, as a photograph has them.
+testing::TestDib BenchPhoto(int bits);
+
+// Times copying the bytes of such a page, to set the operations' figures beside.
+void CopyPage(benchmark::State& state);
+
+}  // namespace rastrel::bench
+
+#endif

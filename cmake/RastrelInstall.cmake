@@ -1,0 +1,20 @@
+# Installs the libraries, the two public headers, a CMake package and a pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS rastrel rastrel_static EXPORT RastrelTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES ${RASTREL_INCLUDE_DIR}/rastrel.h ${RASTREL_INCLUDE_DIR}/rastrel_host.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/Rastrel)
+install(EXPORT RastrelTargets NAMESPACE Rastrel:: DESTINATION ${packageDir})
+configure_package_config_file(cmake/RastrelConfig.cmake.in ${PROJECT_BINARY_DIR}/RastrelConfig.cmake
+  INSTALL_DESTINATION ${packageDir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/RastrelConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/RastrelConfig.cmake ${PROJECT_BINARY_DIR}/RastrelConfigVersion.cmake
+  DESTINATION ${packageDir})
+
+configure_file(cmake/rastrel.pc.in ${PROJECT_BINARY_DIR}/rastrel.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/rastrel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

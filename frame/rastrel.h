@@ -1,0 +1,225 @@
+/* Rastrel: straightens, trims, cleans and converts scanned pages.
+ *
+ * Conventions that hold for every function here:
+ *
+ * - A `dib` is the handle of a movable memory block that holds one packed bitmap: a 40-byte BITMAPINFOHEADER,
+ *   the colour table (biClrUsed entries; 0 means 2, 16 or 256 for 1, 4 or 8 bits, none for 24), and the rows,
+ *   bottom row first, each padded to a multiple of 4 bytes. Pixels of 1 and 4 bits lie leftmost in the high
+ *   bits; pixels of 24 bits are blue, green, red.
+ * - Operations that make a new page leave their input as it was. What they return belongs to the caller, who
+ *   frees it with GlobalFree.
+ * - Failure is 0 or a null handle. Where a function says that it sets errors, the reason is the calling
+ *   thread's last error, read with RastrelError. Success leaves that error alone unless the function says
+ *   otherwise, so read it only after a failure.
+ * - A block that is smaller than its header says is refused: error 19 where errors are set at all. Nothing is
+ *   ever read or written outside a block. No page is larger than 4 GiB - 1.
+ * - Everything is per thread; functions may run on any number of threads at once, but only one at a time may
+ *   show a progress window of each kind. */
+#ifndef RASTREL_H
+#define RASTREL_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef _WIN32
+#include <windows.h>
+#define RASTREL_CALL __stdcall
+#if defined(RASTREL_STATIC)
+#define RASTREL_API
+#elif defined(RASTREL_BUILDING)
+#define RASTREL_API __declspec(dllexport)
+#else
+#define RASTREL_API __declspec(dllimport)
+#endif
+#else
+#include <rastrel_host.h>
+#define RASTREL_CALL
+#define RASTREL_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- frame and errors ------------------------------------------------------------------------------------
+ */
+
+/* The error codes. RastrelErrorString has their texts. */
+enum RastrelErrorCode {
+  ErrSuccess = 0,
+  ErrNoMemory = 1,
+  ErrCreateDC = 2,
+  ErrOpenFile = 3,
+  ErrFileIO = 4,
+  ErrOpenClipboard = 5,
+  ErrClipboardReceive = 6,
+  ErrCopyBits = 7,
+  ErrParameter = 8,
+  ErrFileFormat = 9,
+  ErrCreatePalette = 10,
+  ErrCreateBitmap = 11,
+  ErrMetafileMapMode = 12,
+  ErrBitsPerPixel = 13,
+  ErrClipboardFormat = 14,
+  ErrBitmapParams = 15,
+  ErrCreateMetafile = 16,
+  ErrLockMemory = 17,
+  ErrCompressed = 18,
+  ErrDIBSize = 19,
+  ErrDitherParameter = 20,
+  ErrHeaderBitCount = 21,
+  ErrDitherDepth = 22,
+  ErrPrinterDC = 23,
+  ErrDeviceRaster = 24,
+  ErrDisplayDC = 25,
+  ErrSetAbortProc = 26,
+  ErrStartDoc = 27,
+  ErrNextBand = 28,
+  ErrClipboard = 29,
+  ErrPrintCancelled = 30,
+  ErrNothingToDo = 31,
+  ErrNoScannedPage = 32
+};
+
+/* The steps of a zoom direction: `count` (1 to 10) of them, strictly increasing. */
+typedef struct ScaleStepTable {
+  int32_t count;
+  int32_t steps[10];
+} ScaleStepTable;
+
+/* Where the corners of a sheared page lie, in pixels, y downward from the top of the new page: top left,
+ * top right, bottom right, bottom left. */
+typedef struct SkewCorners {
+  int32_t x0, y0, x1, y1, x2, y2, x3, y3;
+} SkewCorners;
+
+/* Returns the calling thread's last error. */
+RASTREL_API int RASTREL_CALL RastrelError(void);
+
+/* Sets the calling thread's last error when `code` is 0 to 32. Returns the one before either way. */
+RASTREL_API int RASTREL_CALL SetRastrelError(int code);
+
+/* Writes the text of `code` into `buffer`, which holds at least 60 bytes (all 60 are written), and returns
+ * it. A code outside 0 to 32 means the thread's last error. With a null buffer the text is shown in a
+ * message box and null is returned. */
+RASTREL_API char* RASTREL_CALL RastrelErrorString(char* buffer, int code);
+
+/* Writes "Version 9.11" into `buffer`: `length` bytes of it, or all 13 with the terminator when `length` is
+ * 13 or more. Shorter results are not terminated. */
+RASTREL_API void RASTREL_CALL GetImageVersion(char* buffer, int length);
+
+/* The thread's low-memory stretching flag (0 at first). The setter returns the value before. */
+RASTREL_API int RASTREL_CALL GetLowMemStretch(void);
+RASTREL_API int RASTREL_CALL SetLowMemStretch(int value);
+
+/* The thread's stretch mode, 1 to 4 (4 at first). The setter returns the mode before and ignores others. */
+RASTREL_API int RASTREL_CALL DisplayGetStretchBltMode(void);
+RASTREL_API int RASTREL_CALL DisplaySetStretchBltMode(int mode);
+
+/* Sets the thread's zoom base (1 to 1000) and step tables. A null table stays as it is; the first step of
+ * another must equal `base`. Returns 1, or 0 with nothing stored. Sets no error. */
+RASTREL_API int RASTREL_CALL BZoomSetScaleSteps(int base, const ScaleStepTable* zoomIn,
+                                                const ScaleStepTable* zoomOut);
+
+/* Copies the thread's tables to the non-null arguments and returns the zoom base. */
+RASTREL_API int RASTREL_CALL BZoomGetScaleSteps(ScaleStepTable* zoomIn, ScaleStepTable* zoomOut);
+
+/* ---- DIB blocks and bitmap files
+ * --------------------------------------------------------------------------- */
+
+/* Reads the headers and colour table of a bitmap from an open file (a descriptor; on Windows a file handle as
+ * the old-style calls take it) that stands at a file header or at a bare bitmap header. Returns a block with
+ * a 40-byte header and the table but no rows, and leaves the file at the rows. Headers of 40 and 12 bytes are
+ * understood. Errors: 8 file is -1, 4 headers cut short, 9 other header sizes; none when memory runs out. */
+RASTREL_API HGLOBAL RASTREL_CALL ReadDIBInfo(int file);
+
+/* Returns the bytes of the colour table behind `header` (an address, not a handle): 4 an entry for a 40-byte
+ * header, 3 for any other. Null gives 0. */
+RASTREL_API int RASTREL_CALL PaletteSize(const void* header);
+
+/* Returns a copy of the whole block, or null. Sets no error. */
+RASTREL_API HGLOBAL RASTREL_CALL DuplicateDIB(HGLOBAL dib);
+
+/* Loads a bitmap file (with or without its 14-byte file header; run-length rows are kept as they stand).
+ * Rows that the file lacks hold no particular values. Errors: 3 the file cannot be opened, 4 headers cut
+ * short, 9 not a known header; none when memory runs out. */
+RASTREL_API HGLOBAL RASTREL_CALL LoadDIBFromFile(const char* fileName);
+
+/* Writes a block as a bitmap file, in place of what the file held. Returns 1, or 0 and error 8 (null handle),
+ * 3 (cannot be created), 4 (a write put nothing, or the block cannot be read). A full disk is not noticed:
+ * compare the size of the file with the size field in it. A failed save leaves a partial file. */
+RASTREL_API int RASTREL_CALL SaveDIB(const char* fileName, HGLOBAL dib);
+
+/* ---- geometry
+ * ---------------------------------------------------------------------------------------------- */
+
+/* Turns a page of 1, 4, 8 or 24 bits counter-clockwise by any angle in degrees, about its centre, taking the
+ * nearest source pixel. The result holds the whole turned page; its width and height are even, and what lies
+ * outside the page is 0. Resolutions turn with the page. Success sets error 0. Errors: 8 null handle or an
+ * angle that is not a finite number, 17 cannot be locked, 9 header size, 18 compressed, 19 a width or height
+ * whose low 16 bits are 0, 13 other depths, 11 no memory. */
+RASTREL_API HGLOBAL RASTREL_CALL RotateDIB(HGLOBAL dib, double angle);
+
+/* RotateDIB by 90, 180 and 270 degrees. As there, sizes come out even and a line of pixels may be lost. */
+RASTREL_API HGLOBAL RASTREL_CALL RotateDIB90(HGLOBAL dib);
+RASTREL_API HGLOBAL RASTREL_CALL RotateDIB180(HGLOBAL dib);
+RASTREL_API HGLOBAL RASTREL_CALL RotateDIB270(HGLOBAL dib);
+
+/* ---- tone
+ * -------------------------------------------------------------------------------------------------- */
+
+/* Dither a page of 4, 8 or 24 bits to fewer: `bits` is 1 (black and white), 4 (eight colours at even indices)
+ * or 8 (a cube of 8 reds, 8 greens and 4 blues), by Floyd-Steinberg or Jarvis-Judice-Ninke error diffusion.
+ * Success sets error 0. Errors: 8 bad `bits` or (FS4) null handle, 17 null handle (JJN) or cannot be locked
+ * (FS4), 20 not fewer bits than the page has or a depth not listed, 1 no memory or cannot be locked (JJN). */
+RASTREL_API HGLOBAL RASTREL_CALL DitherFS4(HGLOBAL dib, int bits);
+RASTREL_API HGLOBAL RASTREL_CALL DitherJJN(HGLOBAL dib, int bits);
+
+/* Reduces a page of 4, 8 or 24 bits to black and white. `method` is 0 (threshold at 128), 1 (error diffusion)
+ * or 2 (ordered, 16 x 16); `brightness` is added to every grey first. Never touches the thread's error;
+ * `*error` (may be null) is written on failure only: 8 null handle, other method or depth, 1 no memory or
+ * cannot be locked. Pages of 24 bits come out as three interleaved reductions over a blank rest: reduce them
+ * to grey before. */
+RASTREL_API HGLOBAL RASTREL_CALL Halftone(HGLOBAL dib, uint16_t method, int brightness, uint16_t* error);
+
+/* ---- page cleanup
+ * ------------------------------------------------------------------------------------------ */
+
+/* Returns by how many whole degrees (-44 to 45) the lines of a page of 1, 8 or 24 bits rise to the right, 0
+ * when that cannot be told or anything fails. `darkForeground` is non-zero for dark text on a light ground.
+ * `showProgress` opens a progress window, owned by `parent`, whose Cancel button ends the work. Sets no
+ * error. */
+RASTREL_API int RASTREL_CALL DetectSkewAngle(HGLOBAL dib, int darkForeground, int showProgress, HWND parent);
+
+/* Shears a page by `shift` pixels: sideways when `horizontal` is non-zero (a positive shift moves the top
+ * edge to the right), else up and down. The page grows by |shift|; what is uncovered is 0. `corners` receives
+ * where the old corners went. Success sets error 0. On failure the code stands in the thread's error and in
+ * `*error`: 8 null handle or header size, 17 cannot be locked, 18 compressed, 19 bad size, 1 no memory.
+ * Either pointer may be null. */
+RASTREL_API HGLOBAL RASTREL_CALL SkewDIB(HGLOBAL dib, int horizontal, int shift, uint32_t* error,
+                                         SkewCorners* corners);
+
+/* Returns a copy of a page of 1, 8 or 24 bits in which the dark margins at the left and right end of every
+ * row are white. A 1-bit page whose entry 0 is not black comes back as it was. Sets no error. */
+RASTREL_API HGLOBAL RASTREL_CALL TrimBlackBorder(HGLOBAL dib);
+
+/* Turns a page back by the skew that DetectSkewAngle finds and, if `trimBorder` is set and the text is dark,
+ * trims its black border. Returns null when there is no skew. Sets no error of its own. */
+RASTREL_API HGLOBAL RASTREL_CALL DeskewDIB(HGLOBAL dib, int darkForeground, int showProgress, HWND parent,
+                                           int trimBorder);
+
+/* Returns a copy of a page of 1, 8 or 24 bits with the dark punch holes at its left edge painted white.
+ * `holeSize` is -3, -2, -1, 0 for holes of 9, 7, 5, 4 mm, or n of 1 and more for n / 2 + 2 mm. The page needs
+ * equal resolutions in x and y. Progress as for DetectSkewAngle. Sets no error. */
+RASTREL_API HGLOBAL RASTREL_CALL PunchHoleRemover(HGLOBAL dib, int holeSize, int showProgress, HWND parent);
+
+/* Returns a copy of a black-and-white page, or of an 8-bit page of 256 greys, without specks. `level` is 20
+ * to 100. With `fullFilter` every pixel is filtered, else only those that look like specks. The rows are
+ * taken to start at 40 + 4 * biClrUsed, also when that is 0. Sets no error. */
+RASTREL_API HGLOBAL RASTREL_CALL CleanImage(HGLOBAL dib, int level, int fullFilter);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

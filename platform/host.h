@@ -1,0 +1,139 @@
+/* Rastrel's host layer: what the library needs of the platform it was written for, in memory, for every
+ * build but Windows. Plain C11, installed as <rastrel_host.h> and included by <rastrel.h>.
+ *
+ * The types and the Global... operations have the platform's names, argument orders and results, so that a
+ * program that uses the library reads the same everywhere. All of them may be called from any thread.
+ * RastrelHost... sets what a host without the platform's screen can offer of its own. */
+#ifndef RASTREL_HOST_H
+#define RASTREL_HOST_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define RASTREL_HOST_API __attribute__((visibility("default")))
+
+typedef void* HGLOBAL;
+typedef void* HWND;
+typedef uint32_t COLORREF; /* red in the low byte, then green, then blue */
+
+/* The three records of a packed bitmap, laid out as they lie in memory and in files. */
+typedef struct tagBITMAPINFOHEADER {
+  uint32_t biSize;
+  int32_t biWidth;
+  int32_t biHeight;
+  uint16_t biPlanes;
+  uint16_t biBitCount;
+  uint32_t biCompression;
+  uint32_t biSizeImage;
+  int32_t biXPelsPerMeter;
+  int32_t biYPelsPerMeter;
+  uint32_t biClrUsed;
+  uint32_t biClrImportant;
+} BITMAPINFOHEADER;
+
+typedef struct tagBITMAPCOREHEADER {
+  uint32_t bcSize;
+  uint16_t bcWidth;
+  uint16_t bcHeight;
+  uint16_t bcPlanes;
+  uint16_t bcBitCount;
+} BITMAPCOREHEADER;
+
+typedef struct tagRGBQUAD {
+  uint8_t rgbBlue;
+  uint8_t rgbGreen;
+  uint8_t rgbRed;
+  uint8_t rgbReserved;
+} RGBQUAD;
+
+#define BI_RGB 0u
+#define BI_RLE8 1u
+#define BI_RLE4 2u
+
+/* ---- memory blocks ---------------------------------------------------------------------------------------
+ *
+ * A block is reached through a handle. Handles that are null, made up, freed, or freed and used again for
+ * another block are told apart from live ones. */
+
+#define GMEM_MOVEABLE 0x0002u
+#define GMEM_ZEROINIT 0x0040u
+#define GMEM_LOCKCOUNT 0x00FFu      /* the lock count's part of what GlobalFlags returns */
+#define GMEM_INVALID_HANDLE 0x8000u /* what GlobalFlags returns for a dead handle */
+
+/* Returns a new block of `bytes`, rounded up to a multiple of 8, or null. GMEM_ZEROINIT clears it, the
+ * rounding included; without it the content is whatever the memory held. Every block is movable. */
+RASTREL_HOST_API HGLOBAL GlobalAlloc(unsigned flags, size_t bytes);
+
+/* Returns the block's address and adds one to its lock count (which stays at 255 once there); null for a
+ * dead handle or a block of size 0. */
+RASTREL_HOST_API void* GlobalLock(HGLOBAL block);
+
+/* Takes one off the lock count. Returns 1 while the block is still locked, 0 when it no longer is, when it
+ * was not locked, and for a dead handle. */
+RASTREL_HOST_API int GlobalUnlock(HGLOBAL block);
+
+/* Changes a block's size and returns its handle, or null with the block as it was. GMEM_ZEROINIT clears the
+ * added bytes. A locked block may move as well: addresses taken before are void. */
+RASTREL_HOST_API HGLOBAL GlobalReAlloc(HGLOBAL block, size_t bytes, unsigned flags);
+
+/* Returns the rounded size, 0 for a dead handle. */
+RASTREL_HOST_API size_t GlobalSize(HGLOBAL block);
+
+/* Returns the lock count, or GMEM_INVALID_HANDLE. */
+RASTREL_HOST_API unsigned GlobalFlags(HGLOBAL block);
+
+/* Frees a block, locked or not, and returns null; a dead handle is returned and nothing changes. */
+RASTREL_HOST_API HGLOBAL GlobalFree(HGLOBAL block);
+
+/* Nothing is ever compacted here. Returns `bytes`. */
+RASTREL_HOST_API size_t GlobalCompact(size_t bytes);
+
+/* ---- what the host shows ---------------------------------------------------------------------------------
+ *
+ * Set these before the library is used, or while no operation runs. Each is copied; null takes it away. */
+
+/* Shows a progress window. Any function may be null. Windows are named by handles that the layer makes;
+ * all calls for one window come on the thread that runs the operation. */
+typedef struct RastrelProgressPresenter {
+  void* context; /* passed back as it is */
+
+  /* A window is about to open. Returns 0 to refuse it, and the operation fails. */
+  int (*open)(void* context, HWND window, const char* caption, HWND parent);
+
+  /* The bar stands at `position` of 0 .. `end`. */
+  void (*progress)(void* context, HWND window, int position, int end);
+
+  /* Asked between steps: non-zero when the user pressed Cancel. */
+  int (*cancelled)(void* context, HWND window);
+
+  void (*close)(void* context, HWND window);
+
+  /* The program's own windows: an operation disables its parent window while it runs. A parent that is
+   * not known to be enabled is left alone. */
+  int (*isEnabled)(void* context, HWND parent);
+  void (*enable)(void* context, HWND parent, int enabled);
+} RastrelProgressPresenter;
+
+/* The default presenter is invisible and always opens. */
+RASTREL_HOST_API void RastrelHostSetProgressPresenter(const RastrelProgressPresenter* presenter);
+
+/* Called for a message box; the default shows nothing. `style` is as the platform has it: 0x30 is the
+ * exclamation icon with one OK button. Returns the button pressed (1: OK). */
+typedef int (*RastrelMessageBoxHook)(void* context, HWND owner, const char* text, const char* title,
+                                     unsigned style);
+RASTREL_HOST_API void RastrelHostSetMessageBox(RastrelMessageBoxHook hook, void* context);
+
+/* Called when the calling thread's cursor changes: 32514 is the wait cursor, 0 the one before any was set.
+ * The default does nothing. */
+typedef void (*RastrelCursorHook)(void* context, int cursor);
+RASTREL_HOST_API void RastrelHostSetCursor(RastrelCursorHook hook, void* context);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,43 @@
+// Makes every allocation, lock and creation of an operation fail in turn.
+#ifndef RASTREL_TESTS_SUPPORT_FAULTS_H
+#define RASTREL_TESTS_SUPPORT_FAULTS_H
+
+#include <rastrel.h>
+
+#include <functional>
+#include <ostream>
+#include <vector>
+
+#include "platform/host/fault_injection.h"
+#include "tests/support/test_dib.h"
+
+namespace rastrel::testing {
+
+// What came of one run in which the n-th operation of a kind failed.
+struct FaultOutcome {
+  host::Fault fault;
+  int n;
+  bool failed;          // the operation returned null
+  int error;            // the thread's last error; it was 31 (a code that no operation sets) before the run
+  size_t leakedBlocks;  // blocks left alive, the result not counted
+  size_t leakedWindows;
+  unsigned locks;  // left on the input
+  bool inputUnchanged;
+};
+constexpr int kErrorBefore = 31;
+std::ostream& operator<<(std::ostream& out, const FaultOutcome& outcome);
+
+// Runs `operation` on `input` again and again, each time with another fault, until a run goes through without
+// one. Every result is freed, leaked blocks are not. The run without a fault is the last outcome (n counts
+// on, `failed` false).
+std::vector<FaultOutcome> RunWithFaults(host::Fault fault, const TestDib& input,
+                                        const std::function<HGLOBAL(HGLOBAL)>& operation);
+
+// Checks that each fault makes `operation` return null with `error` (kErrorBefore: the error is left alone),
+// nothing leaked, and the input unlocked and unchanged, and that at least one fault struck.
+void ExpectEveryFault(host::Fault fault, const TestDib& input, int error,
+                      const std::function<HGLOBAL(HGLOBAL)>& operation);
+
+}  // namespace rastrel::testing
+
+#endif
