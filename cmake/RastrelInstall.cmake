@@ -16,5 +16,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/RastrelConfigVersion.cmak
 install(FILES ${PROJECT_BINARY_DIR}/RastrelConfig.cmake ${PROJECT_BINARY_DIR}/RastrelConfigVersion.cmake
   DESTINATION ${packageDir})
 
+# Relative, so that the installed tree can be moved.
+file(RELATIVE_PATH RASTREL_PREFIX_FROM_PC /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/rastrel.pc.in ${PROJECT_BINARY_DIR}/rastrel.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/rastrel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

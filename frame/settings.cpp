@@ -89,7 +89,8 @@ char* RASTREL_CALL RastrelErrorString(char* buffer, int code) {
     MessageBoxA(nullptr, text, "Rastrel Error", MB_OK | MB_ICONEXCLAMATION);
     return nullptr;
   }
-  std::memset(buffer, 0, kErrorBuffer);
+  std::memset(buffer, 0, kErrorBuffer);  // which terminates the text
+  // NOLINTNEXTLINE(bugprone-not-null-terminated-result)
   std::memcpy(buffer, text, std::min(std::strlen(text), kErrorBuffer - 1));
   return buffer;
 }
