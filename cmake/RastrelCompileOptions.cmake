@@ -20,6 +20,7 @@ add_library(rastrel_options INTERFACE)
 target_link_libraries(rastrel_options INTERFACE rastrel_link_options)
 target_compile_options(rastrel_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+  -Wno-restrict  # GCC 12 sees overlaps in std::string operator+ that are not there
   -ffp-contract=off $<$<BOOL:${RASTREL_WARNINGS_AS_ERRORS}>:-Werror>)
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   target_compile_options(rastrel_options INTERFACE -msse2 -mfpmath=sse)
