@@ -1,0 +1,37 @@
+// Page cleanup of an A4 page at 300 dpi.
+#include <benchmark/benchmark.h>
+#include <rastrel.h>
+
+#include "bench/support/bench_page.h"
+
+namespace rastrel::bench {
+namespace {
+
+using testing::TestDib;
+
+void BM_DetectSkewAngle(benchmark::State& state) {
+  const TestDib page = BenchPage(static_cast<int>(state.range(0)));
+  for (auto _ : state) {
+    if (DetectSkewAngle(page.handle(), 1, 0, nullptr) != 2) return state.SkipWithError("wrong angle");
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+}
+BENCHMARK(BM_DetectSkewAngle)->ArgName("bits")->Arg(1)->Arg(8)->Arg(24)->Unit(benchmark::kMillisecond);
+
+void BM_PunchHoleRemover(benchmark::State& state) {
+  const TestDib page = BenchPage(static_cast<int>(state.range(0)));
+  const auto holeSize = static_cast<int>(state.range(1));
+  for (auto _ : state) {
+    HGLOBAL result = PunchHoleRemover(page.handle(), holeSize, 0, nullptr);
+    if (result == nullptr) return state.SkipWithError("no result");
+    GlobalFree(result);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+}
+BENCHMARK(BM_PunchHoleRemover)
+    ->ArgNames({"bits", "size"})
+    ->ArgsProduct({{1, 8, 24}, {0, -3}})
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace rastrel::bench

@@ -1,0 +1,391 @@
+// Removing specks: every pixel is compared with its eight neighbours in the source page.
+//
+// The rows of a block lie end to end and are read so: behind a row's last byte comes the first of the next
+// row, and padding is filtered like pixels. Kept: callers compare whole rows. The rows between the first and
+// the last are therefore one long stretch that is filtered in chunks, and the pixels at both ends of each row
+// are put back afterwards.
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <utility>
+
+#include "frame/dib.h"
+#include "frame/rastrel.h"
+
+namespace rastrel {
+namespace {
+
+constexpr int kLowestLevel = 20;
+constexpr int kHighestLevel = 100;
+
+constexpr size_t kChunkBytes = 512;
+// Filters may read this much before and behind a chunk, in its own row and in those below and above.
+constexpr size_t kMarginBytes = 8;
+
+// Filters the chunk at `source` into `result`, which holds what the copy of the page has there. Rows lie
+// `stride` bytes apart. Without `everyPixel` only pixels that look like specks are filtered.
+using ChunkFilter = void (*)(const uint8_t* source, size_t stride, bool everyPixel, uint8_t* result);
+
+// ---- black and white --------------------------------------------------------------------------------------
+//
+// 64 pixels at a time: the neighbour counts of a word's pixels are four words, one a binary digit.
+
+constexpr size_t kWordBytes = sizeof(uint64_t);
+constexpr size_t kWords = kChunkBytes / kWordBytes;
+
+inline uint64_t LoadWord(const uint8_t* bytes) {
+  uint64_t word;
+  std::memcpy(&word, bytes, sizeof(word));
+  return word;
+}
+
+// The word at `at` with the left or right neighbour of each pixel in its place. In a byte the leftmost pixel
+// is highest, so that this needs no order of bytes.
+inline uint64_t LeftNeighbours(const uint8_t* at) {
+  return (LoadWord(at) >> 1 & 0x7F7F7F7F7F7F7F7F) | (LoadWord(at - 1) << 7 & 0x8080808080808080);
+}
+inline uint64_t RightNeighbours(const uint8_t* at) {
+  return (LoadWord(at) << 1 & 0xFEFEFEFEFEFEFEFE) | (LoadWord(at + 1) >> 7 & 0x0101010101010101);
+}
+
+// The sums of three bits.
+struct TwoDigits {
+  uint64_t ones, twos;
+};
+inline TwoDigits Add(uint64_t a, uint64_t b, uint64_t c) { return {a ^ b ^ c, (a & b) | ((a ^ b) & c)}; }
+
+// Counts of 0 to 8.
+struct Counts {
+  uint64_t ones, twos, fours, eights;
+
+  // The pixels with a count above the limit: the highest digit that differs decides.
+  template <int kLimit>
+  uint64_t Above() const {
+    uint64_t above = kLimit & 1 ? 0 : ones;
+    above = kLimit & 2 ? twos & above : twos | above;
+    above = kLimit & 4 ? fours & above : fours | above;
+    return kLimit & 8 ? eights & above : eights | above;
+  }
+};
+
+// How many of each pixel and those above and below it are set, in a chunk and a word more on either side.
+struct ColumnCounts {
+  std::array<uint64_t, kWords + 2> ones, twos;
+};
+
+// A pixel with more set neighbours than the threshold is set, one with fewer is cleared. One with fewer than
+// four looks like a speck.
+template <int kThreshold, bool kEveryPixel>
+[[gnu::always_inline]] inline void FilterWords(const ColumnCounts& columns, const uint8_t* source,
+                                               size_t stride, uint8_t* result) {
+  const auto* const ones = reinterpret_cast<const uint8_t*>(&columns.ones[1]);
+  const auto* const twos = reinterpret_cast<const uint8_t*>(&columns.twos[1]);
+  for (size_t at = 0; at < kChunkBytes; at += kWordBytes) {
+    const uint64_t above = LoadWord(source + at + stride);
+    const uint64_t below = LoadWord(source + at - stride);
+    const TwoDigits one = Add(LeftNeighbours(ones + at), RightNeighbours(ones + at), above ^ below);
+    const TwoDigits two = Add(LeftNeighbours(twos + at), RightNeighbours(twos + at), above & below);
+    const uint64_t carry = two.ones & one.twos;
+    const Counts set = {one.ones, two.ones ^ one.twos, two.twos ^ carry, two.twos & carry};
+
+    const uint64_t before = LoadWord(result + at);
+    uint64_t after = set.Above<kThreshold>() | (before & set.Above<kThreshold - 1>());
+    if constexpr (!kEveryPixel) {
+      const uint64_t keep = set.fours | set.eights;
+      after = (after & ~keep) | (before & keep);
+    }
+    std::memcpy(result + at, &after, sizeof(after));
+  }
+}
+
+template <int kThreshold>
+[[gnu::always_inline]] inline void FilterBits(const uint8_t* source, size_t stride, bool everyPixel,
+                                              uint8_t* result) {
+  ColumnCounts columns;
+  for (size_t i = 0; i < kWords + 2; ++i) {
+    const uint8_t* at = source - kWordBytes + i * kWordBytes;
+    const TwoDigits column = Add(LoadWord(at - stride), LoadWord(at), LoadWord(at + stride));
+    columns.ones[i] = column.ones;
+    columns.twos[i] = column.twos;
+  }
+  if (everyPixel) {
+    FilterWords<kThreshold, true>(columns, source, stride, result);
+  } else {
+    FilterWords<kThreshold, false>(columns, source, stride, result);
+  }
+}
+
+// ---- grey -------------------------------------------------------------------------------------------------
+//
+// A pixel becomes the k-th darkest of its neighbours. Taking the darkest that is left k times, whichever of
+// equals, is the same as sorting, and a ninth time finds none left.
+//
+// The k-th of two sorted lists is the least value that has i values of the one and k - i of the other up to
+// it: min over i of max(a[i], b[k - i]). So the columns of three are sorted once, for the pixels on their
+// left and right alike, and put together with the pair above and below.
+
+constexpr int kDarkestUnsuspected = 5;
+constexpr int kLightestUnsuspected = 250;
+
+inline uint8_t Min(uint8_t a, uint8_t b) { return a < b ? a : b; }
+inline uint8_t Max(uint8_t a, uint8_t b) { return a > b ? a : b; }
+
+// Sorted lists of N values, counted from 1. What would stand before them is 0, behind them 255.
+template <int N>
+struct Sorted {
+  std::array<uint8_t, N> values;
+
+  template <int k>
+  uint8_t At() const {
+    if constexpr (k < 1) {
+      return 0;
+    } else if constexpr (k > N) {
+      return 255;
+    } else {
+      return values[k - 1];
+    }
+  }
+};
+
+// The k-th of both lists, where the first gives up to i values.
+template <int k, int i, class A, class B>
+inline uint8_t KthOfBoth(const A& a, const B& b) {
+  const uint8_t here = Max(a.template At<i>(), b.template At<k - i>());
+  if constexpr (i == 0) {
+    return here;
+  } else {
+    return Min(here, KthOfBoth<k, i - 1>(a, b));
+  }
+}
+
+// The lists of the columns left and right, as one that is merged as far as it is asked for.
+struct MergedColumns {
+  Sorted<3> left, right;
+
+  template <int k>
+  uint8_t At() const {
+    if constexpr (k < 1) {
+      return 0;
+    } else if constexpr (k > 6) {
+      return 255;
+    } else {
+      return KthOfBoth<k, 3>(left, right);
+    }
+  }
+};
+
+inline Sorted<3> SortColumn(uint8_t a, uint8_t b, uint8_t c) {
+  const uint8_t low = Min(a, b);
+  const uint8_t high = Max(a, b);
+  return {{Min(low, c), Max(low, Min(high, c)), Max(high, c)}};
+}
+
+template <int kRank>
+[[gnu::always_inline]] inline void FilterGreys(const uint8_t* source, size_t stride, bool everyPixel,
+                                               uint8_t* result) {
+  constexpr size_t kColumns = kChunkBytes + 2;
+  std::array<std::array<uint8_t, kColumns>, 3> columns;
+  for (size_t i = 0; i < kColumns; ++i) {
+    const uint8_t* at = source - 1 + i;
+    const Sorted<3> column = SortColumn(at[-static_cast<ptrdiff_t>(stride)], *at, at[stride]);
+    for (size_t k = 0; k < 3; ++k) columns[k][i] = column.values[k];
+  }
+  const uint8_t* const above = source + stride;
+  const uint8_t* const below = source - stride;
+  for (size_t i = 0; i < kChunkBytes; ++i) {
+    const MergedColumns sides = {{{columns[0][i], columns[1][i], columns[2][i]}},
+                                 {{columns[0][i + 2], columns[1][i + 2], columns[2][i + 2]}}};
+    const Sorted<2> middle = {{Min(above[i], below[i]), Max(above[i], below[i])}};
+    const uint8_t ranked = KthOfBoth<kRank, 2>(middle, sides);
+    const bool isSpeck = source[i] < kDarkestUnsuspected || source[i] > kLightestUnsuspected;
+    result[i] = everyPixel || isSpeck ? ranked : result[i];
+  }
+}
+
+// ---- the filters for each level ---------------------------------------------------------------------------
+
+struct FilterTables {
+  std::array<ChunkFilter, 8> bits;   // thresholds from 1 on
+  std::array<ChunkFilter, 9> greys;  // ranks from 1 on; the ninth is the eighth
+};
+
+template <int k>
+void BitsFilter(const uint8_t* source, size_t stride, bool everyPixel, uint8_t* result) {
+  FilterBits<k>(source, stride, everyPixel, result);
+}
+template <int k>
+void GreysFilter(const uint8_t* source, size_t stride, bool everyPixel, uint8_t* result) {
+  FilterGreys<k>(source, stride, everyPixel, result);
+}
+
+constexpr FilterTables kFilters = {
+    {BitsFilter<1>, BitsFilter<2>, BitsFilter<3>, BitsFilter<4>, BitsFilter<5>, BitsFilter<6>, BitsFilter<7>,
+     BitsFilter<8>},
+    {GreysFilter<1>, GreysFilter<2>, GreysFilter<3>, GreysFilter<4>, GreysFilter<5>, GreysFilter<6>,
+     GreysFilter<7>, GreysFilter<8>, GreysFilter<8>}};
+
+// The same compiled for registers twice as wide, which most processors of this kind have: half the time.
+#if defined(__x86_64__) || defined(__i386__)
+
+template <int k>
+[[gnu::target("avx2")]] void WideBitsFilter(const uint8_t* source, size_t stride, bool everyPixel,
+                                            uint8_t* result) {
+  FilterBits<k>(source, stride, everyPixel, result);
+}
+template <int k>
+[[gnu::target("avx2")]] void WideGreysFilter(const uint8_t* source, size_t stride, bool everyPixel,
+                                             uint8_t* result) {
+  FilterGreys<k>(source, stride, everyPixel, result);
+}
+
+constexpr FilterTables kWideFilters = {
+    {WideBitsFilter<1>, WideBitsFilter<2>, WideBitsFilter<3>, WideBitsFilter<4>, WideBitsFilter<5>,
+     WideBitsFilter<6>, WideBitsFilter<7>, WideBitsFilter<8>},
+    {WideGreysFilter<1>, WideGreysFilter<2>, WideGreysFilter<3>, WideGreysFilter<4>, WideGreysFilter<5>,
+     WideGreysFilter<6>, WideGreysFilter<7>, WideGreysFilter<8>, WideGreysFilter<8>}};
+
+const FilterTables& BestFilters() { return __builtin_cpu_supports("avx2") ? kWideFilters : kFilters; }
+
+#else
+
+const FilterTables& BestFilters() { return kFilters; }
+
+#endif
+
+// ---- the pass over the page -------------------------------------------------------------------------------
+
+// The pixels at both ends of each row, which are not filtered.
+struct RowEnds {
+  uint8_t firstMask;  // in byte 0
+  size_t lastByte;
+  uint8_t lastMask;
+};
+
+// Kept: when a row of bits ends with a byte, its last pixel is filtered.
+RowEnds EndsOfBits(int width) {
+  const int used = width % 8;
+  if (used == 0) return {0x80, 0, 0};
+  return {0x80, static_cast<size_t>(width / 8), static_cast<uint8_t>(1 << (8 - used))};
+}
+
+RowEnds EndsOfGreys(int width) { return {0xFF, static_cast<size_t>(width - 1), 0xFF}; }
+
+RowEnds EndsOf(const LockedDib& page) {
+  return page.bits() == 1 ? EndsOfBits(page.width()) : EndsOfGreys(page.width());
+}
+
+// What a page is filtered with.
+struct Filter {
+  ChunkFilter chunk;
+  bool everyPixel;
+};
+
+class PageFilter {
+ public:
+  // `copy` is as large as `source` and has its rows at the same place.
+  PageFilter(const LockedDib& source, const ConstRows& rows, const LockedBlock& copy, const Filter& filter)
+      : source_(source), rows_(rows), copy_(copy), filter_(filter), ends_(EndsOf(source)) {}
+
+  void Run() {
+    const int last = rows_.height - 1;
+    for (int row = 1; row < last; row += kGroupRows) FilterRows(row, std::min(row + kGroupRows, last));
+  }
+
+ private:
+  static constexpr int kGroupRows = 256;
+
+  void FilterRows(int first, int end) {
+    std::array<std::pair<uint8_t, uint8_t>, kGroupRows> ends;
+    for (int row = first; row < end; ++row) ends[row - first] = {*FirstByte(row), *LastByte(row)};
+    const size_t endOffset = OffsetOf(end);
+    for (size_t at = OffsetOf(first); at < endOffset; at += kChunkBytes) {
+      FilterChunk(at, std::min(kChunkBytes, endOffset - at));
+    }
+    for (int row = first; row < end; ++row) {
+      Restore(FirstByte(row), ends[row - first].first, ends_.firstMask);
+      Restore(LastByte(row), ends[row - first].second, ends_.lastMask);
+    }
+  }
+
+  // Filters `count` bytes at an offset in the block.
+  void FilterChunk(size_t at, size_t count) {
+    const size_t stride = rows_.stride;
+    if (count == kChunkBytes && source_.Holds(at + stride, kChunkBytes + kMarginBytes)) {
+      filter_.chunk(source_.bytes() + at, stride, filter_.everyPixel, copy_.bytes() + at);
+      return;
+    }
+    // What lies beyond the block reads as 0.
+    std::array<uint8_t, 3 * kWindowBytes> window{};
+    for (size_t i = 0; i < 3; ++i) {
+      const size_t from = at + i * stride - stride - kMarginBytes;
+      std::memcpy(&window[i * kWindowBytes], source_.bytes() + from,
+                  std::min(kWindowBytes, source_.size() - from));
+    }
+    std::array<uint8_t, kChunkBytes> result{};
+    std::memcpy(result.data(), copy_.bytes() + at, count);
+    filter_.chunk(&window[kWindowBytes + kMarginBytes], kWindowBytes, filter_.everyPixel, result.data());
+    std::memcpy(copy_.bytes() + at, result.data(), count);
+  }
+
+  static void Restore(uint8_t* byte, uint8_t before, uint8_t mask) {
+    *byte = static_cast<uint8_t>((*byte & ~mask) | (before & mask));
+  }
+
+  size_t OffsetOf(int row) const { return static_cast<size_t>(rows_.StoredRow(row) - source_.bytes()); }
+  uint8_t* FirstByte(int row) const { return copy_.bytes() + OffsetOf(row); }
+  uint8_t* LastByte(int row) const { return FirstByte(row) + ends_.lastByte; }
+
+  static constexpr size_t kWindowBytes = kChunkBytes + 2 * kMarginBytes;
+
+  const LockedDib& source_;
+  const ConstRows& rows_;
+  const LockedBlock& copy_;
+  const Filter filter_;
+  const RowEnds ends_;
+};
+
+bool HasGreyTable(const LockedDib& page, unsigned entries) {
+  std::array<RGBQUAD, 256> table;
+  if (!page.Holds(kHeaderBytes, entries * sizeof(RGBQUAD))) return false;
+  page.ReadPalette(entries, kBlack, table.data());
+  return std::all_of(table.begin(), table.begin() + entries, [](const RGBQUAD& entry) {
+    return entry.rgbBlue == entry.rgbGreen && entry.rgbGreen == entry.rgbRed;
+  });
+}
+
+HGLOBAL FilteredCopy(HGLOBAL dib, const LockedDib& page, const Filter& filter) {
+  // Kept: the table is taken to have biClrUsed entries, none when that is 0.
+  const uint64_t offset = kHeaderBytes + uint64_t{page.header().biClrUsed} * sizeof(RGBQUAD);
+  const bool hasInnerRows = page.height() > 2 && page.width() != 0;
+  ConstRows rows{};
+  if (hasInnerRows && !page.FindRows(offset, &rows)) return nullptr;
+
+  const HGLOBAL copy = DuplicateDIB(dib);
+  const LockedBlock locked(copy);
+  if (!locked) return nullptr;  // Kept: a copy that cannot be locked is not freed
+  if (hasInnerRows) PageFilter(page, rows, locked, filter).Run();
+  return copy;
+}
+
+}  // namespace
+}  // namespace rastrel
+
+HGLOBAL RASTREL_CALL CleanImage(HGLOBAL dib, int level, int fullFilter) {
+  using namespace rastrel;
+  const LockedDib page(dib);
+  if (!page || level < kLowestLevel || level > kHighestLevel) return nullptr;
+  const bool everyPixel = fullFilter != 0;
+  const int turned = kLowestLevel + kHighestLevel - level;
+  const bool isBlackFirst = page.FirstColourIsBlack();
+
+  if (page.bits() == 1 && HasGreyTable(page, 2)) {
+    const int threshold = (isBlackFirst ? turned : level) * 8 / 100;
+    return FilteredCopy(dib, page, {BestFilters().bits[threshold - 1], everyPixel});
+  }
+  if (page.bits() == 8 && page.header().biPlanes == 1 && HasGreyTable(page, 256)) {
+    // Kept: the level counts the other way than for bits.
+    const int rank = (isBlackFirst ? level : turned) * 9 / 100;
+    return FilteredCopy(dib, page, {BestFilters().greys[rank - 1], everyPixel});
+  }
+  return nullptr;
+}
