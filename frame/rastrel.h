@@ -178,8 +178,8 @@ RASTREL_API HGLOBAL RASTREL_CALL DitherJJN(HGLOBAL dib, int bits);
 /* Reduces a page of 4, 8 or 24 bits to black and white. `method` is 0 (threshold at 128), 1 (error diffusion)
  * or 2 (ordered, 16 x 16); `brightness` is added to every grey first. Never touches the thread's error;
  * `*error` (may be null) is written on failure only: 8 null handle, other method or depth, 1 no memory or
- * cannot be locked, 19 a block smaller than its header says. Kept: of a page of 24 bits only every third row is
- * reduced, to the lower third of a result that is blank above; make it grey before. */
+ * cannot be locked, 19 a block smaller than its header says. Kept: of a page of 24 bits only every third row
+ * is reduced, to the lower third of a result that is blank above; make it grey before. */
 RASTREL_API HGLOBAL RASTREL_CALL Halftone(HGLOBAL dib, uint16_t method, int brightness, uint16_t* error);
 
 /* ---- page cleanup

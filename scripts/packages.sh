@@ -1,0 +1,30 @@
+# The Debian 12 packages that Rastrel needs, and the function that installs what is missing of them. To be sourced:
+#
+#   . scripts/packages.sh
+#   rastrel_install "${RASTREL_BUILD_PACKAGES[@]}" "${RASTREL_TOOL_PACKAGES[@]}"
+
+RASTREL_BUILD_PACKAGES=(g++ cmake ninja-build pkg-config)
+RASTREL_TOOL_PACKAGES=(libtiff-dev libpng-dev libjpeg62-turbo-dev libtbb-dev libfmt-dev nlohmann-json3-dev libcli11-dev)
+RASTREL_TEST_PACKAGES=(googletest libgtest-dev libgmock-dev libbenchmark-dev g++-multilib)
+RASTREL_LINT_PACKAGES=(clang-format)
+
+# Installs those of the packages named that are not there. As another user than root it asks sudo.
+rastrel_install() {
+  local missing=() package
+  for package in "$@"; do
+    # pkg-config may be there under the name of the package that replaces it.
+    if [ "$package" = pkg-config ] && command -v pkg-config >/dev/null; then continue; fi
+    if [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" != installed ]; then
+      missing+=("$package")
+    fi
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  local as_root=()
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "These packages are missing and need root: ${missing[*]}" >&2; return 1; }
+    as_root=(sudo)
+  fi
+  echo "Installing: ${missing[*]}"
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}

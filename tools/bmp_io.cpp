@@ -1,0 +1,104 @@
+// Bitmap files, through the library. It does not tell a file whose rows are cut short, nor a write that fails
+// on a full disk, so both are checked here.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include <fmt/format.h>
+
+#include "page_io.h"
+
+namespace rastrel::tool {
+namespace {
+
+constexpr size_t kFileHeaderBytes = 14;
+constexpr size_t kMostHeaderBytes = kFileHeaderBytes + sizeof(BITMAPINFOHEADER);
+
+template <class Field>
+Field FieldAt(const uint8_t* bytes) {
+  Field field;
+  std::memcpy(&field, bytes, sizeof(field));
+  return field;
+}
+
+// Reads the headers and throws unless the file can hold the rows that they promise. A file made up to claim
+// gigabytes is refused here, before anything is allocated for it.
+void CheckHeaders(const std::string& path) {
+  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) throw PageError(std::strerror(errno));
+  struct stat status {};
+  std::array<uint8_t, kMostHeaderBytes> head{};
+  const bool known = ::fstat(file, &status) == 0;
+  const ssize_t got = ::read(file, head.data(), head.size());
+  ::close(file);
+  if (!known || got < 0) throw PageError("cannot be read");
+
+  const bool hasFileHeader = head[0] == 'B' && head[1] == 'M';
+  const size_t start = hasFileHeader ? kFileHeaderBytes : 0;
+  if (static_cast<size_t>(got) < start + sizeof(BITMAPINFOHEADER)) {
+    throw PageError("is damaged: its headers are cut short");
+  }
+  const uint8_t* at = head.data() + start;
+  const auto headerBytes = FieldAt<uint32_t>(at);
+  int64_t width = 0, height = 0;
+  unsigned bits = 0, compression = 0;
+  uint64_t entryBytes = 4, colours = 0, claimed = 0;
+  if (headerBytes == sizeof(BITMAPCOREHEADER)) {
+    const auto core = FieldAt<BITMAPCOREHEADER>(at);
+    width = core.bcWidth;
+    height = core.bcHeight;
+    bits = core.bcBitCount;
+    entryBytes = 3;
+  } else if (headerBytes == sizeof(BITMAPINFOHEADER)) {
+    const auto info = FieldAt<BITMAPINFOHEADER>(at);
+    width = info.biWidth;
+    height = info.biHeight;
+    bits = info.biBitCount;
+    compression = info.biCompression;
+    colours = info.biClrUsed;
+    claimed = info.biSizeImage;
+  } else {
+    throw PageError(fmt::format("has a bitmap header of {} bytes; 40 and 12 are known", headerBytes));
+  }
+  if (compression != BI_RGB) throw PageError("is a compressed bitmap, which is not supported");
+  if (height < 0) throw PageError("is a top-down bitmap, which is not supported");
+  if (bits != 1 && bits != 4 && bits != 8 && bits != 24) {
+    throw PageError(fmt::format("has {} bits a pixel; 1, 4, 8 and 24 are known", bits));
+  }
+  if (width < 1 || height < 1) throw PageError(fmt::format("has a size of {} x {} pixels", width, height));
+  if (colours == 0 && bits <= 8) colours = uint64_t{1} << bits;
+  const uint64_t offset = hasFileHeader ? FieldAt<uint32_t>(head.data() + 10) : 0;
+  const uint64_t rowsAt = offset != 0 ? offset : start + headerBytes + colours * entryBytes;
+  const uint64_t rows = StrideOf(width, static_cast<int>(bits)) * static_cast<uint64_t>(height);
+  const auto fileBytes = static_cast<uint64_t>(status.st_size);
+  if (rowsAt + rows > fileBytes || claimed > fileBytes) {
+    throw PageError("is damaged: its rows are cut short");
+  }
+}
+
+}  // namespace
+
+Dib ReadBmp(const std::string& path) {
+  CheckHeaders(path);
+  SetRastrelError(ErrSuccess);
+  Dib dib(LoadDIBFromFile(path.c_str()));
+  if (!dib) throw PageError(RastrelError() == ErrSuccess ? "out of memory" : LibraryError());
+  return NormalisePage(std::move(dib));
+}
+
+void WriteBmp(const Dib& page, const std::string& path) {
+  errno = 0;
+  if (SaveDIB(path.c_str(), page.handle()) == 0) throw PageError(LibraryError());
+  struct stat status {};
+  const uint64_t expected = uint64_t{GlobalSize(page.handle())} + kFileHeaderBytes;
+  if (::stat(path.c_str(), &status) != 0 || static_cast<uint64_t>(status.st_size) != expected) {
+    throw PageError(fmt::format("cannot be written in full: {}", std::strerror(errno != 0 ? errno : ENOSPC)));
+  }
+}
+
+}  // namespace rastrel::tool

@@ -1,0 +1,215 @@
+#include "clean.h"
+
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "safeguards.h"
+
+namespace rastrel::tool {
+namespace {
+
+// Runs an operation of the table.
+Dib Run(std::string_view operation, const Dib& page, const Values& values = {}) {
+  return FindOperation(operation)->run(page, values);
+}
+
+// The level at which the filter darkens what has fewer than 3 light neighbours, and does nothing else, on a
+// page whose entry 0 is black.
+constexpr int kFillsLightSpecks = 80;
+
+Dib Checked(HGLOBAL result) {
+  if (result == nullptr) throw PageError("no memory");
+  return Dib(result);
+}
+
+// TrimBlackBorder walks in from the right through what lies behind a row of 1 bit, which may be the row
+// above, and ends a margin at the first light speck. This is the page with dark pixels behind its rows and
+// without light specks.
+Dib PrepareForTrim(const Dib& page) {
+  const PageView from(page);
+  const size_t rowBytes = static_cast<size_t>(from.width() + 7) / 8;
+  const auto width =
+      static_cast<int64_t>(rowBytes / 4 * 4 + 3) * 8;  // byte width / 8 is the last of its own row
+  const Dib wide = MakePage(width, from.height(), 1, from.resolution());
+  const PageView to(wide);
+  const auto lastMask = static_cast<uint8_t>(0xFF << (rowBytes * 8 - static_cast<size_t>(from.width())));
+  for (int y = 0; y < from.height(); ++y) {
+    uint8_t* row = to.PageRow(y);
+    std::memset(row, 0, to.stride());
+    std::memcpy(row, from.PageRow(y), rowBytes);
+    row[rowBytes - 1] &= lastMask;
+  }
+  return Checked(CleanImage(wide.handle(), kFillsLightSpecks, 0));
+}
+
+// A two-colour page, worked on as black and white with the darker colour as entry 0, which is what the
+// operations know. Restores the colours at the end. Does nothing for other depths.
+class AsBlackAndWhite {
+ public:
+  explicit AsBlackAndWhite(const Dib& dib) {
+    const PageView page(dib);
+    if (page.bits() != 1) return;
+    if (ExtremeInk(page, /*light=*/false).bytes[0] == 1) {
+      std::swap(page.palette()[0], page.palette()[1]);
+      ExchangeWithZero(page, {{1, 0, 0}});
+    }
+    colours_[0] = std::exchange(page.palette()[0], {0, 0, 0, 0});
+    colours_[1] = std::exchange(page.palette()[1], {255, 255, 255, 0});
+    isActive_ = true;
+  }
+  void Restore(const Dib& dib) const {
+    const PageView page(dib);
+    if (!isActive_ || page.bits() != 1) return;
+    page.palette()[0] = colours_[0];
+    page.palette()[1] = colours_[1];
+  }
+
+ private:
+  RGBQUAD colours_[2] = {};
+  bool isActive_ = false;
+};
+
+// A page on its way through the steps.
+class Cleaning {
+ public:
+  Cleaning(Dib page, const CleanOptions& options, PageRecord* record)
+      : page_(std::move(page)), options_(options), record_(*record) {
+    record_.isTextDark =
+        options.text == TextTone::kAuto ? !IsDarkPage(page_) : options.text == TextTone::kDark;
+  }
+
+  Dib Finish() {
+    if (options_.trims) Try("trim", &Cleaning::Trim);
+    if (options_.erasesHoles) Try("holes", &Cleaning::EraseHoles);
+    if (options_.removesSpecks) Try("specks", &Cleaning::RemoveSpecks);
+    if (options_.deskews) Try("deskew", &Cleaning::Deskew);
+    return std::move(page_);
+  }
+
+ private:
+  // Thrown by a step that has no business with a page.
+  struct NotHere {
+    std::string reason;
+  };
+
+  void Try(const char* step, void (Cleaning::*work)()) {
+    const StepTimer timer(&record_, step);
+    try {
+      (this->*work)();
+    } catch (const NotHere& notHere) {
+      record_.skipped.push_back({step, notHere.reason});
+    } catch (const PageError& error) {
+      record_.skipped.push_back({step, error.what()});
+    }
+  }
+
+  void RequireDarkText() const {
+    if (!record_.isTextDark) throw NotHere{"the page is dark"};
+  }
+
+  Ink Ground() const { return GroundInk(PageView(page_), record_.isTextDark); }
+
+  void Trim() {
+    RequireDarkText();
+    const Dib prepared = PageView(page_).bits() == 1 ? PrepareForTrim(page_) : Dib();
+    const Dib& before = prepared ? prepared : page_;
+    const BorderResult result = PaintBorders(page_, before, Run("trim", before), Ground());
+    record_.trimmedPixels = result.pixels;
+    if (result.isPictureLeft || result.isPictureRight)
+      throw NotHere{"what is dark at the edge looks like a picture"};
+  }
+
+  void EraseHoles() {
+    RequireDarkText();
+    const Dib punched = Run("holes", page_, {static_cast<double>(options_.holeSize)});
+    record_.holes = PaintHoles(page_, punched, Ground());
+  }
+
+  void RemoveSpecks() {
+    {
+      const PageView page(page_);
+      if (page.bits() == 24 || !HasGreyRamp(page))
+        throw NotHere{"only black-and-white and grey pages have them removed"};
+      if (page.bits() == 8) RequireDarkText();
+    }
+    const Values values = {static_cast<double>(options_.speckLevel), options_.filtersFully ? 1.0 : 0.0};
+    // Light specks on a dark ground are dark ones on the page's negative.
+    if (!record_.isTextDark) Negate();
+    Dib filtered = Run("clean", page_, values);
+    if (options_.filtersFully) {
+      page_ = std::move(filtered);
+    } else {
+      record_.specks = KeepOnlyLightened(page_, filtered);
+    }
+    if (!record_.isTextDark) Negate();
+  }
+
+  void Negate() const {
+    for (uint8_t& byte : PageView(page_).pixels()) byte = static_cast<uint8_t>(~byte);
+  }
+
+  void Deskew() {
+    {
+      constexpr double kAlike = 0.02;
+      const Resolution resolution = PageView(page_).resolution();
+      if (std::abs(resolution.x - resolution.y) > kAlike * resolution.x) {
+        throw NotHere{"its resolutions across and down differ"};
+      }
+    }
+    const Skew skew = MeasureSkew(page_, record_.isTextDark, options_.deskewsFinely);
+    record_.skew = skew.degrees;
+    if (skew.degrees == 0) return;
+    if (std::abs(skew.degrees) > options_.mostSkew) {
+      throw NotHere{fmt::format("{:.1f} degrees are too many for skew", skew.degrees)};
+    }
+    page_ = Rotate(page_, -skew.degrees, Ground());
+    record_.isTurned = true;
+  }
+
+  Dib page_;
+  const CleanOptions& options_;
+  PageRecord& record_;
+};
+
+}  // namespace
+
+void DescribePage(const Dib& dib, PageRecord* record) {
+  const PageView page(dib);
+  record->width = page.width();
+  record->height = page.height();
+  record->bits = page.bits();
+  record->dpiX = DotsPerInch(page.resolution().x);
+  record->dpiY = DotsPerInch(page.resolution().y);
+}
+
+Dib CleanPage(Dib page, const CleanOptions& options, PageRecord* record) {
+  const bool isWidened = PageView(page).bits() == 4;
+  if (isWidened) page = WidenTo8(page);
+  const AsBlackAndWhite colours(page);
+  page = Cleaning(std::move(page), options, record).Finish();
+  colours.Restore(page);
+  if (isWidened) page = NarrowTo4(page);
+  for (const Step& step : options.reduction) {
+    if (PageView(page).bits() == 1) {
+      record->skipped.push_back({"reduce", "the page has 1 bit already"});
+      continue;
+    }
+    const StepTimer timer(record, "reduce");
+    page = step.operation->run(page, step.values);
+  }
+  return page;
+}
+
+std::optional<double> FindSkew(Dib page) {
+  CleanOptions options;
+  options.erasesHoles = options.removesSpecks = false;
+  options.mostSkew = 0;  // only look
+  PageRecord record;
+  CleanPage(std::move(page), options, &record);
+  return record.skew;
+}
+
+}  // namespace rastrel::tool

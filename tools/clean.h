@@ -1,0 +1,85 @@
+// The main job: a scanned page in, a straight and clean page out.
+#ifndef RASTREL_TOOLS_CLEAN_H
+#define RASTREL_TOOLS_CLEAN_H
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "operations.h"
+#include "page.h"
+
+namespace rastrel::tool {
+
+enum class TextTone { kAuto, kDark, kLight };
+
+struct CleanOptions {
+  TextTone text = TextTone::kAuto;
+  bool trims = true;
+  bool erasesHoles = true;
+  int holeSize = 8;  // discs of 6 mm around holes of 5 to 7 mm
+  bool removesSpecks = true;
+  int speckLevel = 30;
+  bool filtersFully = false;
+  bool deskews = true;
+  bool deskewsFinely = true;
+  double mostSkew = 20;         // degrees; more is not taken for skew
+  std::vector<Step> reduction;  // empty, or the step that makes pages black and white
+};
+
+struct StepTime {
+  std::string step;
+  double milliseconds = 0;
+};
+
+struct Skipped {
+  std::string step;
+  std::string reason;
+};
+
+// What was done to a page.
+struct PageRecord {
+  int width = 0, height = 0, bits = 0;
+  double dpiX = 0, dpiY = 0;
+  bool isTextDark = true;
+  std::optional<double> skew;  // found, in degrees; turned back unless `skipped` says otherwise
+  bool isTurned = false;
+  int64_t trimmedPixels = 0;
+  int holes = 0;
+  int64_t specks = 0;  // pixels
+  std::vector<StepTime> times;
+  std::vector<Skipped> skipped;
+};
+
+// Notes in a record how long its own life was.
+class StepTimer {
+ public:
+  StepTimer(PageRecord* record, std::string step)
+      : record_(record), step_(std::move(step)), start_(std::chrono::steady_clock::now()) {}
+  ~StepTimer() {
+    const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start_;
+    record_->times.push_back({std::move(step_), time.count()});
+  }
+  StepTimer(const StepTimer&) = delete;
+  StepTimer& operator=(const StepTimer&) = delete;
+
+ private:
+  PageRecord* record_;
+  std::string step_;
+  std::chrono::steady_clock::time_point start_;
+};
+
+// Takes the page over and returns it cleaned. Throws PageError only when there is no memory: a step that
+// cannot be done on a page is skipped with a note.
+Dib CleanPage(Dib page, const CleanOptions& options, PageRecord* record);
+
+// The skew that CleanPage would find, nothing where it looks for none.
+std::optional<double> FindSkew(Dib page);
+
+// Notes size, depth and resolution.
+void DescribePage(const Dib& page, PageRecord* record);
+
+}  // namespace rastrel::tool
+
+#endif

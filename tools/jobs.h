@@ -1,0 +1,65 @@
+// From input files to output files: which page goes where, and the pipeline that works on them.
+#ifndef RASTREL_TOOLS_JOBS_H
+#define RASTREL_TOOLS_JOBS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "clean.h"
+#include "operations.h"
+#include "page_io.h"
+#include "report.h"
+
+namespace rastrel::tool {
+
+struct JobOptions {
+  Command command = Command::kClean;
+  std::vector<std::string> inputs;
+  std::string output;  // unused by kInfo
+  std::optional<Format> format;
+  bool overwrites = false;
+  double dpi = 0;   // for files that have none; 0: the usual one is assumed, with a warning
+  int threads = 0;  // 0: as many as there are cores
+  WriteOptions write;
+  ReportOptions report;
+  CleanOptions clean;       // kClean
+  std::vector<Step> chain;  // kApply
+};
+
+// One page to work on.
+struct Task {
+  size_t input = 0;  // its place in the inputs
+  int page = 1;      // from 1
+  int pages = 1;
+  Format format = Format::kBmp;
+  uint64_t place = 0;
+  size_t output = 0;       // its place in the outputs
+  std::string error = {};  // set where there is no page to be had
+};
+
+struct Output {
+  std::string path;
+  Format format = Format::kTiff;
+};
+
+struct Plan {
+  std::vector<Task> tasks;
+  std::vector<Output> outputs;
+};
+
+// Looks at the inputs and decides on the outputs:
+//   OUT is a folder, or ends in '/'    a file in it for each input, in the input's format (PNG for JPEG)
+//   the format is TIFF                 all pages in OUT
+//   other formats, one page            OUT
+//   other formats, more pages          OUT with -001, -002 ... before the ending
+// TIFF files in a folder keep the pages of their input together; in other formats pages are numbered as
+// above. Throws UsageError when two files would go by one name, or when an input would be lost.
+Plan MakePlan(const JobOptions& options);
+
+// Does the work and returns the exit code: 0, or 1 when a page or a file failed. Throws UsageError.
+int RunJobs(const JobOptions& options);
+
+}  // namespace rastrel::tool
+
+#endif

@@ -1,0 +1,228 @@
+// The `rastrel` command.
+#include <unistd.h>
+
+#include <cstdio>
+#include <exception>
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include "jobs.h"
+#include "operations.h"
+#include "output_file.h"
+
+namespace {
+
+using namespace rastrel::tool;
+
+constexpr int kExitUsage = 2;
+constexpr size_t kHelpWidth = 70;
+
+// An option whose range, default and help are those of an operation's parameter.
+template <class Use>
+void AddFromTable(CLI::App* app, const std::string& option, const char* operation, const char* parameter,
+                  const std::string& standard, Use use) {
+  const Parameter& entry = FindParameter(operation, parameter);
+  const std::string name = option;
+  app->add_option_function<std::string>(
+         option, [&entry, name, use](const std::string& text) { use(ParseValue(entry, text, name)); },
+         Wrapped(fmt::format("{}; {} ({})", entry.help, RangeText(entry), standard), kHelpWidth, ""))
+      ->type_name("N");
+}
+
+void AddReportOptions(CLI::App* app, ReportOptions* options) {
+  app->add_flag("--json", options->isJson, "Print a JSON record for each page, one a line");
+  app->add_flag("-q,--quiet", options->isQuiet, "Print errors only");
+  app->add_flag("-v,--verbose", options->isVerbose,
+                "Print each page with its steps and the reasons for steps left out");
+}
+
+void AddJobsOption(CLI::App* app, JobOptions* options) {
+  app->add_option("-j,--jobs", options->threads, "Pages to work on at once (as many as there are cores)")
+      ->check(CLI::Range(1, 1024))
+      ->type_name("N");
+}
+
+void AddOutputOptions(CLI::App* app, JobOptions* options) {
+  app->add_option("-o,--output", options->output,
+                  "A file, or a folder (or a name that ends in /) for a file each.\n"
+                  "TIFF files take all pages; in other formats several pages are\n"
+                  "numbered: out-001.png, out-002.png")
+      ->type_name("OUT");
+  app->add_option_function<std::string>(
+         "--format",
+         [options](const std::string& text) {
+           options->format = FormatNamed(text);
+           if (!options->format || *options->format == Format::kJpeg) {
+             throw UsageError(fmt::format("--format: '{}' is not one of bmp, tif, png", text));
+           }
+         },
+         "bmp, tif or png (from the ending of OUT; in a folder that of the input, png for jpg)")
+      ->type_name("NAME");
+  app->add_flag("--overwrite", options->overwrites, "Let an output replace an input");
+  app->add_option("--dpi", options->dpi, "Dots per inch of files that do not say (300, with a warning)")
+      ->check(CLI::Range(20.0, 20000.0))
+      ->type_name("N");
+  app->add_option("--quality", options->write.jpegQuality,
+                  "Compress grey and colour pages in TIFF files as JPEG of this quality, 1 to 100\n"
+                  "(without it nothing is lost: deflate; 1-bit pages: Group 4)")
+      ->check(CLI::Range(1, 100))
+      ->type_name("N");
+  AddJobsOption(app, options);
+}
+
+// A step that is on unless --no-NAME says otherwise; --NAME says it is on.
+void AddSwitch(CLI::App* app, const std::string& name, bool* isOn, const std::string& help) {
+  app->add_flag_callback(
+      "--no-" + name, [isOn] { *isOn = false; }, help);
+  app->add_flag_callback("--" + name, [isOn] { *isOn = true; })->group("");
+}
+
+// What is asked for around the steps of `clean`, until all of it is read.
+struct Reduction {
+  std::string method;
+  double brightness = 0;
+};
+
+CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
+  CLI::App* clean = app->add_subcommand("clean", "Make straight, clean pages of scanned ones");
+  clean->add_option("inputs", options->inputs, "BMP, TIFF, PNG or JPEG files")
+      ->required()
+      ->type_name("IN...");
+  AddOutputOptions(clean, options);
+  AddReportOptions(clean, &options->report);
+
+  CleanOptions& steps = options->clean;
+  const std::string group = "Steps";
+  clean
+      ->add_option_function<std::string>(
+          "--text",
+          [&steps](const std::string& text) {
+            constexpr std::string_view kTones[] = {"auto", "dark", "light"};
+            const Parameter tone = {.name = "text", .help = "", .choices = kTones};
+            steps.text = static_cast<TextTone>(ParseValue(tone, text, "--text"));
+          },
+          "Dark or light text, or auto: by what most of the page is (auto)")
+      ->type_name("TONE");
+  AddSwitch(clean, "trim", &steps.trims, "Leave dark borders at the left and right");
+  AddSwitch(clean, "holes", &steps.erasesHoles, "Leave punch holes at the left edge");
+  AddFromTable(clean, "--hole-size", "holes", "size", "8",
+               [&steps](double value) { steps.holeSize = static_cast<int>(value); });
+  AddSwitch(clean, "specks", &steps.removesSpecks, "Leave specks on black-and-white and grey pages");
+  AddFromTable(clean, "--speck-level", "clean", "level", "30",
+               [&steps](double value) { steps.speckLevel = static_cast<int>(value); });
+  clean->add_flag("--speck-full", steps.filtersFully,
+                  "Filter every pixel: smooths, and may cost thin strokes (off)");
+  AddSwitch(clean, "deskew", &steps.deskews, "Leave skewed pages as they are");
+  clean->add_flag_callback(
+      "--whole-degrees", [&steps] { steps.deskewsFinely = false; },
+      "Turn by whole degrees only (off: to a tenth of a degree)");
+  clean->add_option("--max-skew", steps.mostSkew, "Degrees beyond which a page is not turned (20)")
+      ->check(CLI::Range(0.0, 45.0))
+      ->type_name("N");
+  clean
+      ->add_option_function<std::string>(
+          "--reduce",
+          [reduction](const std::string& text) {
+            if (text != "none" && text != "threshold" && text != "ordered" && text != "fs" && text != "jjn") {
+              throw UsageError(
+                  fmt::format("--reduce: '{}' is not one of none, threshold, ordered, fs, jjn", text));
+            }
+            reduction->method = text == "none" ? "" : text;
+          },
+          "Make grey and colour pages black and white: threshold, ordered, fs, jjn (none)")
+      ->type_name("HOW");
+  AddFromTable(clean, "--brightness", "halftone", "brightness", "0; with --reduce threshold or ordered",
+               [reduction](double value) { reduction->brightness = value; });
+  for (const char* name :
+       {"--text", "--no-trim", "--no-holes", "--hole-size", "--no-specks", "--speck-level", "--speck-full",
+        "--no-deskew", "--whole-degrees", "--max-skew", "--reduce", "--brightness"}) {
+    clean->get_option(name)->group(group);
+  }
+  return clean;
+}
+
+std::vector<Step> ReductionSteps(const Reduction& reduction) {
+  if (reduction.method.empty()) return {};
+  const bool isDither = reduction.method == "fs" || reduction.method == "jjn";
+  if (isDither && reduction.brightness != 0)
+    throw UsageError("--brightness works with --reduce threshold or ordered");
+  return {ParseStep(isDither ? fmt::format("dither:{},1", reduction.method)
+                             : fmt::format("halftone:{},{:g}", reduction.method, reduction.brightness))};
+}
+
+// Sorts what stands on the command line of `apply` into files and, from the first operation on, operations.
+void SortWords(const std::vector<std::string>& words, JobOptions* options) {
+  for (const std::string& word : words) {
+    const bool isName = FindOperation(word.substr(0, word.find(':'))) != nullptr;
+    const bool looksLikeOne = word.find(':') != std::string::npos && ::access(word.c_str(), F_OK) != 0;
+    if (!options->chain.empty() || isName || looksLikeOne) {
+      options->chain.push_back(ParseStep(word));
+    } else {
+      options->inputs.push_back(word);
+    }
+  }
+  if (options->inputs.empty()) throw UsageError("apply: no input file");
+}
+
+int Run(int argc, char** argv) {
+  CLI::App app("Straightens, trims, cleans and converts scanned pages.", "rastrel");
+  app.set_version_flag("--version", "rastrel " RASTREL_VERSION);
+  app.require_subcommand(1);
+  app.get_formatter()->column_width(34);
+
+  JobOptions options;
+  Reduction reduction;
+  CLI::App* clean = AddClean(&app, &options, &reduction);
+
+  CLI::App* apply =
+      app.add_subcommand("apply", "Run single operations on pages, in the order given; none: convert");
+  std::vector<std::string> words;
+  bool isList = false, isMarkdown = false;
+  apply->add_option("words", words, "Files, then operations: rotate:3.5 dither:fs,1")
+      ->type_name("IN... OP...");
+  apply->add_flag("--list", isList, "List the operations and their values");
+  apply->add_flag("--markdown", isMarkdown)->group("");
+  AddOutputOptions(apply, &options);
+  AddReportOptions(apply, &options.report);
+  apply->footer("Operations:\n" + OperationsHelp());
+
+  CLI::App* info = app.add_subcommand("info", "Print size, depth, resolution and skew of pages");
+  info->add_option("inputs", options.inputs, "BMP, TIFF, PNG or JPEG files")
+      ->required()
+      ->type_name("FILE...");
+  info->add_flag("--json", options.report.isJson, "Print a JSON record for each page, one a line");
+  AddJobsOption(info, &options);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : kExitUsage;
+  }
+
+  if (isList || isMarkdown) {
+    fmt::print("{}", isList ? OperationsHelp() : OperationsMarkdown());
+    return 0;
+  }
+  options.command = clean->parsed() ? Command::kClean : apply->parsed() ? Command::kApply : Command::kInfo;
+  if (options.command == Command::kApply) SortWords(words, &options);
+  if (options.command != Command::kInfo && options.output.empty())
+    throw UsageError("no output: -o OUT is required");
+  options.clean.reduction = ReductionSteps(reduction);
+  WatchForInterruption();
+  return RunJobs(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Run(argc, argv);
+  } catch (const UsageError& error) {
+    fmt::print(stderr, "rastrel: {}\nTry 'rastrel --help'.\n", error.what());
+    return kExitUsage;
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "rastrel: {}\n", error.what());
+    return 1;
+  }
+}

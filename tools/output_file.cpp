@@ -1,0 +1,89 @@
+#include "output_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include <fmt/format.h>
+
+#include "page.h"
+
+namespace rastrel::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The names of the files under way. The strings live in their OutputFiles, which clear their slot before they
+// let go of them; a signal handler may read only this much.
+constexpr int kSlots = 4096;
+std::atomic<const char*> unfinished[kSlots];
+static_assert(std::atomic<const char*>::is_always_lock_free);
+
+int TakeSlot(const char* path) {
+  for (int i = 0; i < kSlots; ++i) {
+    const char* none = nullptr;
+    if (unfinished[i].compare_exchange_strong(none, path)) return i;
+  }
+  return -1;
+}
+
+void RemoveUnfinished(int signal) {
+  for (const auto& path : unfinished) {
+    if (const char* name = path.load()) ::unlink(name);
+  }
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+}  // namespace
+
+OutputFile::OutputFile(const std::string& finalPath) : finalPath_(finalPath) {
+  std::error_code error;
+  // The file that a link names is replaced, not the link.
+  if (fs::is_symlink(finalPath, error)) {
+    const fs::path target = fs::weakly_canonical(finalPath, error);
+    if (!error) finalPath_ = target.string();
+  }
+  if (fs::exists(finalPath_, error) && !fs::is_regular_file(finalPath_, error)) {
+    throw PageError("is there and is not a regular file");
+  }
+  static std::atomic<unsigned> count{0};
+  const fs::path final(finalPath_);
+  const std::string name =
+      fmt::format(".{}.{}-{}.part", final.filename().string().substr(0, 200), ::getpid(), count.fetch_add(1));
+  path_ = (final.parent_path() / name).string();
+  const int file = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (file < 0) throw PageError(fmt::format("cannot be written: {}", std::strerror(errno)));
+  ::close(file);
+  slot_ = TakeSlot(path_.c_str());
+}
+
+OutputFile::~OutputFile() {
+  if (!path_.empty()) ::unlink(path_.c_str());
+  if (slot_ >= 0) unfinished[slot_].store(nullptr);
+}
+
+void OutputFile::Commit() {
+  if (::rename(path_.c_str(), finalPath_.c_str()) != 0) {
+    throw PageError(fmt::format("cannot be written: {}", std::strerror(errno)));
+  }
+  if (slot_ >= 0) unfinished[slot_].store(nullptr);
+  slot_ = -1;
+  path_.clear();
+}
+
+void WatchForInterruption() {
+  std::signal(SIGXFSZ, SIG_IGN);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    // A signal that was ignored when we were started (nohup) stays ignored.
+    if (std::signal(signal, RemoveUnfinished) == SIG_IGN) std::signal(signal, SIG_IGN);
+  }
+}
+
+}  // namespace rastrel::tool

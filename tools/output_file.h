@@ -1,0 +1,35 @@
+// Files that appear under their final name only when they are complete.
+#ifndef RASTREL_TOOLS_OUTPUT_FILE_H
+#define RASTREL_TOOLS_OUTPUT_FILE_H
+
+#include <string>
+
+namespace rastrel::tool {
+
+// An empty file beside `finalPath`. It is renamed to it by Commit, or removed at the end of this object's
+// life and when the process is interrupted.
+class OutputFile {
+ public:
+  // Throws PageError when it cannot be made, or when `finalPath` is there and is no regular file.
+  explicit OutputFile(const std::string& finalPath);
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  const std::string& path() const { return path_; }
+  // Throws PageError when the file cannot be renamed.
+  void Commit();
+
+ private:
+  std::string finalPath_;
+  std::string path_;
+  int slot_ = -1;  // among the files that an interruption removes
+};
+
+// Removes unfinished files when the process is interrupted (SIGINT, SIGTERM, SIGHUP), and lets a write beyond
+// the file size limit fail instead of ending the process.
+void WatchForInterruption();
+
+}  // namespace rastrel::tool
+
+#endif

@@ -1,0 +1,171 @@
+#include "report.h"
+
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace rastrel::tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+double Rounded(double value, double steps) { return std::round(value * steps) / steps; }
+
+Json ToJson(const PageReport& report, Command command) {
+  const PageRecord& record = report.record;
+  Json json = {{"file", report.file}, {"page", report.page}, {"pages", report.pages}};
+  if (!report.output.empty()) json["output"] = report.output;
+  if (!report.error.empty()) {
+    json["error"] = report.error;
+    return json;
+  }
+  json["width"] = record.width;
+  json["height"] = record.height;
+  json["bits"] = record.bits;
+  json["dpi"] = record.dpiX;
+  if (record.dpiX != record.dpiY) json["dpiDown"] = record.dpiY;
+  if (record.skew) json["skew"] = Rounded(*record.skew, 10);
+  if (command == Command::kClean) {
+    json["text"] = record.isTextDark ? "dark" : "light";
+    json["turned"] = record.isTurned;
+    json["trimmedPixels"] = record.trimmedPixels;
+    json["holes"] = record.holes;
+    json["speckPixels"] = record.specks;
+  }
+  if (command != Command::kInfo) {
+    json["steps"] = Json::array();
+    for (const StepTime& time : record.times) {
+      json["steps"].push_back({{"step", time.step}, {"ms", Rounded(time.milliseconds, 1000)}});
+    }
+    json["skipped"] = Json::array();
+    for (const Skipped& skipped : record.skipped) {
+      json["skipped"].push_back({{"step", skipped.step}, {"reason", skipped.reason}});
+    }
+  }
+  return json;
+}
+
+std::string Dots(const PageRecord& record) {
+  if (record.dpiX == record.dpiY) return fmt::format("{:g} dpi", record.dpiX);
+  return fmt::format("{:g} x {:g} dpi", record.dpiX, record.dpiY);
+}
+
+// What was done to one page, in words.
+std::string Deeds(const PageRecord& record) {
+  std::string text;
+  const auto add = [&text](std::string deed) { text += (text.empty() ? "" : ", ") + deed; };
+  if (record.isTurned) add(fmt::format("turned by {:.1f} degrees", -record.skew.value_or(0)));
+  if (record.trimmedPixels > 0) add("border trimmed");
+  if (record.holes > 0) add(fmt::format("{} hole{} erased", record.holes, record.holes == 1 ? "" : "s"));
+  if (record.specks > 0) add("specks removed");
+  return text.empty() ? "nothing to do" : text;
+}
+
+std::string PageName(const PageReport& report) {
+  return report.pages > 1 ? fmt::format("{} page {}", report.file, report.page) : report.file;
+}
+
+}  // namespace
+
+Reporter::Reporter(Command command, const ReportOptions& options, size_t pages)
+    : command_(command), options_(options), pages_(pages) {
+  hasBar_ = pages > 1 && command != Command::kInfo && !options.isQuiet && !options.isVerbose &&
+            ::isatty(STDERR_FILENO) == 1;
+  DrawBar();
+}
+
+Reporter::~Reporter() {
+  ClearBar();
+  if (hasBar_ && !options_.isJson) PrintCounts(fmt::format("{} pages", pages_), "");
+  std::fflush(stdout);
+}
+
+void Reporter::Page(const PageReport& report) {
+  ++done_;
+  turned_ += report.record.isTurned;
+  trimmed_ += report.record.trimmedPixels > 0;
+  punched_ += report.record.holes > 0;
+  failed_ += !report.error.empty();
+  if (!report.error.empty() && !report.isFollowUp) Error(PageName(report), report.error);
+  ClearBar();
+  if (options_.isJson) {
+    // A file name may be any bytes; JSON wants UTF-8.
+    const std::string line = ToJson(report, command_).dump(-1, ' ', false, Json::error_handler_t::replace);
+    fmt::print("{}\n", line);
+  } else if (!options_.isQuiet || command_ == Command::kInfo) {
+    PrintLine(report);
+  }
+  std::fflush(stdout);
+  DrawBar();
+}
+
+void Reporter::PrintLine(const PageReport& report) {
+  const PageRecord& record = report.record;
+  if (command_ == Command::kInfo) {
+    if (!report.error.empty()) return;
+    fmt::print("{}: {} x {} pixels, {} bit{}, {}, skew {}\n", PageName(report), record.width, record.height,
+               record.bits, record.bits == 1 ? "" : "s", record.dpiX > 0 ? Dots(record) : "no resolution",
+               record.skew ? fmt::format("{:.1f}", *record.skew) : "unknown");
+    return;
+  }
+  const std::string arrow = report.output.empty() ? "" : fmt::format(" -> {}", report.output);
+  if (options_.isVerbose) {
+    if (!report.error.empty()) return;
+    const std::string deeds = command_ == Command::kClean ? Deeds(record) : "done";
+    fmt::print("{}: {} x {} pixels, {} bit{}, {}: {}{}\n", PageName(report), record.width, record.height,
+               record.bits, record.bits == 1 ? "" : "s", Dots(record), deeds, arrow);
+    for (const Skipped& skipped : record.skipped)
+      fmt::print("    {} skipped: {}\n", skipped.step, skipped.reason);
+    for (const StepTime& time : record.times) fmt::print("    {}: {:.2f} ms\n", time.step, time.milliseconds);
+    return;
+  }
+  if (report.page < report.pages || hasBar_) return;
+  if (report.pages > 1) {
+    if (failed_ < report.pages) PrintCounts(fmt::format("{}: {} pages", report.file, report.pages), arrow);
+  } else if (report.error.empty()) {
+    fmt::print("{}: {}{}\n", report.file, command_ == Command::kClean ? Deeds(record) : "done", arrow);
+  }
+  turned_ = trimmed_ = punched_ = failed_ = 0;
+}
+
+void Reporter::PrintCounts(const std::string& head, const std::string& tail) const {
+  std::string text = head;
+  if (failed_ > 0) text += fmt::format(", {} failed", failed_);
+  if (turned_ > 0) text += fmt::format(", {} turned", turned_);
+  if (trimmed_ > 0) text += fmt::format(", {} trimmed", trimmed_);
+  if (punched_ > 0) text += fmt::format(", {} with holes erased", punched_);
+  fmt::print("{}{}\n", text, tail);
+}
+
+void Reporter::Error(const std::string& file, const std::string& message) {
+  hasErrors_ = true;
+  ClearBar();
+  fmt::print(stderr, "rastrel: {}: {}\n", file, message);
+}
+
+void Reporter::Warn(const std::string& message) {
+  if (options_.isQuiet) return;
+  ClearBar();
+  fmt::print(stderr, "rastrel: {}\n", message);
+}
+
+void Reporter::ClearBar() {
+  if (!isBarDrawn_) return;
+  fmt::print(stderr, "\r\x1b[K");
+  isBarDrawn_ = false;
+}
+
+void Reporter::DrawBar() {
+  constexpr size_t kCells = 30;
+  if (!hasBar_ || pages_ == 0 || done_ == pages_) return;
+  const size_t full = done_ * kCells / pages_;
+  fmt::print(stderr, "\r\x1b[K[{:#<{}}{:.<{}}] {} of {}", "", full, "", kCells - full, done_, pages_);
+  std::fflush(stderr);
+  isBarDrawn_ = true;
+}
+
+}  // namespace rastrel::tool

@@ -1,0 +1,64 @@
+// What the command tells: lines, a progress bar or JSON records on standard output, errors on standard error.
+#ifndef RASTREL_TOOLS_REPORT_H
+#define RASTREL_TOOLS_REPORT_H
+
+#include <cstddef>
+#include <string>
+
+#include "clean.h"
+
+namespace rastrel::tool {
+
+struct ReportOptions {
+  bool isJson = false;
+  bool isQuiet = false;
+  bool isVerbose = false;
+};
+
+// One page's outcome.
+struct PageReport {
+  std::string file;
+  int page = 1;             // from 1
+  int pages = 1;            // of its file
+  std::string output;       // empty where nothing is written
+  std::string error;        // empty when the page is done
+  bool isFollowUp = false;  // the error has been told with an earlier page
+  PageRecord record;
+};
+
+enum class Command { kClean, kApply, kInfo };
+
+class Reporter {
+ public:
+  Reporter(Command command, const ReportOptions& options, size_t pages);
+  ~Reporter();
+  Reporter(const Reporter&) = delete;
+  Reporter& operator=(const Reporter&) = delete;
+
+  // In the order of the pages, from one thread at a time.
+  void Page(const PageReport& report);
+  // A line on standard error.
+  void Error(const std::string& file, const std::string& message);
+  void Warn(const std::string& message);
+  bool hasErrors() const { return hasErrors_; }
+
+ private:
+  void ClearBar();
+  void DrawBar();
+  void PrintLine(const PageReport& report);
+  void PrintCounts(const std::string& head, const std::string& tail) const;
+
+  Command command_;
+  ReportOptions options_;
+  size_t pages_;
+  size_t done_ = 0;
+  bool hasBar_ = false;
+  bool isBarDrawn_ = false;
+  bool hasErrors_ = false;
+  // Pages of the file that is coming in, or of all files under a bar.
+  int turned_ = 0, trimmed_ = 0, punched_ = 0, failed_ = 0;
+};
+
+}  // namespace rastrel::tool
+
+#endif

@@ -1,0 +1,45 @@
+// What keeps the cleaning of a page from making it worse. Each of these takes a page and what an operation
+// made of it, and decides which of the changes are borders, holes or specks; the rest stays as it was.
+#ifndef RASTREL_TOOLS_SAFEGUARDS_H
+#define RASTREL_TOOLS_SAFEGUARDS_H
+
+#include <cstdint>
+
+#include "page.h"
+
+namespace rastrel::tool {
+
+// Whether the page is dark in the middle and all around: light text, or a negative. A picture on paper is
+// light around, a sheet on a dark ground light in the middle.
+bool IsDarkPage(const Dib& page);
+
+struct BorderResult {
+  int64_t pixels = 0;          // painted
+  bool isPictureLeft = false;  // a dark margin was left alone because it looks like a picture
+  bool isPictureRight = false;
+};
+// Paints in `page`, with `ground`, the margins that are dark in `before` and painted in `trimmed`, where they
+// stand tall enough to be a border. A line of text or a rule that runs into the edge is not.
+BorderResult PaintBorders(const Dib& page, const Dib& before, const Dib& trimmed, Ink ground);
+
+// Paints in `page`, with `ground`, the dark blobs under the discs in `punched` that are shaped like holes and
+// touch nothing else. Returns how many.
+int PaintHoles(const Dib& page, const Dib& punched, Ink ground);
+
+// Takes over from `filtered` what turned from dark to light, so that strokes never grow. Returns the pixels
+// changed. For 1-bit black-and-white pages and 8-bit greys.
+int64_t KeepOnlyLightened(const Dib& page, const Dib& filtered);
+
+struct Skew {
+  int found = 0;       // what DetectSkewAngle returned
+  double degrees = 0;  // by how much the lines rise to the right; 0 where nothing would be gained by a turn
+};
+// Measures the skew to a tenth of a degree. DetectSkewAngle knows whole degrees, and takes a picture or the
+// line of a column for text at times: its angle and those from -20 to 20 degrees are weighed by how sharply
+// rows of text and rows of ground stand apart along them. With `isFine` off only whole degrees are
+// considered.
+Skew MeasureSkew(const Dib& page, bool isTextDark, bool isFine);
+
+}  // namespace rastrel::tool
+
+#endif
