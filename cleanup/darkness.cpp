@@ -2,13 +2,7 @@
 
 #include <cstring>
 
-// Compiles a function for newer x86 processors too; the loader picks. Groups of three bytes vectorise there
-// only.
-#if defined(__x86_64__) && defined(__ELF__) && defined(__GNUC__)
-#define RASTREL_ALSO_AVX2 __attribute__((target_clones("default", "avx2")))
-#else
-#define RASTREL_ALSO_AVX2
-#endif
+#include "platform/processor.h"
 
 namespace rastrel {
 namespace {
@@ -61,6 +55,7 @@ void PackIndices(const uint8_t* row, const IndexSet& indices, int pixels, uint64
   PackPixels(pixels, words, [&](int x) { return static_cast<uint8_t>(indices[row[x]]); });
 }
 
+// Groups of three bytes vectorise for AVX2 only.
 RASTREL_ALSO_AVX2 void PackTrueColour(const uint8_t* row, uint16_t firstSum, uint16_t lastSum, int pixels,
                                       uint64_t* words) {
   const auto span = static_cast<uint16_t>(lastSum - firstSum);

@@ -127,17 +127,18 @@ class RowProtector {
  public:
   RowProtector(const HoleMap& map, const HoleSizes& sizes, int* starts)
       : map_(map),
+        height_(map.height),
         starts_(starts),
         lastStart_(sizes.band - 2),
         longest_(static_cast<int>(std::min(sizes.longestRow, 2e9))) {}
 
   void Run() {
-    std::fill_n(starts_, map_.height, lastStart_ >= 0 ? 0 : kNone);
+    std::fill_n(starts_, height_, lastStart_ >= 0 ? 0 : kNone);
     const int end = std::min(map_.columns, map_.width - 2);
     int x = 0;
     for (bool alive = true; x < end && alive; ++x) {
       const uint8_t* column = map_.Column(x);
-      if (AnyLongRunEnds(x, column)) ProtectRunsThatEnd(x, column);
+      if (x > longest_ && AnyLongRunEnds(x, column)) ProtectRunsThatEnd(x, column);
       alive = MoveOn(x, column);
     }
     if (x > 0) ProtectRunsThatEnd(x, nullptr);
@@ -150,14 +151,15 @@ class RowProtector {
 
   // starts_[y] is where the run that reaches column x - 1 started, x when there is none.
   bool AnyLongRunEnds(int x, const uint8_t* column) const {
-    bool any = false;
-    for (int y = 0; y < map_.height; ++y) any |= (column[y] != kDark) & (x - starts_[y] > longest_);
-    return any;
+    int any = 0;
+    for (int y = 0; y < height_; ++y)
+      any |= (column[y] != kDark ? -1 : 0) & (x - starts_[y] > longest_ ? -1 : 0);
+    return any != 0;
   }
 
   // With no column to look at all runs end.
   void ProtectRunsThatEnd(int x, const uint8_t* column) const {
-    for (int y = 0; y < map_.height; ++y) {
+    for (int y = 0; y < height_; ++y) {
       if ((column != nullptr && column[y] == kDark) || x - starts_[y] <= longest_) continue;
       for (int i = starts_[y]; i < x; ++i) map_.Column(i)[y] = kLine;
     }
@@ -166,15 +168,14 @@ class RowProtector {
   // Returns whether the next column can matter.
   bool MoveOn(int x, const uint8_t* column) const {
     const int next = x + 1 <= lastStart_ ? x + 1 : kNone;
-    int first = kNone;
-    for (int y = 0; y < map_.height; ++y) {
-      starts_[y] = column[y] == kDark ? starts_[y] : next;
-      first = std::min(first, starts_[y]);
-    }
-    return first != kNone;
+    int* const starts = starts_;
+    const int height = height_;
+    for (int y = 0; y < height; ++y) starts[y] = column[y] == kDark ? starts[y] : next;
+    return next != kNone || std::any_of(starts, starts + height, [](int start) { return start != kNone; });
   }
 
   const HoleMap& map_;
+  int height_;
   int* starts_;
   int lastStart_;
   int longest_;

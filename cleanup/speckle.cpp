@@ -11,6 +11,7 @@
 
 #include "frame/dib.h"
 #include "frame/rastrel.h"
+#include "platform/processor.h"
 
 namespace rastrel {
 namespace {
@@ -225,16 +226,13 @@ constexpr FilterTables kFilters = {
      GreysFilter<7>, GreysFilter<8>, GreysFilter<8>}};
 
 // The same compiled for registers twice as wide, which most processors of this kind have: half the time.
-#if defined(__x86_64__) || defined(__i386__)
-
 template <int k>
-[[gnu::target("avx2")]] void WideBitsFilter(const uint8_t* source, size_t stride, bool everyPixel,
-                                            uint8_t* result) {
+RASTREL_FOR_AVX2 void WideBitsFilter(const uint8_t* source, size_t stride, bool everyPixel, uint8_t* result) {
   FilterBits<k>(source, stride, everyPixel, result);
 }
 template <int k>
-[[gnu::target("avx2")]] void WideGreysFilter(const uint8_t* source, size_t stride, bool everyPixel,
-                                             uint8_t* result) {
+RASTREL_FOR_AVX2 void WideGreysFilter(const uint8_t* source, size_t stride, bool everyPixel,
+                                      uint8_t* result) {
   FilterGreys<k>(source, stride, everyPixel, result);
 }
 
@@ -244,13 +242,7 @@ constexpr FilterTables kWideFilters = {
     {WideGreysFilter<1>, WideGreysFilter<2>, WideGreysFilter<3>, WideGreysFilter<4>, WideGreysFilter<5>,
      WideGreysFilter<6>, WideGreysFilter<7>, WideGreysFilter<8>, WideGreysFilter<8>}};
 
-const FilterTables& BestFilters() { return __builtin_cpu_supports("avx2") ? kWideFilters : kFilters; }
-
-#else
-
-const FilterTables& BestFilters() { return kFilters; }
-
-#endif
+const FilterTables& BestFilters() { return HasAvx2() ? kWideFilters : kFilters; }
 
 // ---- the pass over the page -------------------------------------------------------------------------------
 

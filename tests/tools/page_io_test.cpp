@@ -190,106 +190,35 @@ TEST_P(ReadTiffLayout, AsThePictureItShows) {
 }
 
 constexpr Pixel kW = 0xFFFFFF, kK = 0;
-INSTANTIATE_TEST_SUITE_P(
-    All, ReadTiffLayout,
-    ::testing::Values(
-        TiffCase{"MinIsWhite1", PHOTOMETRIC_MINISWHITE, 1, 1, 1, false, {0x40, 0x80}, 2, {kW, kK, kK, kW}},
-        TiffCase{"MinIsBlack1", PHOTOMETRIC_MINISBLACK, 1, 1, 1, false, {0x40, 0x80}, 2, {kK, kW, kW, kK}},
-        TiffCase{"MinIsWhite8",
-                 PHOTOMETRIC_MINISWHITE,
-                 8,
-                 1,
-                 1,
-                 false,
-                 {0, 0x0F, 0xFF, 0x10},
-                 2,
-                 {kW, 0xF0F0F0, kK, 0xEFEFEF}},
-        TiffCase{"Grey2",
-                 PHOTOMETRIC_MINISBLACK,
-                 2,
-                 1,
-                 1,
-                 false,
-                 {0x1B, 0xE4},
-                 4,
-                 {kK, 0x555555, 0xAAAAAA, kW, kW, 0xAAAAAA, 0x555555, kK}},
-        TiffCase{"Grey16", PHOTOMETRIC_MINISBLACK, 16, 1, 1, false, {0, 0, 0xFF, 0xFF}, 1, {kK, kW}},
-        TiffCase{"Rgb", PHOTOMETRIC_RGB, 8, 3, 1, false, {1, 2, 3, 4, 5, 6}, 1, {0x010203, 0x040506}},
-        TiffCase{"ClearAlphaIsPaper",
-                 PHOTOMETRIC_RGB,
-                 8,
-                 4,
-                 1,
-                 false,
-                 {9, 9, 9, 0, 1, 2, 3, 255},
-                 1,
-                 {kW, 0x010203}},
-        TiffCase{"Tiled", PHOTOMETRIC_MINISBLACK, 8, 1, 1, true, {0, 255, 255, 0}, 2, {kK, kW, kW, kK}},
-        // Stored rows are "ab" over "cd" with a = 1 ... d = 4.
-        TiffCase{"TopRight",
-                 PHOTOMETRIC_MINISBLACK,
-                 8,
-                 1,
-                 2,
-                 false,
-                 {1, 2, 3, 4},
-                 2,
-                 {0x020202, 0x010101, 0x040404, 0x030303}},
-        TiffCase{"BottomRight",
-                 PHOTOMETRIC_MINISBLACK,
-                 8,
-                 1,
-                 3,
-                 false,
-                 {1, 2, 3, 4},
-                 2,
-                 {0x040404, 0x030303, 0x020202, 0x010101}},
-        TiffCase{"BottomLeft",
-                 PHOTOMETRIC_MINISBLACK,
-                 8,
-                 1,
-                 4,
-                 false,
-                 {1, 2, 3, 4},
-                 2,
-                 {0x030303, 0x040404, 0x010101, 0x020202}},
-        TiffCase{"LeftTop",
-                 PHOTOMETRIC_MINISBLACK,
-                 8,
-                 1,
-                 5,
-                 false,
-                 {1, 2, 3, 4},
-                 2,
-                 {0x010101, 0x030303, 0x020202, 0x040404}},
-        TiffCase{"RightTop",
-                 PHOTOMETRIC_MINISBLACK,
-                 8,
-                 1,
-                 6,
-                 false,
-                 {1, 2, 3, 4},
-                 2,
-                 {0x030303, 0x010101, 0x040404, 0x020202}},
-        TiffCase{"RightBottom",
-                 PHOTOMETRIC_MINISBLACK,
-                 8,
-                 1,
-                 7,
-                 false,
-                 {1, 2, 3, 4},
-                 2,
-                 {0x040404, 0x020202, 0x030303, 0x010101}},
-        TiffCase{"LeftBottom",
-                 PHOTOMETRIC_MINISBLACK,
-                 8,
-                 1,
-                 8,
-                 false,
-                 {1, 2, 3, 4},
-                 2,
-                 {0x020202, 0x040404, 0x010101, 0x030303}}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(All, ReadTiffLayout, ::testing::Values(
+    TiffCase{"MinIsWhite1", PHOTOMETRIC_MINISWHITE, 1, 1, 1, false, {0x40, 0x80}, 2, {kW, kK, kK, kW}},
+    TiffCase{"MinIsBlack1", PHOTOMETRIC_MINISBLACK, 1, 1, 1, false, {0x40, 0x80}, 2, {kK, kW, kW, kK}},
+    TiffCase{"MinIsWhite8", PHOTOMETRIC_MINISWHITE, 8, 1, 1, false, {0, 0x0F, 0xFF, 0x10}, 2, {kW, 0xF0F0F0, kK, 0xEFEFEF}},
+    TiffCase{"Grey2", PHOTOMETRIC_MINISBLACK, 2, 1, 1, false, {0x1B, 0xE4}, 4,
+             {kK, 0x555555, 0xAAAAAA, kW, kW, 0xAAAAAA, 0x555555, kK}},
+    TiffCase{"Grey16", PHOTOMETRIC_MINISBLACK, 16, 1, 1, false, {0, 0, 0xFF, 0xFF}, 1, {kK, kW}},
+    TiffCase{"Rgb", PHOTOMETRIC_RGB, 8, 3, 1, false, {1, 2, 3, 4, 5, 6}, 1, {0x010203, 0x040506}},
+    TiffCase{"ClearAlphaIsPaper", PHOTOMETRIC_RGB, 8, 4, 1, false, {9, 9, 9, 0, 1, 2, 3, 255}, 1, {kW, 0x010203}},
+    TiffCase{"Tiled", PHOTOMETRIC_MINISBLACK, 8, 1, 1, true, {0, 255, 255, 0}, 2, {kK, kW, kW, kK}}),
     [](const auto& test) { return test.param.name; });
+// clang-format on
+
+TEST(ReadTiff, TurnsPagesUpright) {
+  const Folder folder;
+  // Where 1 2 over 3 4, as stored, come to lie by each orientation from 2 on.
+  constexpr uint8_t kUpright[][4] = {{2, 1, 4, 3}, {4, 3, 2, 1}, {3, 4, 1, 2}, {1, 3, 2, 4},
+                                     {3, 1, 4, 2}, {4, 2, 3, 1}, {2, 4, 1, 3}};
+  uint16_t orientation = 2;
+  for (const auto& upright : kUpright) {
+    std::vector<Pixel> expected;
+    for (const uint8_t grey : upright) expected.push_back(grey * 0x010101u);
+    WriteTiffCase({"", PHOTOMETRIC_MINISBLACK, 8, 1, orientation, false, {1, 2, 3, 4}, 2, {}},
+                  folder / "page.tif");
+    EXPECT_EQ(expected, Colours(Read(folder / "page.tif"))) << "orientation " << orientation;
+    ++orientation;
+  }
+}
 
 // Writes 16 x 8 pixels, the left half of one colour and the right of another.
 void WriteJpeg(const std::string& path, J_COLOR_SPACE space, std::vector<uint8_t> left,

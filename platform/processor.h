@@ -1,0 +1,32 @@
+// What the processor may offer beyond what the library is compiled for.
+#ifndef RASTREL_PLATFORM_PROCESSOR_H
+#define RASTREL_PLATFORM_PROCESSOR_H
+
+// RASTREL_FOR_AVX2 compiles a function for AVX2: call it only where HasAvx2. RASTREL_ALSO_AVX2 compiles it
+// twice, and the loader picks one; where loaders cannot, it is compiled once. Elsewhere than on x86 both do
+// nothing.
+#if defined(__x86_64__) || defined(__i386__)
+#define RASTREL_FOR_AVX2 __attribute__((target("avx2")))
+#else
+#define RASTREL_FOR_AVX2
+#endif
+
+#if defined(__x86_64__) && defined(__ELF__)
+#define RASTREL_ALSO_AVX2 __attribute__((target_clones("default", "avx2")))
+#else
+#define RASTREL_ALSO_AVX2
+#endif
+
+namespace rastrel {
+
+inline bool HasAvx2() {
+#if defined(__x86_64__) || defined(__i386__)
+  return __builtin_cpu_supports("avx2") != 0;
+#else
+  return false;
+#endif
+}
+
+}  // namespace rastrel
+
+#endif
