@@ -80,22 +80,28 @@ void ShearRows(const ConstRows& source, unsigned bits, int32_t shift, const Rows
   }
 }
 
-// Copies columns `left` to `right` (not included) of a row; the result is 0 where they go.
-void CopyColumns(const uint8_t* from, uint8_t* to, int left, int right, unsigned bits) {
-  if (bits >= 8) {
-    const size_t pixelBytes = bits / 8;
-    std::memcpy(to + left * pixelBytes, from + left * pixelBytes, (right - left) * pixelBytes);
-    return;
+// The bytes of a row that hold a stretch of columns; the first and the last one may hold others too.
+struct ColumnBytes {
+  size_t first, last;
+  uint8_t firstMask, lastMask;
+
+  ColumnBytes(uint32_t left, uint32_t right, unsigned bits) {
+    const uint64_t firstBit = uint64_t{left} * bits;
+    const uint64_t lastBit = uint64_t{right} * bits - 1;
+    first = static_cast<size_t>(firstBit / 8);
+    last = static_cast<size_t>(lastBit / 8);
+    firstMask = static_cast<uint8_t>(0xFFu >> firstBit % 8);
+    lastMask = static_cast<uint8_t>(0xFFu << (7 - lastBit % 8));
+    if (first == last) firstMask = lastMask = firstMask & lastMask;
   }
-  const int perByte = 8 / static_cast<int>(bits);
-  for (int x = left; x < right;) {
-    const int next = std::min(right, (x / perByte + 1) * perByte);
-    const unsigned leftMask = 0xFFu >> static_cast<unsigned>(x % perByte) * bits;
-    const unsigned rightMask = 0xFFu << static_cast<unsigned>((perByte - next % perByte) % perByte) * bits;
-    to[x / perByte] = static_cast<uint8_t>(to[x / perByte] | (from[x / perByte] & leftMask & rightMask));
-    x = next;
+
+  // The result is 0 where the columns go.
+  void Copy(const uint8_t* from, uint8_t* to) const {
+    to[first] = static_cast<uint8_t>(to[first] | (from[first] & firstMask));
+    if (last > first + 1) std::memcpy(to + first + 1, from + first + 1, last - first - 1);
+    to[last] = static_cast<uint8_t>(to[last] | (from[last] & lastMask));
   }
-}
+};
 
 // The rise of the columns never turns back, so the columns of one rise stand together: a row is copied in
 // such pieces.
@@ -107,9 +113,9 @@ void ShearColumns(const ConstRows& source, unsigned bits, int32_t shift, const R
     const uint64_t rise = Ramp(reach, left, width, shift >= 1);
     uint32_t right = left + 1;
     while (right < width && Ramp(reach, right, width, shift >= 1) == rise) ++right;
+    const ColumnBytes columns(left, right, bits);
     for (int y = 0; y < source.height; ++y) {
-      CopyColumns(source.StoredRow(y), result.StoredRow(y + static_cast<int>(rise)), static_cast<int>(left),
-                  static_cast<int>(right), bits);
+      columns.Copy(source.StoredRow(y), result.StoredRow(y + static_cast<int>(rise)));
     }
     left = right;
   }

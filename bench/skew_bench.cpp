@@ -1,0 +1,48 @@
+#include "bench/support/bench_page.h"
+
+namespace rastrel::bench {
+namespace {
+
+using testing::TestDib;
+
+void BM_SkewDIB(benchmark::State& state) {
+  const TestDib page = BenchPage(static_cast<int>(state.range(0)));
+  const auto isHorizontal = static_cast<int>(state.range(1));
+  for (auto _ : state) {
+    HGLOBAL sheared = SkewDIB(page.handle(), isHorizontal, /*shift=*/100, nullptr, nullptr);
+    if (sheared == nullptr) return state.SkipWithError("no result");
+    GlobalFree(sheared);
+    GlobalUnlock(page.handle());
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+}
+BENCHMARK(BM_SkewDIB)
+    ->ArgNames({"bits", "horizontal"})
+    ->ArgsProduct({{1, 4, 8, 24}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
+
+void BM_TrimBlackBorder(benchmark::State& state) {
+  const TestDib page = BenchPage(static_cast<int>(state.range(0)));
+  for (auto _ : state) {
+    HGLOBAL trimmed = TrimBlackBorder(page.handle());
+    if (trimmed == nullptr) return state.SkipWithError("no result");
+    GlobalFree(trimmed);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+}
+BENCHMARK(BM_TrimBlackBorder)->ArgName("bits")->Arg(1)->Arg(8)->Arg(24)->Unit(benchmark::kMillisecond);
+
+void BM_DeskewDIB(benchmark::State& state) {
+  const TestDib page = BenchPage(static_cast<int>(state.range(0)));
+  for (auto _ : state) {
+    HGLOBAL straight =
+        DeskewDIB(page.handle(), /*darkForeground=*/1, /*showProgress=*/0, nullptr, /*trimBorder=*/1);
+    if (straight == nullptr) return state.SkipWithError("no skew");
+    GlobalFree(straight);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+}
+BENCHMARK(BM_DeskewDIB)->ArgName("bits")->Arg(1)->Arg(8)->Arg(24)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace rastrel::bench
