@@ -47,6 +47,7 @@ INT_PTR CALLBACK ProgressProcedure(HWND dialog, UINT message, WPARAM wParam, LPA
       CloseWindow(record);
       return TRUE;
     case WM_DESTROY:
+      // An earlier window, left open by a failure, may be closed while another one is at work.
       if (dialog == record.window) record.destroyed = true;
       return TRUE;
     default:

@@ -32,10 +32,10 @@ int HoleMillimetres(int holeSize) {
   }
 }
 
-// Beyond this every disc covers the whole page; squares of it still fit 64 bits.
-constexpr double kMaxLength = 3e9;
+// A disc of this size covers the whole page wherever it lies; squares of it still fit 64 bits.
+constexpr double kMaxHole = 3e9;
 
-int64_t Rounded(double length) { return static_cast<int64_t>(std::min(length, kMaxLength) + 0.5); }
+int64_t Rounded(double length) { return static_cast<int64_t>(length + 0.5); }
 
 // In pixels.
 struct HoleSizes {
@@ -43,7 +43,7 @@ struct HoleSizes {
       : dpi(static_cast<int>(resolution / 39.37 + 0.5)),
         band(static_cast<int>(dpi * 0.7480314960629921 + 0.5)),
         probe(static_cast<int>(dpi * 0.11811023622047245 + 0.5)),
-        hole(millimetres / 25.4 * dpi),
+        hole(std::min(millimetres / 25.4 * dpi, kMaxHole)),
         longestColumn(4.0 * millimetres / 25.4 * dpi),
         longestRow(2.0 * millimetres / 25.4 * dpi) {}
 
@@ -130,7 +130,7 @@ class RowProtector {
         height_(map.height),
         starts_(starts),
         lastStart_(sizes.band - 2),
-        longest_(static_cast<int>(std::min(sizes.longestRow, 2e9))) {}
+        longest_(static_cast<int>(std::clamp(sizes.longestRow, -1.0, 2e9))) {}
 
   void Run() {
     std::fill_n(starts_, height_, lastStart_ >= 0 ? 0 : kNone);

@@ -165,7 +165,6 @@ std::optional<int> StrongestDirection(const CellMap& map, const Anchor<Coordinat
   const NewBlock block(counters * sizeof(Counter), Content::kUnset);
   if (!block) return std::nullopt;
   Counter* const votes = block.As<Counter>() + reach;
-  if (lines.reach < 0) count = 0;
 
   Counter most = 0;
   int strongest = 0;

@@ -2,6 +2,7 @@
 #ifndef RASTREL_FRAME_DIB_H
 #define RASTREL_FRAME_DIB_H
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -11,6 +12,8 @@
 namespace rastrel {
 
 using Header = BITMAPINFOHEADER;
+
+static_assert(std::endian::native == std::endian::little, "headers and rows are used as they lie in files");
 
 constexpr uint64_t kHeaderBytes = sizeof(Header);
 constexpr uint64_t kMaxBlockBytes = 0xFFFFFFFF;

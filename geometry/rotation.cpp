@@ -26,7 +26,7 @@ namespace {
 
 // ---- the geometry of a turn -------------------------------------------------------------------------------
 
-// All digits of pi / 180 would give right-angle turns other sizes and pixels. Kept: callers compare bytes.
+// Kept: callers compare bytes. More digits of pi / 180 would shift single pixels at some angles.
 constexpr double kRadiansPerDegree = 0.01745329;
 
 constexpr uint32_t kWholeHeap = 0xFFFFFFFF;
@@ -221,9 +221,7 @@ struct Pattern {
 };
 
 // Words hold the pixels as they are seen, the leftmost one in the highest bits.
-uint64_t SwapToLeftFirst(uint64_t word) {
-  return std::endian::native == std::endian::little ? __builtin_bswap64(word) : word;
-}
+uint64_t SwapToLeftFirst(uint64_t word) { return __builtin_bswap64(word); }
 
 uint64_t LoadWord(const uint8_t* bytes) {
   uint64_t word;

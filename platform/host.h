@@ -118,6 +118,12 @@ typedef struct RastrelProgressPresenter {
   void (*enable)(void* context, HWND parent, int enabled);
 } RastrelProgressPresenter;
 
+/* Closes a progress window, on the thread that opened it. Operations close their own, but for some failures
+ * after the window was opened (a depth that they do not take, no memory): those leave it open, with the
+ * presenter that opened it and the parent disabled, for the program to close. Returns 1, or 0 when there is
+ * no such window. */
+RASTREL_HOST_API int DestroyWindow(HWND window);
+
 /* The default presenter is invisible and always opens. */
 RASTREL_HOST_API void RastrelHostSetProgressPresenter(const RastrelProgressPresenter* presenter);
 

@@ -166,7 +166,7 @@ void PackCube(const uint8_t* red, const uint8_t* green, const uint8_t* blue, con
 
 HGLOBAL Dither(HGLOBAL dib, int bits, const DitherRules& rules, DitherPass pass) {
   ThreadState& state = GetThreadState();
-  const bool isTarget = bits == 1 || bits == 4 || (bits == 8 && rules.takesEightBits);
+  const bool isTarget = bits == 1 || bits == 4 || bits == 8;
   if (!isTarget) return state.Fail(ErrParameter);
   if (dib == nullptr) return state.Fail(rules.nullHandle);
   LockedDib page(dib);

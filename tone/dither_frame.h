@@ -80,7 +80,6 @@ void PackCube(const uint8_t* red, const uint8_t* green, const uint8_t* blue, con
 
 // In what the dithers' checks differ.
 struct DitherRules {
-  bool takesEightBits;
   ErrorCode nullHandle;
   ErrorCode cannotLock;
 };

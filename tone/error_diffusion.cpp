@@ -83,14 +83,12 @@ bool DiffuseErrors(const PagePlanes& page, int bits, const Rows& result) {
 
 HGLOBAL RASTREL_CALL DitherFS4(HGLOBAL dib, int bits) {
   using namespace rastrel;
-  constexpr DitherRules kRules = {
-      .takesEightBits = true, .nullHandle = ErrParameter, .cannotLock = ErrLockMemory};
+  constexpr DitherRules kRules = {.nullHandle = ErrParameter, .cannotLock = ErrLockMemory};
   return Dither(dib, bits, kRules, DiffuseErrors<FloydSteinbergDither>);
 }
 
 HGLOBAL RASTREL_CALL DitherJJN(HGLOBAL dib, int bits) {
   using namespace rastrel;
-  constexpr DitherRules kRules = {
-      .takesEightBits = true, .nullHandle = ErrLockMemory, .cannotLock = ErrNoMemory};
+  constexpr DitherRules kRules = {.nullHandle = ErrLockMemory, .cannotLock = ErrNoMemory};
   return Dither(dib, bits, kRules, DiffuseErrors<JarvisDither>);
 }

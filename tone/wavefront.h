@@ -9,8 +9,8 @@
 //                 row 2 does pixel t - 2 * skew ...
 //
 // and what a row leaves for its next one moves on by one lane each step. What the last row of a strip leaves
-// is kept in memory for the first row of the next strip. Only cells of pixels 0 to width - 1 are ever read,
-// so what a kernel leaves beyond them does no harm.
+// is kept in memory for the first row of the next strip. Only cells of pixels 0 to width - 1 ever count:
+// what a kernel leaves beyond them does no harm.
 #ifndef RASTREL_TONE_WAVEFRONT_H
 #define RASTREL_TONE_WAVEFRONT_H
 

@@ -120,8 +120,9 @@ HWND CreateDialogParamA(HINSTANCE /*instance*/, LPCSTR templateName, HWND owner,
     return nullptr;
   }
   openWindows = window;
-  procedure(window->handle, WM_INITDIALOG, 0, parameter);
-  return window->handle;
+  const HWND handle = window->handle;
+  procedure(handle, WM_INITDIALOG, 0, parameter);
+  return WindowOf(handle) != nullptr ? handle : nullptr;
 }
 
 INT_PTR DialogBoxParamA(HINSTANCE /*instance*/, LPCSTR /*templateName*/, HWND /*owner*/,
@@ -129,15 +130,13 @@ INT_PTR DialogBoxParamA(HINSTANCE /*instance*/, LPCSTR /*templateName*/, HWND /*
   return -1;
 }
 
-BOOL DestroyWindow(HWND handle) {
+int DestroyWindow(HWND handle) {
   Window* window = WindowOf(handle);
-  if (window == nullptr) return FALSE;
+  Window** link = &openWindows;
+  while (*link != nullptr && *link != window) link = &(*link)->next;
+  if (window == nullptr || *link == nullptr) return FALSE;  // closed before, or another thread's
+  *link = window->next;
   window->procedure(handle, WM_DESTROY, 0, 0);
-  for (Window** link = &openWindows; *link != nullptr; link = &(*link)->next) {
-    if (*link != window) continue;
-    *link = window->next;
-    break;
-  }
   void* data = nullptr;
   ReleaseHandle(handle, HandleKind::kWindow, &data);
   if (window->presenter.close != nullptr) window->presenter.close(window->presenter.context, handle);
@@ -191,15 +190,21 @@ LRESULT SendMessageA(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
 }
 
 BOOL PeekMessageA(MSG* message, HWND /*window*/, UINT /*first*/, UINT /*last*/, UINT /*remove*/) {
-  for (Window* window = openWindows; window != nullptr; window = window->next) {
+  for (Window* window = openWindows; window != nullptr;) {
+    const HWND handle = window->handle;
     const RastrelProgressPresenter& presenter = window->presenter;
-    if (window->cancelPosted || presenter.cancelled == nullptr ||
-        presenter.cancelled(presenter.context, window->handle) == 0) {
+    const bool isPressed = !window->cancelPosted && presenter.cancelled != nullptr &&
+                           presenter.cancelled(presenter.context, handle) != 0;
+    if (WindowOf(handle) == nullptr) {  // the presenter has closed it
+      window = openWindows;
       continue;
     }
-    window->cancelPosted = true;
-    *message = {window->handle, WM_COMMAND, IDCANCEL, 0, 0, {0, 0}};
-    return TRUE;
+    if (isPressed) {
+      window->cancelPosted = true;
+      *message = {handle, WM_COMMAND, IDCANCEL, 0, 0, {0, 0}};
+      return TRUE;
+    }
+    window = window->next;
   }
   return FALSE;
 }

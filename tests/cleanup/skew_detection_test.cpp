@@ -2,11 +2,8 @@
 #include <rastrel.h>
 
 #include <cmath>
-#include <cstring>
 #include <random>
 
-#include "platform/host/fault_injection.h"
-#include "platform/platform.h"
 #include "tests/cleanup/progress_recorder.h"
 #include "tests/reference/skew_detection.h"
 #include "tests/support/faults.h"
@@ -15,24 +12,7 @@
 namespace rastrel::testing {
 namespace {
 
-constexpr Pixel kWhitePixel[] = {0, 1, 0, 0, 0, 0, 0, 0, 255};
-
-// A page of one colour: index or 0xRRGGBB.
-TestDib Plain(int bits, int width, int height, Pixel pixel) {
-  TestDib page(MakeHeader(bits, width, height));
-  page.Fill(0, 0, width, height, pixel);
-  page.Settle();
-  return page;
-}
-
-// Draws a rule through the middle of the page that rises by `degrees` toward the right.
-void DrawRule(TestDib& page, double degrees, Pixel ink) {
-  const double radians = degrees * 0.017453292519943295;
-  for (int step = -200; step <= 200; ++step) {
-    page.Fill(page.width() / 2 + static_cast<int>(std::lround(step * std::cos(radians))),
-              page.height() / 2 - static_cast<int>(std::lround(step * std::sin(radians))), 2, 2, ink);
-  }
-}
+TestDib White(int width, int height) { return TestDib::Plain(MakeHeader(1, width, height), 1); }
 
 int DetectDark(const TestDib& page) { return DetectSkewAngle(page.handle(), 1, 0, nullptr); }
 
@@ -42,20 +22,9 @@ TEST(DetectSkewAngle, FindsHowFarALineRises) {
     int expected;
   };
   // Steeper lines count as upright ones that lean: 46 degrees are 44 short of upright.
-  for (const Case& c : {Case{0, 0},
-                        {3, 3},
-                        {-3, -3},
-                        {30, 30},
-                        {45, 45},
-                        {-44, -44},
-                        {-45, 45},
-                        {46, -44},
-                        {87, -3},
-                        {90, 0},
-                        {93, 3}}) {
-    TestDib page = Plain(1, 500, 500, 1);
-    DrawRule(page, c.rise, 0);
-    EXPECT_EQ(c.expected, DetectDark(page)) << c.rise;
+  for (const Case& c : {Case{0, 0}, Case{3, 3}, Case{-3, -3}, Case{30, 30}, Case{45, 45}, Case{-44, -44},
+                        Case{-45, 45}, Case{46, -44}, Case{87, -3}, Case{90, 0}, Case{93, 3}}) {
+    EXPECT_EQ(c.expected, DetectDark(TestDib::Ruled(1, c.rise))) << c.rise;
   }
 }
 
@@ -81,7 +50,7 @@ TEST(DetectSkewAngle, TakesForegroundByDepthAndPolarity) {
     SCOPED_TRACE(::testing::Message() << c.bits << " bits, ink " << c.ink << ", dark " << c.dark);
     TestDib page(MakeHeader(c.bits, 450, 450), c.table);
     page.Fill(0, 0, 450, 450, c.ground);
-    DrawRule(page, 3, c.ink);
+    page.DrawRule(3, c.ink);
     EXPECT_EQ(c.expected, DetectSkewAngle(page.handle(), c.dark, 0, nullptr));
   }
 }
@@ -91,7 +60,7 @@ TEST(DetectSkewAngle, WipesWhatTouchesTheTopOrBottomEdgeAcrossThreeGaps) {
   for (const int gaps : {3, 4}) {
     for (const bool fromTop : {true, false}) {
       SCOPED_TRACE(::testing::Message() << gaps << " gaps, from the top " << fromTop);
-      TestDib page = Plain(1, 400, 400, 1);
+      TestDib page = White(400, 400);
       for (int x = 0; x < 400; ++x) {
         const int y = 200 - static_cast<int>(std::lround((x - 200) * 0.0524));
         page.Fill(x, y, 1, 2, 0);
@@ -101,69 +70,51 @@ TEST(DetectSkewAngle, WipesWhatTouchesTheTopOrBottomEdgeAcrossThreeGaps) {
       EXPECT_EQ(gaps == 3 ? 0 : 3, DetectDark(page));
     }
   }
-  EXPECT_EQ(0, DetectDark(Plain(1, 400, 400, 0)));
+  EXPECT_EQ(0, DetectDark(TestDib(MakeHeader(1, 400, 400))));
 }
 
 TEST(DetectSkewAngle, KeptWrapsTheDiagonalAt32Bits) {
   // 46300 squared fits 31 bits, 46341 squared does not.
   for (const int width : {46300, 46341}) {
-    TestDib page = Plain(1, width, 60, 1);
+    TestDib page = White(width, 60);
     for (int x = 0; x < 600; ++x) page.Fill(x, 40 - static_cast<int>(x * 0.0349), 1, 2, 0);
     EXPECT_EQ(width == 46300 ? 2 : 0, DetectDark(page)) << width;
   }
 }
 
-// Small clumps of foreground, as dense as `oneIn` says, over random padding, tables and slack.
+// Small clumps of foreground, as dense as `oneIn` says, over random padding, tables (some short: entries
+// beyond them are the rows themselves) and slack.
 Bytes SpeckledBlock(int bits, int width, int height, unsigned seed) {
   std::mt19937 engine(seed);
   const auto random = [&engine] { return static_cast<unsigned>(engine()); };
-  TestDib page = TestDib::Random(bits, width, height, seed);
+  BITMAPINFOHEADER header = MakeHeader(bits, width, height);
+  if (seed % 5 == 0 && bits == 8) header.biClrUsed = 100;
+  TestDib page = TestDib::Random(header, seed);
   const unsigned oneIn = 2 + random() % 60;
-  const Pixel ground = bits == 24 ? 0xFFFFFF : kWhitePixel[bits];
+  const Pixel ground = (1u << bits) - 1;
   if (seed % 3 != 0) {
     for (int y = 0; y < height; ++y) {
       for (int x = 0; x < width; ++x) page.Set(x, y, random() % oneIn == 0 ? random() & ground : ground);
     }
   }
   Bytes block = page.block();
-  const uint32_t colours = page.header().biClrUsed;
   if (seed % 2 == 0) {
-    for (uint32_t i = 0; i < 4 * colours; ++i) block[40 + i] = static_cast<uint8_t>(random());
+    for (uint32_t i = 0; i < 4 * header.biClrUsed; ++i) block[40 + i] = static_cast<uint8_t>(random());
     if (bits == 1) block[40] = block[41] = block[42] = 0;
   }
-  if (seed % 5 == 0 && bits == 8) {  // entries beyond the table are the rows themselves
-    block.erase(block.begin() + 40 + 4 * 100, block.begin() + 40 + 4 * 256);
-    block[32] = 100;
-    block[33] = 0;
-  }
-  block.resize((block.size() + 8 * (seed % 3) + 7) / 8 * 8);
-  return block;
+  return Rounded(block, 8 * (seed % 3));
 }
 
 TEST(DetectSkewAngle, EqualsTheReference) {
   struct Size {
-    int width, height;
-    int count;
+    int width, height, count;
   };
   int angles = 0;
   // Around words, the clump radii 0, 2, 4, 9 and 10, and coordinates of 16 bits.
-  for (const Size& size : {Size{1, 1, 2},
-                           {1, 70, 4},
-                           {70, 1, 2},
-                           {7, 9, 30},
-                           {8, 12, 30},
-                           {31, 40, 30},
-                           {33, 63, 30},
-                           {63, 64, 30},
-                           {64, 65, 30},
-                           {65, 128, 30},
-                           {149, 150, 10},
-                           {150, 150, 10},
-                           {400, 333, 3},
-                           {129, 1700, 1},
-                           {1000, 900, 1},
-                           {4100, 130, 1},
-                           {66000, 14, 1}}) {
+  for (const Size& size : {Size{1, 1, 2}, Size{1, 70, 4}, Size{70, 1, 2}, Size{7, 9, 30}, Size{8, 12, 30},
+                           Size{31, 40, 30}, Size{33, 63, 30}, Size{63, 64, 30}, Size{64, 65, 30},
+                           Size{65, 128, 30}, Size{149, 150, 10}, Size{150, 150, 10}, Size{400, 333, 3},
+                           Size{129, 1700, 1}, Size{1000, 900, 1}, Size{4100, 130, 1}, Size{66000, 14, 1}}) {
     for (int i = 0; i < size.count; ++i) {
       const int bits = i % 3 == 0 ? 1 : i % 3 == 1 ? 8 : 24;
       const unsigned seed = static_cast<unsigned>(size.width * 31 + size.height * 7 + i * 1009);
@@ -182,122 +133,51 @@ TEST(DetectSkewAngle, EqualsTheReference) {
   EXPECT_GT(angles, 200);
 }
 
+// Whether an angle is found, as what an operation on blocks would return: freeing this handle does nothing.
+HGLOBAL Found(int angle) { return angle != 0 ? reinterpret_cast<HGLOBAL>(uintptr_t{1}) : nullptr; }
+
 TEST(DetectSkewAngle, GivesZeroAndNoErrorForWhatItCannotTake) {
-  SetRastrelError(kErrorBefore);
-  EXPECT_EQ(0, DetectSkewAngle(nullptr, 1, 0, nullptr));
-  EXPECT_EQ(0, DetectSkewAngle(reinterpret_cast<HGLOBAL>(uintptr_t{0x1234}), 1, 0, nullptr));
+  ExpectRefusals({}, {1, 8, 24}, [](HGLOBAL dib) { return Found(DetectSkewAngle(dib, 1, 0, nullptr)); });
   for (const int bits : {4, 16}) {
-    TestDib page = Plain(8, 500, 500, 255);
-    DrawRule(page, 3, 0);
-    BITMAPINFOHEADER header = page.header();
-    header.biBitCount = static_cast<uint16_t>(bits);
-    header.biHeight = 200;
-    page.SetHeader(header);
-    EXPECT_EQ(0, DetectDark(page)) << bits;
-  }
-  for (const int bits : {1, 8, 24}) {
-    for (const int side : {-1, 0, 99, 100, 0x7FFFFFFF}) {
-      for (const bool wide : {true, false}) {
-        TestDib page = Plain(bits, 64, 64, 0);
-        BITMAPINFOHEADER header = page.header();
-        (wide ? header.biWidth : header.biHeight) = side;
-        page.SetHeader(header);
-        EXPECT_EQ(0, DetectDark(page)) << bits << " bits, " << side;
-      }
-    }
-    Bytes block = Plain(bits, 64, 64, 0).block();
-    for (const size_t size : {size_t{8}, size_t{40}, size_t{64}, block.size() - 8}) {
-      block.resize(size);
-      EXPECT_EQ(0, DetectDark(TestDib(block))) << bits << " bits, " << size << " bytes";
-    }
+    EXPECT_EQ(0, DetectDark(TestDib::Ruled(8, 3).With([bits](BITMAPINFOHEADER& header) {
+                header.biBitCount = static_cast<uint16_t>(bits);
+                header.biHeight = 200;
+              })));
   }
   EXPECT_EQ(kErrorBefore, RastrelError());
 }
 
 TEST(DetectSkewAngle, GivesZeroWhenAnythingFails) {
-  TestDib page = Plain(8, 500, 500, 255);
-  DrawRule(page, 3, 0);
-  page.Settle();
-  // A dead handle stands for an angle that was found; freeing it does nothing.
-  const auto found = [](int angle) { return angle == 3 ? reinterpret_cast<HGLOBAL>(uintptr_t{1}) : nullptr; };
-  for (const host::Fault fault : {host::Fault::kAllocation, host::Fault::kLock}) {
-    ExpectEveryFault(fault, page, kErrorBefore,
-                     [&](HGLOBAL dib) { return found(DetectSkewAngle(dib, 1, 0, nullptr)); });
-  }
-  ExpectEveryFault(host::Fault::kCreation, page, kErrorBefore,
-                   [&](HGLOBAL dib) { return found(DetectSkewAngle(dib, 1, 1, nullptr)); });
-}
-
-// ---- the progress window ----------------------------------------------------------------------------
-
-// 23 x 16: a step at rows 10, 5 and 0 of the page (not at the bottom row, 15) and at columns 0, 5 ... 20.
-constexpr int kSteps = 8;
-TestDib SmallPage() { return Plain(1, 23, 16, 1); }
-
-TEST(SkewProgress, ShowsAStepForEveryFifthRowAndColumn) {
-  const TestDib page = SmallPage();
-  for (const bool enabled : {true, false}) {
-    ProgressRecorder progress;
-    progress.parentEnabled = enabled;
-    EXPECT_EQ(0, DetectSkewAngle(page.handle(), 1, 1, ProgressRecorder::kParent));
-    EXPECT_EQ("Detect Skew Angle...", progress.caption);
-    EXPECT_EQ(ProgressRecorder::kParent, progress.owner);
-    EXPECT_EQ(kSteps, progress.position);
-    EXPECT_EQ((23 + 16) / 5 + 1, progress.end);
-    EXPECT_FALSE(progress.isOpen);
-    EXPECT_EQ(enabled, progress.parentEnabled);
+  const TestDib page = TestDib::Ruled(8, 3);
+  for (const host::Fault fault : {host::Fault::kAllocation, host::Fault::kLock, host::Fault::kCreation}) {
+    ExpectEveryFault(fault, page, kErrorBefore, [fault](HGLOBAL dib) {
+      return Found(DetectSkewAngle(dib, 1, fault == host::Fault::kCreation, nullptr));
+    });
   }
 }
 
-TEST(SkewProgress, FindsTheSameAngleAsWithout) {
-  TestDib page = Plain(8, 500, 500, 255);
-  DrawRule(page, 7, 0);
+TEST(SkewProgress, IsAStepForEveryFifthRowAndColumn) {
+  // Steps at rows 10, 5 and 0 of the page (not at the bottom row, 15) and columns 0, 5 ... 20.
+  const TestDib page = White(23, 16), otherDepth(MakeHeader(4, 23, 16));
+  const auto detectIn = [](const TestDib& dib) {
+    return [&dib] { return DetectSkewAngle(dib.handle(), 1, 1, ProgressRecorder::kParent) != 0; };
+  };
+  ExpectProgress("Detect Skew Angle...", 8, (23 + 16) / 5 + 1, detectIn(page));
+  // Kept: the window stays open without memory for the votes and at other depths.
+  ExpectLeftOpen(host::Fault::kAllocation, 2, detectIn(page));
+  ExpectLeftOpen(host::Fault::kAllocation, 0, detectIn(otherDepth));
+  EXPECT_TRUE(page.Unchanged() && otherDepth.Unchanged());
+}
+
+TEST(SkewProgress, FindsTheSameAngleAsWithoutUnlessCancelled) {
+  const TestDib page = TestDib::Ruled(8, 7);
+  for (const int step : {1, 100, 101, 200}) {  // the first and last row and column
+    const ProgressRecorder cancels(step);
+    EXPECT_EQ(0, DetectSkewAngle(page.handle(), 1, 1, nullptr)) << step;
+  }
   const ProgressRecorder progress;
   EXPECT_EQ(7, DetectSkewAngle(page.handle(), 1, 1, nullptr));
   EXPECT_EQ(200, progress.asked);
-}
-
-TEST(SkewProgress, CancelAtAnyStepClosesTheWindowAndEndsTheWork) {
-  TestDib page = SmallPage();
-  for (int step = 1; step <= kSteps; ++step) {
-    const size_t blocks = host::LiveBlocks();
-    ProgressRecorder progress(step);
-    EXPECT_EQ(0, DetectSkewAngle(page.handle(), 1, 1, ProgressRecorder::kParent));
-    EXPECT_EQ(step, progress.asked);
-    EXPECT_EQ(step - 1, progress.position);
-    EXPECT_FALSE(progress.isOpen);
-    EXPECT_TRUE(progress.parentEnabled);
-    EXPECT_EQ(blocks, host::LiveBlocks());
-  }
-  // What one call left behind does not stop the next.
-  TestDib ruled = Plain(1, 500, 500, 1);
-  DrawRule(ruled, 3, 0);
-  EXPECT_EQ(3, DetectDark(ruled));
-}
-
-TEST(SkewProgress, KeptStaysOpenForAnotherDepthOrWithoutMemoryForTheVotes) {
-  const TestDib page = SmallPage();
-  const TestDib otherDepth = Plain(4, 23, 16, 1);
-  for (const TestDib* dib : {&page, &otherDepth}) {
-    ProgressRecorder progress;
-    if (dib == &page) host::FailNth(host::Fault::kAllocation, 2);
-    EXPECT_EQ(0, DetectSkewAngle(dib->handle(), 1, 1, ProgressRecorder::kParent));
-    host::FailNth(host::Fault::kAllocation, 0);
-    EXPECT_TRUE(progress.isOpen);
-    EXPECT_FALSE(progress.parentEnabled);
-    EXPECT_TRUE(dib->Unchanged());
-    DestroyWindow(progress.window);
-  }
-}
-
-TEST(SkewProgress, ARefusedWindowEndsTheCall) {
-  const TestDib page = SmallPage();
-  ProgressRecorder progress(0, /*refuses=*/true);
-  const size_t blocks = host::LiveBlocks();
-  EXPECT_EQ(0, DetectSkewAngle(page.handle(), 1, 1, ProgressRecorder::kParent));
-  EXPECT_EQ(0, progress.asked);
-  EXPECT_TRUE(progress.parentEnabled);
-  EXPECT_EQ(blocks, host::LiveBlocks());
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include "tests/tone/tone_pages.h"
 
 namespace rastrel::testing {
 
@@ -48,6 +48,40 @@ void ExpectEveryFault(host::Fault fault, const TestDib& input, int error,
     EXPECT_TRUE(outcome.failed);
     EXPECT_EQ(0u, outcome.locks);
     EXPECT_EQ(error, outcome.error);
+  }
+}
+
+std::string DrawOutcomes(host::Fault fault, const TestDib& input, int error,
+                         const std::function<HGLOBAL(HGLOBAL)>& operation) {
+  std::string drawing;
+  for (const FaultOutcome& outcome : RunWithFaults(fault, input, operation)) {
+    const bool isClean = outcome.error == error && outcome.locks == 0 && outcome.inputUnchanged &&
+                         outcome.leakedWindows == 0 && outcome.leakedBlocks <= (outcome.failed ? 1 : 0);
+    drawing += !isClean ? '?' : !outcome.failed ? 'o' : outcome.leakedBlocks == 0 ? 'x' : 'l';
+  }
+  return drawing;
+}
+
+void ExpectRefusals(const Refusals& errors, std::initializer_list<int> depths,
+                    const std::function<HGLOBAL(HGLOBAL)>& operation) {
+  const auto expectRefusal = [&](HGLOBAL dib, int error) {
+    SetRastrelError(kErrorBefore);
+    EXPECT_EQ(nullptr, operation(dib));
+    EXPECT_EQ(error, RastrelError());
+  };
+  expectRefusal(nullptr, errors.noHandle);
+  HGLOBAL freed = GlobalAlloc(GMEM_MOVEABLE, 100);
+  GlobalFree(freed);
+  for (HGLOBAL dead : {freed, reinterpret_cast<HGLOBAL>(uintptr_t{0x1234})}) {
+    expectRefusal(dead, errors.noBlock);
+  }
+  for (const int bits : depths) {
+    for (const Bytes& block : LyingBlocks(bits)) {
+      const TestDib dib(block);
+      SCOPED_TRACE(::testing::Message() << bits << " bits, " << block.size() << " bytes");
+      expectRefusal(dib.handle(), errors.lying);
+      EXPECT_TRUE(dib.Unchanged());
+    }
   }
 }
 

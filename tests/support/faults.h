@@ -1,4 +1,5 @@
-// Makes every allocation, lock and creation of an operation fail in turn.
+// What an operation must survive: every allocation, lock and creation failing in turn, and bad handles and
+// blocks.
 #ifndef RASTREL_TESTS_SUPPORT_FAULTS_H
 #define RASTREL_TESTS_SUPPORT_FAULTS_H
 
@@ -6,6 +7,7 @@
 
 #include <functional>
 #include <ostream>
+#include <string>
 #include <vector>
 
 #include "platform/host/fault_injection.h"
@@ -37,6 +39,21 @@ std::vector<FaultOutcome> RunWithFaults(host::Fault fault, const TestDib& input,
 // nothing leaked, and the input unlocked and unchanged, and that at least one fault struck.
 void ExpectEveryFault(host::Fault fault, const TestDib& input, int error,
                       const std::function<HGLOBAL(HGLOBAL)>& operation);
+
+// The outcomes as a drawing: 'o' gave a result, 'x' null, 'l' null with one block lost; '?' left another
+// error than `error`, a lock, or the input changed.
+std::string DrawOutcomes(host::Fault fault, const TestDib& input, int error,
+                         const std::function<HGLOBAL(HGLOBAL)>& operation);
+
+// Checks that `operation` returns null and leaves these alone: no handle, handles of no block, and, at each
+// depth, blocks that are cut short or whose headers promise more than they hold or name impossible sizes.
+struct Refusals {
+  int noHandle = kErrorBefore;  // the thread's last error after each
+  int noBlock = kErrorBefore;
+  int lying = kErrorBefore;
+};
+void ExpectRefusals(const Refusals& errors, std::initializer_list<int> depths,
+                    const std::function<HGLOBAL(HGLOBAL)>& operation);
 
 }  // namespace rastrel::testing
 

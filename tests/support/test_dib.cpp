@@ -1,5 +1,6 @@
 #include "tests/support/test_dib.h"
 
+#include <cmath>
 #include <cstring>
 #include <random>
 #include <utility>
@@ -58,6 +59,11 @@ BITMAPINFOHEADER MakeHeader(int bits, int width, int height) {
   return header;
 }
 
+Bytes Rounded(Bytes block, size_t slack) {
+  block.resize((block.size() + 7) / 8 * 8 + slack);
+  return block;
+}
+
 TestDib::TestDib(HGLOBAL dib) : dib_(dib), original_(block()) {}
 TestDib::TestDib(const Bytes& block) : TestDib(MakeBlock(block)) {}
 TestDib::TestDib(const BITMAPINFOHEADER& header, const std::vector<RGBQUAD>& table)
@@ -69,12 +75,27 @@ TestDib::TestDib(TestDib&& other) noexcept
     : dib_(std::exchange(other.dib_, nullptr)), original_(std::move(other.original_)) {}
 
 TestDib TestDib::Random(int bits, int width, int height, unsigned seed) {
-  Bytes bytes = MakeBytes(MakeHeader(bits, width, height), {});
+  return Random(MakeHeader(bits, width, height), seed);
+}
+
+TestDib TestDib::Random(const BITMAPINFOHEADER& header, unsigned seed) {
+  Bytes bytes = MakeBytes(header, {});
   std::mt19937 random(seed);
-  for (size_t i = RowsOffset(MakeHeader(bits, width, height)); i < bytes.size(); ++i) {
-    bytes[i] = static_cast<uint8_t>(random() >> 8);
-  }
+  for (size_t i = RowsOffset(header); i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(random() >> 8);
   return TestDib(bytes);
+}
+
+TestDib TestDib::Plain(const BITMAPINFOHEADER& header, Pixel pixel) {
+  TestDib dib(header);
+  dib.Fill(0, 0, header.biWidth, header.biHeight, pixel);
+  dib.Settle();
+  return dib;
+}
+
+TestDib TestDib::Ruled(int bits, double degrees) {
+  TestDib dib = Plain(MakeHeader(bits, 500, 500), (1u << bits) - 1);
+  dib.DrawRule(degrees, 0);
+  return dib;
 }
 
 TestDib TestDib::Drawn(std::initializer_list<std::string_view> pageRows) {
@@ -120,6 +141,14 @@ void TestDib::SetHeader(const BITMAPINFOHEADER& header) {
   Settle();
 }
 
+TestDib TestDib::With(const std::function<void(BITMAPINFOHEADER&)>& change) const {
+  BITMAPINFOHEADER info = header();
+  change(info);
+  TestDib copy(block());
+  copy.SetHeader(info);
+  return copy;
+}
+
 size_t TestDib::pixelBytes() const {
   const BITMAPINFOHEADER info = header();
   return StrideOf(info) * static_cast<size_t>(info.biHeight);
@@ -160,6 +189,15 @@ void TestDib::Fill(int left, int top, int width, int height, Pixel pixel) {
     }
   }
   GlobalUnlock(dib_);
+}
+
+void TestDib::DrawRule(double degrees, Pixel ink) {
+  const double radians = degrees * 0.017453292519943295;
+  for (int step = -200; step <= 200; ++step) {
+    Fill(width() / 2 + static_cast<int>(std::lround(step * std::cos(radians))),
+         height() / 2 - static_cast<int>(std::lround(step * std::sin(radians))), 2, 2, ink);
+  }
+  Settle();
 }
 
 std::vector<Pixel> TestDib::Pixels() const {

@@ -5,6 +5,7 @@
 #include <rastrel.h>
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -17,6 +18,9 @@ using Pixel = uint32_t;  // an index, or 0xRRGGBB at 24 bits
 
 // The 40-byte header of an uncompressed picture with a full colour table and 300 dpi.
 BITMAPINFOHEADER MakeHeader(int bits, int width, int height);
+
+// A block as large as the platform makes it, with `slack` bytes behind.
+Bytes Rounded(Bytes block, size_t slack = 0);
 
 class TestDib {
  public:
@@ -34,6 +38,11 @@ class TestDib {
 
   // Random pixels and padding; the same for the same seed.
   static TestDib Random(int bits, int width, int height, unsigned seed);
+  static TestDib Random(const BITMAPINFOHEADER& header, unsigned seed);
+  // A page of one pixel.
+  static TestDib Plain(const BITMAPINFOHEADER& header, Pixel pixel);
+  // A light page of 500 x 500 with a dark rule through its middle that rises by `degrees` toward the right.
+  static TestDib Ruled(int bits, double degrees);
   // A black-and-white 1-bit page (entry 0 black), drawn from the top: '#' is black, anything else white.
   static TestDib Drawn(std::initializer_list<std::string_view> pageRows);
 
@@ -46,6 +55,8 @@ class TestDib {
   void SetBlock(const Bytes& bytes);  // of the same size
   BITMAPINFOHEADER header() const;
   void SetHeader(const BITMAPINFOHEADER& header);
+  // A copy whose header `change` has altered.
+  TestDib With(const std::function<void(BITMAPINFOHEADER&)>& change) const;
   int width() const { return header().biWidth; }
   int height() const { return header().biHeight; }
   size_t pixelBytes() const;
@@ -55,6 +66,7 @@ class TestDib {
   void Set(int x, int y, Pixel pixel);
   // Set and Fill want a Settle behind them where Unchanged is asked.
   void Fill(int left, int top, int width, int height, Pixel pixel);
+  void DrawRule(double degrees, Pixel ink);
   // All pixels, page row by page row, without padding.
   std::vector<Pixel> Pixels() const;
   // The page rows of a 1-bit page as Drawn takes them.

@@ -28,18 +28,22 @@ TEST(ErrorDiffusion, EqualsThePlainVersion) {
           const TestDib page(TonePage(bits, width, height, ++seed));
           SCOPED_TRACE(::testing::Message() << bits << " to " << target << " bits, " << width << " x "
                                             << height << ", seed " << seed);
-          Bytes expected = reference::DitherFS4(page.block(), target);
-          expected.resize((expected.size() + 7) / 8 * 8);
-          ASSERT_EQ(expected, TestDib(DitherFS4(page.handle(), target)).block());
+          ASSERT_EQ(Rounded(reference::DitherFS4(page.block(), target)),
+                    TestDib(DitherFS4(page.handle(), target)).block());
           ASSERT_EQ(0, RastrelError());
-          expected = reference::DitherJJN(page.block(), target);
-          expected.resize((expected.size() + 7) / 8 * 8);
-          ASSERT_EQ(expected, TestDib(DitherJJN(page.handle(), target)).block());
+          ASSERT_EQ(Rounded(reference::DitherJJN(page.block(), target)),
+                    TestDib(DitherJJN(page.handle(), target)).block());
           ASSERT_TRUE(page.Unchanged());
         }
       }
     }
   }
+}
+
+TEST(ErrorDiffusion, EqualsThePlainVersionOnVeryWidePages) {
+  const TestDib page(TonePage(8, 40001, 2, 1));
+  EXPECT_EQ(Rounded(reference::DitherFS4(page.block(), 1)), TestDib(DitherFS4(page.handle(), 1)).block());
+  EXPECT_EQ(Rounded(reference::DitherJJN(page.block(), 1)), TestDib(DitherJJN(page.handle(), 1)).block());
 }
 
 // Hand-made pages whose last tones are one below and one above what turns them white. Where a tone and what
@@ -96,6 +100,16 @@ TEST(DitherJJN, KeptRowAfterNextHolds13513AndStays) {
       page.pop_back();
       expected.pop_back();
     }
+  }
+}
+
+TEST(DitherJJN, KeptSharesOfZeroReplaceCellsToo) {
+  // The first pixel of the third row leaves -1: its shares are 0, and all that the first row left for the
+  // last goes.
+  for (const int tone : {128, 129}) {
+    const TestDib page =
+        GreyPage({{128, 237, 242}, {237, 242, 247}, {241, 253, 247}, {242, 253, 247}, {0, 0, tone}});
+    EXPECT_EQ(tone == 129 ? 1u : 0u, Dithered(DitherJJN, page, 1).back().back());
   }
 }
 

@@ -22,6 +22,7 @@ TestDib PageOf(int bits, const std::vector<std::vector<Pixel>>& storedRows) {
 Bytes TonePage(int bits, int width, int height, unsigned seed) {
   std::mt19937 random(seed);
   BITMAPINFOHEADER header = MakeHeader(bits, width, height);
+  header.biYPelsPerMeter = 5906;
   const bool runs = seed % 2 != 0;
   const unsigned table = seed / 2 % 3;  // ramp, random, short and random
   if (table == 2) header.biClrUsed = 1 + static_cast<uint32_t>(random() % 12);

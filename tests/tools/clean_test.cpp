@@ -58,21 +58,27 @@ uint8_t BrightnessAt(const Dib& page, int x, int y) {
 
 int64_t DarkPixels(const Dib& page) {
   const PageView view(page);
-  const std::vector<uint8_t> table = BrightnessTable(view);
   std::vector<uint8_t> row(static_cast<size_t>(view.width()));
   int64_t dark = 0;
   for (int y = 0; y < view.height(); ++y) {
-    RowBrightness(view, table, y, 0, view.width(), row.data());
-    for (const uint8_t value : row) dark += value < 128;
+    RowBrightness(view, BrightnessTable(view), y, 0, view.width(), row.data());
+    dark += std::ranges::count_if(row, [](uint8_t value) { return value < 128; });
   }
   return dark;
 }
 
 bool SamePixels(const Dib& a, const Dib& b) {
   const PageView one(a), other(b);
-  return one.width() == other.width() && one.height() == other.height() &&
-         std::equal(one.pixels().begin(), one.pixels().end(), other.pixels().begin());
+  return one.width() == other.width() && std::ranges::equal(one.pixels(), other.pixels());
 }
+
+// What comes of a page, and what is noted of it.
+struct Cleaned {
+  explicit Cleaned(Dib dib, const CleanOptions& options = {})
+      : page(CleanPage(std::move(dib), options, &record)) {}
+  PageRecord record;
+  Dib page;
+};
 
 TEST(Clean, LeavesAGoodPageAsItIs) {
   for (const int bits : {1, 4, 8, 24}) {
@@ -84,48 +90,37 @@ TEST(Clean, LeavesAGoodPageAsItIs) {
     drawing.Fill(60, 60, 80, 100);
     drawing.Fill(600, 1700, 602, 1740);  // a thin stroke
     const Dib before = Duplicate(drawing.page());
-    PageRecord record;
-    const Dib after = CleanPage(drawing.Take(), {}, &record);
-    EXPECT_TRUE(SamePixels(before, after)) << bits << " bits: " << DarkPixels(before) - DarkPixels(after)
-                                           << " dark pixels lost, turned by " << record.skew.value_or(0);
-    EXPECT_EQ(bits, PageView(after).bits());
+    const Cleaned after(drawing.Take());
+    EXPECT_TRUE(SamePixels(before, after.page)) << bits << " bits";
+    EXPECT_EQ(bits, PageView(after.page).bits());
   }
 }
 
 TEST(Clean, TurnsPagesStraightOnTheirOwnGround) {
   for (const int bits : {1, 4, 8, 24}) {
     for (const double degrees : {-4.0, 0.7, 2.5, 11.0}) {
-      SCOPED_TRACE(::testing::Message() << bits << " bits, " << degrees << " degrees");
-      Drawing drawing(bits);
-      drawing.Text(degrees);
-      PageRecord record;
-      const Dib after = CleanPage(drawing.Take(), {}, &record);
-      EXPECT_NEAR(degrees, record.skew.value_or(0), 0.11);
-      EXPECT_TRUE(record.isTurned);
-      EXPECT_EQ(255, BrightnessAt(after, 0, 0));
-      EXPECT_NEAR(0, FindSkew(Duplicate(after)).value_or(99), 0.11);
+      for (const bool isTextDark : {true, false}) {
+        SCOPED_TRACE(::testing::Message() << bits << " bits, " << degrees << " degrees, dark " << isTextDark);
+        Drawing drawing(bits);
+        drawing.Text(degrees);
+        for (uint8_t& byte : PageView(drawing.page()).pixels()) byte ^= isTextDark ? 0 : 0xFF;
+        const Cleaned after(drawing.Take());
+        EXPECT_EQ(isTextDark, after.record.isTextDark);
+        EXPECT_NEAR(degrees, after.record.skew.value_or(0), 0.11);
+        EXPECT_TRUE(after.record.isTurned);
+        EXPECT_EQ(isTextDark ? 255 : 0, BrightnessAt(after.page, 0, 0));
+        EXPECT_NEAR(0, FindSkew(Duplicate(after.page)).value_or(99), 0.11);
+        EXPECT_EQ(0, after.record.trimmedPixels + after.record.holes);
+      }
     }
   }
 }
 
-TEST(Clean, KeepsLightTextAndItsGround) {
-  Drawing drawing(8);
-  drawing.Text(2);
-  for (uint8_t& byte : PageView(drawing.page()).pixels()) byte = static_cast<uint8_t>(~byte);
-  PageRecord record;
-  const Dib after = CleanPage(drawing.Take(), {}, &record);
-  EXPECT_FALSE(record.isTextDark);
-  EXPECT_NEAR(2, record.skew.value_or(0), 0.11);
-  EXPECT_EQ(0, BrightnessAt(after, 0, 0));
-  EXPECT_EQ(0, record.trimmedPixels + record.holes);
-}
-
 TEST(Clean, TrimsBordersAndErasesHolesOnly) {
-  struct Case {
-    int bits, width;  // around the ends of 32-bit words
-  };
-  for (const auto& [bits, width] :
-       {Case{1, 1240}, Case{1, 1247}, Case{1, 1248}, Case{8, 1240}, Case{24, 1241}}) {
+  CleanOptions options;
+  options.removesSpecks = false;
+  // Widths around the ends of 32-bit words.
+  for (const auto& [bits, width] : {std::pair{1, 1240}, {1, 1247}, {1, 1248}, {8, 1240}, {24, 1241}}) {
     SCOPED_TRACE(::testing::Message() << bits << " bits, width " << width);
     Drawing clean(bits, width), dirty(bits, width);
     for (Drawing* drawing : {&clean, &dirty}) {
@@ -136,29 +131,22 @@ TEST(Clean, TrimsBordersAndErasesHolesOnly) {
     dirty.Fill(width - 20, 0, width, kHeight);
     dirty.Disc(80, 700, 18);  // 6 mm
     dirty.Disc(80, 1200, 20);
-    CleanOptions options;
-    options.removesSpecks = false;
-    PageRecord record;
-    const Dib after = CleanPage(dirty.Take(), options, &record);
-    EXPECT_EQ(2, record.holes);
-    EXPECT_TRUE(SamePixels(clean.page(), after))
-        << DarkPixels(after) - DarkPixels(clean.page()) << " too dark";
+    const Cleaned after(dirty.Take(), options);
+    EXPECT_EQ(2, after.record.holes);
+    EXPECT_TRUE(SamePixels(clean.page(), after.page));
   }
 }
 
 TEST(Clean, RemovesSpecksButNoStrokes) {
-  Drawing clean(1), dirty(1);
-  for (Drawing* drawing : {&clean, &dirty}) {
-    drawing->Text(0);
-    drawing->Fill(300, 1700, 800, 1701);  // a hairline
-    drawing->Fill(310, 1720, 313, 1723);  // the dot of an i
-  }
-  for (int i = 0; i < 200; ++i) dirty.Fill(20 + 6 * i, 30 + i % 7 * 10, 21 + 6 * i, 31 + i % 7 * 10);
-  PageRecord record;
-  const Dib after = CleanPage(dirty.Take(), {}, &record);
-  // The hairline may lose its two ends.
-  EXPECT_NEAR(static_cast<double>(DarkPixels(clean.page())), static_cast<double>(DarkPixels(after)), 2);
-  EXPECT_NEAR(200, static_cast<double>(record.specks), 2);
+  Drawing drawing(1);
+  drawing.Text(0);
+  drawing.Fill(300, 1700, 800, 1701);  // a hairline, which may lose its two ends
+  drawing.Fill(310, 1720, 313, 1723);  // the dot of an i
+  const auto dark = static_cast<double>(DarkPixels(drawing.page()));
+  for (int i = 0; i < 200; ++i) drawing.Fill(20 + 6 * i, 30 + i % 7 * 10, 21 + 6 * i, 31 + i % 7 * 10);
+  const Cleaned after(drawing.Take());
+  EXPECT_NEAR(dark, static_cast<double>(DarkPixels(after.page)), 2);
+  EXPECT_NEAR(200, static_cast<double>(after.record.specks), 2);
 }
 
 TEST(Clean, DoesWhatTheOptionsSayAndNotesWhatItCannotDo) {
@@ -168,31 +156,31 @@ TEST(Clean, DoesWhatTheOptionsSayAndNotesWhatItCannotDo) {
   const Dib page = drawing.Take();
   CleanOptions options;
   options.trims = options.erasesHoles = options.deskews = false;
-  PageRecord record;
-  EXPECT_TRUE(SamePixels(page, CleanPage(Duplicate(page), options, &record)));
-  ASSERT_EQ(1u, record.skipped.size());  // specks, on a colour page
-  EXPECT_EQ("specks", record.skipped[0].step);
+  const Cleaned nothing(Duplicate(page), options);
+  EXPECT_TRUE(SamePixels(page, nothing.page));
+  ASSERT_EQ(1u, nothing.record.skipped.size());
+  EXPECT_EQ("specks", nothing.record.skipped[0].step) << "on a colour page";
 
   options.deskews = true;
   options.mostSkew = 2;
-  record = {};
-  EXPECT_TRUE(SamePixels(page, CleanPage(Duplicate(page), options, &record)));
-  EXPECT_NEAR(3, record.skew.value_or(0), 0.11);
+  const Cleaned measured(Duplicate(page), options);
+  EXPECT_TRUE(SamePixels(page, measured.page));
+  EXPECT_NEAR(3, measured.record.skew.value_or(0), 0.11);
 
   for (const char* reduction : {"halftone:threshold", "halftone:ordered", "dither:fs,1", "dither:jjn,1"}) {
     options.reduction = {ParseStep(reduction)};
-    record = {};
-    const Dib reduced = CleanPage(Duplicate(page), options, &record);
-    EXPECT_EQ(1, PageView(reduced).bits());
-    EXPECT_NEAR(1, static_cast<double>(DarkPixels(reduced)) / static_cast<double>(DarkPixels(page)), 0.05)
+    const Cleaned reduced(Duplicate(page), options);
+    EXPECT_EQ(1, PageView(reduced.page).bits());
+    EXPECT_NEAR(1, static_cast<double>(DarkPixels(reduced.page)) / static_cast<double>(DarkPixels(page)),
+                0.05)
         << reduction;
   }
 
   // Other resolutions across than down: neither hole nor skew can be measured.
   PageView(page).header().biYPelsPerMeter = kDots / 2;
-  record = {};
-  EXPECT_TRUE(SamePixels(page, CleanPage(Duplicate(page), {}, &record)));
-  EXPECT_EQ(3u, record.skipped.size());
+  const Cleaned unmeasured(Duplicate(page));
+  EXPECT_TRUE(SamePixels(page, unmeasured.page));
+  EXPECT_EQ(3u, unmeasured.record.skipped.size());
 }
 
 TEST(Clean, GivesTwoColourPagesTheirColoursBack) {
@@ -204,10 +192,9 @@ TEST(Clean, GivesTwoColourPagesTheirColoursBack) {
     view.palette()[0] = isDarkFirst ? blue : cream;
     view.palette()[1] = isDarkFirst ? cream : blue;
     if (!isDarkFirst) ExchangeWithZero(view, {{1, 0, 0}});
-    PageRecord record;
-    const Dib after = CleanPage(drawing.Take(), {}, &record);
-    EXPECT_TRUE(record.isTurned);
-    EXPECT_EQ((200 + 240 + 250) / 3, BrightnessAt(after, 0, 0));
+    const Cleaned after(drawing.Take());
+    EXPECT_TRUE(after.record.isTurned);
+    EXPECT_EQ((200 + 240 + 250) / 3, BrightnessAt(after.page, 0, 0));
   }
 }
 
@@ -221,9 +208,9 @@ TEST(PaintBorders, LeavesAPictureThatBleedsOffThePage) {
   const Dib before = Duplicate(drawing.page());
   CleanOptions options;
   options.removesSpecks = options.deskews = false;
-  PageRecord record;
-  EXPECT_TRUE(SamePixels(before, CleanPage(drawing.Take(), options, &record)));
-  EXPECT_EQ("trim", record.skipped.at(0).step);
+  const Cleaned after(drawing.Take(), options);
+  EXPECT_TRUE(SamePixels(before, after.page));
+  EXPECT_EQ("trim", after.record.skipped.at(0).step);
 }
 
 }  // namespace
