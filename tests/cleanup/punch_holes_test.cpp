@@ -2,6 +2,7 @@
 #include <rastrel.h>
 
 #include <algorithm>
+#include <limits>
 #include <random>
 
 #include "tests/cleanup/progress_recorder.h"
@@ -77,6 +78,19 @@ TEST(PunchHoleRemover, KeptMovesADiscAtTheEdgeInward) {
   EXPECT_EQ((std::vector<std::string>{"#ooooo......", "ooooooo.....", "ooooooo.....", "ooooooo.....",
                                       "ooooooo.....", "ooooooo.....", ".ooooo......", "............"}),
             Removed(WithBoxes(12, 8, {{0, 0, 3, 3}})));
+}
+
+TEST(PunchHoleRemover, NeedsMoreDarkCellsThanTheProductAsRounded) {
+  // At 762 dots per inch the probe is 90 x 90, and 90 * 0.89 * 90 comes out just below 7209.
+  for (const int extra : {8, 9}) {
+    const TestDib page = WithBoxes(120, 100, {{5, 5, 90, 80}, {5, 85, extra, 1}}, 30000);
+    EXPECT_EQ(extra == 9, Remove(page, 0).block() != page.block()) << extra;
+  }
+}
+
+TEST(PunchHoleRemover, PaintsTheWholePageForHugeHoles) {
+  const TestDib page = WithBoxes(120, 100, {{60, 50, 40, 40}}, 11811);
+  for (const Pixel pixel : Remove(page, std::numeric_limits<int>::max()).Pixels()) ASSERT_EQ(255u, pixel);
 }
 
 TEST(PunchHoleRemover, LeavesLinesAndWhatLiesOutsideTheBand) {

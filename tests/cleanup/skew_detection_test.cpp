@@ -55,6 +55,15 @@ TEST(DetectSkewAngle, TakesForegroundByDepthAndPolarity) {
   }
 }
 
+TEST(DetectSkewAngle, FindsTheRowsBehindAHeaderOfAnySize) {
+  // With another size than 40 the colour count of a header is not looked at.
+  const TestDib page = TestDib::Ruled(24, 4).With([](BITMAPINFOHEADER& header) {
+    header.biSize = 108;
+    header.biClrUsed = 500;
+  });
+  EXPECT_EQ(4, DetectSkewAngle(page.handle(), 1, 0, nullptr));
+}
+
 TEST(DetectSkewAngle, WipesWhatTouchesTheTopOrBottomEdgeAcrossThreeGaps) {
   // A rule rising 3 degrees; each column is black from an edge down to `gaps` light cells before the rule.
   for (const int gaps : {3, 4}) {
@@ -167,6 +176,24 @@ TEST(SkewProgress, IsAStepForEveryFifthRowAndColumn) {
   ExpectLeftOpen(host::Fault::kAllocation, 2, detectIn(page));
   ExpectLeftOpen(host::Fault::kAllocation, 0, detectIn(otherDepth));
   EXPECT_TRUE(page.Unchanged() && otherDepth.Unchanged());
+}
+
+TEST(SkewProgress, GoesOnWithoutAWindowThatTheProgramHasClosed) {
+  struct Closer {
+    int steps = 0, closes = 0;
+  } closer;
+  RastrelProgressPresenter presenter = {};
+  presenter.context = &closer;
+  presenter.progress = [](void* self, HWND window, int position, int) {
+    static_cast<Closer*>(self)->steps = position;
+    if (position == 3) DestroyWindow(window);
+  };
+  presenter.close = [](void* self, HWND) { ++static_cast<Closer*>(self)->closes; };
+  RastrelHostSetProgressPresenter(&presenter);
+  EXPECT_EQ(4, DetectSkewAngle(TestDib::Ruled(8, 4).handle(), 1, 1, nullptr));
+  RastrelHostSetProgressPresenter(nullptr);
+  EXPECT_EQ(3, closer.steps);
+  EXPECT_EQ(1, closer.closes);
 }
 
 TEST(SkewProgress, FindsTheSameAngleAsWithoutUnlessCancelled) {

@@ -100,6 +100,14 @@ TEST(RotateDIB, EqualsThePixelByPixelWalk) {
     ExpectAsReference(TestDib::Random(bits, 3000, 1, 5), 30);
     ExpectAsReference(TestDib::Random(bits, 1, 3000, 5), 50);
   }
+  for (const double angle : {0.0, 0.01, 180.0}) {
+    ExpectAsReference(TestDib::Random(1, 65535, 2, 5), angle);
+    ExpectAsReference(TestDib::Random(8, 2, 65535, 5), angle);
+  }
+  // Row starts of these fall on halves, where adding step by step and multiplying part ways.
+  for (const double angle : {5.1990286326297879, 14.035824647388736, 38.156069257459954}) {
+    ExpectAsReference(TestDib::Random(8, 64, 64, 5), angle);
+  }
 }
 
 TEST(RotateDIB, ReadsTablesOfAnyLengthAndKeepsToTheBlock) {
@@ -139,7 +147,7 @@ TEST(RotateDIB, TurnsResolutionsWithThePage) {
   for (const Case& c :
        {Case{0, 3000, 6000, 3000, 6000}, Case{90, 3000, 6000, 6000, 3000}, Case{270, 3000, 6000, 6000, 3000},
         Case{315, 3000, 6000, 4000, 4000}, Case{0, 0, 6000, 0, 0}, Case{30, 0, 0, 0, 0},
-        Case{0, kMost, -5, kMost, -4}, Case{315, kMost, -kMost, 0, 0}}) {
+        Case{0, kMost, -5, kMost, -4}, Case{-1e-20, 3000, 1, 3000, 1}, Case{315, kMost, -kMost, 0, 0}}) {
     BITMAPINFOHEADER header = MakeHeader(1, 40, 40);
     header.biXPelsPerMeter = c.x;
     header.biYPelsPerMeter = c.y;

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/tone/tone_pages.h"
-
 namespace rastrel::testing {
 
 std::ostream& operator<<(std::ostream& out, const FaultOutcome& outcome) {

@@ -82,6 +82,10 @@ class TestDib {
   Bytes original_;
 };
 
+// Blocks of a depth that are cut short, or whose headers promise more than they hold or name impossible
+// sizes.
+std::vector<Bytes> LyingBlocks(int bits);
+
 }  // namespace rastrel::testing
 
 #endif

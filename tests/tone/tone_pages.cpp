@@ -58,30 +58,4 @@ std::vector<std::vector<Pixel>> StoredRows(const TestDib& page) {
   return rows;
 }
 
-std::vector<Bytes> LyingBlocks(int bits) {
-  std::vector<Bytes> blocks;
-  const TestDib whole = TestDib::Random(bits, 9, 5, 1);
-  for (size_t size = 8; size < whole.block().size(); size += 8) {
-    Bytes cut = whole.block();
-    cut.resize(size);
-    blocks.push_back(cut);
-  }
-  const auto add = [&](int width, int height, uint32_t coloursUsed) {
-    BITMAPINFOHEADER header = whole.header();
-    header.biWidth = width;
-    header.biHeight = height;
-    header.biClrUsed = coloursUsed;
-    Bytes block = whole.block();
-    std::memcpy(block.data(), &header, sizeof(header));
-    blocks.push_back(block);
-  };
-  for (const int size : {0, -1, INT32_MIN, INT32_MAX, 0x10000}) {
-    add(size, 5, 0);
-    add(9, size, 0);
-    add(size, size, 0);
-  }
-  for (const uint32_t colours : {2000u, 0x3FFFFFFFu, 0x40000000u, 0xFFFFFFFFu}) add(9, 5, colours);
-  return blocks;
-}
-
 }  // namespace rastrel::testing

@@ -24,9 +24,6 @@ TestDib ColourPage(const std::vector<std::vector<Pixel>>& storedRows);
 // The pixels of a page, rows as stored.
 std::vector<std::vector<Pixel>> StoredRows(const TestDib& page);
 
-// Blocks whose headers promise more than they hold or name impossible sizes, of a depth.
-std::vector<Bytes> LyingBlocks(int bits);
-
 }  // namespace rastrel::testing
 
 #endif

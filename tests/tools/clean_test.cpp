@@ -109,6 +109,7 @@ TEST(Clean, TurnsPagesStraightOnTheirOwnGround) {
         EXPECT_NEAR(degrees, after.record.skew.value_or(0), 0.11);
         EXPECT_TRUE(after.record.isTurned);
         EXPECT_EQ(isTextDark ? 255 : 0, BrightnessAt(after.page, 0, 0));
+        EXPECT_EQ(isTextDark, DarkPixels(after.page) < kWidth * kHeight / 2);
         EXPECT_NEAR(0, FindSkew(Duplicate(after.page)).value_or(99), 0.11);
         EXPECT_EQ(0, after.record.trimmedPixels + after.record.holes);
       }
