@@ -11,8 +11,7 @@
 namespace rastrel {
 namespace {
 
-// ---- shearing
-// ----------------------------------------------------------------------------------------------------
+// ---- shearing ----
 
 SkewCorners ShearedCorners(int32_t width, int32_t height, bool horizontal, int32_t shift) {
   SkewCorners corners = {0, 0, width, 0, width, height, 0, height};
@@ -70,6 +69,7 @@ void CopyRowShifted(const uint8_t* from, uint64_t count, RowOffset offset, uint8
 }
 
 void ShearRows(const ConstRows& source, unsigned bits, int32_t shift, const Rows& result) {
+  if (source.stride == 0) return;  // a depth of 0
   const uint64_t reachBits = static_cast<uint64_t>(std::abs(int64_t{shift})) * bits;
   const uint64_t rowBytes = (static_cast<uint64_t>(source.width) * bits + 7) / 8;
   for (int y = 0; y < source.height; ++y) {
@@ -162,8 +162,7 @@ HGLOBAL Shear(const LockedDib& source, bool horizontal, int32_t shift, ErrorCode
   return result.Release();
 }
 
-// ---- black margins
-// -----------------------------------------------------------------------------------------------
+// ---- black margins ----
 
 constexpr unsigned kLightFrom = 100;  // of the mean of blue, green and red
 constexpr uint8_t kWhiteByte = 255;   // Kept: an index of 255 at 8 bits, whatever the table holds there.

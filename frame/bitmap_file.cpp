@@ -192,7 +192,10 @@ int RASTREL_CALL SaveDIB(const char* fileName, HGLOBAL dib) {
   // A handle with nothing behind it would be a write of 0 bytes. It must not cost the file that is there.
   const LockedDib source(dib);
   if (!source) return fail(ErrFileIO);
-  if (!source.Holds(0, kHeaderBytes)) return fail(ErrDIBSize);
+  const bool isCore = source.header().biSize == sizeof(BITMAPCOREHEADER);
+  if (!source.Holds(0, isCore ? sizeof(BITMAPCOREHEADER) : kHeaderBytes)) return fail(ErrDIBSize);
+  if (source.size() > kMaxBlockBytes - kFileHeaderBytes)
+    return fail(ErrDIBSize);  // the file's size has 32 bits
 
   const File file(fileName, GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
   if (!file) return fail(ErrOpenFile);

@@ -16,7 +16,8 @@ using Header = BITMAPINFOHEADER;
 static_assert(std::endian::native == std::endian::little, "headers and rows are used as they lie in files");
 
 constexpr uint64_t kHeaderBytes = sizeof(Header);
-constexpr uint64_t kMaxBlockBytes = 0xFFFFFFFF;
+// Below 4 GiB also when the platform rounds it up.
+constexpr uint64_t kMaxBlockBytes = 0xFFFFFFF8;
 
 // Returns the number of colour-table entries behind a 40-byte or 12-byte header: biClrUsed of a 40-byte one
 // when it is set, else 2, 16, 256 or 0 for 1, 4, 8 and other depths. A header of another size is read as a

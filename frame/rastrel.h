@@ -41,8 +41,7 @@
 extern "C" {
 #endif
 
-/* ---- frame and errors ------------------------------------------------------------------------------------
- */
+/* ---- frame and errors ---- */
 
 /* The error codes. RastrelErrorString has their texts. */
 enum RastrelErrorCode {
@@ -124,34 +123,35 @@ RASTREL_API int RASTREL_CALL BZoomSetScaleSteps(int base, const ScaleStepTable* 
 /* Copies the thread's tables to the non-null arguments and returns the zoom base. */
 RASTREL_API int RASTREL_CALL BZoomGetScaleSteps(ScaleStepTable* zoomIn, ScaleStepTable* zoomOut);
 
-/* ---- DIB blocks and bitmap files
- * --------------------------------------------------------------------------- */
+/* ---- DIB blocks and bitmap files ---- */
 
 /* Reads the headers and colour table of a bitmap from an open file (a descriptor; on Windows a file handle as
  * the old-style calls take it) that stands at a file header or at a bare bitmap header. Returns a block with
  * a 40-byte header and the table but no rows, and leaves the file at the rows. Headers of 40 and 12 bytes are
- * understood. Errors: 8 file is -1, 4 headers cut short, 9 other header sizes; none when memory runs out. */
+ * understood. Errors: 8 file is -1, 4 headers cut short, 9 other header sizes, 17 cannot be locked; none when
+ * memory runs out. */
 RASTREL_API HGLOBAL RASTREL_CALL ReadDIBInfo(int file);
 
 /* Returns the bytes of the colour table behind `header` (an address, not a handle): 4 an entry for a 40-byte
  * header, 3 for any other. Null gives 0. */
 RASTREL_API int RASTREL_CALL PaletteSize(const void* header);
 
-/* Returns a copy of the whole block, or null. Sets no error. */
+/* Returns a copy of the whole block, or null. Neither header nor rows are looked at. A block that cannot be
+ * locked gives a cleared copy. Sets no error. */
 RASTREL_API HGLOBAL RASTREL_CALL DuplicateDIB(HGLOBAL dib);
 
 /* Loads a bitmap file (with or without its 14-byte file header; run-length rows are kept as they stand).
  * Rows that the file lacks hold no particular values. Errors: 3 the file cannot be opened, 4 headers cut
- * short, 9 not a known header; none when memory runs out. */
+ * short, 9 not a known header, 17 cannot be locked; none when memory runs out. */
 RASTREL_API HGLOBAL RASTREL_CALL LoadDIBFromFile(const char* fileName);
 
 /* Writes a block as a bitmap file, in place of what the file held. Returns 1, or 0 and error 8 (null handle),
- * 3 (cannot be created), 4 (a write put nothing, or the block cannot be read). A full disk is not noticed:
- * compare the size of the file with the size field in it. A failed save leaves a partial file. */
+ * 3 (cannot be created), 4 (a write put nothing, or the block cannot be locked), 19 (no header in the block).
+ * A full disk is not noticed: compare the size of the file with the size field in it. A failed save leaves a
+ * partial file. */
 RASTREL_API int RASTREL_CALL SaveDIB(const char* fileName, HGLOBAL dib);
 
-/* ---- geometry
- * ---------------------------------------------------------------------------------------------- */
+/* ---- geometry ---- */
 
 /* Turns a page of 1, 4, 8 or 24 bits counter-clockwise by any angle in degrees, about its centre, taking the
  * nearest source pixel. The result holds the whole turned page; its width and height are even, and what lies
@@ -165,25 +165,25 @@ RASTREL_API HGLOBAL RASTREL_CALL RotateDIB90(HGLOBAL dib);
 RASTREL_API HGLOBAL RASTREL_CALL RotateDIB180(HGLOBAL dib);
 RASTREL_API HGLOBAL RASTREL_CALL RotateDIB270(HGLOBAL dib);
 
-/* ---- tone
- * -------------------------------------------------------------------------------------------------- */
+/* ---- tone ---- */
 
 /* Dither a page of 4, 8 or 24 bits to fewer: `bits` is 1 (black and white), 4 (eight colours at even indices)
  * or 8 (a cube of 8 reds, 8 greens and 4 blues), by Floyd-Steinberg or Jarvis-Judice-Ninke error diffusion.
  * Success sets error 0. Errors: 8 bad `bits` or (FS4) null handle, 17 null handle (JJN) or cannot be locked
- * (FS4), 20 not fewer bits than the page has or a depth not listed, 1 no memory or cannot be locked (JJN). */
+ * (FS4), 20 not fewer bits than the page has or a depth not listed (one more lock is left on `dib` then), 1
+ * no memory or cannot be locked (JJN). */
 RASTREL_API HGLOBAL RASTREL_CALL DitherFS4(HGLOBAL dib, int bits);
 RASTREL_API HGLOBAL RASTREL_CALL DitherJJN(HGLOBAL dib, int bits);
 
 /* Reduces a page of 4, 8 or 24 bits to black and white. `method` is 0 (threshold at 128), 1 (error diffusion)
  * or 2 (ordered, 16 x 16); `brightness` is added to every grey first. Never touches the thread's error;
- * `*error` (may be null) is written on failure only: 8 null handle, other method or depth, 1 no memory or
- * cannot be locked, 19 a block smaller than its header says. Kept: of a page of 24 bits only every third row
- * is reduced, to the lower third of a result that is blank above; make it grey before. */
+ * `*error` (may be null) is written on failure only: 8 null handle, other method or depth (one more lock is
+ * left on `dib` for a depth), 1 no memory or cannot be locked, 19 a block smaller than its header says. Of a
+ * page of 24 bits only every third row is reduced, to the lower third of a result that is blank above: make
+ * it grey before. */
 RASTREL_API HGLOBAL RASTREL_CALL Halftone(HGLOBAL dib, uint16_t method, int brightness, uint16_t* error);
 
-/* ---- page cleanup
- * ------------------------------------------------------------------------------------------ */
+/* ---- page cleanup ---- */
 
 /* Returns by how many whole degrees (-44 to 45) the lines of a page of 1, 8 or 24 bits rise to the right, 0
  * when that cannot be told or anything fails. `darkForeground` is non-zero for dark text on a light ground.
@@ -192,19 +192,23 @@ RASTREL_API HGLOBAL RASTREL_CALL Halftone(HGLOBAL dib, uint16_t method, int brig
 RASTREL_API int RASTREL_CALL DetectSkewAngle(HGLOBAL dib, int darkForeground, int showProgress, HWND parent);
 
 /* Shears a page by `shift` pixels: sideways when `horizontal` is non-zero (a positive shift moves the top
- * edge to the right), else up and down. The page grows by |shift|; what is uncovered is 0. `corners` receives
- * where the old corners went. Success sets error 0. On failure the code stands in the thread's error and in
- * `*error`: 8 null handle or header size, 17 cannot be locked, 18 compressed, 19 bad size, 1 no memory.
- * Either pointer may be null. */
+ * edge to the right), else by columns (a positive shift moves the right edge up; depths other than 1, 4, 8
+ * and 24 come out blank). The page grows by |shift|; what is uncovered is 0. `corners` receives where the old
+ * corners went; by columns the whole top or bottom edge counts as moved. Success sets error 0, leaves
+ * `*error` as it was, and leaves one more lock on `dib`: unlock it. On failure the code stands in the
+ * thread's error and in `*error`: 8 null handle or header size, 17 cannot be locked, 18 compressed, 19 bad
+ * size, 1 no memory. Either pointer may be null. */
 RASTREL_API HGLOBAL RASTREL_CALL SkewDIB(HGLOBAL dib, int horizontal, int shift, uint32_t* error,
                                          SkewCorners* corners);
 
 /* Returns a copy of a page of 1, 8 or 24 bits in which the dark margins at the left and right end of every
- * row are white. A 1-bit page whose entry 0 is not black comes back as it was. Sets no error. */
+ * row are white: at 8 bits index 255, whatever its colour. A 1-bit page whose entry 0 is not black comes back
+ * as it was. Sets no error. */
 RASTREL_API HGLOBAL RASTREL_CALL TrimBlackBorder(HGLOBAL dib);
 
 /* Turns a page back by the skew that DetectSkewAngle finds and, if `trimBorder` is set and the text is dark,
- * trims its black border. Returns null when there is no skew. Sets no error of its own. */
+ * trims its black border. Returns null when there is no skew and when anything fails. Sets no error of its
+ * own. */
 RASTREL_API HGLOBAL RASTREL_CALL DeskewDIB(HGLOBAL dib, int darkForeground, int showProgress, HWND parent,
                                            int trimBorder);
 

@@ -102,7 +102,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserv
       rastrel::GetThreadState();
       return TRUE;
     case DLL_THREAD_DETACH:
-      rastrel::FreeThreadState(rastrel::StateSlot());
+      rastrel::FreeThreadState(rastrel::stateSlot.load());
       return TRUE;
     case DLL_PROCESS_DETACH:
       return rastrel::DetachProcess();

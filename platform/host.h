@@ -54,7 +54,7 @@ typedef struct tagRGBQUAD {
 #define BI_RLE8 1u
 #define BI_RLE4 2u
 
-/* ---- memory blocks ---------------------------------------------------------------------------------------
+/* ---- memory blocks ----
  *
  * A block is reached through a handle. Handles that are null, made up, freed, or freed and used again for
  * another block are told apart from live ones. */
@@ -92,7 +92,7 @@ RASTREL_HOST_API HGLOBAL GlobalFree(HGLOBAL block);
 /* Nothing is ever compacted here. Returns `bytes`. */
 RASTREL_HOST_API size_t GlobalCompact(size_t bytes);
 
-/* ---- what the host shows ---------------------------------------------------------------------------------
+/* ---- what the host shows ----
  *
  * Set these before the library is used, or while no operation runs. Each is copied; null takes it away. */
 

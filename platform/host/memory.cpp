@@ -32,11 +32,13 @@ constexpr uintptr_t kHugePage = uintptr_t{2} << 20;
 // Asks for huge pages in a large block. The first touch of fresh memory costs a third then, and it costs more
 // than most operations do.
 void* PreferHugePages(void* memory, size_t size) {
+#ifdef MADV_HUGEPAGE
   const auto begin = (reinterpret_cast<uintptr_t>(memory) + kHugePage - 1) & ~(kHugePage - 1);
   const auto end = (reinterpret_cast<uintptr_t>(memory) + size) & ~(kHugePage - 1);
   if (memory != nullptr && size >= 2 * kHugePage && begin < end) {
     madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
   }
+#endif
   return memory;
 }
 
@@ -57,9 +59,11 @@ HGLOBAL GlobalAlloc(unsigned flags, size_t bytes) {
 
 void* GlobalLock(HGLOBAL block) {
   if (ShouldFail(Fault::kLock)) return nullptr;
+  const HandleSlot* slot = FindHandle(block, HandleKind::kMemory);
   unsigned before = 0;
-  const HandleSlot* slot = ChangeLockCount(block, HandleKind::kMemory, +1, &before);
-  return slot == nullptr ? nullptr : slot->data;
+  // A block of size 0 has nothing to lock.
+  if (slot == nullptr || slot->data == nullptr) return nullptr;
+  return ChangeLockCount(block, HandleKind::kMemory, +1, &before) == nullptr ? nullptr : slot->data;
 }
 
 int GlobalUnlock(HGLOBAL block) {

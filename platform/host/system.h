@@ -10,7 +10,6 @@
 #include <cstdint>
 
 using BOOL = int;
-using BYTE = uint8_t;
 using WORD = uint16_t;
 using DWORD = uint32_t;
 using LONG = int32_t;
@@ -31,8 +30,7 @@ using LPCSTR = const char*;
 constexpr BOOL FALSE = 0;
 constexpr BOOL TRUE = 1;
 
-// ---- the loader
-// -------------------------------------------------------------------------------------------------
+// ---- the loader ----
 
 constexpr DWORD DLL_PROCESS_DETACH = 0;
 constexpr DWORD DLL_PROCESS_ATTACH = 1;
@@ -46,8 +44,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved
 // The top bit is set on the platform family that notifies a library twice.
 DWORD GetVersion();
 
-// ---- threads
-// ----------------------------------------------------------------------------------------------------
+// ---- threads ----
 
 // Slots of thread-local storage. A thread that ends with a value in a slot is reported with
 // DLL_THREAD_DETACH.
@@ -59,16 +56,14 @@ BOOL TlsFree(DWORD slot);
 
 [[noreturn]] void ExitThread(DWORD exitCode);
 
-// ---- the process heap
-// -------------------------------------------------------------------------------------------
+// ---- the process heap ----
 
 constexpr DWORD HEAP_ZERO_MEMORY = 8;
 HANDLE GetProcessHeap();
 LPVOID HeapAlloc(HANDLE heap, DWORD flags, size_t bytes);
 BOOL HeapFree(HANDLE heap, DWORD flags, LPVOID memory);
 
-// ---- files
-// ------------------------------------------------------------------------------------------------------
+// ---- files ----
 
 constexpr DWORD GENERIC_READ = 0x80000000;
 constexpr DWORD GENERIC_WRITE = 0x40000000;
@@ -91,8 +86,7 @@ LONG _hread(HFILE file, LPVOID buffer, LONG bytes);
 LONG _hwrite(HFILE file, LPCSTR buffer, LONG bytes);
 HFILE _lclose(HFILE file);
 
-// ---- cursor and message box
-// -------------------------------------------------------------------------------------
+// ---- cursor and message box ----
 
 inline LPCSTR const IDC_WAIT = reinterpret_cast<LPCSTR>(uintptr_t{32514});
 HCURSOR LoadCursorA(HINSTANCE instance, LPCSTR name);
@@ -102,8 +96,7 @@ constexpr UINT MB_OK = 0;
 constexpr UINT MB_ICONEXCLAMATION = 0x30;
 int MessageBoxA(HWND owner, LPCSTR text, LPCSTR title, UINT style);
 
-// ---- dialogs and messages
-// ---------------------------------------------------------------------------------------
+// ---- dialogs and messages ----
 
 using DLGPROC = INT_PTR(CALLBACK*)(HWND, UINT, WPARAM, LPARAM);
 

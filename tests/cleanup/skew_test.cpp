@@ -97,9 +97,9 @@ TEST(SkewDIB, RefusesInItsOrder) {
   for (const int horizontal : {0, 1}) {
     for (const Case& c :
          {Case{12, 1, 0, 0, 1, ErrParameter, false}, Case{40, 1, 0, 0, 1, ErrCompressed, false},
-          Case{40, 0, 0, 4, 1, ErrDIBSize, false}, Case{40, 0, 4, -4, 1, ErrDIBSize, false},
-          Case{40, 0, 4, 5, 1, ErrDIBSize, true}, Case{40, 0, 4, 4, INT32_MAX, ErrNoMemory, true},
-          Case{40, 0, 4, 4, INT32_MIN, ErrNoMemory, true}}) {
+          Case{40, 0, 0, 4, 1, ErrDIBSize, false}, Case{40, 0, 4, 0, 1, ErrDIBSize, false},
+          Case{40, 0, 4, -4, 1, ErrDIBSize, false}, Case{40, 0, 4, 5, 1, ErrDIBSize, true},
+          Case{40, 0, 4, 4, INT32_MAX, ErrNoMemory, true}, Case{40, 0, 4, 4, INT32_MIN, ErrNoMemory, true}}) {
       SCOPED_TRACE(::testing::Message() << c.width << " x " << c.height << " by " << c.shift);
       const TestDib page = TestDib(MakeHeader(8, 4, 4)).With([&c](BITMAPINFOHEADER& header) {
         header.biSize = c.size;
@@ -115,8 +115,13 @@ TEST(SkewDIB, RefusesInItsOrder) {
       EXPECT_EQ(c.corners, corners.x2 != 9);
       EXPECT_TRUE(page.Unchanged());
     }
-    ExpectRefusals({ErrParameter, ErrLockMemory, ErrDIBSize}, {1, 8, 24},
-                   [horizontal](HGLOBAL dib) { return SkewDIB(dib, horizontal, 1, nullptr, nullptr); });
+    ExpectRefusals({ErrParameter, ErrLockMemory, ErrDIBSize}, {1, 8, 24}, [horizontal](HGLOBAL dib) {
+      uint32_t error = 77;
+      HGLOBAL result = SkewDIB(dib, horizontal, 1, &error, nullptr);
+      EXPECT_EQ(static_cast<uint32_t>(RastrelError()), error);
+      EXPECT_EQ(result, SkewDIB(dib, horizontal, 1, nullptr, nullptr));
+      return result;
+    });
   }
 }
 
@@ -208,6 +213,14 @@ TEST(TrimBlackBorder, ReturnsNullAndSetsNoErrorForWhatItCannotTakeOrHold) {
     EXPECT_EQ(nullptr, TrimBlackBorder(TestDib(MakeHeader(bits, 4, 4)).handle()));
   EXPECT_EQ(kErrorBefore, RastrelError());
   ExpectEveryFault(host::Fault::kAllocation, TestDib::Random(8, 20, 20, 1), kErrorBefore, TrimBlackBorder);
+}
+
+TEST(TrimBlackBorder, LeaksNothingWhereALockFails) {
+  for (const FaultOutcome& outcome :
+       RunWithFaults(host::Fault::kLock, TestDib::Random(8, 20, 20, 1), TrimBlackBorder)) {
+    EXPECT_EQ(0u, outcome.leakedBlocks) << outcome;
+    EXPECT_TRUE(outcome.inputUnchanged) << outcome;
+  }
 }
 
 // ---- DeskewDIB --------------------------------------------------------------------------------------

@@ -72,7 +72,9 @@ TEST(Settings, HaveDefaultsAndRefuseOtherModes) {
   OnFreshThread([] {
     EXPECT_EQ(4, DisplaySetStretchBltMode(3));
     for (const int refused : {0, 5, -1}) EXPECT_EQ(3, DisplaySetStretchBltMode(refused));
-    EXPECT_EQ(3, DisplayGetStretchBltMode());
+    EXPECT_EQ(3, DisplaySetStretchBltMode(1));
+    EXPECT_EQ(1, DisplaySetStretchBltMode(4));
+    EXPECT_EQ(4, DisplayGetStretchBltMode());
     EXPECT_EQ(0, SetLowMemStretch(-77));
     EXPECT_EQ(-77, GetLowMemStretch());
   });
@@ -104,6 +106,10 @@ TEST(ScaleSteps, StartWithTheDefaultsAndAreStoredOnlyWhenAllIsValid) {
     EXPECT_EQ(7, BZoomGetScaleSteps(&in, &out));
     EXPECT_EQ(0, std::memcmp(&in, &good, sizeof(in)));
     EXPECT_EQ(0, std::memcmp(&out, &defaultOut, sizeof(out)));
+    EXPECT_EQ(1, BZoomSetScaleSteps(7, nullptr, &good));
+    BZoomGetScaleSteps(nullptr, &out);
+    EXPECT_EQ(0, std::memcmp(&out, &good, sizeof(out)));
+    EXPECT_EQ(1, BZoomSetScaleSteps(1, nullptr, nullptr));
     EXPECT_EQ(1, BZoomSetScaleSteps(1000, nullptr, nullptr));
     EXPECT_EQ(1000, BZoomGetScaleSteps(nullptr, nullptr));
     EXPECT_EQ(0, RastrelError());

@@ -12,6 +12,14 @@
 namespace rastrel::testing {
 namespace {
 
+std::vector<UINT> messagesSeen;
+
+INT_PTR CALLBACK RecordMessage(HWND window, UINT message, WPARAM, LPARAM) {
+  messagesSeen.push_back(message);
+  if (message == WM_INITDIALOG) SendMessageA(GetDlgItem(window, 1002), PBM_SETRANGE32, 0, 2);
+  return TRUE;
+}
+
 TEST(MemoryBlocks, AreRoundedToEightAndCleared) {
   HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, 13);
   ASSERT_NE(nullptr, block);
@@ -56,8 +64,12 @@ TEST(MemoryBlocks, DeadHandlesAreRecognised) {
        {uintptr_t{1}, uintptr_t{2}, uintptr_t{0x1000}, ~uintptr_t{0}, ~uintptr_t{1}}) {
     dead.push_back(reinterpret_cast<HGLOBAL>(value));
   }
-  // Enough blocks come and go that the freed one's place is used again.
+  // Enough blocks come and go, and stay, that the freed one's place is in use again.
+  std::vector<HGLOBAL> others;
   for (int i = 0; i < 5000; ++i) GlobalFree(GlobalAlloc(GMEM_MOVEABLE, 8));
+  for (int i = 0; i < 3000; ++i) others.push_back(GlobalAlloc(GMEM_MOVEABLE, 8));
+  HWND window = CreateDialogParamA(nullptr, "PROGRESSDLG", nullptr, RecordMessage, 0);
+  dead.push_back(window);  // alive, but no block
   const size_t live = host::LiveBlocks();
   for (HGLOBAL handle : dead) {
     EXPECT_EQ(nullptr, GlobalLock(handle));
@@ -68,6 +80,15 @@ TEST(MemoryBlocks, DeadHandlesAreRecognised) {
     EXPECT_EQ(handle, GlobalFree(handle));
   }
   EXPECT_EQ(live, host::LiveBlocks());
+  DestroyWindow(window);
+  for (HGLOBAL other : others) GlobalFree(other);
+}
+
+TEST(MemoryBlocks, OfNoSizeCannotBeLocked) {
+  HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE, 0);
+  EXPECT_EQ(nullptr, GlobalLock(block));
+  EXPECT_EQ(0u, GlobalFlags(block));
+  EXPECT_EQ(nullptr, GlobalFree(block));
 }
 
 TEST(MemoryBlocks, ManyThreadsMakeLockAndFreeThem) {
@@ -135,14 +156,6 @@ struct Presenter {
   }
 };
 
-std::vector<UINT> messagesSeen;
-
-INT_PTR CALLBACK RecordMessage(HWND window, UINT message, WPARAM, LPARAM) {
-  messagesSeen.push_back(message);
-  if (message == WM_INITDIALOG) SendMessageA(GetDlgItem(window, 1002), PBM_SETRANGE32, 0, 2);
-  return TRUE;
-}
-
 TEST(ProgressWindow, GoesThroughThePresenterAndItsCancelComesThroughTheQueueOnce) {
   Presenter presenter;
   presenter.cancelAfter = 1;
@@ -167,6 +180,12 @@ TEST(ProgressWindow, GoesThroughThePresenterAndItsCancelComesThroughTheQueueOnce
             presenter.calls);
   EXPECT_EQ((std::vector<UINT>{WM_INITDIALOG, WM_COMMAND, WM_DESTROY}), messagesSeen);
   EXPECT_EQ(0u, host::LiveWindows());
+}
+
+TEST(ProgressWindow, IsClosedOnItsOwnThreadOnly) {
+  HWND window = CreateDialogParamA(nullptr, "PROGRESSDLG", nullptr, RecordMessage, 0);
+  std::thread([window] { EXPECT_EQ(0, DestroyWindow(window)); }).join();
+  EXPECT_EQ(1, DestroyWindow(window));
 }
 
 TEST(ProgressWindow, OnlyTheTwoTemplatesExist) {
