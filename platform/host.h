@@ -18,6 +18,9 @@ extern "C" {
 
 typedef void* HGLOBAL;
 typedef void* HWND;
+typedef void* HGDIOBJ; /* a bitmap or a palette, where either may stand */
+typedef void* HBITMAP;
+typedef void* HPALETTE;
 typedef uint32_t COLORREF; /* red in the low byte, then green, then blue */
 
 /* The three records of a packed bitmap, laid out as they lie in memory and in files. */
@@ -49,6 +52,42 @@ typedef struct tagRGBQUAD {
   uint8_t rgbRed;
   uint8_t rgbReserved;
 } RGBQUAD;
+
+/* A device bitmap: rows from the top down, bmWidthBytes each, padded to 2 bytes. */
+typedef struct tagBITMAP {
+  int32_t bmType; /* 0 */
+  int32_t bmWidth;
+  int32_t bmHeight;
+  int32_t bmWidthBytes;
+  uint16_t bmPlanes;
+  uint16_t bmBitsPixel;
+  void* bmBits;
+} BITMAP;
+
+typedef struct tagPALETTEENTRY {
+  uint8_t peRed;
+  uint8_t peGreen;
+  uint8_t peBlue;
+  uint8_t peFlags;
+} PALETTEENTRY;
+
+typedef struct tagLOGPALETTE {
+  uint16_t palVersion; /* 0x300 */
+  uint16_t palNumEntries;
+  PALETTEENTRY palPalEntry[1]; /* palNumEntries of them */
+} LOGPALETTE;
+
+typedef struct tagPOINT {
+  int32_t x;
+  int32_t y;
+} POINT;
+
+typedef struct tagRECT {
+  int32_t left;
+  int32_t top;
+  int32_t right;
+  int32_t bottom;
+} RECT;
 
 #define BI_RGB 0u
 #define BI_RLE8 1u
@@ -92,9 +131,57 @@ RASTREL_HOST_API HGLOBAL GlobalFree(HGLOBAL block);
 /* Nothing is ever compacted here. Returns `bytes`. */
 RASTREL_HOST_API size_t GlobalCompact(size_t bytes);
 
+/* ---- device bitmaps and palettes ----
+ *
+ * In memory, of 1, 4, 8, 16, 24 and 32 bits for each pixel. Pixels of 1 and 4 bits lie leftmost in the high
+ * bits; 1 is white at 1 bit; 16 bits are 5 red, 5 green, 5 blue with red in the high bits; 24 and 32 bits are
+ * blue, green, red and, at 32, a byte that conversions write as 0 and never read. Pixels of 4 and 8 bits are
+ * indices of whatever colour table the bitmap is used with. Several planes (planes times bits at most 32)
+ * hold the bits of a pixel, plane 0 the lowest; such a pixel is read as one of the next depth listed. Bits of
+ * a bitmap of less than 65,536 bytes have the planes of a row one after another; from there on each plane is
+ * whole. */
+
+/* Returns a new bitmap that starts with `bits` (zeros without), or null: a negative size, a depth not listed,
+ * more than 2^31 - 1 bytes, no memory. A width or height of 0 gives a bitmap of one black pixel of 1 bit, as
+ * the platform does. */
+RASTREL_HOST_API HBITMAP CreateBitmap(int width, int height, unsigned planes, unsigned bitsPerPixel,
+                                      const void* bits);
+
+/* The same from a record; its row length is not looked at. bmBits may be null. */
+RASTREL_HOST_API HBITMAP CreateBitmapIndirect(const BITMAP* bitmap);
+
+/* Writes what describes a bitmap (a BITMAP with null bits) or a palette (its entry count, 16 bits) and
+ * returns the bytes written: 0 for other handles and for less than a whole BITMAP's room. A null buffer is
+ * told the bytes that it needs. */
+RASTREL_HOST_API int GetObjectA(HGDIOBJ object, int bytes, void* buffer);
+
+/* Copy a bitmap's bits, `bytes` of them at most, from the first on. Return the bytes copied; with a null
+ * buffer GetBitmapBits returns the bytes that there are. */
+RASTREL_HOST_API int32_t GetBitmapBits(HBITMAP bitmap, int32_t bytes, void* buffer);
+RASTREL_HOST_API int32_t SetBitmapBits(HBITMAP bitmap, uint32_t bytes, const void* buffer);
+
+/* Returns a new palette of the entries given (1 to 65,535), or null; a palVersion other than 0x300 is
+ * refused. */
+RASTREL_HOST_API HPALETTE CreatePalette(const LOGPALETTE* palette);
+
+/* Copies entries from `first` on, as many as there are, and returns their number. With a null buffer it
+ * returns the number of all entries. */
+RASTREL_HOST_API unsigned GetPaletteEntries(HPALETTE palette, unsigned first, unsigned count,
+                                            PALETTEENTRY* entries);
+
+/* Deletes a bitmap or a palette and returns 1; 0 for other handles and for a bitmap that a device context
+ * holds. */
+RASTREL_HOST_API int DeleteObject(HGDIOBJ object);
+
 /* ---- what the host shows ----
  *
  * Set these before the library is used, or while no operation runs. Each is copied; null takes it away. */
+
+/* The screen that device bitmaps are made for: 1, 4, 8, 16, 24 or 32 bits for each pixel and, at 8 and less,
+ * 0 to 2^bits palette entries; with none it has the standard colours and is no palette device: black and
+ * white, the 16 colours, or 3 bits of red, 3 of green and 2 of blue. At first 32 bits. Returns 1, or 0 and
+ * leaves the screen as it was. */
+RASTREL_HOST_API int RastrelHostSetScreen(int bitsPerPixel, const PALETTEENTRY* palette, int entries);
 
 /* Shows a progress window. Any function may be null. Windows are named by handles that the layer makes;
  * all calls for one window come on the thread that runs the operation. */

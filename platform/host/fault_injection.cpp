@@ -34,6 +34,10 @@ bool ShouldFail(Fault fault) {
 
 size_t LiveBlocks() { return CountHandles(HandleKind::kMemory); }
 size_t LiveWindows() { return CountHandles(HandleKind::kWindow); }
+size_t LiveObjects() {
+  return CountHandles(HandleKind::kBitmap) + CountHandles(HandleKind::kPalette) +
+         CountHandles(HandleKind::kContext);
+}
 
 void SetPlatformVersion(uint32_t version) { platformVersion = version; }
 

@@ -10,7 +10,7 @@ namespace rastrel::host {
 enum class Fault : uint8_t {
   kAllocation,  // memory blocks, their growth, and the process heap
   kLock,        // GlobalLock
-  kCreation,    // windows
+  kCreation,    // windows, bitmaps, palettes, device contexts
   kWrite,       // _lwrite and _hwrite put 0 bytes
 };
 constexpr int kFaults = 4;
@@ -27,6 +27,7 @@ bool ShouldFail(Fault fault);
 
 size_t LiveBlocks();
 size_t LiveWindows();
+size_t LiveObjects();  // bitmaps, palettes and device contexts
 
 // What GetVersion answers from now on (0 at first).
 void SetPlatformVersion(uint32_t version);

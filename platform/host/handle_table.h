@@ -10,7 +10,7 @@
 
 namespace rastrel::host {
 
-enum class HandleKind : uint8_t { kNone, kMemory, kWindow };
+enum class HandleKind : uint8_t { kNone, kMemory, kWindow, kBitmap, kPalette, kContext };
 
 struct HandleSlot {
   // Generation in the high 32 bits, then the kind in bits 8 to 15 and the lock count in bits 0 to 7.
