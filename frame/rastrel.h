@@ -151,6 +151,77 @@ RASTREL_API HGLOBAL RASTREL_CALL LoadDIBFromFile(const char* fileName);
  * partial file. */
 RASTREL_API int RASTREL_CALL SaveDIB(const char* fileName, HGLOBAL dib);
 
+/* ---- pixels and palettes ---- */
+
+/* Read and set one pixel of an uncompressed page of 1, 8 or 24 bits; x from the left, y from the top. Return
+ * 1 or 0, and set no error. They have their own idea of where pixels lie: behind a full colour table,
+ * whatever biClrUsed says, and at 1 bit with the leftmost pixel of a byte in its lowest bit, the reverse of
+ * every other function. A colour that the table lacks is refused, and one more lock is left on `dib` then;
+ * its top byte is ignored. */
+RASTREL_API int RASTREL_CALL GetDIBPixelColor(HGLOBAL dib, unsigned x, unsigned y, COLORREF* colour);
+RASTREL_API int RASTREL_CALL SetDIBPixelColor(HGLOBAL dib, unsigned x, unsigned y, COLORREF colour);
+
+/* Returns a new palette of the page's colours, which the caller deletes with DeleteObject; for a page without
+ * a colour table one of 8 reds, 8 greens and 4 blues, the last entry white. Entries that the block lacks are
+ * black. Errors: 10 when a page's colours cannot become a palette (more than 65,535, no memory), 19 no header
+ * in the block; other failures set none. Where there is no memory for the palette of a page without a table,
+ * one more lock is left on `dib`. */
+RASTREL_API HPALETTE RASTREL_CALL CreateDIBPalette(HGLOBAL dib);
+
+/* Turns every colour of the colour table into 255 minus it. Returns 1 or 0; sets no error. */
+RASTREL_API int RASTREL_CALL InvertDIBPalette(HGLOBAL dib);
+
+/* Returns a new palette of the screen's colours, or null and error 2 (no device context) or 10 (a screen
+ * without a colour limit, no memory). The caller deletes it. */
+RASTREL_API HPALETTE RASTREL_CALL GetCurrentPalette(void);
+
+/* Fills `entries` with the colours of a screen that has a palette and returns 1; 0 for any other. `entries`
+ * has room for all of them: 2 at 1 bit, 16 at 4, 256 at 8. */
+RASTREL_API int RASTREL_CALL GetSystemPalette(RGBQUAD* entries);
+
+/* ---- depth conversions ---- */
+
+/* Expands a run-length compressed page of 8 or 4 bits (with a full colour table) into a new one. Decoding
+ * ends where the data does; what it did not reach is 0. Success sets error 0. Errors: 8 null handle, not such
+ * a page, no image size, a table cut short; 1 no memory; 19 negative or impossible sizes. */
+RASTREL_API HGLOBAL RASTREL_CALL ExpandCompressedDIB(HGLOBAL dib);
+
+/* Turns a page of 8 bits into one of 24 by its colour table; pages of 2, 16 and 32 bits are taken to have a
+ * byte for each pixel. Width and height count modulo 65,536. Sets error 0 on success; else 8 null handle or
+ * header size, 17 cannot be locked, 18 compressed, 13 1 or 4 bits, 31 24 bits, 19 no width or height, rows of
+ * more than 65,535 bytes, or a block cut short, 1 no memory. */
+RASTREL_API HGLOBAL RASTREL_CALL Convert8to24(HGLOBAL dib);
+
+/* ---- device bitmaps ----
+ *
+ * A bitmap is a device bitmap of the platform's. New ones belong to the caller, who frees them with
+ * DeleteObject. */
+
+/* Returns a bitmap's pixels as a page of 1, 4, 8 or 24 bits (24 for 16 and 32). The colour table is `palette`
+ * when it has no more entries than the depth has colours, else (or without one) the screen's palette, else a
+ * standard one: black and white, the 16 standard colours, a cube of 8 reds, 8 greens and 4 blues. Sets no
+ * error of its own, but leaves 10 behind, with success, where the screen has no palette and one was looked
+ * for. */
+RASTREL_API HGLOBAL RASTREL_CALL ConvertBitmapToDIB(HBITMAP bitmap, HPALETTE palette);
+
+/* Returns a page as a bitmap of 1 bit (1-bit pages: each colour the nearer of black and white) or of the
+ * screen's depth. Errors: 11 cannot be made, 19 a block cut short; none for a dead handle. */
+RASTREL_API HBITMAP RASTREL_CALL ConvertDIBToBitmap(HGLOBAL dib);
+
+/* Returns a copy of a bitmap. Errors: 1 no memory, 7 its bits cannot be had. */
+RASTREL_API HBITMAP RASTREL_CALL DuplicateBitmap(HBITMAP bitmap);
+
+/* Returns the bitmap in 1 bit: white where red + green + blue is 383 or more. Errors: 8 null handle, 1 no
+ * memory. */
+RASTREL_API HBITMAP RASTREL_CALL ConvertToMonochromeBitmap(HBITMAP bitmap);
+
+/* Loads a bitmap file as ConvertDIBToBitmap gives it, with the errors of LoadDIBFromFile and of that. */
+RASTREL_API HBITMAP RASTREL_CALL LoadBitmapFromFile(const char* fileName);
+
+/* Saves a bitmap as ConvertBitmapToDIB gives it and returns what SaveDIB returns, 0 when there is no such
+ * bitmap. The page made on the way is never freed: convert and save in two steps where that matters. */
+RASTREL_API int RASTREL_CALL SaveBitmap(const char* fileName, HBITMAP bitmap, HPALETTE palette);
+
 /* ---- geometry ---- */
 
 /* Turns a page of 1, 4, 8 or 24 bits counter-clockwise by any angle in degrees, about its centre, taking the
