@@ -224,6 +224,43 @@ RASTREL_API int RASTREL_CALL SaveBitmap(const char* fileName, HBITMAP bitmap, HP
 
 /* ---- geometry ---- */
 
+/* Mirror a page of 1, 4, 8, 15, 16, 24 or 32 bits, upside down or left to right; left to right other depths
+ * come out blank. Return a new page, or null: no such block, a block cut short, no memory. Set no error. */
+RASTREL_API HGLOBAL RASTREL_CALL FlipDIBVertical(HGLOBAL dib);
+RASTREL_API HGLOBAL RASTREL_CALL FlipDIBHorizontal(HGLOBAL dib);
+
+/* Turns a page of 1, 2, 4, 8, 16, 24 or 32 bits counter-clockwise by any number of quarters, negative ones
+ * too. Every pixel is kept: width and height, and the resolutions, change places on odd turns. Success sets
+ * error 0. Errors: 8 null handle, 17 cannot be locked, 9 header size, 18 compressed, 19 a width or height
+ * whose low 16 bits are 0 or a block cut short, 13 other depths, 11 no memory. */
+RASTREL_API HGLOBAL RASTREL_CALL TurnDIB(HGLOBAL dib, int quarterTurns);
+
+/* Mirror, turn upside down or invert a bitmap in place. Return 1 or 0; a failure leaves the bitmap as it was.
+ * Errors of the first three: 15 not a bitmap, 1 no memory, 7 its bits cannot be had. InvertBitmap sets none.
+ */
+RASTREL_API int RASTREL_CALL FlipBitmapVertical(HBITMAP bitmap);
+RASTREL_API int RASTREL_CALL FlipBitmapHorizontal(HBITMAP bitmap);
+RASTREL_API int RASTREL_CALL RotateBitmap180(HBITMAP bitmap);
+RASTREL_API int RASTREL_CALL InvertBitmap(HBITMAP bitmap);
+
+/* Return a new bitmap turned by a quarter, counter-clockwise (90) or clockwise (270). Of a 1-bit bitmap
+ * turned clockwise the leftmost column stays 0. Errors: 15 not a bitmap, 1 no memory, 7 its bits cannot be
+ * had, 11 the new one cannot be made. */
+RASTREL_API HBITMAP RASTREL_CALL RotateBitmap90(HBITMAP bitmap);
+RASTREL_API HBITMAP RASTREL_CALL RotateBitmap270(HBITMAP bitmap);
+
+/* Cuts a page into tiles. Makes `*tileArray` a block of gridCounts[0] columns x gridCounts[1] rows of
+ * handles, the bottom row first, each a page of its own; the caller frees the tiles and the array. Tiles
+ * begin at multiples of the tile's padded row length, so the grid is exact when tileWidth x bits is a
+ * multiple of 32; otherwise padding carries the pixels between. Returns 1, or 0 with nothing left allocated.
+ * Sets no error. */
+RASTREL_API int RASTREL_CALL SplitDIB(HGLOBAL dib, int tileWidth, int tileHeight, HGLOBAL* tileArray,
+                                      int* gridCounts);
+
+/* Joins a grid of tiles, as SplitDIB makes it, into a new page with the first tile's colours; array and tiles
+ * stay the caller's. Returns null for tiles that are no pages or do not fit together. Sets no error. */
+RASTREL_API HGLOBAL RASTREL_CALL MergeDIBs(HGLOBAL tileArray, int columns, int rows);
+
 /* Turns a page of 1, 4, 8 or 24 bits counter-clockwise by any angle in degrees, about its centre, taking the
  * nearest source pixel. The result holds the whole turned page; its width and height are even, and what lies
  * outside the page is 0. Resolutions turn with the page. Success sets error 0. Errors: 8 null handle or an

@@ -1,0 +1,151 @@
+// Mirror images and half turns of pages and of device bitmaps.
+#include <algorithm>
+#include <cstring>
+
+#include "frame/device_context.h"
+#include "frame/dib.h"
+#include "frame/rastrel.h"
+#include "frame/thread_state.h"
+#include "geometry/bitmap_bits.h"
+#include "geometry/dib_extent.h"
+#include "geometry/reversal.h"
+
+namespace rastrel {
+namespace {
+
+using RowMove = void (*)(const ConstPlane& from, unsigned bits, const MutablePlane& to);
+
+// Whole rows, their padding too.
+void CopyRows(const ConstPlane& from, unsigned /*bits*/, const MutablePlane& to) {
+  for (int y = 0; y < from.height; ++y) std::memcpy(to.Row(y), from.Row(y), from.rowBytes);
+}
+
+void MirrorRows(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+  ReverseRows(from, MovedDepth(bits), to);
+}
+
+void UpsideDown(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+  CopyRows(from, bits, to.UpsideDown());
+}
+
+// Returns the page with its rows moved and `spareBytes` behind them, which callers see in the block's size.
+HGLOBAL MovePage(HGLOBAL dib, RowMove move, uint64_t (*spareBytes)(const Header& header)) {
+  const LockedDib page(dib);
+  DibExtent extent;
+  if (!page || !FindExtent(page, &extent)) return nullptr;
+  const uint64_t rowsEnd = extent.headBytes + extent.imageBytes;
+  const uint64_t spare = spareBytes(page.header());
+  const bool isEmpty = extent.imageBytes == 0;
+  NewBlock result(rowsEnd + spare, isEmpty ? Content::kZeroed : Content::kUnset);
+  if (!result) return nullptr;
+
+  const WaitCursor cursor;
+  const auto head = static_cast<size_t>(extent.headBytes);
+  std::memcpy(result.bytes(), page.bytes(), head);
+  if (!isEmpty) {
+    const auto stride = static_cast<size_t>(extent.stride);
+    const auto step = static_cast<ptrdiff_t>(stride);
+    const ConstPlane from = {page.bytes() + head, step, stride, page.width(), page.height()};
+    const MutablePlane to = {result.bytes() + head, step, stride, page.width(), page.height()};
+    move(from, page.bits(), to);
+    std::memset(result.bytes() + rowsEnd, 0, static_cast<size_t>(spare));
+  }
+  return result.Release();
+}
+
+enum class Order : bool { kKept, kUpsideDown };
+
+// Moves each row of a plane, by way of a buffer for a few rows, to its own place or, upside down, to that of
+// its counterpart.
+void MoveInPlace(const MutablePlane& plane, unsigned bits, RowMove move, Order order, int rowsInBuffer,
+                 uint8_t* buffer) {
+  const auto step = static_cast<ptrdiff_t>(plane.rowBytes);
+  const auto bufferOf = [&](int rows) {
+    return MutablePlane{buffer, step, plane.rowBytes, plane.width, rows};
+  };
+  int top = 0;
+  int bottom = plane.height;
+  if (order == Order::kUpsideDown) {
+    while (bottom - top >= 2) {
+      const int rows = std::min(rowsInBuffer, (bottom - top) / 2);
+      const MutablePlane upper = plane.Part(top, rows);
+      const MutablePlane lower = plane.Part(bottom - rows, rows);
+      move(upper, bits, bufferOf(rows));
+      move(lower, bits, upper.UpsideDown());
+      CopyRows(bufferOf(rows), bits, lower.UpsideDown());
+      top += rows;
+      bottom -= rows;
+    }
+  }
+  while (top < bottom) {
+    const int rows = std::min(rowsInBuffer, bottom - top);
+    move(plane.Part(top, rows), bits, bufferOf(rows));
+    CopyRows(bufferOf(rows), bits, plane.Part(top, rows));
+    top += rows;
+  }
+}
+
+// Puts a bitmap's bits back with the rows of each plane moved.
+int MoveBitmap(HBITMAP bitmap, RowMove move, Order order) {
+  ThreadState& state = GetThreadState();
+  const FetchedBitmap fetched(bitmap);
+  if (const ErrorCode failure = fetched.failure()) {
+    state.Fail(failure);
+    return 0;
+  }
+  constexpr int kBufferBytes = 1 << 15;
+  const BITMAP& description = fetched.description();
+  const int rows = std::clamp(kBufferBytes / description.bmWidthBytes, 1, description.bmHeight);
+  const NewBlock buffer(static_cast<uint64_t>(rows) * static_cast<uint64_t>(description.bmWidthBytes),
+                        Content::kUnset);
+  if (!buffer) {
+    state.Fail(ErrNoMemory);
+    return 0;
+  }
+  const WaitCursor cursor;
+  for (int i = 0; i < description.bmPlanes; ++i) {
+    MoveInPlace(fetched.PlaneAt(i), description.bmBitsPixel, move, order, rows, buffer.bytes());
+  }
+  SetBitmapBits(bitmap, static_cast<uint32_t>(fetched.layout().bytes()), fetched.bits());
+  return 1;
+}
+
+}  // namespace
+}  // namespace rastrel
+
+HGLOBAL RASTREL_CALL FlipDIBVertical(HGLOBAL dib) {
+  return rastrel::MovePage(dib, rastrel::UpsideDown, [](const rastrel::Header&) { return uint64_t{4}; });
+}
+
+HGLOBAL RASTREL_CALL FlipDIBHorizontal(HGLOBAL dib) {
+  return rastrel::MovePage(dib, rastrel::MirrorRows, [](const rastrel::Header& header) {
+    return static_cast<uint64_t>(header.biWidth) + 4;
+  });
+}
+
+int RASTREL_CALL FlipBitmapVertical(HBITMAP bitmap) {
+  return rastrel::MoveBitmap(bitmap, rastrel::CopyRows, rastrel::Order::kUpsideDown);
+}
+int RASTREL_CALL FlipBitmapHorizontal(HBITMAP bitmap) {
+  return rastrel::MoveBitmap(bitmap, rastrel::MirrorRows, rastrel::Order::kKept);
+}
+int RASTREL_CALL RotateBitmap180(HBITMAP bitmap) {
+  return rastrel::MoveBitmap(bitmap, rastrel::MirrorRows, rastrel::Order::kUpsideDown);
+}
+
+int RASTREL_CALL InvertBitmap(HBITMAP bitmap) {
+  using namespace rastrel;
+  const HWND window = GetActiveWindow();
+  const HDC windowContext = GetDC(window);
+  if (windowContext == nullptr) return 0;
+  const MemoryContext memory(windowContext);
+  ReleaseDC(window, windowContext);
+  if (!memory) return 0;
+
+  BITMAP description = {};
+  if (GetObjectA(bitmap, sizeof(description), &description) != sizeof(description)) return 0;
+  const SelectedBitmap selected(memory.get(), bitmap);
+  if (!selected) return 0;
+  BitBlt(memory.get(), 0, 0, description.bmWidth, description.bmHeight, memory.get(), 0, 0, DSTINVERT);
+  return 1;
+}

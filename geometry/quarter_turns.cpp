@@ -1,0 +1,169 @@
+// Quarter turns of pages and of device bitmaps, without loss but for one kept column.
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "frame/dib.h"
+#include "frame/rastrel.h"
+#include "frame/thread_state.h"
+#include "geometry/bitmap_bits.h"
+#include "geometry/reversal.h"
+#include "geometry/transposition.h"
+
+namespace rastrel {
+namespace {
+
+using TurnMove = void (*)(const ConstPlane& from, unsigned bits, const MutablePlane& to);
+
+// As seen with row 0 at the top. Stored rows of a page go up, so there it is the other way round.
+void TurnLeft(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+  Transpose(from, bits, to.UpsideDown());
+}
+
+void TurnRight(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+  Transpose(from.UpsideDown(), bits, to);
+}
+
+void TurnHalf(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+  ReverseRows(from, bits, to.UpsideDown());
+}
+
+void CopyPixels(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+  const uint64_t rowBits = static_cast<uint64_t>(from.width) * bits;
+  const auto bytes = static_cast<size_t>(rowBits / 8);
+  const auto lastPixels = static_cast<unsigned>(0xFF00 >> rowBits % 8);
+  for (int y = 0; y < from.height; ++y) {
+    std::memset(to.Row(y) + bytes, 0, to.rowBytes - bytes);
+    std::memcpy(to.Row(y), from.Row(y), bytes);
+    if (rowBits % 8 != 0) to.Row(y)[bytes] = static_cast<uint8_t>(from.Row(y)[bytes] & lastPixels);
+  }
+}
+
+// ---- device bitmaps ---------------------------------------------------------------------------------------
+
+void TurnBitmapLeft(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+  TurnLeft(from, MovedDepth(bits), to);
+}
+
+// The last source row of a monochrome bitmap is not copied, so that its leftmost column stays 0; other depths
+// are complete. Kept: callers compare bytes.
+void TurnBitmapRight(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+  TurnRight(from, MovedDepth(bits), to);
+  if (bits != 1) return;
+  for (int y = 0; y < to.height; ++y) *to.Row(y) &= 0x7F;
+}
+
+HBITMAP TurnBitmap(HBITMAP bitmap, TurnMove turn) {
+  ThreadState& state = GetThreadState();
+  const FetchedBitmap source(bitmap);
+  if (const ErrorCode failure = source.failure()) return state.Fail(failure);
+  BITMAP description = source.description();
+  std::swap(description.bmWidth, description.bmHeight);
+  const auto rowBits = static_cast<uint64_t>(description.bmWidth) * description.bmBitsPixel;
+  description.bmWidthBytes = static_cast<int32_t>((rowBits + 15) / 16 * 2);
+  const PlaneLayout layout(description, source.layout());
+  const NewBlock bits(layout.bytes(), Content::kUnset);
+  if (!bits) return state.Fail(ErrNoMemory);
+
+  {
+    const WaitCursor cursor;
+    for (int i = 0; i < layout.planes(); ++i) {
+      turn(source.PlaneAt(i), description.bmBitsPixel, layout.PlaneAt(i, bits.bytes()));
+    }
+  }
+  description.bmBits = bits.bytes();
+  HBITMAP turned = CreateBitmapIndirect(&description);
+  return turned != nullptr ? turned : state.Fail(ErrCreateBitmap);
+}
+
+// ---- pages ------------------------------------------------------------------------------------------------
+
+bool IsTurnedDepth(unsigned bits) {
+  switch (bits) {
+    case 1:
+    case 2:
+    case 4:
+    case 8:
+    case 16:
+    case 24:
+    case 32:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Finds the page's pixels, and where in the block they start. Returns the first reason not to turn it, if
+// there is one.
+ErrorCode FindPixels(const LockedDib& page, ConstPlane* pixels, size_t* offset) {
+  const Header& header = page.header();
+  if (header.biSize != kHeaderBytes) return ErrFileFormat;
+  if (header.biCompression != BI_RGB) return ErrCompressed;
+  // Sizes are 16 bits wide, as for turns by any angle.
+  const int width = header.biWidth & 0xFFFF;
+  const int height = header.biHeight & 0xFFFF;
+  if (width == 0 || height == 0) return ErrDIBSize;
+  if (!IsTurnedDepth(header.biBitCount)) return ErrBitsPerPixel;
+  const uint64_t head = kHeaderBytes + PaletteBytes(&header);
+  const uint64_t stride = DIBRowBytes(static_cast<uint32_t>(width), header.biBitCount);
+  if (!page.Holds(head, stride * static_cast<uint32_t>(height))) return ErrDIBSize;
+
+  *offset = static_cast<size_t>(head);
+  *pixels = {page.bytes() + *offset, static_cast<ptrdiff_t>(stride), static_cast<size_t>(stride), width,
+             height};
+  return ErrSuccess;
+}
+
+HGLOBAL TurnPage(HGLOBAL dib, int quarterTurns) {
+  constexpr TurnMove kMoves[] = {CopyPixels, TurnRight, TurnHalf, TurnLeft};  // of stored rows
+  constexpr uint32_t kWholeHeap = 0xFFFFFFFF;
+  ThreadState& state = GetThreadState();
+  const WaitCursor cursor;
+  state.lastError = ErrSuccess;
+
+  if (dib == nullptr) return state.Fail(ErrParameter);
+  const LockedDib page(dib);
+  if (!page) return state.Fail(ErrLockMemory);
+  ConstPlane from;
+  size_t offset = 0;
+  if (const ErrorCode refused = FindPixels(page, &from, &offset)) return state.Fail(refused);
+
+  const unsigned turns = static_cast<unsigned>(quarterTurns) % 4;
+  Header header = page.header();
+  header.biWidth = from.width;
+  header.biHeight = from.height;
+  if (turns % 2 == 1) {
+    std::swap(header.biWidth, header.biHeight);
+    std::swap(header.biXPelsPerMeter, header.biYPelsPerMeter);
+  }
+  const uint64_t imageBytes = DIBImageBytes(header.biWidth, header.biHeight, header.biBitCount);
+  header.biSizeImage = static_cast<uint32_t>(imageBytes);
+
+  std::optional<NewBlock> result(std::in_place, offset + imageBytes, Content::kUnset);
+  if (!result->allocated()) {
+    GlobalCompact(kWholeHeap);
+    result.emplace(offset + imageBytes, Content::kUnset);
+  }
+  if (!result->allocated()) return state.Fail(ErrCreateBitmap);
+  if (!*result) return state.Fail(ErrLockMemory);
+
+  std::memcpy(result->bytes(), page.bytes(), offset);
+  std::memcpy(result->bytes(), &header, sizeof(header));
+  const auto stride = static_cast<size_t>(DIBRowBytes(static_cast<uint32_t>(header.biWidth), page.bits()));
+  const MutablePlane to = {result->bytes() + offset, static_cast<ptrdiff_t>(stride), stride, header.biWidth,
+                           header.biHeight};
+  kMoves[turns](from, page.bits(), to);
+  return result->Release();
+}
+
+}  // namespace
+}  // namespace rastrel
+
+HGLOBAL RASTREL_CALL TurnDIB(HGLOBAL dib, int quarterTurns) { return rastrel::TurnPage(dib, quarterTurns); }
+
+HBITMAP RASTREL_CALL RotateBitmap90(HBITMAP bitmap) {
+  return rastrel::TurnBitmap(bitmap, rastrel::TurnBitmapLeft);
+}
+HBITMAP RASTREL_CALL RotateBitmap270(HBITMAP bitmap) {
+  return rastrel::TurnBitmap(bitmap, rastrel::TurnBitmapRight);
+}

@@ -1,0 +1,249 @@
+// A square of pixels is transposed by exchanging its two quarters off the diagonal, then those of each
+// quarter, and so on down to single pixels. With the pixels of a row in one word of 64 bits an exchange is a
+// few shifts and masks for each pair of rows. Four squares that lie side by side go abreast, as the words of
+// a vector.
+#include "geometry/transposition.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/processor.h"
+
+namespace rastrel {
+namespace {
+
+using Words = uint64_t __attribute__((vector_size(32)));
+constexpr int kAbreast = 4;
+
+// Strips are taken in tiles of so many bytes across and, of the result, down: of cache lines nothing is left
+// over.
+constexpr int kTileBytes = 64;
+
+// Four squares side by side.
+template <int Bits>
+struct Strip {
+  static constexpr int kSide = 64 / Bits;
+  static constexpr int kColumns = kAbreast * kSide;
+  static constexpr int kTile = kTileBytes * 8 / Bits;
+  // Words are used as they lie in memory. Pixels of less than a byte are then in the reverse order within
+  // each byte, so rows are taken in that order too.
+  static constexpr int kOrder = Bits < 8 ? 8 / Bits - 1 : 0;
+
+  static constexpr size_t ByteOf(int pixel) { return static_cast<size_t>(pixel) * Bits / 8; }
+};
+
+// Exchanges the parts of two rows that lie off the diagonal of squares of twice `Size` bits.
+template <int Size>
+[[gnu::always_inline]] inline void Exchange(Words& upper, Words& lower) {
+  constexpr uint64_t kLow = ~uint64_t{0} / ((uint64_t{1} << Size) + 1);
+  const Words exchanged = (upper >> Size ^ lower) & kLow;
+  lower ^= exchanged;
+  upper ^= exchanged << Size;
+}
+
+// The exchanges among `Rows` rows (a power of 2 up to 8) of which each is `Apart` pixels below the one
+// before.
+template <int Bits, int Rows, int Apart>
+[[gnu::always_inline]] inline void ExchangeSteps(Words* rows) {
+  if constexpr (Rows >= 8) {
+    Exchange<4 * Apart * Bits>(rows[0], rows[4]);
+    Exchange<4 * Apart * Bits>(rows[1], rows[5]);
+    Exchange<4 * Apart * Bits>(rows[2], rows[6]);
+    Exchange<4 * Apart * Bits>(rows[3], rows[7]);
+  }
+  if constexpr (Rows >= 4) {
+#pragma GCC unroll 8
+    for (int i = 0; i < Rows; i += 4) {
+      Exchange<2 * Apart * Bits>(rows[i], rows[i + 2]);
+      Exchange<2 * Apart * Bits>(rows[i + 1], rows[i + 3]);
+    }
+  }
+  if constexpr (Rows >= 2) {
+#pragma GCC unroll 8
+    for (int i = 0; i < Rows; i += 2) Exchange<Apart * Bits>(rows[i], rows[i + 1]);
+  }
+}
+
+// Transposes a whole strip. `to` is the first word of its first column.
+template <int Bits>
+[[gnu::always_inline]] inline void TransposeStrip(const uint8_t* from, ptrdiff_t fromStep, uint8_t* to,
+                                                  ptrdiff_t toStep) {
+  constexpr int kSide = Strip<Bits>::kSide;
+  constexpr int kOrder = Strip<Bits>::kOrder;
+  // As many rows as registers hold: in the second pass those that lie side by side, in the first, if there is
+  // one, those that are so far apart.
+  constexpr int kSecond = std::min(kSide, 8);
+  constexpr int kFirst = kSide / kSecond;
+  Words strip[kSide];
+  for (int i = 0; i < kSecond; ++i) {
+    Words rows[kFirst];
+#pragma GCC unroll 8
+    for (int k = 0; k < kFirst; ++k) {
+      std::memcpy(&rows[k], from + ((i + k * kSecond) ^ kOrder) * fromStep, sizeof(Words));
+    }
+    ExchangeSteps<Bits, kFirst, kSecond>(rows);
+#pragma GCC unroll 8
+    for (int k = 0; k < kFirst; ++k) strip[i + k * kSecond] = rows[k];
+  }
+  for (int i = 0; i < kSide; i += kSecond) {
+    Words rows[kSecond];
+#pragma GCC unroll 8
+    for (int k = 0; k < kSecond; ++k) rows[k] = strip[i + k];
+    ExchangeSteps<Bits, kSecond, 1>(rows);
+#pragma GCC unroll 8
+    for (int k = 0; k < kSecond; ++k) {
+      uint8_t* row = to + ((i + k) ^ kOrder) * toStep;
+#pragma GCC unroll 4
+      for (int square = 0; square < kAbreast; ++square) {
+        const uint64_t word = rows[k][square];
+        std::memcpy(row + square * kSide * toStep, &word, sizeof(word));
+      }
+    }
+  }
+}
+
+// A strip that the right or the lower edge cuts: through copies that are filled up with zeros.
+template <int Bits>
+inline void TransposeEdge(const ConstPlane& from, int x, int y, const MutablePlane& to) {
+  using S = Strip<Bits>;
+  uint8_t source[S::kSide * sizeof(Words)] = {};
+  uint8_t result[S::kColumns * sizeof(uint64_t)];
+  const size_t byte = S::ByteOf(x);
+  const size_t sourceBytes = std::min(sizeof(Words), (static_cast<size_t>(from.width) * Bits + 7) / 8 - byte);
+  const int rows = std::min(S::kSide, from.height - y);
+  for (int i = 0; i < rows; ++i) std::memcpy(source + i * sizeof(Words), from.Row(y + i) + byte, sourceBytes);
+
+  TransposeStrip<Bits>(source, sizeof(Words), result, sizeof(uint64_t));
+
+  const size_t resultBytes = std::min(sizeof(uint64_t), to.rowBytes - S::ByteOf(y));
+  const int columns = std::min(S::kColumns, from.width - x);
+  for (int i = 0; i < columns; ++i) {
+    std::memcpy(to.Row(x + i) + S::ByteOf(y), result + i * sizeof(uint64_t), resultBytes);
+  }
+}
+
+// Asks for the part of the strip at (x, y) that a tile further down needs, and for a share of where its
+// columns will go: the processor does not guess either, and waiting would take longer than the work.
+template <int Bits>
+[[gnu::always_inline]] inline void PrefetchNextTile(const ConstPlane& from, int x, int y,
+                                                    const MutablePlane& to) {
+  using S = Strip<Bits>;
+  constexpr int kForWriting = 1;
+  if (y + S::kTile + S::kSide > from.height) return;
+  for (int i = 0; i < S::kSide; ++i) {
+    __builtin_prefetch(from.Row(y + S::kTile + i) + S::ByteOf(x) + sizeof(Words) - 1);
+  }
+  const int top = y - y % S::kTile;
+  for (int i = 0; i < S::kSide / 2; ++i) {
+    __builtin_prefetch(to.Row(x + (y - top) / 2 + i) + S::ByteOf(top) + 2 * kTileBytes - 1, kForWriting);
+  }
+}
+
+template <int Bits>
+[[gnu::always_inline]] inline void TransposePacked(const ConstPlane& from, const MutablePlane& to) {
+  using S = Strip<Bits>;
+  for (int left = 0; left < from.width; left += S::kTile) {
+    const int right = std::min(from.width, left + S::kTile);
+    for (int top = 0; top < from.height; top += S::kTile) {
+      const int bottom = std::min(from.height, top + S::kTile);
+      for (int x = left; x < right; x += S::kColumns) {
+        for (int y = top; y < bottom; y += S::kSide) {
+          if (from.width - x < S::kColumns || from.height - y < S::kSide) {
+            TransposeEdge<Bits>(from, x, y, to);
+            continue;
+          }
+          if constexpr (Bits >= 8) PrefetchNextTile<Bits>(from, x, y, to);  // smaller pages are in the cache
+          TransposeStrip<Bits>(from.Row(y) + S::ByteOf(x), from.step, to.Row(x) + S::ByteOf(y), to.step);
+        }
+      }
+    }
+  }
+}
+
+RASTREL_ALSO_AVX2 void Transpose1(const ConstPlane& from, const MutablePlane& to) {
+  TransposePacked<1>(from, to);
+}
+RASTREL_ALSO_AVX2 void Transpose2(const ConstPlane& from, const MutablePlane& to) {
+  TransposePacked<2>(from, to);
+}
+RASTREL_ALSO_AVX2 void Transpose4(const ConstPlane& from, const MutablePlane& to) {
+  TransposePacked<4>(from, to);
+}
+RASTREL_ALSO_AVX2 void Transpose8(const ConstPlane& from, const MutablePlane& to) {
+  TransposePacked<8>(from, to);
+}
+RASTREL_ALSO_AVX2 void Transpose16(const ConstPlane& from, const MutablePlane& to) {
+  TransposePacked<16>(from, to);
+}
+RASTREL_ALSO_AVX2 void Transpose32(const ConstPlane& from, const MutablePlane& to) {
+  TransposePacked<32>(from, to);
+}
+
+constexpr int kTriplesTile = 64;
+constexpr int kTriplesTileBytes = 3 * kTriplesTile;
+
+// Moves `count` pixels of a column, `step` bytes apart, into a row. Four bytes are moved faster than three;
+// the next pixel overwrites the one too many.
+[[gnu::always_inline]] inline void GatherTriples(const uint8_t* column, int step, int count, uint8_t* row) {
+  for (int y = 0; y < count - 1; ++y) std::memcpy(row + 3 * y, column + y * step, 4);
+  std::memcpy(row + 3 * (count - 1), column + (count - 1) * step, 3);
+}
+
+// Three bytes do not fit into words: the pixels are moved one by one, out of a copy of a tile, since rows
+// whose distance is a multiple of a large power of 2 push each other out of the cache.
+void Transpose24(const ConstPlane& from, const MutablePlane& to) {
+  constexpr int kForWriting = 1;
+  constexpr int kStep = kTriplesTileBytes + 4;  // with room behind the last pixel
+  uint8_t tile[kTriplesTile * kStep];
+  for (int left = 0; left < from.width; left += kTriplesTile) {
+    const int columns = std::min(kTriplesTile, from.width - left);
+    const size_t byte = 3 * static_cast<size_t>(left);
+    for (int top = 0; top < from.height; top += kTriplesTile) {
+      const int rows = std::min(kTriplesTile, from.height - top);
+      const size_t bytes = 3 * static_cast<size_t>(columns);
+      for (int y = 0; y < rows; ++y) std::memcpy(tile + y * kStep, from.Row(top + y) + byte, bytes);
+      const int rowsOfNext = std::min(kTriplesTile, from.height - top - rows);
+      for (int x = 0; x < columns; ++x) {
+        uint8_t* row = to.Row(left + x) + 3 * static_cast<size_t>(top);
+        if (x < rowsOfNext) {
+          const uint8_t* source = from.Row(top + rows + x) + byte;
+          for (size_t i = 0; i < bytes; i += 64) __builtin_prefetch(source + i);
+          for (int i = 1; i <= 3; ++i) __builtin_prefetch(row + kTriplesTileBytes + 64 * i - 1, kForWriting);
+        }
+        if (rows == kTriplesTile) {
+          GatherTriples(tile + 3 * x, kStep, kTriplesTile, row);
+        } else {
+          GatherTriples(tile + 3 * x, kStep, rows, row);
+        }
+      }
+    }
+    const size_t pixelBytes = 3 * static_cast<size_t>(from.height);
+    for (int x = left; x < left + columns; ++x)
+      std::memset(to.Row(x) + pixelBytes, 0, to.rowBytes - pixelBytes);
+  }
+}
+
+}  // namespace
+
+void Transpose(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+  switch (bits) {
+    case 1:
+      return Transpose1(from, to);
+    case 2:
+      return Transpose2(from, to);
+    case 4:
+      return Transpose4(from, to);
+    case 8:
+      return Transpose8(from, to);
+    case 16:
+      return Transpose16(from, to);
+    case 24:
+      return Transpose24(from, to);
+    case 32:
+      return Transpose32(from, to);
+    default:
+      for (int y = 0; y < to.height; ++y) std::memset(to.Row(y), 0, to.rowBytes);
+  }
+}
+
+}  // namespace rastrel

@@ -1,0 +1,168 @@
+#include "tests/reference/tiles.h"
+
+#include <gtest/gtest.h>
+#include <rastrel.h>
+
+#include <random>
+
+#include "tests/support/faults.h"
+#include "tests/support/test_dib.h"
+
+namespace rastrel::testing {
+namespace {
+
+// An array block of tiles; all are freed at the end of its life.
+struct Tiles {
+  HGLOBAL array = nullptr;
+  int counts[2] = {-1, -1};
+
+  Tiles() = default;
+  explicit Tiles(const std::vector<Bytes>& tiles)
+      : array(GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, tiles.size() * sizeof(HGLOBAL))) {
+    for (size_t i = 0; i < tiles.size(); ++i) At(i) = TestDib(tiles[i]).Release();
+  }
+  ~Tiles() {
+    for (size_t i = 0; i < GlobalSize(array) / sizeof(HGLOBAL); ++i) GlobalFree(At(i));
+    GlobalFree(array);
+  }
+  bool Split(const TestDib& page, int tileWidth, int tileHeight) {
+    return SplitDIB(page.handle(), tileWidth, tileHeight, &array, counts) != 0;
+  }
+  HGLOBAL& At(size_t index) const {
+    auto* handles = static_cast<HGLOBAL*>(GlobalLock(array));
+    GlobalUnlock(array);
+    return handles[index];
+  }
+  // No tile may have been left locked.
+  Bytes BlockAt(size_t index) const {
+    EXPECT_EQ(0u, GlobalFlags(At(index)));
+    return TestDib(DuplicateDIB(At(index))).block();
+  }
+};
+
+// 1 to `last`.
+int Pick(std::mt19937& random, int last) {
+  return 1 + static_cast<int>(random() % static_cast<unsigned>(last));
+}
+
+TEST(SplitDIB, CutsAGridFromTheBottomUp) {
+  const TestDib page = TestDib::Random(8, 100, 50, 1);
+  Tiles tiles;
+  ASSERT_TRUE(tiles.Split(page, 32, 32));
+  EXPECT_EQ(std::pair(4, 2), std::pair(tiles.counts[0], tiles.counts[1]));
+  const TestDib topRight(tiles.BlockAt(7));  // 4 x 18
+  EXPECT_EQ(page.At(99, 17), topRight.At(topRight.width() - 1, topRight.height() - 1));
+  EXPECT_EQ(page.block(), TestDib(MergeDIBs(tiles.array, 4, 2)).block());
+}
+
+TEST(SplitDIB, EqualsThePlainVersionAndMergeDIBsToo) {
+  std::mt19937 random(5);
+  for (int round = 0; round < 500; ++round) {
+    constexpr int kDepths[] = {1, 2, 4, 8, 16, 24, 32};
+    BITMAPINFOHEADER header = MakeHeader(kDepths[round % 7], Pick(random, 90), 4 * Pick(random, 10));
+    header.biClrUsed = static_cast<uint32_t>(Pick(random, 4));
+    TestDib page = TestDib::Random(header, static_cast<unsigned>(round));
+    header.biPlanes = static_cast<uint16_t>(Pick(random, 2));
+    header.biHeight = header.biHeight / header.biPlanes;  // rows of two planes are at most twice as long
+    page.SetHeader(header);
+    const int width = round % 10 == 9 ? INT32_MAX : Pick(random, 70);
+    const int height = round % 9 == 8 ? INT32_MAX : Pick(random, 30);
+    int counts[2] = {};
+    const std::vector<Bytes> expected = reference::SplitDIB(page.block(), width, height, counts, counts + 1);
+    Tiles tiles;
+    ASSERT_TRUE(tiles.Split(page, width, height));
+    ASSERT_EQ(std::pair(counts[0], counts[1]), std::pair(tiles.counts[0], tiles.counts[1]));
+    std::vector<Bytes> blocks;
+    for (size_t i = 0; i < expected.size(); ++i) {
+      blocks.push_back(tiles.BlockAt(i));
+      ASSERT_EQ(Rounded(expected[i]), blocks[i]) << "round " << round << ", tile " << i;
+    }
+    ASSERT_EQ(Rounded(reference::MergeDIBs(blocks, counts[0], counts[1])),
+              TestDib(MergeDIBs(tiles.array, counts[0], counts[1])).block());
+    EXPECT_TRUE(page.Unchanged());
+  }
+}
+
+TEST(MergeDIBs, TakesTilesThatDoNotFitAsTheyCome) {
+  std::mt19937 random(6);
+  int joined = 0;
+  for (int round = 0; round < 3000; ++round) {
+    const int columns = Pick(random, 3), rows = Pick(random, 3);
+    std::vector<Bytes> blocks;
+    for (int i = 0; i < columns * rows; ++i) {
+      BITMAPINFOHEADER header = MakeHeader(Pick(random, 4) == 1 ? 1 : 8, Pick(random, 9), Pick(random, 3));
+      header.biClrUsed = static_cast<uint32_t>(Pick(random, 3));
+      TestDib tile = TestDib::Random(header, static_cast<unsigned>(round));
+      if (Pick(random, 8) == 1) header.biHeight = Pick(random, 4) == 1 ? 40 : 0;
+      tile.SetHeader(header);
+      blocks.push_back(tile.block());
+    }
+    const Bytes expected = reference::MergeDIBs(blocks, columns, rows);
+    ASSERT_EQ(Rounded(expected), TestDib(MergeDIBs(Tiles(blocks).array, columns, rows)).block())
+        << "round " << round;
+    joined += expected.empty() ? 0 : 1;
+  }
+  EXPECT_TRUE(joined > 500 && joined < 2500) << joined;
+}
+
+TEST(MergeDIBs, RefusesWhatIsNoGrid) {
+  const TestDib page = TestDib::Random(8, 8, 4, 1);
+  const Tiles tiles(std::vector<Bytes>(4, page.block()));
+  EXPECT_EQ(nullptr, MergeDIBs(nullptr, 1, 1));
+  for (const auto& [columns, rows] :
+       {std::pair{0, 2}, {2, 0}, {-2, -2}, {2, 3}, {INT32_MAX, INT32_MAX}, {65536, 65536}}) {
+    EXPECT_EQ(nullptr, MergeDIBs(tiles.array, columns, rows)) << columns << " x " << rows;
+  }
+  for (const size_t index : {0, 1, 2, 3}) {
+    const HGLOBAL good = tiles.At(index);
+    const auto expectRefusal = [&](HGLOBAL bad) {
+      tiles.At(index) = bad;
+      EXPECT_EQ(nullptr, MergeDIBs(tiles.array, 2, 2)) << index;
+    };
+    expectRefusal(nullptr);
+    expectRefusal(reinterpret_cast<HGLOBAL>(uintptr_t{0x1234}));
+    for (const Bytes& lying : LyingBlocks(8)) {
+      const reference::View view(lying);
+      const bool isEmpty = lying.size() >= 40 && (view.width == 0 || view.height == 0);
+      if (!isEmpty) expectRefusal(TestDib(lying).handle());
+    }
+    tiles.At(index) = good;
+  }
+  const auto merge = [&](HGLOBAL) { return MergeDIBs(tiles.array, 2, 2); };
+  ExpectEveryFault(host::Fault::kAllocation, page, kErrorBefore, merge);
+  ExpectEveryFault(host::Fault::kLock, page, kErrorBefore, merge);
+}
+
+TEST(SplitDIB, RefusesAndLeavesNothingBehind) {
+  const TestDib page = TestDib::Random(8, 64, 64, 1);
+  Tiles none;
+  for (const auto& [width, height] : {std::pair{0, 1}, {1, 0}, {-1, 1}, {1, INT32_MIN}}) {
+    EXPECT_FALSE(none.Split(page, width, height));
+  }
+  EXPECT_EQ(0, SplitDIB(nullptr, 1, 1, &none.array, none.counts));
+  EXPECT_EQ(0, SplitDIB(page.handle(), 1, 1, nullptr, none.counts));
+  EXPECT_EQ(0, SplitDIB(page.handle(), 1, 1, &none.array, nullptr));
+  EXPECT_FALSE(none.Split(page.With([](BITMAPINFOHEADER& h) { h.biPlanes = 0; }), 3, 3));
+  EXPECT_EQ(-1, none.counts[0]);
+  for (const Bytes& lying : LyingBlocks(8)) EXPECT_FALSE(none.Split(TestDib(lying), 3, 3));
+  for (const host::Fault fault : {host::Fault::kAllocation, host::Fault::kLock}) {
+    bool struck = true;
+    for (int n = 1; struck; ++n) {
+      Tiles tiles;
+      const size_t blocks = host::LiveBlocks();
+      host::FailNth(fault, n);
+      const bool done = tiles.Split(page, 32, 16);
+      struck = host::FaultStruck(fault);
+      host::FailNth(fault, 0);
+      EXPECT_EQ(struck, !done);
+      EXPECT_EQ(done, tiles.array != nullptr);
+      EXPECT_TRUE(done || blocks == host::LiveBlocks());
+      const bool isLockOfPage = fault == host::Fault::kLock && n == 1;  // the counts come next
+      EXPECT_EQ(isLockOfPage ? -1 : 4, tiles.counts[1]);
+    }
+  }
+  EXPECT_TRUE(page.Unchanged());
+}
+
+}  // namespace
+}  // namespace rastrel::testing
