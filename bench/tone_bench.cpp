@@ -37,6 +37,13 @@ void Dithers(benchmark::internal::Benchmark* bench) {
 BENCHMARK(BM_Dither<DitherFS4>)->Apply(Dithers);
 BENCHMARK(BM_Dither<DitherJJN>)->Apply(Dithers);
 
+void BlockDithers(benchmark::internal::Benchmark* bench) {
+  bench->ArgNames({"bits", "to", "photo"})->Unit(benchmark::kMillisecond);
+  bench->Args({8, 1, 0})->Args({8, 1, 1})->Args({24, 1, 0})->Args({24, 4, 1});
+}
+BENCHMARK(BM_Dither<DitherSmooth>)->Apply(BlockDithers);
+BENCHMARK(BM_Dither<DitherSharp>)->Apply(BlockDithers);
+
 void BM_Halftone(benchmark::State& state) {
   const auto method = static_cast<uint16_t>(state.range(1));
   const auto brightness = static_cast<int>(state.range(2));

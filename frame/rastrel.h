@@ -291,6 +291,39 @@ RASTREL_API HGLOBAL RASTREL_CALL DitherJJN(HGLOBAL dib, int bits);
  * it grey before. */
 RASTREL_API HGLOBAL RASTREL_CALL Halftone(HGLOBAL dib, uint16_t method, int brightness, uint16_t* error);
 
+/* Dither a page of 4, 8 or 24 bits to fewer, 1 or 4, as DitherFS4 does, but by handing out the tone of small
+ * blocks anew, to their brightest pixels first. What is left goes on to the next block: whole in DitherSmooth,
+ * for photographs, half in DitherSharp, for text and line art. To 1 bit, a page's second row from the bottom
+ * counts by its red alone. Success sets error 0. Errors: 8 other `bits`, 17 null handle, 20 not fewer bits
+ * than the page has or a depth not listed (one more lock is left on `dib` then), 1 no memory or cannot be
+ * locked. */
+RASTREL_API HGLOBAL RASTREL_CALL DitherSmooth(HGLOBAL dib, int bits);
+RASTREL_API HGLOBAL RASTREL_CALL DitherSharp(HGLOBAL dib, int bits);
+
+/* Turn a page of 1 bit into one of 8 bits and 256 greys. `method` is 0 (black stays 0, white 255), 1 or 2
+ * (each pixel becomes the share of white in the 3 x 3 or 5 x 5 pixels around it). Colour 0 is white when its
+ * red, green and blue are all above 127, else colour 1 is. Smoothed pages come out shifted by one or two rows
+ * towards the top; pages of less than 6 rows are smoothed 3 x 3 at most, and those of less than 4 are not
+ * smoothed by method 2. Both names do the same. Errors: 8 null handle, header size or method, 17 cannot be
+ * locked, 18 not 1 bit, compressed or planes not 1, 19 bad size, 1 no memory. Success sets error 0. */
+RASTREL_API HGLOBAL RASTREL_CALL ConvertMonoDIBtoGrayscale(HGLOBAL dib, uint32_t method);
+RASTREL_API HGLOBAL RASTREL_CALL ConvMonoDIBtoGrayscale(HGLOBAL dib, uint32_t method);
+
+/* Turns a page into grey: of 4 or 8 bits by its colour table, pixels as they are; of 24 bits into 8 bits and
+ * 256 greys; of 1 bit as ConvertMonoDIBtoGrayscale does by `method` (not looked at otherwise), but set bits are
+ * always white. Other depths give a black page of 8 bits. The grey of a colour is (8 red + 15 green + 3 blue)
+ * / 26 when `weighted` is non-zero, else the mean of the three. Success sets error 0 and leaves one more lock
+ * on `dib`: unlock it. Errors: 8 null handle, header size or method, 17 cannot be locked, 18 compressed, 19 bad
+ * size, 1 no memory. */
+RASTREL_API HGLOBAL RASTREL_CALL ConvColorDIBtoGrayscale(HGLOBAL dib, int weighted, uint32_t method);
+
+/* Returns 1 when a page is blank, 0 when it is not, -1 when it cannot be read. `tolerance` (0 to 1000, others
+ * count as the nearest) is in tenths of a percent of the pixels. At 1 bit (two greys; others give 0) a page is
+ * blank when fewer pixels than that are ink: those of colour 0 when it is black, else those of colour 1. At 8
+ * and 24 bits it is blank when more pixels are lighter than `background`, in red, green and blue each, than
+ * that leaves; at 24 bits the background's red and blue change places. Other depths give 0. Sets no error. */
+RASTREL_API int RASTREL_CALL IsImageBlank(HGLOBAL dib, int tolerance, COLORREF background);
+
 /* ---- page cleanup ---- */
 
 /* Returns by how many whole degrees (-44 to 45) the lines of a page of 1, 8 or 24 bits rise to the right, 0

@@ -76,6 +76,11 @@ void PagePlanes::LookUp(int row, const Table& table, uint8_t* to) const {
   }
 }
 
+uint64_t PagePlanes::paddedWidth() const {
+  const auto pixels = static_cast<uint64_t>(width());
+  return bits_ == 4 ? 2 * DIBRowBytes(pixels, 4) : DIBRowBytes(pixels, 8);
+}
+
 const uint8_t* PagePlanes::GreyRow(int row, uint8_t* buffer) const {
   if (indicesAreGreys_) return rows_.StoredRow(row);
   if (bits_ == 24) {
@@ -89,6 +94,12 @@ const uint8_t* PagePlanes::GreyRow(int row, uint8_t* buffer) const {
 void PagePlanes::ReadGrey(int row, uint8_t* grey) const {
   const uint8_t* from = GreyRow(row, grey);
   if (from != grey) std::memcpy(grey, from, static_cast<size_t>(width()));
+}
+
+void PagePlanes::ReadRed(int row, uint8_t* red) const {
+  if (bits_ != 24) return LookUp(row, red_, red);
+  const uint8_t* pixels = rows_.StoredRow(row);
+  for (int x = 0; x < width(); ++x) red[x] = pixels[3 * x + 2];
 }
 
 void PagePlanes::ReadColours(int row, uint8_t* red, uint8_t* green, uint8_t* blue) const {
@@ -167,7 +178,7 @@ void PackCube(const uint8_t* red, const uint8_t* green, const uint8_t* blue, con
 HGLOBAL Dither(HGLOBAL dib, int bits, const DitherRules& rules, DitherPass pass) {
   ThreadState& state = GetThreadState();
   const bool isTarget = bits == 1 || bits == 4 || bits == 8;
-  if (!isTarget) return state.Fail(ErrParameter);
+  if (!isTarget || bits > rules.mostBits) return state.Fail(ErrParameter);
   if (dib == nullptr) return state.Fail(rules.nullHandle);
   LockedDib page(dib);
   if (!page) return state.Fail(rules.cannotLock);

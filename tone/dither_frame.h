@@ -29,9 +29,12 @@ class PagePlanes {
   PagePlanes(const LockedDib& page, const ConstRows& rows);
   int width() const { return rows_.width; }
   int height() const { return rows_.height; }
+  // The pixels that the bytes of a stored row are counted as: the width rounded up to 8 at 4 bits, else to 4.
+  uint64_t paddedWidth() const;
 
   // These write up to one byte behind the last pixel's.
   void ReadGrey(int row, uint8_t* grey) const;
+  void ReadRed(int row, uint8_t* red) const;
   void ReadColours(int row, uint8_t* red, uint8_t* green, uint8_t* blue) const;
 
   // The red of a row's first pixel.
@@ -82,6 +85,7 @@ void PackCube(const uint8_t* red, const uint8_t* green, const uint8_t* blue, con
 struct DitherRules {
   ErrorCode nullHandle;
   ErrorCode cannotLock;
+  int mostBits = 8;  // of a result
 };
 
 // Fills the rows of a result of `bits` bits. Returns false when there is no memory for it.
