@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
 #include "frame/device_context.h"
 #include "frame/dib.h"
@@ -78,7 +79,7 @@ HBITMAP MakeBitmap(HDC context, HGLOBAL dib, const LockedDib& source, const uint
                    ThreadState& state) {
   if (context == nullptr) return nullptr;
   const PaletteOwner palette(CreateDIBPalette(dib));
-  const SelectedPalette selected(context, palette.get(), Ground::kForeground);
+  const SelectedPalette selected(context, palette.get());
   const auto* info = reinterpret_cast<const BITMAPINFO*>(source.bytes());
   HBITMAP bitmap = CreateDIBitmap(context, &info->bmiHeader, CBM_INIT, rows, info, DIB_RGB_COLORS);
   if (bitmap == nullptr) state.Fail(ErrCreateBitmap);
@@ -87,7 +88,7 @@ HBITMAP MakeBitmap(HDC context, HGLOBAL dib, const LockedDib& source, const uint
 
 }  // namespace
 
-bool FillDIBColorTable(HPALETTE palette, BITMAPINFO* info) {
+void FillDIBColorTable(HPALETTE palette, BITMAPINFO* info) {
   const uint32_t colours = DIBNumColors(info);
   const unsigned bits = info->bmiHeader.biBitCount;
   auto* const table = reinterpret_cast<uint8_t*>(info) + sizeof(Header);
@@ -99,14 +100,13 @@ bool FillDIBColorTable(HPALETTE palette, BITMAPINFO* info) {
   if (entries == 0 || entries > colours) {
     const unsigned standard = bits <= 8 ? std::min(colours, 1u << bits) : 0;
     for (unsigned i = 0; i < standard; ++i) store(i, StandardColour(bits, i));
-    return true;
+    return;
   }
-  const NewBlock work(entries * sizeof(PALETTEENTRY), Content::kZeroed);
-  if (!work) return false;
-  const auto* from = work.As<PALETTEENTRY>();
-  GetPaletteEntries(palette, 0, entries, work.As<PALETTEENTRY>());
-  for (unsigned i = 0; i < entries; ++i) store(i, {from[i].peBlue, from[i].peGreen, from[i].peRed, 0});
-  return true;
+  GetPaletteEntries(palette, 0, entries, reinterpret_cast<PALETTEENTRY*>(table));
+  for (uint8_t* entry = table; entry != table + entries * sizeof(RGBQUAD); entry += sizeof(RGBQUAD)) {
+    std::swap(entry[0], entry[2]);
+    entry[3] = 0;
+  }
 }
 
 }  // namespace rastrel
@@ -127,7 +127,7 @@ HGLOBAL RASTREL_CALL ConvertBitmapToDIB(HBITMAP bitmap, HPALETTE palette) {
   const HPALETTE colours = palette != nullptr ? palette : screenPalette.get();
   const ScreenContext screen;
   if (!screen) return nullptr;
-  const SelectedPalette selected(screen.get(), colours, Ground::kForeground);
+  const SelectedPalette selected(screen.get(), colours);
   auto* const info = dib.As<BITMAPINFO>();
   FillDIBColorTable(colours, info);
   // The platform may write to the table as well; that stands.

@@ -8,9 +8,8 @@
 namespace rastrel {
 
 // Fills the colour table behind a 40-byte header: from `palette` as many entries as it has, when the table
-// has room for all of them; else, and without a palette, with the standard colours of the depth. Returns
-// false, and leaves the table alone, when there is no memory to work in.
-bool FillDIBColorTable(HPALETTE palette, BITMAPINFO* info);
+// has room for all of them; else, and without a palette, with the standard colours of the depth.
+void FillDIBColorTable(HPALETTE palette, BITMAPINFO* info);
 
 }  // namespace rastrel
 

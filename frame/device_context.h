@@ -64,15 +64,13 @@ class SelectedBitmap {
   HBITMAP before_;
 };
 
-enum class Ground : bool { kForeground, kBackground };
-
-// A palette selected into a context and realised; the one before comes back at the end of its life. A null
-// palette changes nothing.
+// A palette selected into a context as its foreground palette and realised; the one before comes back at the
+// end of its life. A null palette changes nothing.
 class SelectedPalette {
  public:
-  SelectedPalette(HDC context, HPALETTE palette, Ground ground) : context_(context) {
+  SelectedPalette(HDC context, HPALETTE palette) : context_(context) {
     if (palette == nullptr) return;
-    before_ = SelectPalette(context, palette, ground == Ground::kBackground);
+    before_ = SelectPalette(context, palette, FALSE);
     RealizePalette(context);
   }
   ~SelectedPalette() {

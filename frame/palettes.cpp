@@ -32,15 +32,13 @@ class PaletteRecord {
   NewBlock block_;
 };
 
-// Makes a palette of the page's own `colours` entries; those that the block lacks are black. Null when it
-// cannot be made.
+// Makes a palette of the page's own `colours` entries, all of which the block holds. Null when it cannot be
+// made.
 HPALETTE PaletteOfTable(const LockedDib& page, uint32_t colours) {
   const PaletteRecord record(colours);
   if (!record) return nullptr;
-  for (uint32_t i = 0; i < colours; ++i) {
-    const uint64_t offset = kHeaderBytes + uint64_t{i} * sizeof(RGBQUAD);
-    if (!page.Holds(offset, sizeof(RGBQUAD))) break;
-    const uint8_t* entry = page.bytes() + offset;
+  const uint8_t* entry = page.bytes() + kHeaderBytes;
+  for (uint32_t i = 0; i < colours; ++i, entry += sizeof(RGBQUAD)) {
     record.entries()[i] = {entry[2], entry[1], entry[0], 0};
   }
   return record.Create();
@@ -67,6 +65,8 @@ HPALETTE RASTREL_CALL CreateDIBPalette(HGLOBAL dib) {
   if (!page.Holds(0, kHeaderBytes)) return state.Fail(ErrDIBSize);
 
   if (const uint32_t colours = DIBNumColors(&page.header()); colours != 0) {
+    if (colours <= kMostEntries && !page.Holds(kHeaderBytes, PaletteBytes(&page.header())))
+      return state.Fail(ErrDIBSize);
     HPALETTE palette = PaletteOfTable(page, colours);
     if (palette == nullptr) state.Fail(ErrCreatePalette);
     return palette;
@@ -123,7 +123,7 @@ int RASTREL_CALL GetSystemPalette(RGBQUAD* entries) {
   const PaletteOwner palette(GetCurrentPalette());
   if (!palette) return 0;
 
-  const SelectedPalette selected(screen.get(), palette.get(), Ground::kForeground);
+  const SelectedPalette selected(screen.get(), palette.get());
   for (int i = 0; i < count; ++i) {
     const COLORREF colour = GetNearestColor(screen.get(), PALETTEINDEX(static_cast<WORD>(i)));
     entries[i] = {static_cast<uint8_t>(colour >> 16), static_cast<uint8_t>(colour >> 8),

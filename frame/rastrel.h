@@ -162,9 +162,9 @@ RASTREL_API int RASTREL_CALL GetDIBPixelColor(HGLOBAL dib, unsigned x, unsigned 
 RASTREL_API int RASTREL_CALL SetDIBPixelColor(HGLOBAL dib, unsigned x, unsigned y, COLORREF colour);
 
 /* Returns a new palette of the page's colours, which the caller deletes with DeleteObject; for a page without
- * a colour table one of 8 reds, 8 greens and 4 blues, the last entry white. Entries that the block lacks are
- * black. Errors: 10 when a page's colours cannot become a palette (more than 65,535, no memory), 19 no header
- * in the block; other failures set none. Where there is no memory for the palette of a page without a table,
+ * a colour table one of 8 reds, 8 greens and 4 blues, the last entry white. Errors: 10 when a page's colours
+ * cannot become a palette (more than 65,535, no memory), 19 a header or table cut short; other failures set
+ * none. Where there is no memory for the palette of a page without a table,
  * one more lock is left on `dib`. */
 RASTREL_API HPALETTE RASTREL_CALL CreateDIBPalette(HGLOBAL dib);
 
@@ -183,7 +183,7 @@ RASTREL_API int RASTREL_CALL GetSystemPalette(RGBQUAD* entries);
 
 /* Expands a run-length compressed page of 8 or 4 bits (with a full colour table) into a new one. Decoding
  * ends where the data does; what it did not reach is 0. Success sets error 0. Errors: 8 null handle, not such
- * a page, no image size, a table cut short; 1 no memory; 19 negative or impossible sizes. */
+ * a page, no image size, a table cut short; 1 no memory or more than a block can hold; 19 negative sizes. */
 RASTREL_API HGLOBAL RASTREL_CALL ExpandCompressedDIB(HGLOBAL dib);
 
 /* Turns a page of 8 bits into one of 24 by its colour table; pages of 2, 16 and 32 bits are taken to have a
@@ -198,14 +198,15 @@ RASTREL_API HGLOBAL RASTREL_CALL Convert8to24(HGLOBAL dib);
  * DeleteObject. */
 
 /* Returns a bitmap's pixels as a page of 1, 4, 8 or 24 bits (24 for 16 and 32). The colour table is `palette`
- * when it has no more entries than the depth has colours, else (or without one) the screen's palette, else a
- * standard one: black and white, the 16 standard colours, a cube of 8 reds, 8 greens and 4 blues. Sets no
- * error of its own, but leaves 10 behind, with success, where the screen has no palette and one was looked
- * for. */
+ * (the screen's when null, but for 1 bit) when it has no more entries than the depth has colours, else a
+ * standard one: black and white, the 16 standard colours, a cube of 8 reds, 8 greens and 4 blues. Null when
+ * the bitmap's pixels cannot be had, as while a device context holds it. Sets no error of its own, but leaves
+ * 10 behind, with success, where a palette is looked for on a screen of more than 8 bits. */
 RASTREL_API HGLOBAL RASTREL_CALL ConvertBitmapToDIB(HBITMAP bitmap, HPALETTE palette);
 
 /* Returns a page as a bitmap of 1 bit (1-bit pages: each colour the nearer of black and white) or of the
- * screen's depth. Errors: 11 cannot be made, 19 a block cut short; none for a dead handle. */
+ * screen's depth. Errors: 11 cannot be made, 19 a block cut short or a size below 1; none for a
+ * dead handle. */
 RASTREL_API HBITMAP RASTREL_CALL ConvertDIBToBitmap(HGLOBAL dib);
 
 /* Returns a copy of a bitmap. Errors: 1 no memory, 7 its bits cannot be had. */
@@ -292,11 +293,11 @@ RASTREL_API HGLOBAL RASTREL_CALL DitherJJN(HGLOBAL dib, int bits);
 RASTREL_API HGLOBAL RASTREL_CALL Halftone(HGLOBAL dib, uint16_t method, int brightness, uint16_t* error);
 
 /* Dither a page of 4, 8 or 24 bits to fewer, 1 or 4, as DitherFS4 does, but by handing out the tone of small
- * blocks anew, to their brightest pixels first. What is left goes on to the next block: whole in DitherSmooth,
- * for photographs, half in DitherSharp, for text and line art. To 1 bit, a page's second row from the bottom
- * counts by its red alone. Success sets error 0. Errors: 8 other `bits`, 17 null handle, 20 not fewer bits
- * than the page has or a depth not listed (one more lock is left on `dib` then), 1 no memory or cannot be
- * locked. */
+ * blocks anew, to their brightest pixels first. What is left goes on to the next block: whole in
+ * DitherSmooth, for photographs, half in DitherSharp, for text and line art. To 1 bit, a page's second row
+ * from the bottom and the first pixel of its bottom row count by their red alone. Success sets error 0.
+ * Errors: 8 other `bits`, 17 null handle, 20 not fewer bits than the page has or a depth not listed (one more
+ * lock is left on `dib` then), 1 no memory or cannot be locked. */
 RASTREL_API HGLOBAL RASTREL_CALL DitherSmooth(HGLOBAL dib, int bits);
 RASTREL_API HGLOBAL RASTREL_CALL DitherSharp(HGLOBAL dib, int bits);
 
@@ -310,18 +311,19 @@ RASTREL_API HGLOBAL RASTREL_CALL ConvertMonoDIBtoGrayscale(HGLOBAL dib, uint32_t
 RASTREL_API HGLOBAL RASTREL_CALL ConvMonoDIBtoGrayscale(HGLOBAL dib, uint32_t method);
 
 /* Turns a page into grey: of 4 or 8 bits by its colour table, pixels as they are; of 24 bits into 8 bits and
- * 256 greys; of 1 bit as ConvertMonoDIBtoGrayscale does by `method` (not looked at otherwise), but set bits are
- * always white. Other depths give a black page of 8 bits. The grey of a colour is (8 red + 15 green + 3 blue)
- * / 26 when `weighted` is non-zero, else the mean of the three. Success sets error 0 and leaves one more lock
- * on `dib`: unlock it. Errors: 8 null handle, header size or method, 17 cannot be locked, 18 compressed, 19 bad
- * size, 1 no memory. */
+ * 256 greys; of 1 bit as ConvertMonoDIBtoGrayscale does by `method` (not looked at otherwise), but set bits
+ * are always white. Other depths give a black page of 8 bits. The grey of a colour is (8 red + 15 green + 3
+ * blue) / 26 when `weighted` is non-zero, else the mean of the three. Success sets error 0 and leaves one
+ * more lock on `dib`: unlock it. Errors: 8 null handle, header size or method, 17 cannot be locked, 18
+ * compressed, 19 bad size, 1 no memory. */
 RASTREL_API HGLOBAL RASTREL_CALL ConvColorDIBtoGrayscale(HGLOBAL dib, int weighted, uint32_t method);
 
 /* Returns 1 when a page is blank, 0 when it is not, -1 when it cannot be read. `tolerance` (0 to 1000, others
- * count as the nearest) is in tenths of a percent of the pixels. At 1 bit (two greys; others give 0) a page is
- * blank when fewer pixels than that are ink: those of colour 0 when it is black, else those of colour 1. At 8
- * and 24 bits it is blank when more pixels are lighter than `background`, in red, green and blue each, than
- * that leaves; at 24 bits the background's red and blue change places. Other depths give 0. Sets no error. */
+ * count as the nearest) is in tenths of a percent of the pixels. At 1 bit (two greys; others give 0) a page
+ * is blank when fewer pixels than that are ink: those of colour 0 when it is black, else those of colour 1.
+ * At 8 and 24 bits it is blank when more pixels are lighter than `background`, in red, green and blue each,
+ * than that leaves; at 24 bits the background's red and blue change places. Other depths give 0. Sets no
+ * error. */
 RASTREL_API int RASTREL_CALL IsImageBlank(HGLOBAL dib, int tolerance, COLORREF background);
 
 /* ---- page cleanup ---- */

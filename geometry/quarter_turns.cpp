@@ -62,6 +62,7 @@ HBITMAP TurnBitmap(HBITMAP bitmap, TurnMove turn) {
   const auto rowBits = static_cast<uint64_t>(description.bmWidth) * description.bmBitsPixel;
   description.bmWidthBytes = static_cast<int32_t>((rowBits + 15) / 16 * 2);
   const PlaneLayout layout(description, source.layout());
+  if (layout.bytes() > INT32_MAX) return state.Fail(ErrCreateBitmap);  // more than the platform makes
   const NewBlock bits(layout.bytes(), Content::kUnset);
   if (!bits) return state.Fail(ErrNoMemory);
 

@@ -135,13 +135,13 @@ std::optional<Joined> SurveyTiles(const TileGrid& grid) {
 }
 
 // Copies a tile's rows to where they belong from byte `at` of the page's block on. Returns false where they
-// would leave it.
+// would leave its rows.
 bool PlaceTile(const LockedDib& tile, const DibExtent& extent, const Joined& joined, uint64_t at,
                uint8_t* block) {
   if (extent.imageBytes == 0) return true;
   const auto height = static_cast<uint32_t>(tile.height());
   const uint64_t needed = (height - 1) * joined.stride + extent.stride;
-  if (at > joined.bytes() || needed > joined.bytes() - at) return false;
+  if (at < joined.headBytes || at > joined.bytes() || needed > joined.bytes() - at) return false;
   CopyRows(tile.bytes() + extent.headBytes, static_cast<size_t>(extent.stride), block + at,
            static_cast<size_t>(joined.stride), static_cast<size_t>(extent.stride), height);
   return true;
@@ -161,7 +161,7 @@ bool PlaceTiles(const TileGrid& grid, const Joined& joined, uint8_t* block) {
       lastHeight = static_cast<uint64_t>(tile.height());
     }
     // The next row of tiles begins where the last tile of this one says; without rows that is further down,
-    // and what has wrapped around is refused.
+    // and what then lies in the head or has wrapped around is refused.
     at += (lastHeight - 1) * joined.stride;
   }
   return true;

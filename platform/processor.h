@@ -3,15 +3,15 @@
 #define RASTREL_PLATFORM_PROCESSOR_H
 
 // RASTREL_FOR_AVX2 compiles a function for AVX2: call it only where HasAvx2. RASTREL_ALSO_AVX2 compiles it
-// twice, and the loader picks one; where loaders cannot, it is compiled once. Elsewhere than on x86 both do
-// nothing.
+// twice, and the loader picks one; where loaders cannot, and under the thread sanitizer, which would be called
+// before it is there, it is compiled once. Elsewhere than on x86 both do nothing.
 #if defined(__x86_64__) || defined(__i386__)
 #define RASTREL_FOR_AVX2 __attribute__((target("avx2")))
 #else
 #define RASTREL_FOR_AVX2
 #endif
 
-#if defined(__x86_64__) && defined(__ELF__)
+#if defined(__x86_64__) && defined(__ELF__) && !defined(__SANITIZE_THREAD__)
 #define RASTREL_ALSO_AVX2 __attribute__((target_clones("default", "avx2")))
 #else
 #define RASTREL_ALSO_AVX2

@@ -19,7 +19,6 @@ constexpr int kNotBlank = 0;
 constexpr int kBlank = 1;
 
 using Words = uint64_t __attribute__((vector_size(32)));
-using Bytes = uint8_t __attribute__((vector_size(32)));
 
 [[gnu::always_inline]] inline uint64_t SumOfBytes(const Words& bytes) {
   const Words pairs = (bytes & 0x00FF00FF00FF00FF) + (bytes >> 8 & 0x00FF00FF00FF00FF);
@@ -50,41 +49,32 @@ using Bytes = uint8_t __attribute__((vector_size(32)));
   return SumOfBytes(counts);
 }
 
-// Returns how many bits are set. Eight words are added up bit by bit, so that only one word of eights needs
-// its bits counted.
+// Returns how many bits are set. Four words are added up bit by bit, so that only one word of fours needs its
+// bits counted.
 [[gnu::always_inline]] inline uint64_t CountBits(const uint8_t* bytes, size_t count) {
-  constexpr size_t kBlock = 8 * sizeof(Words);
-  constexpr size_t kMostBlocks = 255 / 8;  // a byte of `eights` holds their counts
+  constexpr size_t kBlock = 4 * sizeof(Words);
+  constexpr size_t kMostBlocks = 255 / 8;  // a byte of `counts` holds their fours
   uint64_t total = 0;
   while (count >= kBlock) {
     const size_t blocks = std::min(count / kBlock, kMostBlocks);
     Words ones{};
     Words twos{};
-    Words fours{};
     Words counts{};
     for (size_t block = 0; block < blocks; ++block, bytes += kBlock) {
-      Words a, b, c, d, e, f, g, h;
+      Words a, b, c, d;
       std::memcpy(&a, bytes, sizeof(Words));
       std::memcpy(&b, bytes + sizeof(Words), sizeof(Words));
       std::memcpy(&c, bytes + 2 * sizeof(Words), sizeof(Words));
       std::memcpy(&d, bytes + 3 * sizeof(Words), sizeof(Words));
-      std::memcpy(&e, bytes + 4 * sizeof(Words), sizeof(Words));
-      std::memcpy(&f, bytes + 5 * sizeof(Words), sizeof(Words));
-      std::memcpy(&g, bytes + 6 * sizeof(Words), sizeof(Words));
-      std::memcpy(&h, bytes + 7 * sizeof(Words), sizeof(Words));
-      Words twosA, twosB, foursA, foursB, eights;
+      Words twosA, twosB, fours;
       AddBits(a, b, &ones, &twosA);
       AddBits(c, d, &ones, &twosB);
-      AddBits(twosA, twosB, &twos, &foursA);
-      AddBits(e, f, &ones, &twosA);
-      AddBits(g, h, &ones, &twosB);
-      AddBits(twosA, twosB, &twos, &foursB);
-      AddBits(foursA, foursB, &fours, &eights);
-      Words eightsInBytes;
-      CountInBytes(eights, &eightsInBytes);
-      counts += eightsInBytes;
+      AddBits(twosA, twosB, &twos, &fours);
+      Words foursInBytes;
+      CountInBytes(fours, &foursInBytes);
+      counts += foursInBytes;
     }
-    total += 8 * SumOfBytes(counts) + 4 * SumOfBits(fours) + 2 * SumOfBits(twos) + SumOfBits(ones);
+    total += 4 * SumOfBytes(counts) + 2 * SumOfBits(twos) + SumOfBits(ones);
     count -= blocks * kBlock;
   }
   // Rows are whole groups of four bytes.
@@ -141,8 +131,18 @@ int TestInk(const ConstRows& rows, bool inkIsSet, double allowance) {
 
 // ---- background, 8 and 24 bits ----------------------------------------------------------------------------
 
+// 16 bytes, the width that every processor has: comparisons of wider vectors would be taken apart byte by
+// byte where they are missing.
+using Bytes = uint8_t __attribute__((vector_size(16)));
+
 // Counts go side by side in bytes, which are added up before any can overflow.
 constexpr size_t kMostRounds = 255;
+
+[[gnu::always_inline]] inline uint64_t SumOf(const Bytes& counts) {
+  uint64_t sum = 0;
+  for (size_t i = 0; i < sizeof(Bytes); ++i) sum += counts[i];
+  return sum;
+}
 
 // Indices from `first` up to `last`.
 struct Run {
@@ -151,23 +151,18 @@ struct Run {
 };
 
 RASTREL_ALSO_AVX2 uint64_t CountRun(const uint8_t* pixels, size_t count, Run run) {
-  constexpr size_t kParts = 4;
-  constexpr size_t kRound = kParts * sizeof(Bytes);
   const auto length = static_cast<uint8_t>(run.last - run.first);
   uint64_t total = 0;
-  while (count >= kRound) {
-    const size_t rounds = std::min(count / kRound, kMostRounds);
-    Bytes counters[kParts] = {};
-    for (size_t round = 0; round < rounds; ++round) {
-      for (Bytes& counter : counters) {
-        Bytes indices;
-        std::memcpy(&indices, pixels, sizeof(indices));
-        counter -= reinterpret_cast<Bytes>(indices - run.first <= length);
-        pixels += sizeof(indices);
-      }
+  while (count >= sizeof(Bytes)) {
+    const size_t rounds = std::min(count / sizeof(Bytes), kMostRounds);
+    Bytes counts = {};
+    for (size_t round = 0; round < rounds; ++round, pixels += sizeof(Bytes)) {
+      Bytes indices;
+      std::memcpy(&indices, pixels, sizeof(indices));
+      counts -= reinterpret_cast<Bytes>(indices - run.first <= length);
     }
-    for (const Bytes& counter : counters) total += SumOfBytes(reinterpret_cast<Words>(counter));
-    count -= rounds * kRound;
+    total += SumOf(counts);
+    count -= rounds * sizeof(Bytes);
   }
   for (size_t x = 0; x < count; ++x) total += static_cast<uint8_t>(pixels[x] - run.first) <= length ? 1 : 0;
   return total;
@@ -176,19 +171,11 @@ RASTREL_ALSO_AVX2 uint64_t CountRun(const uint8_t* pixels, size_t count, Run run
 // The indices of background colours.
 class BackgroundIndices {
  public:
-  void Add(unsigned index) { is_[index] = 1; }
-
-  // To be called once all are added.
-  void FindRuns() {
-    for (unsigned i = 0; i < 256 && runCount_ <= kMostRuns; ++i) {
-      const auto index = static_cast<uint8_t>(i);
-      if (is_[i] == 0) continue;
-      if (i == 0 || is_[i - 1] == 0) {
-        if (runCount_ < kMostRuns) runs_[runCount_].first = index;
-        ++runCount_;
-      }
-      if (runCount_ <= kMostRuns) runs_[runCount_ - 1].last = index;
-    }
+  // In ascending order.
+  void Add(unsigned index) {
+    is_[index] = 1;
+    if (index == 0 || is_[index - 1] == 0) runs_[runCount_++].first = static_cast<uint8_t>(index);
+    runs_[runCount_ - 1].last = static_cast<uint8_t>(index);
   }
 
   uint64_t CountIn(const uint8_t* pixels, size_t count) const {
@@ -203,57 +190,40 @@ class BackgroundIndices {
   static constexpr size_t kMostRuns = 12;
 
   uint64_t LookUpIn(const uint8_t* pixels, size_t count) const {
-    uint64_t totals[4] = {};
-    size_t x = 0;
-    for (; x + 8 <= count; x += 8) {
-      uint64_t eight;
-      std::memcpy(&eight, pixels + x, sizeof(eight));
-      for (unsigned i = 0; i < 8; ++i) totals[i % 4] += is_[eight >> 8 * i & 0xFF];
-    }
-    for (; x < count; ++x) totals[0] += is_[pixels[x]];
-    return totals[0] + totals[1] + totals[2] + totals[3];
+    uint64_t total = 0;
+    for (size_t x = 0; x < count; ++x) total += is_[pixels[x]];
+    return total;
   }
 
   std::array<uint64_t, 256> is_ = {};  // 1 or 0
-  std::array<Run, kMostRuns> runs_ = {};
+  std::array<Run, 128> runs_ = {};
   size_t runCount_ = 0;
 };
 
 // Counts the pixels that are above all three limits, which are given for their bytes in turn.
 RASTREL_ALSO_AVX2 uint64_t CountAbove(const uint8_t* pixels, size_t count, const uint8_t* limits) {
   constexpr size_t kPixels = sizeof(Bytes);
-  // Each for a vector that begins with one of a pixel's bytes.
-  Bytes limit[3];
-  Bytes isFirst[3];
-  for (size_t byte = 0; byte < 3; ++byte) {
-    for (size_t i = 0; i < sizeof(Bytes); ++i) {
-      limit[byte][i] = limits[(byte + i) % 3];
-      isFirst[byte][i] = (byte + i) % 3 == 0 ? 0xFF : 0;
-    }
-  }
   uint64_t total = 0;
   while (count > kPixels) {
     const size_t rounds = std::min((count - 1) / kPixels, kMostRounds);
-    // Every byte is taken for the first of a pixel, but only those that are one are asked for. So two bytes
-    // of the next pixel are read.
-    Bytes counters[3] = {};
+    // Every byte is taken for the first of a pixel, but only those that are one count. So two bytes of the
+    // next pixel are read.
+    Bytes counts[3] = {};
     for (size_t round = 0; round < rounds; ++round) {
-      for (size_t part = 0; part < 3; ++part, pixels += sizeof(Bytes)) {
+      for (Bytes& count3 : counts) {
         Bytes first;
         Bytes second;
         Bytes third;
         std::memcpy(&first, pixels, sizeof(Bytes));
         std::memcpy(&second, pixels + 1, sizeof(Bytes));
         std::memcpy(&third, pixels + 2, sizeof(Bytes));
-        const auto isNone = (first <= limit[2 * part % 3]) | (second <= limit[(2 * part + 1) % 3]) |
-                            (third <= limit[(2 * part + 2) % 3]);
-        counters[part] -= reinterpret_cast<Bytes>(isNone);
+        count3 -=
+            reinterpret_cast<Bytes>((first <= limits[0]) | (second <= limits[1]) | (third <= limits[2]));
+        pixels += sizeof(Bytes);
       }
     }
     total += rounds * kPixels;
-    for (size_t part = 0; part < 3; ++part) {
-      total -= SumOfBytes(reinterpret_cast<Words>(counters[part] & isFirst[2 * part % 3]));
-    }
+    for (size_t i = 0; i < sizeof(counts); i += 3) total -= counts[i / sizeof(Bytes)][i % sizeof(Bytes)];
     count -= rounds * kPixels;
   }
   for (size_t x = 0; x < count; ++x, pixels += 3) {
@@ -289,7 +259,6 @@ BackgroundIndices FindBackground(const LockedDib& page, const Rgb& colour) {
         entry.rgbBlue > colour.blue && entry.rgbGreen > colour.green && entry.rgbRed > colour.red;
     if (isLighter) indices.Add(i);
   }
-  indices.FindRuns();
   return indices;
 }
 

@@ -117,11 +117,6 @@ Header ResultHeader(const Header& source, unsigned bits, uint32_t colours) {
   return header;
 }
 
-ErrorCode FailureOf(const NewBlock& result) {
-  if (!result.allocated()) return ErrNoMemory;
-  return result ? ErrSuccess : ErrLockMemory;
-}
-
 // 1 and 24 bits. At 1 bit a set bit is white whatever the colour table says, unlike in
 // ConvertMonoDIBtoGrayscale. Kept: callers compare bytes.
 HGLOBAL TurnPixelsGrey(const LockedDib& page, const ConstRows& rows, bool weighted, uint32_t method,

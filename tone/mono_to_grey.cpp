@@ -156,8 +156,7 @@ RASTREL_ALSO_AVX2 void SmoothRow(const SmoothingRows<Kernel5x5>& rows, int last,
 template <class Kernel>
 ErrorCode SmoothPage(const ConstRows& page, uint8_t flip, const Rows& result) {
   const NewBlock buffer(SmoothingRows<Kernel>::TotalBytes(page.width), Content::kZeroed);
-  if (!buffer.allocated()) return ErrNoMemory;
-  if (!buffer) return ErrLockMemory;
+  if (const ErrorCode failure = FailureOf(buffer)) return failure;
 
   SmoothingRows<Kernel> rows(buffer.bytes(), page.width);
   const auto width = static_cast<size_t>(page.width);
@@ -214,8 +213,7 @@ HGLOBAL MonoToGrey(HGLOBAL dib, uint32_t method) {
   if (!page.FindRows(kHeaderBytes + PaletteBytes(&header), &rows)) return state.Fail(ErrDIBSize);
 
   GreyPage result(GreyHeader(header, 8));
-  if (!result.allocated()) return state.Fail(ErrNoMemory);
-  if (!result) return state.Fail(ErrLockMemory);
+  if (const ErrorCode failure = FailureOf(result)) return state.Fail(failure);
   if (const ErrorCode failure = TurnMonoGrey(rows, !FirstColourIsWhite(page), method, result.rows())) {
     return state.Fail(failure);
   }

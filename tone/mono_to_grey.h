@@ -27,6 +27,12 @@ class GreyPage : public NewBlock {
 
 constexpr uint32_t kMonoMethods = 3;  // expansion, 3 x 3 and 5 x 5 smoothing
 
+// What to report of a block: ErrSuccess, ErrNoMemory, ErrLockMemory.
+inline ErrorCode FailureOf(const NewBlock& block) {
+  if (!block.allocated()) return ErrNoMemory;
+  return block ? ErrSuccess : ErrLockMemory;
+}
+
 // Fills the rows of `result` from a page of 1 bit of the same size. Pages too low for a method take a simpler
 // one. Returns ErrNoMemory or ErrLockMemory when the work buffer cannot be had.
 ErrorCode TurnMonoGrey(const ConstRows& page, bool setIsWhite, uint32_t method, const Rows& result);

@@ -1,11 +1,10 @@
 // Memory blocks behind handles, and the process heap.
-#include <sys/mman.h>
-
 #include <cstdlib>
 #include <cstring>
 
 #include "platform/host/fault_injection.h"
 #include "platform/host/handle_table.h"
+#include "platform/host/huge_pages.h"
 #include "platform/host/system.h"
 
 using rastrel::host::ChangeLockCount;
@@ -14,6 +13,7 @@ using rastrel::host::FindHandle;
 using rastrel::host::HandleKind;
 using rastrel::host::HandleSlot;
 using rastrel::host::MakeHandle;
+using rastrel::host::PreferHugePages;
 using rastrel::host::ReleaseHandle;
 using rastrel::host::ShouldFail;
 
@@ -27,21 +27,6 @@ bool RoundUp(size_t bytes, size_t* rounded) {
   return *rounded >= bytes;
 }
 
-constexpr uintptr_t kHugePage = uintptr_t{2} << 20;
-
-// Asks for huge pages in a large block. The first touch of fresh memory costs a third then, and it costs more
-// than most operations do.
-void* PreferHugePages(void* memory, size_t size) {
-#ifdef MADV_HUGEPAGE
-  const auto begin = (reinterpret_cast<uintptr_t>(memory) + kHugePage - 1) & ~(kHugePage - 1);
-  const auto end = (reinterpret_cast<uintptr_t>(memory) + size) & ~(kHugePage - 1);
-  if (memory != nullptr && size >= 2 * kHugePage && begin < end) {
-    madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-  }
-#endif
-  return memory;
-}
-
 }  // namespace
 
 HGLOBAL GlobalAlloc(unsigned flags, size_t bytes) {
@@ -49,8 +34,9 @@ HGLOBAL GlobalAlloc(unsigned flags, size_t bytes) {
   if (ShouldFail(Fault::kAllocation) || !RoundUp(bytes, &size)) return nullptr;
   void* memory = nullptr;  // a block of size 0 has none
   if (size != 0) {
-    memory = PreferHugePages((flags & GMEM_ZEROINIT) != 0 ? std::calloc(1, size) : std::malloc(size), size);
+    memory = (flags & GMEM_ZEROINIT) != 0 ? std::calloc(1, size) : std::malloc(size);
     if (memory == nullptr) return nullptr;
+    PreferHugePages(memory, size);
   }
   HGLOBAL block = MakeHandle(HandleKind::kMemory, memory, size);
   if (block == nullptr) std::free(memory);
@@ -80,8 +66,9 @@ HGLOBAL GlobalReAlloc(HGLOBAL block, size_t bytes, unsigned flags) {
     std::free(slot->data);
     slot->data = nullptr;
   } else {
-    void* memory = PreferHugePages(std::realloc(slot->data, size), size);
+    void* memory = std::realloc(slot->data, size);
     if (memory == nullptr) return nullptr;
+    PreferHugePages(memory, size);
     if ((flags & GMEM_ZEROINIT) != 0 && size > slot->size) {
       std::memset(static_cast<uint8_t*>(memory) + slot->size, 0, size - slot->size);
     }

@@ -2,6 +2,7 @@
 #include <rastrel.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 
 #include "tests/support/faults.h"
@@ -66,6 +67,56 @@ TEST(ConvertBitmapToDIB, MakesTheHeaderAndTheColourTable) {
   EXPECT_EQ(nullptr, ConvertBitmapToDIB(kDead, kDead));
 }
 
+TEST(ConvertBitmapToDIB, HasItsStandardColours) {
+  const auto tableOf = [](int bits) {
+    HBITMAP bitmap = CreateBitmap(1, 1, 1, static_cast<unsigned>(bits), nullptr);
+    const Bytes block = TestDib(ConvertBitmapToDIB(bitmap, nullptr)).block();
+    DeleteObject(bitmap);
+    std::vector<uint32_t> colours(1u << bits);
+    std::memcpy(colours.data(), block.data() + 40, colours.size() * 4);
+    return colours;
+  };
+  EXPECT_EQ((std::vector<uint32_t>{0, 0x800000, 0x8000, 0x808000, 0x80, 0x800080, 0x8080, 0xC0C0C0, 0x808080,
+                                   0xFF0000, 0xFF00, 0xFFFF00, 0xFF, 0xFF00FF, 0xFFFF, 0xFFFFFF}),
+            tableOf(4));
+  std::vector<uint32_t> cube;
+  for (uint32_t red = 0; red < 8; ++red) {
+    for (uint32_t green = 0; green < 8; ++green) {
+      for (uint32_t blue = 0; blue < 4; ++blue) cube.push_back(red * 36 << 16 | green * 36 << 8 | blue * 85);
+    }
+  }
+  EXPECT_EQ(cube, tableOf(8));
+}
+
+TEST(DeviceBitmaps, TakeThePaletteOfTheScreen) {
+  const PALETTEENTRY shown[] = {{1, 2, 3, 0}, {250, 0, 7, 0}, {255, 255, 255, 0}};
+  RastrelHostSetScreen(8, shown, 3);
+  const uint8_t indices[] = {1, 2};
+  HBITMAP bitmap = CreateBitmap(2, 1, 1, 8, indices);
+  SetRastrelError(kErrorBefore);
+  const Bytes block = TestDib(ConvertBitmapToDIB(bitmap, nullptr)).block();
+  EXPECT_EQ((Bytes{3, 2, 1, 0, 7, 0, 250, 0, 255, 255, 255, 0, 0}),
+            Bytes(block.begin() + 40, block.begin() + 53));
+  EXPECT_EQ((Bytes{0x40, 0}), Taken(ConvertToMonochromeBitmap(bitmap)));
+  EXPECT_EQ(kErrorBefore, RastrelError());
+  DeleteObject(bitmap);
+  TestDib colours(MakeHeader(24, 2, 1));
+  colours.Set(0, 0, 0xE00000), colours.Set(1, 0, 0x00E000);
+  EXPECT_EQ((Bytes{7, 56}), Taken(ConvertDIBToBitmap(colours.handle()))) << "of the fixed palette";
+  RastrelHostSetScreen(32, nullptr, 0);
+}
+
+TEST(ConvertToMonochromeBitmap, IsWhiteWherePixelsAreNearerToIt) {
+  const uint32_t pixels[] = {0x7F7F80, 0x80807F, 0xFFFFFF, 0};  // red + green + blue of 382 and 383
+  HBITMAP bitmap = CreateBitmap(2, 2, 1, 32, pixels);
+  EXPECT_EQ((Bytes{0x40, 0, 0x80, 0}), Taken(ConvertToMonochromeBitmap(bitmap)));
+  DeleteObject(bitmap);
+  const uint16_t planes[] = {0xFF, 0xFF, 0xFF, 0x7F};  // the first pixel is colour 7, light grey
+  bitmap = CreateBitmap(8, 1, 4, 1, planes);
+  EXPECT_EQ((Bytes{0xFF, 0}), Taken(ConvertToMonochromeBitmap(bitmap)));
+  DeleteObject(bitmap);
+}
+
 TEST(ConvertDIBToBitmap, GoesThereAndBack) {
   const TestDib page = TestDib::Random(24, 150, 160, 1);
   HBITMAP bitmap = ConvertDIBToBitmap(page.handle());
@@ -88,9 +139,10 @@ TEST(ConvertDIBToBitmap, GoesThereAndBack) {
                                    .handle()));
     EXPECT_EQ(ErrCreateBitmap, RastrelError());
   }
+  EXPECT_EQ(nullptr, convert(page.With([](auto& info) { info.biSize = 108; }).handle()));
 }
 
-TEST(DuplicateBitmap, CopiesPlanesAndLargeBitmaps) {
+TEST(DuplicateBitmap, CopiesPlanesAndLargeBitmapsAndSaysWhatFailed) {
   for (const auto& [width, planes, bits] : {std::tuple(13, 3, 8), {300, 2, 4}, {300, 1, 32}}) {
     HBITMAP bitmap = AnyBitmap(width, 250, planes, bits);
     HBITMAP copy = DuplicateBitmap(bitmap);
@@ -98,6 +150,13 @@ TEST(DuplicateBitmap, CopiesPlanesAndLargeBitmaps) {
   }
   EXPECT_EQ(nullptr, DuplicateBitmap(kDead));
   EXPECT_EQ(ErrCopyBits, RastrelError());
+  HBITMAP bitmap = AnyBitmap(5, 5, 1, 8);
+  for (const auto operation : {DuplicateBitmap, ConvertToMonochromeBitmap}) {
+    host::FailNth(host::Fault::kAllocation, 1);
+    EXPECT_EQ(nullptr, operation(bitmap));
+    EXPECT_EQ(ErrNoMemory, RastrelError());
+  }
+  DeleteObject(bitmap);
   EXPECT_EQ(nullptr, ConvertToMonochromeBitmap(nullptr));
   EXPECT_EQ(ErrParameter, RastrelError());
   EXPECT_EQ(nullptr, ConvertToMonochromeBitmap(kDead));

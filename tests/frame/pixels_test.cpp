@@ -76,6 +76,9 @@ TEST(DIBPixelColor, RefusesWhatIsNotThere) {
       for (const unsigned x : {2u, 8u}) ColourAt(lying, x, 0), ColourAt(lying, x, 4);
       EXPECT_TRUE(lying.Unchanged());
     }
+    Bytes cut = TestDib(MakeHeader(24, 3, 1)).block();
+    cut.resize(48);
+    refuses(TestDib(cut).handle(), 2, 0);
     EXPECT_EQ(bits == 24, SetDIBPixelColor(page.handle(), 1, 1, 0x010203) == 1);
     EXPECT_EQ(bits != 24, GlobalFlags(page.handle()) == 1) << "Kept: a colour that the table lacks";
   }

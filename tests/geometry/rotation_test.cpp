@@ -201,13 +201,27 @@ TEST(RotateDIB, TriesAgainWhenMemoryRunsOutAndCleansUpWhenALockFails) {
   ExpectEveryFault(host::Fault::kLock, page, ErrLockMemory, turn);
 }
 
-TEST(RotateDIB, ShowsTheWaitCursor) {
-  std::vector<int> shown;
-  RastrelHostSetCursor(
-      [](void* context, int cursor) { static_cast<std::vector<int>*>(context)->push_back(cursor); }, &shown);
-  EXPECT_EQ(nullptr, RotateDIB(nullptr, 1));
-  RastrelHostSetCursor(nullptr, nullptr);
-  EXPECT_EQ((std::vector<int>{32514, 0}), shown);
+TEST(LongOperations, ShowTheWaitCursor) {
+  const TestDib page = TestDib::Random(8, 9, 9, 1);
+  HBITMAP bitmap = CreateBitmap(9, 9, 1, 8, nullptr);
+  const auto expectCursor = [](auto operation, void* of) {
+    std::vector<int> shown;
+    RastrelHostSetCursor(
+        [](void* context, int cursor) { static_cast<std::vector<int>*>(context)->push_back(cursor); },
+        &shown);
+    const auto result = operation(of);
+    RastrelHostSetCursor(nullptr, nullptr);
+    EXPECT_EQ((std::vector<int>{32514, 0}), shown);
+    return result;
+  };
+  expectCursor([](HGLOBAL dib) { return RotateDIB(dib, 1); }, nullptr);
+  for (const auto operation : {FlipDIBVertical, FlipDIBHorizontal})
+    GlobalFree(expectCursor(operation, page.handle()));
+  GlobalFree(expectCursor([](HGLOBAL dib) { return TurnDIB(dib, 1); }, page.handle()));
+  for (const auto operation : {RotateBitmap90, ConvertToMonochromeBitmap})
+    DeleteObject(expectCursor(operation, bitmap));
+  expectCursor(RotateBitmap180, bitmap);
+  DeleteObject(bitmap);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ namespace {
 
 // An array block of tiles; all are freed at the end of its life.
 struct Tiles {
-  HGLOBAL array = nullptr;
+  HGLOBAL array = reinterpret_cast<HGLOBAL>(uintptr_t{0x1234});  // of no block
   int counts[2] = {-1, -1};
 
   Tiles() = default;
@@ -128,6 +128,14 @@ TEST(MergeDIBs, RefusesWhatIsNoGrid) {
     }
     tiles.At(index) = good;
   }
+  // The third begins above the pixels.
+  std::vector<Bytes> climbing;
+  for (const auto& [width, height] : {std::pair{44, 0}, {4, 0}, {44, 1}}) {
+    BITMAPINFOHEADER header = MakeHeader(8, width, height);
+    header.biClrUsed = 1;
+    climbing.push_back(TestDib::Random(header, 1).block());
+  }
+  EXPECT_EQ(nullptr, MergeDIBs(Tiles(climbing).array, 1, 3));
   const auto merge = [&](HGLOBAL) { return MergeDIBs(tiles.array, 2, 2); };
   ExpectEveryFault(host::Fault::kAllocation, page, kErrorBefore, merge);
   ExpectEveryFault(host::Fault::kLock, page, kErrorBefore, merge);
@@ -155,9 +163,9 @@ TEST(SplitDIB, RefusesAndLeavesNothingBehind) {
       struck = host::FaultStruck(fault);
       host::FailNth(fault, 0);
       EXPECT_EQ(struck, !done);
-      EXPECT_EQ(done, tiles.array != nullptr);
-      EXPECT_TRUE(done || blocks == host::LiveBlocks());
       const bool isLockOfPage = fault == host::Fault::kLock && n == 1;  // the counts come next
+      EXPECT_EQ(done || isLockOfPage, tiles.array != nullptr);
+      EXPECT_TRUE(done || blocks == host::LiveBlocks());
       EXPECT_EQ(isLockOfPage ? -1 : 4, tiles.counts[1]);
     }
   }

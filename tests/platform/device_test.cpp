@@ -196,6 +196,39 @@ TEST_F(Device, RefusesWhatIsDeadOrLies) {
   EXPECT_TRUE(DeleteObject(good) && GlobalFree(block) == nullptr);
 }
 
+TEST_F(Device, GivesWhatThereIsRoomFor) {
+  HBITMAP empty = CreateBitmap(0, 5, 1, 99, nullptr), wide = CreateBitmap(16, 2048, 2, 8, nullptr);
+  BITMAP description;
+  EXPECT_EQ(0, GetObjectA(empty, sizeof(BITMAP) - 1, &description));
+  EXPECT_EQ(int(sizeof(BITMAP)), GetObjectA(empty, 99, &description));
+  EXPECT_TRUE(description.bmWidth == 1 && description.bmHeight == 1 && description.bmBitsPixel == 1);
+  HPALETTE palette = PaletteOf({0x010000, 0x030000, 0x030000, 0x050000});
+  PALETTEENTRY entries[3] = {};
+  EXPECT_EQ(2u, GetPaletteEntries(palette, 2, 9, entries));
+  EXPECT_TRUE(entries[0].peRed == 3 && entries[1].peRed == 5 && entries[2].peRed == 0);
+  EXPECT_EQ(1u, GetNearestPaletteIndex(palette, 0x03)) << "the first of equals";
+  EXPECT_EQ(0u, GetNearestPaletteIndex(palette, 0x02)) << "and of equally near ones";
+  Words record = {0x301 | 1 << 16, 0};
+  EXPECT_EQ(nullptr, CreatePalette(reinterpret_cast<const LOGPALETTE*>(record.data())));
+  // Two planes of 16 x 2,048 bytes are not interleaved any more.
+  Bytes planes(65536);
+  planes[32768] = 1;
+  SetBitmapBits(wide, 65536, planes.data());
+  Words info = Info(1, 2048, 24), pixels(2048);
+  EXPECT_EQ(2048,
+            GetDIBits(screen_, wide, 0, 2048, pixels.data(), reinterpret_cast<BITMAPINFO*>(info.data()), 0));
+  EXPECT_EQ(66u << 8, pixels[2047]) << "8 of 31 greens";
+  EXPECT_EQ(0u, pixels[0]);
+  EXPECT_TRUE(DeleteObject(empty) && DeleteObject(wide) && DeleteObject(palette));
+  EXPECT_TRUE(RastrelHostSetScreen(8, entries, 2));
+  entries[1].peRed = 77;
+  EXPECT_EQ(1u, GetSystemPaletteEntries(screen_, 0, 1, entries));
+  EXPECT_TRUE(entries[0].peRed == 3 && entries[1].peRed == 77);
+  EXPECT_TRUE(RastrelHostSetScreen(16, nullptr, 0));
+  EXPECT_EQ(0u, GetSystemPaletteEntries(screen_, 0, 1, entries));
+  EXPECT_EQ(1, RastrelHostSetScreen(32, nullptr, 0));
+}
+
 TEST_F(Device, ShowsTheScreensColours) {
   const PALETTEENTRY shown[] = {{255, 0, 0, 0}, {0, 200, 0, 0}, {0, 0, 9, 0}};
   EXPECT_FALSE(RastrelHostSetScreen(24, shown, 3) || RastrelHostSetScreen(1, shown, 3));

@@ -20,13 +20,13 @@ struct FaultOutcome {
   host::Fault fault;
   int n;
   bool failed;          // the operation returned null
-  int error;            // the thread's last error; it was 31 (a code that no operation sets) before the run
+  int error;            // the thread's last error; it was kErrorBefore before the run
   size_t leakedBlocks;  // blocks left alive, the result not counted
   size_t leakedWindows;
   unsigned locks;  // left on the input
   bool inputUnchanged;
 };
-constexpr int kErrorBefore = 31;
+constexpr int kErrorBefore = 30;  // a code that no operation sets
 std::ostream& operator<<(std::ostream& out, const FaultOutcome& outcome);
 
 // Runs `operation` on `input` again and again, each time with another fault, until a run goes through without

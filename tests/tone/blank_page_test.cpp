@@ -85,6 +85,11 @@ TEST(IsImageBlank, LooksOnlyAtKnownPagesAndSurvivesOthers) {
   const auto test = [](HGLOBAL dib) { return IsImageBlank(dib, 1000, 0); };
   EXPECT_EQ(1, test(TestDib(MakeHeader(1, 9, 1), {{9, 9, 9, 0}, {8, 8, 8, 0}}).handle()));
   EXPECT_EQ(0, test(TestDib(MakeHeader(1, 9, 1), {{9, 9, 9, 0}, {8, 8, 9, 0}}).handle()));
+  // Without rows too the colours count, and have to be there.
+  BITMAPINFOHEADER empty = MakeHeader(1, 9, 0);
+  EXPECT_EQ(0, test(TestDib(empty, {{9, 9, 9, 0}, {8, 8, 9, 0}}).handle()));
+  const auto* const head = reinterpret_cast<const uint8_t*>(&empty);
+  EXPECT_EQ(0, test(TestDib(Bytes(head, head + sizeof(empty))).handle()));
   for (const int bits : {1, 4, 8, 24}) {
     EXPECT_EQ(bits == 1, test(TestDib(MakeHeader(bits, 9, 0)).handle()));
     for (const Bytes& block : LyingBlocks(bits)) {

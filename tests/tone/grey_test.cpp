@@ -68,10 +68,12 @@ GreyRows Smoothed(std::initializer_list<std::string_view> pageRows, uint32_t met
 }
 
 TEST(ColourToGrey, LeavesOutColoursThatDoNotFit) {
-  BITMAPINFOHEADER header = MakeHeader(4, 9, 3);
-  header.biClrUsed = 20;
-  const TestDib page = TestDib::Random(header, 1);
-  EXPECT_EQ(Rounded(reference::ConvColorDIBtoGrayscale(page.block(), 1, 0)), ColourToGrey(page, 1).block());
+  for (const auto& [bits, used] : {std::pair{4, 20u}, {8, 300u}}) {
+    BITMAPINFOHEADER header = MakeHeader(bits, 9, 3);
+    header.biClrUsed = used;
+    const TestDib page = TestDib::Random(header, 1);
+    EXPECT_EQ(Rounded(reference::ConvColorDIBtoGrayscale(page.block(), 1, 0)), ColourToGrey(page, 1).block());
+  }
 }
 
 TEST(MonoToGrey, KeptRowsComeOneOrTwoHigherAndTheEndsAgain) {
