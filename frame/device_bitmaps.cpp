@@ -3,13 +3,13 @@
 #include "frame/device_bitmaps.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <utility>
 
 #include "frame/device_context.h"
 #include "frame/dib.h"
 #include "frame/thread_state.h"
+#include "platform/colours.h"
 
 namespace rastrel {
 namespace {
@@ -17,42 +17,10 @@ namespace {
 // Allocated behind the rows that are made from a bitmap. Kept: callers see the block's size.
 constexpr uint64_t kSpareBytes = 50;
 
-constexpr std::array<RGBQUAD, 16> kStandardColours = {{{0, 0, 0, 0},
-                                                       {0, 0, 128, 0},
-                                                       {0, 128, 0, 0},
-                                                       {0, 128, 128, 0},
-                                                       {128, 0, 0, 0},
-                                                       {128, 0, 128, 0},
-                                                       {128, 128, 0, 0},
-                                                       {192, 192, 192, 0},
-                                                       {128, 128, 128, 0},
-                                                       {0, 0, 255, 0},
-                                                       {0, 255, 0, 0},
-                                                       {0, 255, 255, 0},
-                                                       {255, 0, 0, 0},
-                                                       {255, 0, 255, 0},
-                                                       {255, 255, 0, 0},
-                                                       {255, 255, 255, 0}}};
-
-// Red and green stop at 252 (7 * 36) while blue reaches 255 (3 * 85). Kept: callers compare bytes.
-constexpr RGBQUAD CubeColour(unsigned index) {
-  return {static_cast<uint8_t>(index % 4 * 85), static_cast<uint8_t>(index / 4 % 8 * 36),
-          static_cast<uint8_t>(index / 32 * 36), 0};
-}
-
-RGBQUAD StandardColour(unsigned bits, unsigned index) {
-  if (bits == 1) return index == 0 ? kBlack : kWhite;
-  return bits == 4 ? kStandardColours[index] : CubeColour(index);
-}
-
 unsigned EntriesOf(HPALETTE palette) {
   WORD entries = 0;
   return palette != nullptr && GetObjectA(palette, sizeof(entries), &entries) == sizeof(entries) ? entries
                                                                                                  : 0;
-}
-
-bool Describe(HBITMAP bitmap, BITMAP* description) {
-  return GetObjectA(bitmap, sizeof(*description), description) == sizeof(*description);
 }
 
 Header HeaderFor(const BITMAP& bitmap) {
@@ -92,14 +60,11 @@ void FillDIBColorTable(HPALETTE palette, BITMAPINFO* info) {
   const uint32_t colours = DIBNumColors(info);
   const unsigned bits = info->bmiHeader.biBitCount;
   auto* const table = reinterpret_cast<uint8_t*>(info) + sizeof(Header);
-  const auto store = [table](unsigned i, RGBQUAD colour) {
-    std::memcpy(table + i * sizeof(colour), &colour, sizeof(colour));
-  };
-
   const unsigned entries = EntriesOf(palette);
   if (entries == 0 || entries > colours) {
-    const unsigned standard = bits <= 8 ? std::min(colours, 1u << bits) : 0;
-    for (unsigned i = 0; i < standard; ++i) store(i, StandardColour(bits, i));
+    const ColourTable& standard = StandardColours(bits);
+    if (bits <= 8)
+      std::memcpy(table, standard.colours.data(), std::min(colours, standard.count) * sizeof(Rgb));
     return;
   }
   GetPaletteEntries(palette, 0, entries, reinterpret_cast<PALETTEENTRY*>(table));

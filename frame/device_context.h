@@ -8,6 +8,11 @@
 
 namespace rastrel {
 
+// Returns false for what is no bitmap.
+inline bool Describe(HBITMAP bitmap, BITMAP* description) {
+  return GetObjectA(bitmap, sizeof(*description), description) == sizeof(*description);
+}
+
 // The screen's device context, released at the end of its life.
 class ScreenContext {
  public:

@@ -365,6 +365,25 @@ RASTREL_API HGLOBAL RASTREL_CALL PunchHoleRemover(HGLOBAL dib, int holeSize, int
  * taken to start at 40 + 4 * biClrUsed, also when that is 0. Sets no error. */
 RASTREL_API HGLOBAL RASTREL_CALL CleanImage(HGLOBAL dib, int level, int fullFilter);
 
+/* ---- combining ----
+ *
+ * Both place a source with its top left pixel at (x, y) of the destination, replacing what is there or, with
+ * `andFlag`, combining red, green and blue by AND (dark wins). What lies outside the destination is clipped;
+ * nothing left is a success. A mask is as large as the source and black where the source counts as black; it
+ * is reduced to black and white (white from red + green + blue of 383 on). When `*destination` is null it
+ * becomes a copy of the source. Return non-zero, or 0 and error 8 (null source), 7 (the copy failed), 19
+ * (mask of another size). */
+
+/* Bitmaps: draws into the destination, and the mask into the source as well. */
+RASTREL_API int RASTREL_CALL CombineBMP(int x, int y, HBITMAP* destination, HBITMAP source, HBITMAP mask,
+                                        int andFlag);
+
+/* Pages, of any two depths: the destination keeps its size, depth and colour table (but on a screen with a
+ * palette, whose colours it takes over), and colours become its nearest. Source and mask stay as they were.
+ * Error 11 for a page that is cut short, compressed or of another depth than 1, 4, 8, 16, 24, 32. */
+RASTREL_API int RASTREL_CALL CombineDIB(int x, int y, HGLOBAL* destination, HGLOBAL source, HGLOBAL mask,
+                                        int andFlag);
+
 #ifdef __cplusplus
 }
 #endif

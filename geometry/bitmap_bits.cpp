@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "frame/device_context.h"
+
 namespace rastrel {
 namespace {
 
@@ -33,8 +35,7 @@ PlaneLayout::PlaneLayout(const BITMAP& bitmap, const PlaneLayout& source)
 FetchedBitmap::FetchedBitmap(HBITMAP bitmap) : failure_(Fetch(bitmap)) {}
 
 ErrorCode FetchedBitmap::Fetch(HBITMAP bitmap) {
-  constexpr int kDescriptionBytes = sizeof(description_);
-  if (GetObjectA(bitmap, kDescriptionBytes, &description_) != kDescriptionBytes) return ErrBitmapParams;
+  if (!Describe(bitmap, &description_)) return ErrBitmapParams;
   if (!IsConsistent(description_)) return ErrBitmapParams;
   layout_.emplace(description_);
   bits_.emplace(layout_->bytes(), Content::kUnset);

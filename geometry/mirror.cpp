@@ -143,7 +143,7 @@ int RASTREL_CALL InvertBitmap(HBITMAP bitmap) {
   if (!memory) return 0;
 
   BITMAP description = {};
-  if (GetObjectA(bitmap, sizeof(description), &description) != sizeof(description)) return 0;
+  if (!Describe(bitmap, &description)) return 0;
   const SelectedBitmap selected(memory.get(), bitmap);
   if (!selected) return 0;
   BitBlt(memory.get(), 0, 0, description.bmWidth, description.bmHeight, memory.get(), 0, 0, DSTINVERT);

@@ -138,6 +138,7 @@ HPALETTE StockPalette() { return &stockPalette; }
 
 }  // namespace rastrel::host
 
+using namespace rastrel;
 using namespace rastrel::host;
 
 HBITMAP CreateBitmap(int width, int height, unsigned planes, unsigned bitsPerPixel, const void* bits) {

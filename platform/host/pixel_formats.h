@@ -5,43 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <optional>
+
+#include "platform/colours.h"
 
 namespace rastrel::host {
-
-using Rgb = uint32_t;  // 0x00RRGGBB
-
-constexpr Rgb RgbOf(unsigned red, unsigned green, unsigned blue) { return red << 16 | green << 8 | blue; }
-constexpr unsigned RedOf(Rgb colour) { return colour >> 16 & 0xFF; }
-constexpr unsigned GreenOf(Rgb colour) { return colour >> 8 & 0xFF; }
-constexpr unsigned BlueOf(Rgb colour) { return colour & 0xFF; }
-
-constexpr int SquaredDistance(Rgb a, Rgb b) {
-  const int red = static_cast<int>(RedOf(a)) - static_cast<int>(RedOf(b));
-  const int green = static_cast<int>(GreenOf(a)) - static_cast<int>(GreenOf(b));
-  const int blue = static_cast<int>(BlueOf(a)) - static_cast<int>(BlueOf(b));
-  return red * red + green * green + blue * blue;
-}
-
-// 16-bit pixels: red, green, blue of 5 bits each.
-constexpr unsigned PackedTo555(Rgb colour) {
-  return (colour >> 9 & 0x7C00) | (colour >> 6 & 0x3E0) | (colour >> 3 & 0x1F);
-}
-constexpr Rgb ExpandedFrom555(unsigned pixel) {
-  const Rgb high = (pixel & 0x7C00) << 9 | (pixel & 0x3E0) << 6 | (pixel & 0x1F) << 3;
-  return high | (high >> 5 & 0x070707);
-}
-
-// What indices mean. Those from `count` on are black, and no colour is mapped to them.
-struct ColourTable {
-  unsigned count = 0;
-  Rgb colours[256] = {};
-};
-
-// Returns the index of the nearest entry, the lowest of several, 0 in an empty table.
-unsigned NearestIndex(const ColourTable& table, Rgb colour);
-
-// The colours of 1, 4 and 8 bits where no palette names others.
-const ColourTable& StandardColours(unsigned depth);
 
 struct PixelFormat {
   unsigned planes;
@@ -58,10 +26,6 @@ struct PixelFormat {
   }
   bool operator==(const PixelFormat&) const = default;
 };
-
-constexpr bool IsKnownDepth(unsigned bits) {
-  return bits == 1 || bits == 4 || bits == 8 || bits == 16 || bits == 24 || bits == 32;
-}
 
 template <class Byte>
 struct PlanarRow {
@@ -95,21 +59,15 @@ class RowConverter {
   void Convert(PlanarRow<const uint8_t> from, uint64_t firstPixel, uint64_t count, PlanarRow<uint8_t> to);
 
  private:
-  enum class Way : uint8_t { kCopyBits, kInvertBits, kKeepValues, kLookUp, kNearerOfTwo, kNearest };
-  static constexpr unsigned kCacheEntries = 4096;
+  enum class Way : uint8_t { kCopyBits, kInvertBits, kKeepValues, kLookUp, kNearest };
 
   void MapValues(uint32_t* values, unsigned count);
-  void MapToNearerOfTwo(uint32_t* values, unsigned count) const;
-  void MapToNearest(uint32_t* values, unsigned count);
 
   PixelFormat from_;
   PixelFormat to_;
   Way way_;
   uint32_t lookUp_[256];  // the value that each index becomes
-  ColourTable toColours_;
-  // Colours met last and their nearest entries.
-  Rgb cachedColours_[kCacheEntries];
-  uint8_t cachedIndices_[kCacheEntries];
+  std::optional<NearestColours> nearest_;
 };
 
 }  // namespace rastrel::host

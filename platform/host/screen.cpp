@@ -24,7 +24,7 @@ Screen CurrentScreen() {
 }
 
 constexpr Rgb RgbOf(const PALETTEENTRY& entry) {
-  return host::RgbOf(entry.peRed, entry.peGreen, entry.peBlue);
+  return rastrel::RgbOf(entry.peRed, entry.peGreen, entry.peBlue);
 }
 
 // Between red in the low byte and red in the high one.
@@ -83,6 +83,7 @@ ColourTable ColoursFor(const Context& context, PixelFormat format) {
 
 }  // namespace rastrel::host
 
+using namespace rastrel;
 using namespace rastrel::host;
 
 int RastrelHostSetScreen(int bitsPerPixel, const PALETTEENTRY* palette, int entries) {

@@ -2,12 +2,13 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/host/bit_runs.h"
+#include "platform/bit_runs.h"
 #include "platform/host/device_objects.h"
 #include "platform/host/pixel_formats.h"
 #include "platform/host/screen.h"
 #include "platform/host/system.h"
 
+using namespace rastrel;
 using namespace rastrel::host;
 
 namespace {
@@ -31,8 +32,8 @@ void CombineRow(const Bitmap& target, int x, int y, PlanarRow<const uint8_t> fro
   const PlanarRow<uint8_t> to = target.Row(y);
   const uint64_t bits = target.format.bits;
   for (unsigned plane = 0; plane < target.format.planes; ++plane) {
-    CombineBits(to.Plane(plane), static_cast<uint64_t>(x) * bits, from.Plane(plane), fromX * bits,
-                count * bits, combine);
+    rastrel::CombineBits(to.Plane(plane), static_cast<uint64_t>(x) * bits, from.Plane(plane), fromX * bits,
+                         count * bits, combine);
   }
 }
 

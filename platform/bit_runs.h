@@ -1,11 +1,11 @@
 // Runs of bits within rows, at any offset. The first bit of a byte is its highest.
-#ifndef RASTREL_PLATFORM_HOST_BIT_RUNS_H
-#define RASTREL_PLATFORM_HOST_BIT_RUNS_H
+#ifndef RASTREL_PLATFORM_BIT_RUNS_H
+#define RASTREL_PLATFORM_BIT_RUNS_H
 
 #include <cstddef>
 #include <cstdint>
 
-namespace rastrel::host {
+namespace rastrel {
 
 // Returns `count` (1 to 8) bits from `bit` on as the highest bits of a byte; the bits below are whatever
 // follows. No byte is read that holds none of them.
@@ -67,6 +67,6 @@ void CombineBits(uint8_t* to, uint64_t toBit, const uint8_t* from, uint64_t from
   if (count != 0) combinePart(static_cast<unsigned>(count));
 }
 
-}  // namespace rastrel::host
+}  // namespace rastrel
 
 #endif

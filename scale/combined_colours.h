@@ -1,0 +1,13 @@
+// Combining images of any two depths, by way of colours.
+#ifndef RASTREL_SCALE_COMBINED_COLOURS_H
+#define RASTREL_SCALE_COMBINED_COLOURS_H
+
+#include "scale/combination.h"
+
+namespace rastrel {
+
+void CombineByColours(const Combination& task);
+
+}  // namespace rastrel
+
+#endif
