@@ -65,7 +65,11 @@ void CheckHeaders(const std::string& path) {
   } else {
     throw PageError(fmt::format("has a bitmap header of {} bytes; 40 and 12 are known", headerBytes));
   }
-  if (compression != BI_RGB) throw PageError("is a compressed bitmap, which is not supported");
+  const bool isRunLength = (compression == BI_RLE8 && bits == 8) || (compression == BI_RLE4 && bits == 4);
+  if (compression != BI_RGB && !isRunLength) {
+    throw PageError(
+        fmt::format("is a bitmap of {} bits with compression {}, which is not supported", bits, compression));
+  }
   if (height < 0) throw PageError("is a top-down bitmap, which is not supported");
   if (bits != 1 && bits != 4 && bits != 8 && bits != 24) {
     throw PageError(fmt::format("has {} bits a pixel; 1, 4, 8 and 24 are known", bits));
@@ -74,7 +78,8 @@ void CheckHeaders(const std::string& path) {
   if (colours == 0 && bits <= 8) colours = uint64_t{1} << bits;
   const uint64_t offset = hasFileHeader ? FieldAt<uint32_t>(head.data() + 10) : 0;
   const uint64_t rowsAt = offset != 0 ? offset : start + headerBytes + colours * entryBytes;
-  const uint64_t rows = StrideOf(width, static_cast<int>(bits)) * static_cast<uint64_t>(height);
+  const uint64_t rows =
+      isRunLength ? claimed : StrideOf(width, static_cast<int>(bits)) * static_cast<uint64_t>(height);
   const auto fileBytes = static_cast<uint64_t>(status.st_size);
   if (rowsAt + rows > fileBytes || claimed > fileBytes) {
     throw PageError("is damaged: its rows are cut short");
@@ -88,6 +93,10 @@ Dib ReadBmp(const std::string& path) {
   SetRastrelError(ErrSuccess);
   Dib dib(LoadDIBFromFile(path.c_str()));
   if (!dib) throw PageError(RastrelError() == ErrSuccess ? "out of memory" : LibraryError());
+  if (PageView(dib).header().biCompression != BI_RGB) {
+    dib = Dib(ExpandCompressedDIB(dib.handle()));
+    if (!dib) throw PageError(LibraryError());
+  }
   return NormalisePage(std::move(dib));
 }
 

@@ -72,6 +72,33 @@ class AsBlackAndWhite {
   bool isActive_ = false;
 };
 
+// The library's count of ink on 1-bit pages takes in padding.
+void WhitenPadding(const PageView& page) {
+  const auto firstByte = static_cast<size_t>(page.width() / 8);
+  if (firstByte == page.stride()) return;
+  for (int y = 0; y < page.height(); ++y) {
+    uint8_t* row = page.PageRow(y);
+    row[firstByte] = static_cast<uint8_t>(row[firstByte] | 0xFF >> page.width() % 8);
+    std::memset(row + firstByte + 1, 0xFF, page.stride() - firstByte - 1);
+  }
+}
+
+bool IsBlank(const Dib& page, bool isTextDark, double percent) {
+  constexpr int kInkBelow = 80;  // percent of the paper's brightness
+  const Dib copy = isTextDark ? Duplicate(page) : Run("invert", page);
+  COLORREF ink = 0;
+  {
+    const PageView view(copy);
+    if (view.bits() == 1) WhitenPadding(view);
+    const Ink ground = GroundInk(view, /*light=*/true);
+    const std::vector<uint8_t> table = BrightnessTable(view);
+    const unsigned paper = view.bits() == 24 ? (ground.bytes[0] + ground.bytes[1] + ground.bytes[2]) / 3u
+                                             : table[ground.bytes[0]];
+    ink = paper * kInkBelow / 100 * 0x010101u;
+  }
+  return IsImageBlank(copy.handle(), static_cast<int>(std::lround(percent * 10)), ink) == 1;
+}
+
 // A page on its way through the steps.
 class Cleaning {
  public:
@@ -86,6 +113,7 @@ class Cleaning {
     if (options_.erasesHoles) Try("holes", &Cleaning::EraseHoles);
     if (options_.removesSpecks) Try("specks", &Cleaning::RemoveSpecks);
     if (options_.deskews) Try("deskew", &Cleaning::Deskew);
+    record_.isBlank = IsBlank(page_, record_.isTextDark, options_.blankPercent);
     return std::move(page_);
   }
 
@@ -203,13 +231,13 @@ Dib CleanPage(Dib page, const CleanOptions& options, PageRecord* record) {
   return page;
 }
 
-std::optional<double> FindSkew(Dib page) {
+void ExaminePage(Dib page, PageRecord* record) {
   CleanOptions options;
-  options.erasesHoles = options.removesSpecks = false;
   options.mostSkew = 0;  // only look
-  PageRecord record;
-  CleanPage(std::move(page), options, &record);
-  return record.skew;
+  PageRecord examined;
+  CleanPage(std::move(page), options, &examined);
+  record->skew = examined.skew;
+  record->isBlank = examined.isBlank;
 }
 
 }  // namespace rastrel::tool

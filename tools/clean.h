@@ -25,6 +25,7 @@ struct CleanOptions {
   bool deskews = true;
   bool deskewsFinely = true;
   double mostSkew = 20;         // degrees; more is not taken for skew
+  double blankPercent = 0.1;    // a page is blank with less ink
   std::vector<Step> reduction;  // empty, or the step that makes pages black and white
 };
 
@@ -47,7 +48,8 @@ struct PageRecord {
   bool isTurned = false;
   int64_t trimmedPixels = 0;
   int holes = 0;
-  int64_t specks = 0;  // pixels
+  int64_t specks = 0;    // pixels
+  bool isBlank = false;  // before any reduction
   std::vector<StepTime> times;
   std::vector<Skipped> skipped;
 };
@@ -74,8 +76,8 @@ class StepTimer {
 // cannot be done on a page is skipped with a note.
 Dib CleanPage(Dib page, const CleanOptions& options, PageRecord* record);
 
-// The skew that CleanPage would find, nothing where it looks for none.
-std::optional<double> FindSkew(Dib page);
+// Notes the skew that CleanPage would find, and whether the page is blank.
+void ExaminePage(Dib page, PageRecord* record);
 
 // Notes size, depth and resolution.
 void DescribePage(const Dib& page, PageRecord* record);

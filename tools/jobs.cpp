@@ -34,17 +34,30 @@ std::vector<Task> ListTasks(const std::vector<std::string>& inputs) {
       const int pages = static_cast<int>(file.pages.size()) + (file.damage.empty() ? 0 : 1);
       int page = 0;
       for (const uint64_t place : file.pages) {
-        tasks.push_back({.input = i, .page = ++page, .pages = pages, .format = file.format, .place = place});
+        tasks.push_back(
+            {{{.input = i, .page = ++page, .pages = pages, .format = file.format, .place = place}}});
       }
       if (!file.damage.empty()) {
         tasks.push_back(
-            {.input = i, .page = pages, .pages = pages, .format = file.format, .error = file.damage});
+            {{{.input = i, .page = pages, .pages = pages, .format = file.format, .error = file.damage}}});
       }
     } catch (const PageError& error) {
-      tasks.push_back({.input = i, .error = error.what()});
+      tasks.push_back({{{.input = i, .error = error.what()}}});
     }
   }
   return tasks;
+}
+
+size_t InputOf(const Task& task) { return task.sources.front().input; }
+
+// Makes one task of all, or of those of each input.
+std::vector<Task> Joined(std::vector<Task> tasks, bool isByInput) {
+  std::vector<Task> joined;
+  for (Task& task : tasks) {
+    if (joined.empty() || (isByInput && InputOf(joined.back()) != InputOf(task))) joined.emplace_back();
+    joined.back().sources.push_back(std::move(task.sources.front()));
+  }
+  return joined;
 }
 
 Format WritableFormat(Format format) { return format == Format::kJpeg ? Format::kPng : format; }
@@ -73,10 +86,11 @@ void PlanFolder(const JobOptions& options, Plan* plan) {
   const std::span<Task> tasks(plan->tasks);
   for (size_t first = 0; first < tasks.size();) {
     size_t last = first;
-    while (last < tasks.size() && tasks[last].input == tasks[first].input) ++last;
+    while (last < tasks.size() && InputOf(tasks[last]) == InputOf(tasks[first])) ++last;
     const std::span<Task> ofFile = tasks.subspan(first, last - first);
-    const Format format = options.format.value_or(WritableFormat(ofFile[0].format));
-    fs::path path = fs::path(options.output) / fs::path(options.inputs[ofFile[0].input]).filename();
+    const Source& source = ofFile[0].sources.front();
+    const Format format = options.format.value_or(WritableFormat(source.format));
+    fs::path path = fs::path(options.output) / fs::path(options.inputs[source.input]).filename();
     path.replace_extension(Extension(format));
     if (format == Format::kTiff) {
       PlanDocument(ofFile, path, plan);
@@ -95,11 +109,16 @@ std::optional<FileKey> KeyOf(const std::string& path) {
   return FileKey(status.st_dev, status.st_ino);
 }
 
-void RefuseLosses(const JobOptions& options, const Plan& plan) {
-  std::set<FileKey> inputs;
-  for (const std::string& input : options.inputs) {
-    if (const auto key = KeyOf(input)) inputs.insert(*key);
+std::set<FileKey> KeysOf(const std::vector<std::string>& paths) {
+  std::set<FileKey> keys;
+  for (const std::string& path : paths) {
+    if (const auto key = KeyOf(path)) keys.insert(*key);
   }
+  return keys;
+}
+
+void RefuseLosses(const JobOptions& options, const Plan& plan) {
+  const std::set<FileKey> inputs = KeysOf(options.inputs);
   std::set<std::string> names;
   for (const Output& output : plan.outputs) {
     std::error_code error;
@@ -122,8 +141,8 @@ struct Finished {
   const Task* task = nullptr;
   PageReport report;
   bool isDpiAssumed = false;
-  EncodedTiff encoded;               // for TIFF
-  std::unique_ptr<OutputFile> file;  // for others, written but not yet under its name
+  std::vector<EncodedTiff> encoded;                // for TIFF
+  std::vector<std::unique_ptr<OutputFile>> files;  // for others, written but not yet under their names
 };
 
 // Replaces a resolution that is missing or means nothing. Returns whether one had to be assumed.
@@ -198,30 +217,35 @@ class Jobs {
     Finished finished;
     finished.task = &task;
     PageReport& report = finished.report;
-    report.file = options_.inputs[task.input];
-    report.page = task.page;
-    report.pages = task.pages;
-    report.error = task.error;
+    const Source& first = task.sources.front();
+    report.file = options_.inputs[first.input];
+    report.joined = static_cast<int>(task.sources.size());
+    if (report.joined == 1) {
+      report.page = first.page;
+      report.pages = first.pages;
+    }
     if (options_.command != Command::kInfo) report.output = plan_.outputs[task.output].path;
-    if (!task.error.empty()) return finished;
     try {
-      Dib page;
-      {
-        const StepTimer timer(&report.record, "load");
-        page = ReadPage(report.file, task.format, task.place);
+      std::vector<Dib> pages;
+      for (const Source& source : task.sources) pages.push_back(Load(source, &finished));
+      switch (options_.command) {
+        case Command::kInfo:
+          DescribePage(pages[0], &report.record);
+          CompleteResolution(pages[0], options_.dpi);
+          ExaminePage(std::move(pages[0]), &report.record);
+          return finished;
+        case Command::kClean:
+          pages[0] = CleanPage(std::move(pages[0]), options_.clean, &report.record);
+          report.isDropped = options_.dropsBlank && report.record.isBlank;
+          break;
+        case Command::kApply:
+          pages = Apply(std::move(pages), &report.record);
+          break;
       }
-      if (options_.command == Command::kInfo) {
-        DescribePage(page, &report.record);
-        CompleteResolution(page, options_.dpi);
-        report.record.skew = FindSkew(std::move(page));
-        return finished;
-      }
-      finished.isDpiAssumed = CompleteResolution(page, options_.dpi);
-      page = options_.command == Command::kClean ? CleanPage(std::move(page), options_.clean, &report.record)
-                                                 : Apply(std::move(page), &report.record);
-      DescribePage(page, &report.record);
+      DescribePage(pages[0], &report.record);
+      if (report.isDropped) return finished;
       const StepTimer timer(&report.record, "save");
-      Encode(page, plan_.outputs[task.output], &finished);
+      Encode(pages, plan_.outputs[task.output], &finished);
     } catch (const std::bad_alloc&) {
       report.error = "out of memory";
     } catch (const std::exception& error) {
@@ -230,30 +254,51 @@ class Jobs {
     return finished;
   }
 
-  Dib Apply(Dib page, PageRecord* record) const {
+  Dib Load(const Source& source, Finished* finished) const {
+    const std::string& file = options_.inputs[source.input];
+    try {
+      if (!source.error.empty()) throw PageError(source.error);
+      const StepTimer timer(&finished->report.record, "load");
+      Dib page = ReadPage(file, source.format, source.place);
+      if (options_.command != Command::kInfo && CompleteResolution(page, options_.dpi)) {
+        finished->isDpiAssumed = true;
+      }
+      return page;
+    } catch (const PageError& error) {
+      if (finished->report.joined == 1) throw;
+      throw PageError(fmt::format("{} {}", file, error.what()));
+    }
+  }
+
+  std::vector<Dib> Apply(std::vector<Dib> pages, PageRecord* record) const {
     for (const Step& step : options_.chain) {
       const std::string name(step.operation->name);
       const StepTimer timer(record, name);
       try {
-        page = step.operation->run(page, step.values);
+        pages = RunStep(step, pages);
       } catch (const PageError& error) {
         throw PageError(fmt::format("{}: {}", name, error.what()));
       }
     }
-    return page;
+    return pages;
   }
 
-  void Encode(const Dib& page, const Output& output, Finished* finished) const {
-    try {
-      if (output.format == Format::kTiff) {
-        finished->encoded = EncodeTiff(page, options_.write);
-        return;
+  void Encode(const std::vector<Dib>& pages, const Output& output, Finished* finished) const {
+    finished->report.made = static_cast<int>(pages.size());
+    for (const Dib& page : pages) {
+      std::string path = output.path;
+      try {
+        if (output.format == Format::kTiff) {
+          finished->encoded.push_back(EncodeTiff(page, options_.write));
+          continue;
+        }
+        if (pages.size() > 1) path = Numbered(path, static_cast<int>(finished->files.size()) + 1);
+        auto file = std::make_unique<OutputFile>(path);
+        (output.format == Format::kPng ? WritePng : WriteBmp)(page, file->path());
+        finished->files.push_back(std::move(file));
+      } catch (const PageError& error) {
+        throw PageError(fmt::format("{} {}", path, error.what()));
       }
-      auto file = std::make_unique<OutputFile>(output.path);
-      (output.format == Format::kPng ? WritePng : WriteBmp)(page, file->path());
-      finished->file = std::move(file);
-    } catch (const PageError& error) {
-      throw PageError(fmt::format("{} {}", output.path, error.what()));
     }
   }
 
@@ -266,7 +311,10 @@ class Jobs {
                       report.file, kAssumedDpi));
     }
     try {
-      if (finished.file) finished.file->Commit();
+      for (const auto& file : finished.files) {
+        RefuseLoss(*file, finished.files.size() > 1);
+        file->Commit();
+      }
       if (options_.command != Command::kInfo &&
           plan_.outputs[finished.task->output].format == Format::kTiff) {
         AddToDocument(finished.encoded, &documents_[finished.task->output], &report);
@@ -277,7 +325,19 @@ class Jobs {
     reporter_.Page(report);
   }
 
-  void AddToDocument(const EncodedTiff& page, Document* document, PageReport* report) {
+  // The names of parts turn up only on the way: they can take neither an input's place nor another output's.
+  void RefuseLoss(const OutputFile& file, bool isPart) {
+    const std::string& path = file.finalPath();
+    std::error_code error;
+    const bool isNew = written_.insert(fs::weakly_canonical(path, error).string()).second;
+    if (!isNew) throw PageError(fmt::format("is not written: several pages would go to {}", path));
+    const auto key = KeyOf(path);
+    if (isPart && key && inputs_.contains(*key) && !options_.overwrites) {
+      throw PageError(fmt::format("is not written: {} is an input; --overwrite replaces it", path));
+    }
+  }
+
+  void AddToDocument(const std::vector<EncodedTiff>& pages, Document* document, PageReport* report) {
     --document->pagesLeft;
     if (document->isLost) {
       report->isFollowUp = report->error.empty();
@@ -285,12 +345,12 @@ class Jobs {
       return;
     }
     try {
-      if (report->error.empty()) {
+      if (report->error.empty() && !report->isDropped) {
         if (!document->file) {
           document->file = std::make_unique<OutputFile>(report->output);
           document->tiff = std::make_unique<TiffDocument>(document->file->path());
         }
-        document->tiff->Append(page);
+        for (const EncodedTiff& page : pages) document->tiff->Append(page);
       }
       if (document->pagesLeft == 0 && document->tiff) {
         document->tiff->Close();
@@ -308,6 +368,8 @@ class Jobs {
   const Plan plan_;
   Reporter reporter_;
   std::vector<Document> documents_;
+  const std::set<FileKey> inputs_ = KeysOf(options_.inputs);
+  std::set<std::string> written_;
   bool hasWarned_ = false;
 };
 
@@ -319,7 +381,12 @@ Plan MakePlan(const JobOptions& options) {
   if (options.command == Command::kInfo) return plan;
   const fs::path out(options.output);
   std::error_code error;
-  if (options.output.ends_with('/') || fs::is_directory(out, error)) {
+  const bool isFolder = options.output.ends_with('/') || fs::is_directory(out, error);
+  const auto isMerge = [](const Step& step) { return step.operation->merge != nullptr; };
+  if (std::any_of(options.chain.begin(), options.chain.end(), isMerge)) {
+    plan.tasks = Joined(std::move(plan.tasks), isFolder);
+  }
+  if (isFolder) {
     PlanFolder(options, &plan);
   } else {
     const std::string ending = out.extension().string();

@@ -24,18 +24,24 @@ struct JobOptions {
   WriteOptions write;
   ReportOptions report;
   CleanOptions clean;       // kClean
+  bool dropsBlank = false;  // kClean: blank pages are left out
   std::vector<Step> chain;  // kApply
 };
 
-// One page to work on.
-struct Task {
+// A page of an input.
+struct Source {
   size_t input = 0;  // its place in the inputs
   int page = 1;      // from 1
   int pages = 1;
   Format format = Format::kBmp;
   uint64_t place = 0;
-  size_t output = 0;       // its place in the outputs
   std::string error = {};  // set where there is no page to be had
+};
+
+// What is worked on in one go: a page, or the pages that a step joins.
+struct Task {
+  std::vector<Source> sources;
+  size_t output = 0;  // its place in the outputs
 };
 
 struct Output {
@@ -52,7 +58,9 @@ struct Plan {
 //   OUT is a folder, or ends in '/'    a file in it for each input, in the input's format (PNG for JPEG)
 //   the format is TIFF                 all pages in OUT
 //   other formats, one page            OUT
-//   other formats, more pages          OUT with -001, -002 ... before the ending
+//   other formats, more pages          OUT with -001, -002 ... before the ending, and a page that is split
+//   into
+//                                      more once again
 // TIFF files in a folder keep the pages of their input together; in other formats pages are numbered as
 // above. Throws UsageError when two files would go by one name, or when an input would be lost.
 Plan MakePlan(const JobOptions& options);

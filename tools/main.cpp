@@ -121,6 +121,16 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
       ->check(CLI::Range(0.0, 45.0))
       ->type_name("N");
   clean
+      ->add_option_function<double>(
+          "--drop-blank",
+          [options](double percent) {
+            options->dropsBlank = true;
+            options->clean.blankPercent = percent;
+          },
+          "Leave out pages with less ink than that percentage of the page, in tenths (off)")
+      ->check(CLI::Range(0.1, 100.0))
+      ->type_name("PERCENT");
+  clean
       ->add_option_function<std::string>(
           "--reduce",
           [reduction](const std::string& text) {
@@ -136,7 +146,7 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
                [reduction](double value) { reduction->brightness = value; });
   for (const char* name :
        {"--text", "--no-trim", "--no-holes", "--hole-size", "--no-specks", "--speck-level", "--speck-full",
-        "--no-deskew", "--whole-degrees", "--max-skew", "--reduce", "--brightness"}) {
+        "--no-deskew", "--whole-degrees", "--max-skew", "--drop-blank", "--reduce", "--brightness"}) {
     clean->get_option(name)->group(group);
   }
   return clean;
@@ -187,7 +197,7 @@ int Run(int argc, char** argv) {
   AddReportOptions(apply, &options.report);
   apply->footer("Operations:\n" + OperationsHelp());
 
-  CLI::App* info = app.add_subcommand("info", "Print size, depth, resolution and skew of pages");
+  CLI::App* info = app.add_subcommand("info", "Print size, depth, resolution and skew of pages, and whether they are blank");
   info->add_option("inputs", options.inputs, "BMP, TIFF, PNG or JPEG files")
       ->required()
       ->type_name("FILE...");

@@ -3,8 +3,12 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstring>
+#include <numeric>
 
 #include <fmt/format.h>
+
+#include "page_io.h"
 
 namespace rastrel::tool {
 namespace {
@@ -28,6 +32,12 @@ void RequireDepth(const Dib& page, std::initializer_list<int> depths) {
   const int bits = PageView(page).bits();
   if (std::find(depths.begin(), depths.end(), bits) == depths.end()) {
     throw PageError(fmt::format("pages of {} bits are not taken", bits));
+  }
+}
+
+void RequireMoreBits(const Dib& page, int bits) {
+  if (PageView(page).bits() <= bits) {
+    throw PageError(fmt::format("a page of {} bits has no more than {}", PageView(page).bits(), bits));
   }
 }
 
@@ -106,9 +116,7 @@ Dib RunDither(const Dib& page, const Values& values) {
   constexpr int kDepths[] = {1, 4, 8};
   const int bits = kDepths[static_cast<int>(values[1])];
   const auto dither = values[0] == 0 ? DitherFS4 : DitherJJN;
-  if (PageView(page).bits() <= bits) {
-    throw PageError(fmt::format("a page of {} bits has no more than {}", PageView(page).bits(), bits));
-  }
+  RequireMoreBits(page, bits);
   return Checked(dither(page.handle(), bits));
 }
 
@@ -122,17 +130,150 @@ Dib RunHalftone(const Dib& page, const Values& values) {
   return Checked(result);
 }
 
-Dib RunGrey(const Dib& page, const Values&) { return ToGrey(page); }
+// SharpDither and its sibling.
+template <auto Dither>
+Dib RunBlockDither(const Dib& page, const Values& values) {
+  RequireMoreBits(page, values[0] == 0 ? 1 : 4);
+  return Checked(Dither(page.handle(), values[0] == 0 ? 1 : 4));
+}
+
+Dib RunGrey(const Dib& page, const Values& values) {
+  Dib wide;
+  {
+    const PageView view(page);
+    // Of a page of 1 bit the library does not look at the colours.
+    if (view.bits() == 4 || (view.bits() == 1 && !HasGreyRamp(view))) wide = WidenTo8(page);
+  }
+  Dib grey = Checked(ConvColorDIBtoGrayscale((wide ? wide : page).handle(), values[0] == 0,
+                                             static_cast<uint32_t>(values[1])));
+  UseGreyRamp(PageView(grey));
+  return grey;
+}
+
+Dib RunFlip(const Dib& page, const Values& values) {
+  return Checked((values[0] == 0 ? FlipDIBHorizontal : FlipDIBVertical)(page.handle()), "no memory");
+}
+
+Dib RunTurn(const Dib& page, const Values& values) {
+  return Checked(TurnDIB(page.handle(), static_cast<int>(values[0])));
+}
+
+Dib RunInvert(const Dib& page, const Values&) {
+  Dib negative = Duplicate(page);
+  const PageView view(negative);
+  if (view.bits() == 24) {
+    for (uint8_t& byte : view.pixels()) byte = static_cast<uint8_t>(~byte);
+  } else {
+    InvertDIBPalette(negative.handle());
+    UseGreyRamp(view);
+  }
+  return negative;
+}
+
+// Pages are expanded as they are read.
+Dib RunExpand(const Dib& page, const Values&) { return Duplicate(page); }
+
+Dib RunTo24(const Dib& page, const Values&) {
+  const int bits = PageView(page).bits();
+  if (bits == 24) return Duplicate(page);
+  const Dib wide = bits < 8 ? WidenTo8(page) : Dib();
+  return Checked(Convert8to24((wide ? wide : page).handle()));
+}
+
+// Tiles are cut at whole groups of 32 bits in a row.
+int64_t TileStep(const Dib& page) { return 32 / std::gcd(PageView(page).bits(), 32); }
+
+std::vector<Dib> RunSplit(const Dib& page, const Values& values) {
+  const int width = static_cast<int>(values[0]);
+  const int height = values[1] == 0 ? width : static_cast<int>(values[1]);
+  if (width % TileStep(page) != 0) {
+    throw PageError(fmt::format("tiles of a page of {} bits are a multiple of {} pixels wide",
+                                PageView(page).bits(), TileStep(page)));
+  }
+  HGLOBAL array = nullptr;
+  int grid[2] = {};
+  if (SplitDIB(page.handle(), width, height, &array, grid) == 0) throw PageError("no memory");
+  const Dib owner(array);
+  const auto* handles = static_cast<const HGLOBAL*>(GlobalLock(array));
+  std::vector<Dib> tiles;
+  // The library counts from the bottom, people read from the top.
+  for (int row = grid[1] - 1; row >= 0; --row) {
+    for (int column = 0; column < grid[0]; ++column) tiles.emplace_back(handles[row * grid[0] + column]);
+  }
+  return tiles;
+}
+
+// Throws where joining the tiles would not give a picture.
+void CheckGrid(std::span<const Dib> tiles, size_t columns) {
+  if (tiles.size() % columns != 0) {
+    throw PageError(fmt::format("{} pages do not fill rows of {}", tiles.size(), columns));
+  }
+  const PageView first(tiles[0]);
+  for (size_t i = 0; i < tiles.size(); ++i) {
+    const PageView tile(tiles[i]), above(tiles[i % columns]), left(tiles[i - i % columns]);
+    const auto colours = tile.palette();
+    const auto isSame = [](RGBQUAD a, RGBQUAD b) { return std::memcmp(&a, &b, 3) == 0; };
+    if (tile.bits() != first.bits() ||
+        !std::equal(colours.begin(), colours.end(), first.palette().begin(), first.palette().end(), isSame)) {
+      throw PageError(fmt::format("page {} differs from the first in depth or colours", i + 1));
+    }
+    if (tile.width() != above.width() || tile.height() != left.height()) {
+      throw PageError(fmt::format("page {} has another size than its row or column", i + 1));
+    }
+    if (i % columns != columns - 1 && tile.width() % TileStep(tiles[i]) != 0) {
+      throw PageError(fmt::format("pages of {} bits are joined where they are a multiple of {} pixels wide",
+                                  tile.bits(), TileStep(tiles[i])));
+    }
+  }
+}
+
+Dib RunMerge(std::span<const Dib> tiles, const Values& values) {
+  const auto columns = static_cast<size_t>(values[0]);
+  CheckGrid(tiles, columns);
+  const size_t rows = tiles.size() / columns;
+  const Dib array(GlobalAlloc(GMEM_MOVEABLE, tiles.size() * sizeof(HGLOBAL)));
+  auto* handles = static_cast<HGLOBAL*>(GlobalLock(array.handle()));
+  if (handles == nullptr) throw PageError("no memory");
+  for (size_t i = 0; i < tiles.size(); ++i) {
+    handles[(rows - 1 - i / columns) * columns + i % columns] = tiles[i].handle();
+  }
+  return Checked(MergeDIBs(array.handle(), static_cast<int>(columns), static_cast<int>(rows)), "no memory");
+}
+
+Dib FirstPage(const std::string& path) {
+  try {
+    const PageFile file = Inspect(path);
+    if (file.pages.empty()) throw PageError(file.damage);
+    return ReadPage(path, file.format, file.pages[0]);
+  } catch (const PageError& error) {
+    throw PageError(fmt::format("{} {}", path, error.what()));
+  }
+}
+
+Dib RunCombine(const Dib& page, const Values& values) {
+  const Dib source = FirstPage(values.texts[0]);
+  const Dib mask = values.texts[4].empty() ? Dib() : FirstPage(values.texts[4]);
+  Dib result = Duplicate(page);
+  HGLOBAL destination = result.handle();
+  if (CombineDIB(static_cast<int>(values[1]), static_cast<int>(values[2]), &destination, source.handle(),
+                 mask.handle(), values[3] == 0) == 0) {
+    throw PageError(LibraryError());
+  }
+  return result;
+}
 
 // ---- the table --------------------------------------------------------------------------------------------
 
 using namespace std::string_view_literals;
 constexpr std::string_view kGrounds[] = {"white"sv, "black"sv};
 constexpr std::string_view kDirections[] = {"h"sv, "v"sv};
+constexpr std::string_view kCombinations[] = {"and"sv, "over"sv};
 constexpr std::string_view kText[] = {"dark"sv, "light"sv};
 constexpr std::string_view kNoYes[] = {"no"sv, "yes"sv};
 constexpr std::string_view kDithers[] = {"fs"sv, "jjn"sv};
 constexpr std::string_view kDitherDepths[] = {"1"sv, "4"sv, "8"sv};
+constexpr std::string_view kFormulas[] = {"weighted"sv, "average"sv};
+constexpr std::string_view kSmoothings[] = {"0"sv, "1"sv, "2"sv};
 constexpr std::string_view kHalftones[] = {"threshold"sv, "diffusion"sv, "ordered"sv};
 
 constexpr Parameter kFill = {
@@ -175,6 +316,14 @@ constexpr Parameter kClean[] = {
 constexpr Parameter kDither[] = {
     {.name = "method", .help = "Floyd-Steinberg or Jarvis-Judice-Ninke", .choices = kDithers},
     {.name = "bits", .help = "the new depth; less than the page has", .choices = kDitherDepths}};
+constexpr Parameter kBlockDither[] = {{.name = "bits",
+                                       .help = "the new depth; less than the page has",
+                                       .choices = std::span(kDitherDepths).first(2)}};
+constexpr Parameter kGrey[] = {
+    {.name = "formula", .help = "(8 R + 15 G + 3 B) / 26, or (R + G + B) / 3", .choices = kFormulas},
+    {.name = "smoothing",
+     .help = "for black-and-white pages: none, or over 3 x 3 or 5 x 5 pixels",
+     .choices = kSmoothings}};
 constexpr Parameter kHalftone[] = {{.name = "method",
                                     .help = "a fixed threshold, error diffusion or a 16 x 16 pattern",
                                     .choices = kHalftones},
@@ -184,7 +333,34 @@ constexpr Parameter kHalftone[] = {{.name = "method",
                                     .least = -255,
                                     .most = 255}};
 
+constexpr Parameter kFlip[] = {{.name = "direction",
+                                .help = "h exchanges left and right, v top and bottom",
+                                .isRequired = true,
+                                .choices = kDirections}};
+constexpr Parameter kTurn[] = {{.name = "quarters",
+                                .help = "quarter turns counter-clockwise; -1 is one clockwise",
+                                .isRequired = true,
+                                .least = -3,
+                                .most = 3}};
+constexpr Parameter kSplit[] = {
+    {.name = "width", .help = "of a tile, in pixels", .isRequired = true, .least = 1, .most = 65535},
+    {.name = "height", .help = "of a tile; 0: as the width", .least = 0, .most = 65535}};
+constexpr Parameter kMerge[] = {
+    {.name = "columns", .help = "pages in a row", .isRequired = true, .least = 1, .most = 65535}};
+constexpr Parameter kCombine[] = {
+    {.name = "file", .help = "the other page; the first one of its file", .isRequired = true, .isFile = true},
+    {.name = "x", .help = "where its left edge goes, in pixels", .least = -65535, .most = 65535},
+    {.name = "y", .help = "where its top edge goes", .least = -65535, .most = 65535},
+    {.name = "how",
+     .help = "and: what is dark in either stays dark; over: it covers",
+     .choices = kCombinations},
+    {.name = "mask",
+     .help = "a page of the other's size; where it is dark the other counts as black",
+     .isFile = true}};
+
 constexpr Operation kOperations[] = {
+    {"flip", "Mirrors the page.", "", "1, 4, 8, 24", kFlip, RunFlip},
+    {"turn", "Turns the page by quarters, keeping every pixel.", "", "1, 4, 8, 24", kTurn, RunTurn},
     {"rotate", "Turns the page by any angle.",
      "The result holds the whole turned page; its width and height are even numbers.", "1, 4, 8, 24", kRotate,
      RunRotate},
@@ -218,12 +394,34 @@ constexpr Operation kOperations[] = {
     {"dither", "Reduces to 1, 4 or 8 bits by error diffusion.", "", "4, 8, 24", kDither, RunDither},
     {"halftone", "Reduces to black and white.", "Pages of 24 bits are turned to grey first.", "4, 8, 24",
      kHalftone, RunHalftone},
-    {"grey",
-     "Turns the page to 8-bit grey.",
-     "Grey is 30 % red, 59 % green and 11 % blue.",
+    {"smooth-dither", "Reduces to 1 or 4 bits by spreading the tone of small blocks, for photographs.", "",
+     "4, 8, 24", kBlockDither, RunBlockDither<DitherSmooth>},
+    {"sharp-dither", "The same with harder edges, for text and drawings.", "", "4, 8, 24", kBlockDither,
+     RunBlockDither<DitherSharp>},
+    {"grey", "Turns the page to 8-bit grey.",
+     "Smoothing of 1 moves the picture up by a row, of 2 by two rows.", "1, 4, 8, 24", kGrey, RunGrey},
+    {"invert", "Makes the page its negative.", "", "1, 4, 8, 24", {}, RunInvert},
+    {"expand",
+     "Gives a page whose rows are not compressed.",
+     "Every page is: run-length compressed bitmap files are expanded as they are read.",
      "1, 4, 8, 24",
      {},
-     RunGrey},
+     RunExpand},
+    {"to24", "Turns the page to 24-bit colour.", "", "1, 4, 8, 24", {}, RunTo24},
+    {"split", "Cuts the page into tiles, a page each, row by row from the top left.",
+     "Tiles are counted from the bottom and from the left, so what is left over is in the first row and the "
+     "last "
+     "column. Their width is a multiple of 32 pixels at 1 bit, 8 at 4 bits, 4 at 8 and 24 bits.",
+     "1, 4, 8, 24", kSplit, nullptr, RunSplit},
+    {"merge", "Joins pages into one, row by row from the top left.",
+     "All pages that would go to one file are joined: those of all inputs, or, with a folder as output, "
+     "those of each "
+     "file. They have the depth and colours of the first, and widths that `split` would make.",
+     "1, 4, 8, 24", kMerge, nullptr, nullptr, RunMerge},
+    {"combine", "Lays another page onto this one.",
+     "The page keeps its size and depth; colours become the nearest that it has. What does not lie on it is "
+     "left out.",
+     "1, 4, 8, 24", kCombine, RunCombine},
 };
 
 // ---- text -------------------------------------------------------------------------------------------------
@@ -294,7 +492,7 @@ Step ParseStep(std::string_view text) {
     throw UsageError(fmt::format("no operation '{}'; there are {}", name, Names()));
   const std::span<const Parameter> parameters = step.operation->parameters;
   std::array<bool, kMostParameters> isGiven{};
-  for (size_t i = 0; i < parameters.size(); ++i) step.values[i] = parameters[i].defaultValue;
+  for (size_t i = 0; i < parameters.size(); ++i) step.values.numbers[i] = parameters[i].defaultValue;
 
   size_t position = 0;
   if (colon != std::string_view::npos) {
@@ -311,18 +509,36 @@ Step ParseStep(std::string_view text) {
       if (place >= parameters.size()) {
         throw UsageError(fmt::format("{}: too many values; it is {}", name, Synopsis(*step.operation)));
       }
-      step.values[place] =
-          ParseValue(parameters[place], value, fmt::format("{}: {}", name, parameters[place].name));
+      if (parameters[place].isFile) {
+        step.values.texts[place] = value;
+      } else {
+        step.values.numbers[place] =
+            ParseValue(parameters[place], value, fmt::format("{}: {}", name, parameters[place].name));
+      }
       isGiven[place] = true;
     }
   }
   for (size_t i = 0; i < parameters.size(); ++i) {
-    if (parameters[i].isRequired && !isGiven[i]) {
+    const bool isEmpty = parameters[i].isFile && step.values.texts[i].empty();
+    if (parameters[i].isRequired && (!isGiven[i] || isEmpty)) {
       throw UsageError(
           fmt::format("{}: {} is missing; it is {}", name, parameters[i].name, Synopsis(*step.operation)));
     }
   }
   return step;
+}
+
+std::vector<Dib> RunStep(const Step& step, std::span<const Dib> pages) {
+  const Operation& operation = *step.operation;
+  std::vector<Dib> results;
+  if (operation.merge != nullptr) results.push_back(operation.merge(pages, step.values));
+  for (const Dib& page : pages) {
+    if (operation.run != nullptr) results.push_back(operation.run(page, step.values));
+    if (operation.split == nullptr) continue;
+    std::vector<Dib> parts = operation.split(page, step.values);
+    std::move(parts.begin(), parts.end(), std::back_inserter(results));
+  }
+  return results;
 }
 
 std::string Wrapped(std::string_view text, size_t width, const std::string& indent) {
@@ -355,13 +571,14 @@ std::string Synopsis(const Operation& operation) {
 }
 
 std::string RangeText(const Parameter& parameter) {
+  if (parameter.isFile) return "a file";
   if (!parameter.choices.empty()) return fmt::format("one of {}", fmt::join(parameter.choices, ", "));
   return fmt::format("a {}number from {} to {}", parameter.isWhole ? "whole " : "", Number(parameter.least),
                      Number(parameter.most));
 }
 
 std::string DefaultText(const Parameter& parameter) {
-  if (parameter.isRequired) return "";
+  if (parameter.isRequired || parameter.isFile) return "";
   if (parameter.choices.empty()) return Number(parameter.defaultValue);
   return std::string(parameter.choices[static_cast<size_t>(parameter.defaultValue)]);
 }
@@ -400,7 +617,10 @@ std::string OperationsMarkdown() {
     for (const Parameter& parameter : operation.parameters) {
       const std::string standard = DefaultText(parameter);
       text += fmt::format("| {} | {} | {} | {} |\n", parameter.name, RangeText(parameter),
-                          standard.empty() ? "none: required" : standard, parameter.help);
+                          !standard.empty()      ? standard
+                          : parameter.isRequired ? "none: required"
+                                                 : "none",
+                          parameter.help);
     }
   }
   return text;

@@ -20,7 +20,7 @@ class UsageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-inline constexpr size_t kMostParameters = 3;
+inline constexpr size_t kMostParameters = 5;
 
 struct Parameter {
   std::string_view name;
@@ -30,11 +30,19 @@ struct Parameter {
   double least = 0;
   double most = 0;
   bool isWhole = true;
-  std::span<const std::string_view> choices =
-      {};  // the value is the place in the list; least and most unused
+  // The value is the place in the list; least and most are unused.
+  std::span<const std::string_view> choices = {};
+  bool isFile = false;  // the value is text
 };
 
-using Values = std::array<double, kMostParameters>;
+// One for each parameter: a number, or text.
+struct Values {
+  std::array<double, kMostParameters> numbers{};
+  std::array<std::string, kMostParameters> texts{};
+
+  double operator[](size_t i) const { return numbers[i]; }
+  bool operator==(const Values&) const = default;
+};
 
 struct Operation {
   std::string_view name;
@@ -42,8 +50,12 @@ struct Operation {
   std::string_view details;  // for docs/operations.md; may be empty
   std::string_view depths;   // the depths taken, for messages and docs
   std::span<const Parameter> parameters;
-  // Returns a new page; the one given is the same afterwards. Throws PageError when it cannot be worked on.
+  // One of these three. They leave the pages that they are given as they were, and throw PageError when one
+  // cannot be worked on.
   Dib (*run)(const Dib& page, const Values& values);
+  std::vector<Dib> (*split)(const Dib& page, const Values& values) = nullptr;
+  // Takes all pages that go to one place, in reading order.
+  Dib (*merge)(std::span<const Dib> pages, const Values& values) = nullptr;
 };
 
 std::span<const Operation> Operations();
@@ -56,6 +68,8 @@ struct Step {
   const Operation* operation = nullptr;
   Values values{};
 };
+
+std::vector<Dib> RunStep(const Step& step, std::span<const Dib> pages);
 
 // From "name" or "name:value,value" or "name:parameter=value". Throws UsageError.
 Step ParseStep(std::string_view text);

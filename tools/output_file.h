@@ -17,6 +17,7 @@ class OutputFile {
   OutputFile& operator=(const OutputFile&) = delete;
 
   const std::string& path() const { return path_; }
+  const std::string& finalPath() const { return finalPath_; }
   // Throws PageError when the file cannot be renamed.
   void Commit();
 

@@ -1,7 +1,6 @@
 #include "page.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
 
@@ -33,14 +32,6 @@ void PutIndex(uint8_t* row, int bits, int x, unsigned index) {
   byte = static_cast<uint8_t>((byte & ~mask) | index << shift);
 }
 
-void CopyPixel(const PageView& from, const uint8_t* fromRow, int fromX, uint8_t* toRow, int toX) {
-  if (from.bits() == 24) {
-    std::memcpy(toRow + 3 * static_cast<size_t>(toX), fromRow + 3 * static_cast<size_t>(fromX), 3);
-  } else {
-    PutIndex(toRow, from.bits(), toX, GetIndex(fromRow, from.bits(), fromX));
-  }
-}
-
 bool IsGrey(const RGBQUAD& entry) {
   return entry.rgbBlue == entry.rgbGreen && entry.rgbGreen == entry.rgbRed;
 }
@@ -53,6 +44,13 @@ void ZeroPadding(const PageView& page) {
 void CopyPalette(const PageView& from, const PageView& to) {
   std::copy_n(from.palette().begin(), std::min(from.palette().size(), to.palette().size()),
               to.palette().begin());
+}
+
+// Makes a page of the same size whose pixels are to be set.
+Dib MakeLike(const PageView& page, int bits) {
+  Dib result = MakePage(page.width(), page.height(), bits, page.resolution());
+  ZeroPadding(PageView(result));
+  return result;
 }
 
 }  // namespace
@@ -183,35 +181,15 @@ Dib Duplicate(const Dib& page) {
 }
 
 Dib ToGrey(const Dib& page) {
-  const PageView from(page);
-  Dib result = MakePage(from.width(), from.height(), 8, from.resolution());
-  const PageView to(result);
-  ZeroPadding(to);
-  const auto greyOf = [](unsigned red, unsigned green, unsigned blue) {
-    return static_cast<uint8_t>((30 * red + 59 * green + 11 * blue) / 100);
-  };
-  std::array<uint8_t, 256> greys{};
-  for (size_t i = 0; i < from.palette().size(); ++i) {
-    const RGBQUAD& entry = from.palette()[i];
-    greys[i] = greyOf(entry.rgbRed, entry.rgbGreen, entry.rgbBlue);
-  }
-  for (int y = 0; y < from.height(); ++y) {
-    const uint8_t* in = from.PageRow(y);
-    uint8_t* out = to.PageRow(y);
-    if (from.bits() == 24) {
-      for (int x = 0; x < from.width(); ++x, in += 3) out[x] = greyOf(in[2], in[1], in[0]);
-    } else {
-      for (int x = 0; x < from.width(); ++x) out[x] = greys[GetIndex(in, from.bits(), x)];
-    }
-  }
-  return result;
+  Dib grey(ConvColorDIBtoGrayscale(page.handle(), 1, 0));
+  if (!grey) throw PageError(LibraryError());
+  return grey;
 }
 
 Dib WidenTo8(const Dib& page) {
   const PageView from(page);
-  Dib result = MakePage(from.width(), from.height(), 8, from.resolution());
+  Dib result = MakeLike(from, 8);
   const PageView to(result);
-  ZeroPadding(to);
   for (RGBQUAD& entry : to.palette()) entry = {255, 255, 255, 0};
   CopyPalette(from, to);
   for (int y = 0; y < from.height(); ++y) {
@@ -224,9 +202,8 @@ Dib WidenTo8(const Dib& page) {
 
 Dib NarrowTo4(const Dib& page) {
   const PageView from(page);
-  Dib result = MakePage(from.width(), from.height(), 4, from.resolution());
+  Dib result = MakeLike(from, 4);
   const PageView to(result);
-  ZeroPadding(to);
   CopyPalette(from, to);
   for (int y = 0; y < from.height(); ++y) {
     for (int x = 0; x < from.width(); ++x) PutIndex(to.PageRow(y), 4, x, from.PageRow(y)[x] & 15u);
@@ -350,30 +327,20 @@ Dib Rotate(const Dib& page, double degrees, Ink ground) {
 }
 
 Dib Upright(Dib page, int orientation) {
+  using Flip = HGLOBAL (*)(HGLOBAL);
+  constexpr Flip kNone = nullptr;
+  const struct {
+    Flip flip;
+    int quarterTurns;
+  } ways[] = {{FlipDIBHorizontal, 0},  {kNone, 2}, {FlipDIBVertical, 0}, {FlipDIBVertical, -1}, {kNone, -1},
+              {FlipDIBHorizontal, -1}, {kNone, 1}};
   if (orientation < 2 || orientation > 8) return page;
-  const PageView from(page);
-  const bool transposed = orientation >= 5;
-  const bool fromRight = orientation == 2 || orientation == 3 || orientation == 7 || orientation == 8;
-  const bool fromBottom = orientation == 3 || orientation == 4 || orientation == 6 || orientation == 7;
-  const int width = transposed ? from.height() : from.width();
-  const int height = transposed ? from.width() : from.height();
-  Resolution resolution = from.resolution();
-  if (transposed) std::swap(resolution.x, resolution.y);
-  Dib result = MakePage(width, height, from.bits(), resolution);
-  const PageView to(result);
-  ZeroPadding(to);
-  CopyPalette(from, to);
-  for (int y = 0; y < height; ++y) {
-    uint8_t* row = to.PageRow(y);
-    for (int x = 0; x < width; ++x) {
-      const int column = transposed ? y : x;
-      const int line = transposed ? x : y;
-      const int fromX = fromRight ? from.width() - 1 - column : column;
-      const int fromY = fromBottom ? from.height() - 1 - line : line;
-      CopyPixel(from, from.PageRow(fromY), fromX, row, x);
-    }
-  }
-  return result;
+  const auto [flip, quarterTurns] = ways[orientation - 2];
+  if (flip != nullptr) page = Dib(flip(page.handle()));
+  if (!page) throw PageError("out of memory");
+  if (quarterTurns != 0) page = Dib(TurnDIB(page.handle(), quarterTurns));
+  if (!page) throw PageError(LibraryError());
+  return page;
 }
 
 std::string LibraryError() {

@@ -105,9 +105,9 @@ bool HasGreyRamp(const PageView& page);
 void UseGreyRamp(const PageView& page);
 
 Dib Duplicate(const Dib& page);
-// A page of 8 bits with the ramp, from any depth; grey is (30 R + 59 G + 11 B) / 100 as in the dithers.
+// A page of 24 bits in 8-bit grey.
 Dib ToGrey(const Dib& page);
-// 4 bits to 8 with the same indices, and back.
+// 1 or 4 bits to 8 with the same indices, and 8 to 4.
 Dib WidenTo8(const Dib& page);
 Dib NarrowTo4(const Dib& page);
 

@@ -18,18 +18,22 @@ double Rounded(double value, double steps) { return std::round(value * steps) / 
 Json ToJson(const PageReport& report, Command command) {
   const PageRecord& record = report.record;
   Json json = {{"file", report.file}, {"page", report.page}, {"pages", report.pages}};
-  if (!report.output.empty()) json["output"] = report.output;
+  if (!report.output.empty() && !report.isDropped) json["output"] = report.output;
   if (!report.error.empty()) {
     json["error"] = report.error;
     return json;
   }
+  if (report.joined > 1) json["joined"] = report.joined;
+  if (report.made > 1) json["made"] = report.made;
   json["width"] = record.width;
   json["height"] = record.height;
   json["bits"] = record.bits;
   json["dpi"] = record.dpiX;
   if (record.dpiX != record.dpiY) json["dpiDown"] = record.dpiY;
   if (record.skew) json["skew"] = Rounded(*record.skew, 10);
+  if (command != Command::kApply) json["blank"] = record.isBlank;
   if (command == Command::kClean) {
+    json["dropped"] = report.isDropped;
     json["text"] = record.isTextDark ? "dark" : "light";
     json["turned"] = record.isTurned;
     json["trimmedPixels"] = record.trimmedPixels;
@@ -55,7 +59,9 @@ std::string Dots(const PageRecord& record) {
 }
 
 // What was done to one page, in words.
-std::string Deeds(const PageRecord& record) {
+std::string Deeds(const PageReport& report) {
+  if (report.isDropped) return "blank, left out";
+  const PageRecord& record = report.record;
   std::string text;
   const auto add = [&text](std::string deed) { text += (text.empty() ? "" : ", ") + deed; };
   if (record.isTurned) add(fmt::format("turned by {:.1f} degrees", -record.skew.value_or(0)));
@@ -66,6 +72,7 @@ std::string Deeds(const PageRecord& record) {
 }
 
 std::string PageName(const PageReport& report) {
+  if (report.joined > 1) return fmt::format("{} and {} more", report.file, report.joined - 1);
   return report.pages > 1 ? fmt::format("{} page {}", report.file, report.page) : report.file;
 }
 
@@ -90,6 +97,10 @@ void Reporter::Page(const PageReport& report) {
   trimmed_ += report.record.trimmedPixels > 0;
   punched_ += report.record.holes > 0;
   failed_ += !report.error.empty();
+  if (report.isDropped) {
+    ++dropped_;
+    droppedPages_ += fmt::format("{}{}", droppedPages_.empty() ? "" : ", ", report.page);
+  }
   if (!report.error.empty() && !report.isFollowUp) Error(PageName(report), report.error);
   ClearBar();
   if (options_.isJson) {
@@ -107,15 +118,17 @@ void Reporter::PrintLine(const PageReport& report) {
   const PageRecord& record = report.record;
   if (command_ == Command::kInfo) {
     if (!report.error.empty()) return;
-    fmt::print("{}: {} x {} pixels, {} bit{}, {}, skew {}\n", PageName(report), record.width, record.height,
+    fmt::print("{}: {} x {} pixels, {} bit{}, {}, skew {}{}\n", PageName(report), record.width, record.height,
                record.bits, record.bits == 1 ? "" : "s", record.dpiX > 0 ? Dots(record) : "no resolution",
-               record.skew ? fmt::format("{:.1f}", *record.skew) : "unknown");
+               record.skew ? fmt::format("{:.1f}", *record.skew) : "unknown",
+               record.isBlank ? ", blank" : "");
     return;
   }
-  const std::string arrow = report.output.empty() ? "" : fmt::format(" -> {}", report.output);
+  std::string arrow = report.output.empty() || report.isDropped ? "" : fmt::format(" -> {}", report.output);
+  if (report.made > 1) arrow += fmt::format(", {} pages", report.made);
   if (options_.isVerbose) {
     if (!report.error.empty()) return;
-    const std::string deeds = command_ == Command::kClean ? Deeds(record) : "done";
+    const std::string deeds = command_ == Command::kClean ? Deeds(report) : "done";
     fmt::print("{}: {} x {} pixels, {} bit{}, {}: {}{}\n", PageName(report), record.width, record.height,
                record.bits, record.bits == 1 ? "" : "s", Dots(record), deeds, arrow);
     for (const Skipped& skipped : record.skipped)
@@ -127,14 +140,18 @@ void Reporter::PrintLine(const PageReport& report) {
   if (report.pages > 1) {
     if (failed_ < report.pages) PrintCounts(fmt::format("{}: {} pages", report.file, report.pages), arrow);
   } else if (report.error.empty()) {
-    fmt::print("{}: {}{}\n", report.file, command_ == Command::kClean ? Deeds(record) : "done", arrow);
+    fmt::print("{}: {}{}\n", PageName(report), command_ == Command::kClean ? Deeds(report) : "done", arrow);
   }
-  turned_ = trimmed_ = punched_ = failed_ = 0;
+  turned_ = trimmed_ = punched_ = failed_ = dropped_ = 0;
+  droppedPages_.clear();
 }
 
 void Reporter::PrintCounts(const std::string& head, const std::string& tail) const {
   std::string text = head;
   if (failed_ > 0) text += fmt::format(", {} failed", failed_);
+  if (dropped_ > 0)
+    text +=
+        fmt::format(", {} blank left out{}", dropped_, hasBar_ ? "" : fmt::format(" ({})", droppedPages_));
   if (turned_ > 0) text += fmt::format(", {} turned", turned_);
   if (trimmed_ > 0) text += fmt::format(", {} trimmed", trimmed_);
   if (punched_ > 0) text += fmt::format(", {} with holes erased", punched_);

@@ -20,9 +20,12 @@ struct PageReport {
   std::string file;
   int page = 1;             // from 1
   int pages = 1;            // of its file
+  int joined = 1;           // pages that were made one
+  int made = 1;             // pages that came of it
   std::string output;       // empty where nothing is written
   std::string error;        // empty when the page is done
   bool isFollowUp = false;  // the error has been told with an earlier page
+  bool isDropped = false;   // blank and left out: nothing is written
   PageRecord record;
 };
 
@@ -56,7 +59,8 @@ class Reporter {
   bool isBarDrawn_ = false;
   bool hasErrors_ = false;
   // Pages of the file that is coming in, or of all files under a bar.
-  int turned_ = 0, trimmed_ = 0, punched_ = 0, failed_ = 0;
+  int turned_ = 0, trimmed_ = 0, punched_ = 0, failed_ = 0, dropped_ = 0;
+  std::string droppedPages_;  // "3, 7"
 };
 
 }  // namespace rastrel::tool

@@ -100,6 +100,48 @@ case_in_place() {
   no_leftovers
 }
 
+case_tiles() {
+  expect 0 "$rastrel" apply "$letter" -o page.png -q
+  expect 0 "$rastrel" apply page.png -o tile.png split:512 --json
+  grep -q '"made":12,' out || fail "not 12 tiles: $(cat out)"
+  [ "$(ls tile-*.png | wc -l)" -eq 12 ] || fail "tiles: $(ls)"
+  expect 0 "$rastrel" apply tile-*.png -o joined.png merge:3
+  cmp -s page.png joined.png || fail "the tiles do not make the page"
+  grep -q "^tile-001.png and 11 more: done -> joined.png$" out || fail "told: $(cat out)"
+  # In one go, by way of a multi-page file, and by folders.
+  expect 0 "$rastrel" apply page.png -o tiles.tif split:512 flip:h
+  [ "$("$rastrel" info tiles.tif | wc -l)" -eq 12 ] || fail "tiles.tif has not 12 pages"
+  mkdir folder
+  expect 0 "$rastrel" apply tiles.tif -o folder --format png flip:h merge:3
+  cmp -s page.png folder/tiles.png || fail "the pages of tiles.tif do not make the page"
+  # Inputs and earlier outputs are safe from the names of tiles.
+  cp tile-001.png before.png
+  expect 1 "$rastrel" apply tile-001.png -o tile.png split:256
+  complains "an input"
+  cmp -s before.png tile-001.png || fail "an input was lost"
+  cp page.png p.png
+  cp tile-001.png p-001.png
+  expect 1 "$rastrel" apply p.png p-001.png -o folder/ split:1184,1000
+  complains "several pages"
+  expect 1 "$rastrel" apply page.png missing.png -o joined.bmp merge:1
+  complains "missing.png"
+  no_leftovers
+}
+
+case_blank() {
+  expect 0 "$rastrel" apply "$letter" -o empty.png combine:"$letter",0,0,over invert combine:"$letter",0,0,and
+  expect 0 "$rastrel" apply empty.png -o blank.png invert
+  expect 0 "$rastrel" info "$letter" blank.png
+  [ "$(grep -c ", blank$" out)" -eq 1 ] || fail "told: $(cat out)"
+  expect 0 "$rastrel" apply "$letter" blank.png "$letter" -o three.tif -q
+  expect 0 "$rastrel" clean three.tif -o two.tif --drop-blank 0.2
+  grep -q "3 pages, 1 blank left out (2)" out || fail "told: $(cat out)"
+  [ "$("$rastrel" info two.tif | wc -l)" -eq 2 ] || fail "two.tif has not 2 pages"
+  expect 0 "$rastrel" clean blank.png -o none.png --drop-blank 0.2 --json
+  grep -q '"blank":true,"dropped":true' out || fail "told: $(cat out)"
+  [ ! -e none.png ] || fail "a blank page was written"
+}
+
 # A limit on the size of files stands in for a disk that is full.
 case_full_disk() {
   local format

@@ -2,8 +2,12 @@
 #include "operations.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
+
+#include "page_io.h"
 
 #include "tests/support/test_dib.h"
 
@@ -16,10 +20,11 @@ TEST(ParseStep, TakesValuesByPlaceAndByName) {
     Values values;
   };
   for (const Case& test :
-       {Case{"rotate:3.5", {3.5, 0}}, Case{"rotate:-90,black", {-90, 1}},
-        Case{"rotate:fill=black,angle=1", {1, 1}}, Case{"skew:h,-20", {0, -20}}, Case{"dither:jjn,8", {1, 2}},
-        Case{"dither", {0, 0}}, Case{"halftone:ordered,-10", {2, -10}}, Case{"clean:100,yes", {100, 1}},
-        Case{"holes:-3", {-3}}, Case{"trim", {}}}) {
+       {Case{"rotate:3.5", {{3.5, 0}}}, Case{"rotate:-90,black", {{-90, 1}}},
+        Case{"rotate:fill=black,angle=1", {{1, 1}}}, Case{"skew:h,-20", {{0, -20}}},
+        Case{"dither:jjn,8", {{1, 2}}}, Case{"dither", {{0, 0}}}, Case{"halftone:ordered,-10", {{2, -10}}},
+        Case{"clean:100,yes", {{100, 1}}}, Case{"holes:-3", {{-3}}}, Case{"trim", {}},
+        Case{"combine:a:b.png,-3,mask=m.tif", {{0, -3}, {"a:b.png", "", "", "", "m.tif"}}}}) {
     const Step step = ParseStep(test.text);
     EXPECT_EQ(std::string_view(test.text).substr(0, step.operation->name.size()), step.operation->name);
     EXPECT_EQ(test.values, step.values) << test.text;
@@ -36,6 +41,7 @@ TEST(ParseStep, SaysWhatIsWrong) {
         Case{"rotate", "angle is missing"}, Case{"rotate:", "from -360 to 360"}, Case{"rotate:361", "'361'"},
         Case{"rotate:nan", "'nan'"}, Case{"rotate:1e999", "'1e999'"}, Case{"rotate:3x", "'3x'"},
         Case{"rotate:1,red", "one of white, black"}, Case{"skew:h,1.5", "whole number"},
+        Case{"turn:90", "from -3 to 3"}, Case{"combine:,1", "file is missing"},
         Case{"clean:19", "from 20 to 100"}, Case{"clean:20,yes,3", "too many"},
         Case{"dither:bits=2", "one of 1, 4, 8"}, Case{"dither:depth=1", "no parameter 'depth'"}}) {
     try {
@@ -49,11 +55,18 @@ TEST(ParseStep, SaysWhatIsWrong) {
 
 // Every entry works, or says why not, at every depth, and leaves the page it was given as it was.
 TEST(Operations, RunOnTheDepthsTheyNameAndLeaveTheirInputAlone) {
-  const char* const samples[] = {"rotate:3.5", "rotate:45,black", "rotate90", "rotate180",  "rotate270",
-                                 "skew:h,9",   "skew:v,-9",       "deskew",   "trim",       "holes:0",
-                                 "clean",      "clean:60,yes",    "dither",   "halftone:2", "grey"};
-  for (std::string text : samples) {
-    if (text == "halftone:2") text = "halftone:ordered,10";
+  const char* const samples[] = {"rotate:3.5", "rotate:45,black",
+                                 "rotate90",   "rotate180",
+                                 "rotate270",  "skew:h,9",
+                                 "skew:v,-9",  "deskew",
+                                 "trim",       "holes:0",
+                                 "clean",      "clean:60,yes",
+                                 "dither",     "halftone:ordered,10",
+                                 "grey",       "flip:h",
+                                 "flip:v",     "turn:-1",
+                                 "invert",     "expand",
+                                 "to24"};
+  for (const std::string text : samples) {
     const Step step = ParseStep(text);
     for (const int bits : {1, 4, 8, 24}) {
       SCOPED_TRACE(::testing::Message() << text << " at " << bits << " bits");
@@ -92,6 +105,104 @@ TEST(Operations, UncoveredCornersAreOfTheColourAskedFor) {
       EXPECT_EQ(fill == "white" ? 0 : 255, brightness[1]) << bits << " bits";
     }
   }
+}
+
+uint8_t BrightnessAt(const Dib& page, int x, int y) {
+  const PageView view(page);
+  uint8_t brightness = 0;
+  RowBrightness(view, BrightnessTable(view), y, x, x + 1, &brightness);
+  return brightness;
+}
+
+std::vector<Dib> RunText(const std::string& text, std::span<const Dib> pages) {
+  return RunStep(ParseStep(text), pages);
+}
+
+std::vector<Dib> One(Dib page) {
+  std::vector<Dib> pages;
+  pages.push_back(std::move(page));
+  return pages;
+}
+
+// A light page with one dark pixel.
+Dib Dotted(int bits, int width, int height, int x, int y) {
+  Dib page = MakePage(width, height, bits, {11811, 11811});
+  for (int row = 0; row < height; ++row)
+    PaintRow(PageView(page), row, 0, width, ExtremeInk(PageView(page), true));
+  PaintRow(PageView(page), y, x, x + 1, ExtremeInk(PageView(page), false));
+  return page;
+}
+
+TEST(Operations, MirrorTurnAndInvertMoveADotWhereOneExpectsIt) {
+  struct Case {
+    const char* text;
+    int width, height, x, y;  // of the result, and where its odd pixel is
+    bool isDark = true;
+  };
+  for (const int bits : {1, 4, 8, 24}) {
+    const std::vector<Dib> page = One(Dotted(bits, 40, 30, 3, 5));
+    for (const Case& test :
+         {Case{"flip:h", 40, 30, 36, 5}, Case{"flip:v", 40, 30, 3, 24}, Case{"turn:1", 30, 40, 5, 36},
+          Case{"turn:-1", 30, 40, 24, 3}, Case{"turn:2", 40, 30, 36, 24}, Case{"invert", 40, 30, 3, 5, false},
+          Case{"to24", 40, 30, 3, 5}}) {
+      SCOPED_TRACE(::testing::Message() << test.text << " at " << bits << " bits");
+      const std::vector<Dib> result = RunText(test.text, page);
+      ASSERT_EQ(test.width, PageView(result[0]).width());
+      ASSERT_EQ(test.height, PageView(result[0]).height());
+      for (int y = 0; y < test.height; ++y) {
+        for (int x = 0; x < test.width; ++x) {
+          const bool isDark = (x == test.x && y == test.y) == test.isDark;
+          ASSERT_EQ(isDark ? 0 : 255, BrightnessAt(result[0], x, y)) << x << ", " << y;
+        }
+      }
+    }
+  }
+}
+
+TEST(Operations, SplitAndMergeCountTilesAsPeopleRead) {
+  for (const int bits : {1, 4, 8, 24}) {
+    testing::TestDib source = testing::TestDib::Random(bits, 70, 50, 2);
+    const std::vector<testing::Pixel> pixels = source.Pixels();
+    const std::vector<Dib> page = One(Dib(source.Release()));
+    std::vector<Dib> tiles = RunText("split:32,20", page);
+    ASSERT_EQ(9u, tiles.size());
+    EXPECT_EQ(10, PageView(tiles[0]).height());  // the rest is at the top
+    EXPECT_EQ(6, PageView(tiles[2]).width());
+    EXPECT_EQ(20, PageView(tiles[8]).height());
+    std::vector<Dib> merged = RunText("merge:3", tiles);
+    ASSERT_EQ(1u, merged.size());
+    const HGLOBAL handle = DuplicateDIB(merged[0].handle());
+    EXPECT_EQ(pixels, testing::TestDib(handle).Pixels());
+
+    EXPECT_THROW(RunText("merge:2", tiles), PageError);
+    std::swap(tiles[0], tiles[3]);
+    EXPECT_THROW(RunText("merge:3", tiles), PageError);
+  }
+  EXPECT_THROW(RunText("split:20", One(Dotted(1, 70, 50, 0, 0))), PageError);
+}
+
+TEST(Operations, CombineLaysAFileOntoThePage) {
+  const std::string folder = ::testing::TempDir() + "/combine" + std::to_string(::getpid());
+  const std::string dot = folder + "-dot.bmp", mask = folder + "-mask.bmp";
+  WriteBmp(Dotted(8, 10, 10, 2, 3), dot);
+  WriteBmp(Dotted(1, 10, 10, 9, 9), mask);
+  for (const int bits : {1, 4, 8, 24}) {
+    const std::vector<Dib> page = One(Dotted(bits, 40, 30, 20, 25));
+    const auto count = [&](const std::string& options) {
+      const std::vector<Dib> result = RunText("combine:" + dot + options, page);
+      int dark = 0;
+      for (int i = 0; i < 40 * 30; ++i) dark += BrightnessAt(result[0], i % 40, i / 40) == 0;
+      return std::pair(dark, BrightnessAt(result[0], 22, 28));
+    };
+    using Count = std::pair<int, uint8_t>;
+    EXPECT_EQ(Count(2, 0), count(",20,25"));
+    EXPECT_EQ(Count(1, 0), count(",20,25,over"));
+    EXPECT_EQ(Count(1, 255), count(",-5,-5"));
+    EXPECT_EQ(Count(3, 255), count(",y=1,mask=" + mask));
+    EXPECT_THROW(count(",mask=" + folder), PageError);
+  }
+  std::remove(dot.c_str());
+  std::remove(mask.c_str());
 }
 
 }  // namespace
