@@ -33,9 +33,9 @@ TEST(CreateDIBPalette, TakesTheTableOrAFixedOne) {
   header.biClrUsed = 2;
   const TestDib page(header, {{3, 2, 1, 99}, {6, 5, 4, 0}});
   EXPECT_EQ((Bytes{1, 2, 3, 0, 4, 5, 6, 0}), Taken(CreateDIBPalette(page.handle())));
-  Bytes longest = page.block();
-  longest.resize(40 + 4 * 0xFFFF, 7);
-  std::memset(longest.data() + 32, 0xFF, 2);
+  header.biClrUsed = 0xFFFF;
+  Bytes longest(40 + 4 * 0xFFFF, 7);
+  std::memcpy(longest.data(), &header, sizeof(header));
   EXPECT_EQ(4u * 0xFFFF, Taken(CreateDIBPalette(TestDib(longest).handle())).size());
   const Bytes fixed = Taken(CreateDIBPalette(TestDib(MakeHeader(24, 1, 1)).handle()));
   ASSERT_EQ(1024u, fixed.size());
@@ -49,8 +49,7 @@ TEST(CreateDIBPalette, TakesTheTableOrAFixedOne) {
   };
   for (const uintptr_t handle : {0, 0x1234}) refuses(reinterpret_cast<HGLOBAL>(handle), kErrorBefore);
   refuses(TestDib(Bytes(32)).handle(), ErrDIBSize);
-  longest.resize(longest.size() - 9);
-  refuses(TestDib(longest).handle(), ErrDIBSize);
+  refuses(TestDib(Bytes(longest.begin(), longest.end() - 9)).handle(), ErrDIBSize);
   for (const uint32_t colours : {0x10000u, 0x40000001u, 0xFFFFFFFFu})
     refuses(page.With([&](auto& info) { info.biClrUsed = colours; }).handle(), ErrCreatePalette);
 }
