@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "cleanup/progress_window.h"
+#include "frame/bit_square.h"
 #include "frame/dib.h"
 
 namespace rastrel {
@@ -48,21 +49,16 @@ class ForegroundTest {
   uint16_t lastSum_;
 };
 
-// Turns 64 packed rows, the top one first, into 64 columns, the leftmost first, the topmost pixel in the
-// lowest bit.
-void TransposeBits(uint64_t block[64]);
-
 // Rows are packed in pieces of this width.
 constexpr int kPieceWords = 64;
 constexpr int kPieceColumns = kPieceWords * 64;
 
-// Finds the foreground of columns 0 .. columns - 1 and hands it over in strips of 64 page rows, from the
-// bottom up, as put(left, top, bits, count): `count` columns from `left` on, a word each, with page row
-// `top`, a multiple of 64, in the lowest bit and 0 beyond the page. Takes a step of the progress window at
-// each page row that is a multiple of its divisor, the bottom one excepted. Returns false when the user
-// cancelled.
+// Finds the foreground of columns 0 .. columns - 1 and hands it over in squares of 64 x 64 pixels, from the
+// bottom up, as put(left, top, rows, any): the packed page rows from `top`, a multiple of 64, on, 0 below the
+// page, and a word that is 0 when all of them are. Takes a step of the progress window at each page row that
+// is a multiple of its divisor, the bottom one excepted. Returns false when the user cancelled.
 template <class Put>
-bool GatherColumns(const ConstRows& rows, const ForegroundTest& test, int columns, ProgressWindow& window,
+bool GatherSquares(const ConstRows& rows, const ForegroundTest& test, int columns, ProgressWindow& window,
                    Put put) {
   for (int top = (rows.height - 1) / 64 * 64; top >= 0; top -= 64) {
     const int count = std::min(64, rows.height - top);
@@ -76,15 +72,26 @@ bool GatherColumns(const ConstRows& rows, const ForegroundTest& test, int column
       for (int i = count - 1; i >= 0; --i)
         test.PackRow(rows.PageRow(top + i), rows.stride, left, pieceColumns, packed[i]);
       for (int x = 0; x < pieceColumns; x += 64) {
-        uint64_t block[64] = {};
+        uint64_t square[64] = {};
         uint64_t any = 0;
-        for (int i = 0; i < count; ++i) any |= block[i] = packed[i][x / 64];
-        if (any != 0) TransposeBits(block);
-        put(left + x, top, block, std::min(64, pieceColumns - x));
+        for (int i = 0; i < count; ++i) any |= square[i] = packed[i][x / 64];
+        put(left + x, top, square, any);
       }
     }
   }
   return true;
+}
+
+// The same, as columns: put(left, top, bits, count) has `count` columns from `left` on, a word each, with
+// page row `top` in the lowest bit.
+template <class Put>
+bool GatherColumns(const ConstRows& rows, const ForegroundTest& test, int columns, ProgressWindow& window,
+                   Put put) {
+  return GatherSquares(rows, test, columns, window,
+                       [columns, &put](int left, int top, uint64_t* square, uint64_t any) {
+                         if (any != 0) TransposeBits(square);
+                         put(left, top, square, std::min(64, columns - left));
+                       });
 }
 
 }  // namespace rastrel

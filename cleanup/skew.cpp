@@ -7,6 +7,7 @@
 #include "frame/dib.h"
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
+#include "platform/bit_runs.h"
 
 namespace rastrel {
 namespace {
@@ -50,22 +51,12 @@ RowOffset RowOffsetOf(uint64_t offsetBits, unsigned bits) {
   return offset;
 }
 
-// Copies the bytes of a row, moved right by `offset`. The bits carried past the last byte are dropped where
-// the destination row ends.
+// Copies the bytes of a row, moved right by `offset`. What leaves the destination row is dropped.
 void CopyRowShifted(const uint8_t* from, uint64_t count, RowOffset offset, uint8_t* to, uint64_t toStride) {
-  if (offset.bytes >= toStride) return;
-  count = std::min(count, toStride - offset.bytes);
-  to += offset.bytes;
-  if (offset.bits == 0) {
-    std::memcpy(to, from, static_cast<size_t>(count));
-    return;
-  }
-  unsigned carried = 0;
-  for (uint64_t k = 0; k < count; ++k) {
-    to[k] = static_cast<uint8_t>(carried | from[k] >> offset.bits);
-    carried = from[k] << (8 - offset.bits) & 0xFF;
-  }
-  if (offset.bytes + count < toStride) to[count] = static_cast<uint8_t>(carried);
+  const uint64_t offsetBits = 8 * offset.bytes + offset.bits;
+  if (offsetBits >= 8 * toStride) return;
+  CombineBits(to, offsetBits, from, 0, std::min(8 * count, 8 * toStride - offsetBits),
+              [](uint8_t /*to*/, uint8_t source) { return source; });
 }
 
 void ShearRows(const ConstRows& source, unsigned bits, int32_t shift, const Rows& result) {
