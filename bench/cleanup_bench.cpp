@@ -33,5 +33,16 @@ BENCHMARK(BM_PunchHoleRemover)
     ->ArgsProduct({{1, 8, 24}, {0, -3}})
     ->Unit(benchmark::kMillisecond);
 
+void BM_AutoPunchHoleRemover(benchmark::State& state) {
+  const TestDib page = BenchPage(static_cast<int>(state.range(0)));
+  for (auto _ : state) {
+    HGLOBAL result = AutoPunchHoleRemover(page.handle(), 0, nullptr);
+    if (result == nullptr) return state.SkipWithError("no result");
+    GlobalFree(result);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+}
+BENCHMARK(BM_AutoPunchHoleRemover)->ArgName("bits")->Arg(1)->Arg(8)->Arg(24)->Unit(benchmark::kMillisecond);
+
 }  // namespace
 }  // namespace rastrel::bench

@@ -1,12 +1,12 @@
 // Punch holes: dark discs near the left edge of a page, measured in millimetres through the page's
 // resolution.
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 
 #include "cleanup/darkness.h"
 #include "cleanup/progress_window.h"
+#include "cleanup/punched_page.h"
 #include "frame/dib.h"
 #include "frame/rastrel.h"
 
@@ -39,9 +39,9 @@ int64_t Rounded(double length) { return static_cast<int64_t>(length + 0.5); }
 
 // In pixels.
 struct HoleSizes {
-  HoleSizes(int resolution, int millimetres)
-      : dpi(static_cast<int>(resolution / 39.37 + 0.5)),
-        band(static_cast<int>(dpi * 0.7480314960629921 + 0.5)),
+  HoleSizes(const PunchedPage& page, int millimetres)
+      : dpi(page.dpi()),
+        band(page.band()),
         probe(static_cast<int>(dpi * 0.11811023622047245 + 0.5)),
         hole(std::min(millimetres / 25.4 * dpi, kMaxHole)),
         longestColumn(4.0 * millimetres / 25.4 * dpi),
@@ -59,8 +59,6 @@ struct HoleSizes {
 };
 
 // ---- the map ----------------------------------------------------------------------------------------
-
-enum Cell : uint8_t { kLight = 0, kDark = 1, kErased = 2, kLine = 3 };
 
 // The cells of the left columns of a page, column by column from the top.
 struct HoleMap {
@@ -93,9 +91,8 @@ void SpreadBits(uint64_t bits, int count, uint8_t* cells) {
 }
 
 // Marks the dark cells of a page. Returns false when the user cancelled.
-bool MarkDarkCells(const ConstRows& rows, const LockedDib& page, const HoleMap& map, ProgressWindow& window) {
-  const ForegroundTest dark(page, Foreground::kDark, kWhite);
-  return GatherColumns(rows, dark, map.columns, window,
+bool MarkDarkCells(PunchedPage& page, const HoleMap& map) {
+  return GatherColumns(page.rows(), page.DarkPixels(), map.columns, page.window(),
                        [&map](int left, int top, const uint64_t* words, int count) {
                          for (int i = 0; i < count; ++i) {
                            SpreadBits(words[i], std::min(64, map.height - top), map.Column(left + i) + top);
@@ -250,11 +247,8 @@ class HoleSearch {
     const int64_t middleY = (top + bottom) / 2;
     const int64_t lastColumn = std::min<int64_t>(right + radius, map_.columns - 1);
     for (int64_t column = left - 1; column <= lastColumn; ++column) {
-      const int64_t across = (middleX - column) * (middleX - column);
-      if (across >= radius * radius) continue;
-      // The farthest row from the middle that is still inside.
-      auto down = static_cast<int64_t>(std::sqrt(static_cast<double>(radius * radius - across)));
-      while (across + down * down >= radius * radius) --down;
+      const int64_t down = HalfChord(radius, middleX - column);
+      if (down < 0) continue;
       EraseRows(static_cast<int>(column), std::max(top - 1, middleY - down),
                 std::min({bottom + radius, middleY + down, int64_t{map_.height} - 1}));
     }
@@ -297,38 +291,18 @@ void ForEachErased(const HoleMap& map, int first, int end, Paint paint) {
   }
 }
 
-// Paints the erased cells of a page white. Kept: at 8 bits that is index 255, whatever the table holds there.
-void PaintErased(const LockedDib& copy, const Rows& rows, const HoleMap& map, int first, int end) {
-  if (copy.bits() == 24) {
-    ForEachErased(map, first, end,
-                  [&rows](int x, int y) { std::fill_n(rows.PageRow(y) + 3 * size_t(x), 3, uint8_t{255}); });
-  } else if (copy.bits() == 8) {
-    ForEachErased(map, first, end, [&rows](int x, int y) { rows.PageRow(y)[x] = 255; });
-  } else {
-    const bool lightIsOne = copy.FirstColourIsBlack();
-    ForEachErased(map, first, end, [&rows, lightIsOne](int x, int y) {
-      const unsigned bit = 0x80u >> x % 8;
-      uint8_t& byte = rows.PageRow(y)[x / 8];
-      byte = static_cast<uint8_t>(lightIsOne ? byte | bit : byte & ~bit);
-    });
-  }
-}
-
 }  // namespace
 }  // namespace rastrel
 
-// Kept: for another depth, and where no copy can be made or locked, a progress window stays open and its
-// parent disabled, and a copy that cannot be locked is not freed. Callers clean up.
 HGLOBAL RASTREL_CALL PunchHoleRemover(HGLOBAL dib, int holeSize, int showProgress, HWND parent) {
   using namespace rastrel;
   const int millimetres = HoleMillimetres(holeSize);
   if (millimetres == 0) return nullptr;
-  const LockedDib page(dib);
-  ConstRows rows = {};
-  if (!page || !page.FindRows(kHeaderBytes + PaletteBytes(&page.header()), &rows)) return nullptr;
-  if (page.header().biXPelsPerMeter != page.header().biYPelsPerMeter) return nullptr;
+  PunchedPage page(dib);
+  if (!page) return nullptr;
+  const ConstRows& rows = page.rows();
 
-  const HoleSizes sizes(page.header().biXPelsPerMeter, millimetres);
+  const HoleSizes sizes(page, millimetres);
   if (sizes.probe > UINT16_MAX) return nullptr;  // a square that no block could hold
   const int columns = ColumnsThatMatter(sizes, rows);
   const auto height = static_cast<uint64_t>(rows.height);
@@ -337,12 +311,10 @@ HGLOBAL RASTREL_CALL PunchHoleRemover(HGLOBAL dib, int holeSize, int showProgres
   if (!block) return nullptr;
   const HoleMap map = {block.bytes() + height * sizeof(int), columns, rows.width, rows.height};
 
-  ProgressWindow window(ProgressWindow::Kind::kPunchHoles);
   const uint32_t work =
       static_cast<uint32_t>(rows.height) + static_cast<uint32_t>(sizes.band - sizes.probe + 1);
-  if (showProgress != 0 && !window.Open(static_cast<int>(work), parent)) return nullptr;
-  if (!ForegroundTest::Takes(page.bits())) return nullptr;
-  if (!MarkDarkCells(rows, page, map, window)) return nullptr;
+  if (!page.Start(work, showProgress, parent)) return nullptr;
+  if (!MarkDarkCells(page, map)) return nullptr;
 
   for (int x = 0; x < std::min(sizes.band, columns); ++x) {
     ProtectColumn(map.Column(x), map.height, sizes.longestColumn);
@@ -350,19 +322,10 @@ HGLOBAL RASTREL_CALL PunchHoleRemover(HGLOBAL dib, int holeSize, int showProgres
   RowProtector(map, sizes, block.As<int>()).Run();
   HoleSearch search(map, sizes, block.As<uint16_t>());
   for (int x = 0; x <= sizes.band - sizes.probe - 1; ++x) {
-    if (x % ProgressWindow::kDivisor == 0) window.Step();
-    if (window.cancelled()) return nullptr;
+    if (x % ProgressWindow::kDivisor == 0) page.window().Step();
+    if (page.window().cancelled()) return nullptr;
     if (x < columns) search.SearchDown(x);
   }
-
-  HGLOBAL result = DuplicateDIB(dib);
-  if (result == nullptr) return nullptr;
-  const LockedDib copy(result);
-  if (!copy) return nullptr;
-  Rows copyRows = {};
-  if (copy.FindRows(kHeaderBytes + PaletteBytes(&copy.header()), &copyRows)) {
-    PaintErased(copy, copyRows, map, search.firstErased(), search.endErased());
-  }
-  window.Close();
-  return result;
+  return page.PaintedCopy(
+      [&](auto paint) { ForEachErased(map, search.firstErased(), search.endErased(), paint); });
 }

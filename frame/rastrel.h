@@ -360,6 +360,11 @@ RASTREL_API HGLOBAL RASTREL_CALL DeskewDIB(HGLOBAL dib, int darkForeground, int 
  * equal resolutions in x and y. Progress as for DetectSkewAngle. Sets no error. */
 RASTREL_API HGLOBAL RASTREL_CALL PunchHoleRemover(HGLOBAL dib, int holeSize, int showProgress, HWND parent);
 
+/* Returns a copy of a page of 1, 8 or 24 bits in which dark blobs of more than 4 mm within 19 mm of the left
+ * edge, and not markedly taller than wide, are painted white as punch holes. The page needs equal resolutions
+ * in x and y. Progress as for DetectSkewAngle. Sets no error. */
+RASTREL_API HGLOBAL RASTREL_CALL AutoPunchHoleRemover(HGLOBAL dib, int showProgress, HWND parent);
+
 /* Returns a copy of a black-and-white page, or of an 8-bit page of 256 greys, without specks. `level` is 20
  * to 100. With `fullFilter` every pixel is filtered, else only those that look like specks. The rows are
  * taken to start at 40 + 4 * biClrUsed, also when that is 0. Sets no error. */

@@ -6,6 +6,7 @@
 #include <random>
 
 #include "tests/cleanup/progress_recorder.h"
+#include "tests/cleanup/punched_pages.h"
 #include "tests/reference/punch_holes.h"
 #include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
@@ -13,44 +14,17 @@
 namespace rastrel::testing {
 namespace {
 
-// 25 dots per inch: the band is 19 columns, the probe 3 x 3 and all of it must be dark, a 4 mm hole 3.9
+// At 25 dots per inch the band is 19 columns, the probe 3 x 3 and all of it must be dark, a 4 mm hole 3.9
 // pixels, discs have a radius of 4 and their middle 2 right of and 1 below the probe's corner. Runs of more
 // than 15 rows or 7 columns are lines.
-constexpr int kDots25 = 1000;
-
-// 8 bits: dark is 0, the light ground 200, and what is painted 255.
-constexpr Pixel kGround = 200;
-
-BITMAPINFOHEADER HeaderWithDots(int bits, int width, int height, int dotsPerMetre) {
-  BITMAPINFOHEADER header = MakeHeader(bits, width, height);
-  header.biXPelsPerMeter = header.biYPelsPerMeter = dotsPerMetre;
-  return header;
-}
-
-struct Box {
-  int left, top, width, height;
-};
 constexpr Box kHole = {6, 5, 3, 3};
-
-TestDib WithBoxes(int width, int height, std::initializer_list<Box> boxes, int dotsPerMetre = kDots25) {
-  TestDib page = TestDib::Plain(HeaderWithDots(8, width, height, dotsPerMetre), kGround);
-  for (const Box& box : boxes) page.Fill(box.left, box.top, box.width, box.height, 0);
-  page.Settle();
-  return page;
-}
 
 TestDib Remove(const TestDib& page, int holeSize) {
   return TestDib(PunchHoleRemover(page.handle(), holeSize, 0, nullptr));
 }
 
-// The page without holes as a drawing: '#' dark, 'o' painted, '.' ground.
 std::vector<std::string> Removed(const TestDib& page, int holeSize = 0) {
-  const TestDib result = Remove(page, holeSize);
-  std::vector<std::string> rows(static_cast<size_t>(result.height()));
-  int i = 0;
-  for (const Pixel pixel : result.Pixels())
-    rows[static_cast<size_t>(i++ / result.width())] += pixel == 0 ? '#' : pixel == kGround ? '.' : 'o';
-  return rows;
+  return DrawnBoxes(Remove(page, holeSize));
 }
 
 TEST(PunchHoleRemover, PaintsADiscWhereTheProbeIsDarkAndSparesLines) {

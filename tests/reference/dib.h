@@ -14,8 +14,8 @@ namespace reference {
 using Block = std::vector<uint8_t>;
 
 // Offsets of the header fields.
-constexpr int kWidth = 4, kHeight = 8, kPlanes = 12, kBits = 14, kSizeImage = 20, kXPelsPerMeter = 24,
-              kYPelsPerMeter = 28, kClrUsed = 32, kHeader = 40;
+constexpr int kWidth = 4, kHeight = 8, kPlanes = 12, kBits = 14, kCompression = 16, kSizeImage = 20,
+              kXPelsPerMeter = 24, kYPelsPerMeter = 28, kClrUsed = 32, kHeader = 40;
 
 // What the block holds at an offset, 0 outside it.
 inline uint8_t ByteAt(const Block& block, int64_t offset) {
@@ -94,6 +94,21 @@ struct View {
   // At 1 bit entry 0 alone says which index is dark.
   bool IsDarkBit(int bit) const { return (bit == 0) == Entry(0).IsBlack(); }
 };
+
+// Whether the sizes are at least 1 and the block is long enough for its table and rows.
+inline bool HoldsItsRows(const View& page) {
+  const int64_t room = static_cast<int64_t>(page.block.size()) - page.pixels;
+  if (page.width < 1 || page.height < 1 || room < 0) return false;
+  return page.stride == 0 || page.height <= room / page.stride;
+}
+
+// Bits are counted from the most significant one of byte 0 on.
+inline void CopyBit(const Block& from, int64_t fromBit, Block& to, int64_t toBit) {
+  const int mask = 0x80 >> (toBit % 8);
+  const bool set = (ByteAt(from, fromBit / 8) & 0x80 >> (fromBit % 8)) != 0;
+  uint8_t& byte = Byte(to, toBit / 8);
+  byte = static_cast<uint8_t>(set ? byte | mask : byte & ~mask);
+}
 
 // Sets bits of a pixel in the row that begins at an offset; whole pixels when they were 0.
 inline void OrPixel(Block& block, int64_t row, int x, int bits, int value) {

@@ -8,7 +8,7 @@
 
 namespace reference {
 
-constexpr int kCompression = 16, kClrImportant = 36;
+constexpr int kClrImportant = 36;
 constexpr int kGreyRows = kHeader + 4 * 256;  // offset of stored row 0 in a page of 8 bits
 
 // What both conversions check alike. Sizes that the block cannot hold are refused too.

@@ -8,14 +8,6 @@
 
 namespace reference {
 
-// Bits are counted from the most significant one of byte 0 on.
-inline void CopyBit(const Block& from, int64_t fromBit, Block& to, int64_t toBit) {
-  const int mask = 0x80 >> (toBit % 8);
-  const bool set = (ByteAt(from, fromBit / 8) & 0x80 >> (fromBit % 8)) != 0;
-  uint8_t& byte = Byte(to, toBit / 8);
-  byte = static_cast<uint8_t>(set ? byte | mask : byte & ~mask);
-}
-
 // Other depths are not copied at all. 15-bit pixels are copied as the two bytes from where they begin.
 inline void CopyPixel(const Block& from, int64_t fromBit, Block& to, int64_t toBit, int bits) {
   if (bits == 1 || bits == 4) {

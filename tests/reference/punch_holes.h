@@ -3,21 +3,10 @@
 #define RASTREL_TESTS_REFERENCE_PUNCH_HOLES_H
 
 #include <algorithm>
-#include <cmath>
 
-#include "dib.h"
+#include "hole_map.h"
 
 namespace reference {
-
-enum HoleCell : uint8_t { kLight = 0, kDark = 1, kErased = 2, kLine = 3 };
-
-inline int64_t Rounded(double value) { return static_cast<int64_t>(value + 0.5); }
-
-inline bool IsDarkPixel(const View& page, int x, int storedRow) {
-  if (page.bits == 1) return page.IsDarkBit(page.Pixel(x, storedRow));
-  if (page.bits == 8 && !page.HoldsEntry(page.Pixel(x, storedRow))) return false;
-  return page.ColourOf(x, storedRow).Mean() < 128;
-}
 
 // The walks are bounded by the step counter k; the cursor runs ahead of it by the runs it has passed.
 
@@ -70,20 +59,13 @@ inline Block RemovePunchHoles(const Block& block, int holeSize) {
   if (holeSize < -3) return {};
   const int named[] = {9, 7, 5, 4};  // -3 ... 0
   const double diameterMm = holeSize <= 0 ? named[holeSize + 3] : holeSize / 2 + 2;
-  const int32_t pelsPerMeter = SignedField(block, kXPelsPerMeter);
-  if (pelsPerMeter != SignedField(block, kYPelsPerMeter)) return {};
-  if (page.bits != 1 && page.bits != 8 && page.bits != 24) return {};
+  if (!HasHoleMap(page)) return {};
 
-  const double dpi = std::trunc(pelsPerMeter / 39.37 + 0.5);
+  const double dpi = DotsPerInch(page);
   const double diameter = diameterMm / 25.4 * dpi;  // in pixels
   const int64_t band = Rounded(dpi * 0.7480314960629921), probe = Rounded(dpi * 0.11811023622047245);
 
-  PageMap<uint8_t> map(w, h);
-  for (int row = 0; row < h; ++row) {
-    for (int x = 0; x < w; ++x) {
-      if (IsDarkPixel(page, x, row)) map(x, h - 1 - row) = kDark;
-    }
-  }
+  PageMap<uint8_t> map = MapOfDarkPixels(page);
   for (int x = 0; x < band && x < w; ++x) {
     ProtectVerticalLines(map, x, h, 4 * diameterMm / 25.4 * dpi);
   }
@@ -102,19 +84,7 @@ inline Block RemovePunchHoles(const Block& block, int holeSize) {
     }
   }
 
-  Block copy = block;
-  for (int row = 0; row < h; ++row) {
-    for (int x = 0; x < w; ++x) {
-      if (map(x, h - 1 - row) != kErased) continue;
-      if (page.bits == 1 && page.IsDarkBit(1)) {
-        uint8_t& byte = Byte(copy, page.Row(row) + x / 8);
-        byte = static_cast<uint8_t>(byte & ~(0x80 >> (x % 8)));
-      } else {
-        OrPixel(copy, page.Row(row), x, page.bits, (1 << page.bits) - 1);
-      }
-    }
-  }
-  return copy;
+  return WithWhiteHoles(page, map);
 }
 
 }  // namespace reference
