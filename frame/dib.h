@@ -124,6 +124,7 @@ class NewBlock {
   NewBlock& operator=(const NewBlock&) = delete;
   explicit operator bool() const { return bytes_ != nullptr; }
 
+  HGLOBAL handle() const { return block_; }
   bool allocated() const { return block_ != nullptr; }
   uint8_t* bytes() const { return bytes_; }
   template <class T>

@@ -365,6 +365,27 @@ RASTREL_API HGLOBAL RASTREL_CALL PunchHoleRemover(HGLOBAL dib, int holeSize, int
  * in x and y. Progress as for DetectSkewAngle. Sets no error. */
 RASTREL_API HGLOBAL RASTREL_CALL AutoPunchHoleRemover(HGLOBAL dib, int showProgress, HWND parent);
 
+/* Returns the scanned sheet that a 1-bit page shows, straightened first unless `noDeskew` is set (a page that
+ * is straight already fails then). A column or row belongs to the sheet when at least `fraction` (0 to 1) of
+ * its pixels have the sheet's bit: 0 when `darkForeground` is set, else 1. The left edge is looked for from
+ * column `*x` on, which receives the right edge, also when no rows are found then; `margin` pixels, less than
+ * a quarter of the page, are added around the sheet. Errors: 8 bad argument, 17 cannot be locked, 15 header
+ * size, 21 planes or depth not 1, 18 compressed, 1 no memory or already straight, 32 no sheet found, 19 a
+ * block cut short. */
+RASTREL_API HGLOBAL RASTREL_CALL CropToEdges(HGLOBAL dib, double fraction, uint32_t* x, int margin,
+                                             int darkForeground, int noDeskew);
+
+/* Returns a rectangle of a page of 1, 2, 4, 8, 16, 24 or 32 bits as a new page, which leaves one more lock on
+ * the result: unlock it. All four sides belong to the rectangle; top and bottom count from the top row.
+ * Errors: 8 null handle, a rectangle that is not inside the page, other depths; 17 cannot be locked, 15
+ * header size, 19 a block cut short, 1 no memory. */
+RASTREL_API HGLOBAL RASTREL_CALL CropDIB(HGLOBAL dib, int left, int top, int right, int bottom);
+
+/* Cuts a page of 1, 4, 8 or 24 bits across: `*second` is a new page of the upper `rows` rows, `*first` one of
+ * the others. The biSizeImage of both is that of the first. Returns 1, or 0 and handles that mean nothing;
+ * sets no error. */
+RASTREL_API int RASTREL_CALL CutDIB(HGLOBAL dib, int rows, HGLOBAL* first, HGLOBAL* second);
+
 /* Returns a copy of a black-and-white page, or of an 8-bit page of 256 greys, without specks. `level` is 20
  * to 100. With `fullFilter` every pixel is filtered, else only those that look like specks. The rows are
  * taken to start at 40 + 4 * biClrUsed, also when that is 0. Sets no error. */
