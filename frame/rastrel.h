@@ -391,6 +391,23 @@ RASTREL_API int RASTREL_CALL CutDIB(HGLOBAL dib, int rows, HGLOBAL* first, HGLOB
  * taken to start at 40 + 4 * biClrUsed, also when that is 0. Sets no error. */
 RASTREL_API HGLOBAL RASTREL_CALL CleanImage(HGLOBAL dib, int level, int fullFilter);
 
+/* ---- scaling ---- */
+
+/* Returns a page of 1, 4, 8 or 24 bits in a new size in pixels, with its own depth and colour table: by cubic
+ * convolution when `cubic` is set, else bilinear; a 1-bit page by its nearest pixels. Except at 1 bit, sizes
+ * count modulo 65,536. With `cubic` the page is taken to have a black row below its bottom row. With a colour
+ * table colours become its nearest, and black at the beginning of a row index 0. Success leaves the thread's
+ * error as it was. Errors: 8 null handle or a size of 0, 1 no memory or cannot be locked, 18 compressed (4
+ * and 8 bits), 21 other depths, 19 a block cut short; a 1-bit page sets none. */
+RASTREL_API HGLOBAL RASTREL_CALL ScaleDIB(HGLOBAL dib, int cubic, int newWidth, int newHeight);
+
+/* Returns a rectangle of a page of 4 or 8 bits whose colour table is a grey ramp, enlarged by whole factors;
+ * `top` counts from the bottom row. `mode` is 0 (bilinear) or 1 (cubic convolution). Most greys come out one
+ * index lower. Returns null for what is not such a page, a rectangle outside it, a factor below 1 or a result
+ * of more than 32,767 pixels in a direction. Sets no error. */
+RASTREL_API HGLOBAL RASTREL_CALL ScaleGrayDIB(HGLOBAL dib, int16_t left, int16_t top, int16_t width,
+                                              int16_t height, int16_t xFactor, int16_t yFactor, int16_t mode);
+
 /* ---- combining ----
  *
  * Both place a source with its top left pixel at (x, y) of the destination, replacing what is there or, with

@@ -1,0 +1,31 @@
+// Bytes of a vector put in any order.
+#ifndef RASTREL_PLATFORM_BYTE_SHUFFLE_H
+#define RASTREL_PLATFORM_BYTE_SHUFFLE_H
+
+#include <cstdint>
+
+#include "platform/processor.h"
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <tmmintrin.h>
+#endif
+
+namespace rastrel {
+
+using ShuffleBytes = uint8_t __attribute__((vector_size(16)));
+
+// Byte i of the result is byte places[i] (0 to 15) of `bytes`. Call it only where HasAvx2.
+RASTREL_FOR_AVX2 inline ShuffleBytes Shuffled(ShuffleBytes bytes, ShuffleBytes places) {
+#if defined(__x86_64__) || defined(__i386__)
+  return reinterpret_cast<ShuffleBytes>(
+      _mm_shuffle_epi8(reinterpret_cast<__m128i>(bytes), reinterpret_cast<__m128i>(places)));
+#else
+  ShuffleBytes result = {};
+  for (int i = 0; i < 16; ++i) result[i] = bytes[places[i]];
+  return result;
+#endif
+}
+
+}  // namespace rastrel
+
+#endif
