@@ -427,6 +427,43 @@ RASTREL_API int RASTREL_CALL CombineBMP(int x, int y, HBITMAP* destination, HBIT
 RASTREL_API int RASTREL_CALL CombineDIB(int x, int y, HGLOBAL* destination, HGLOBAL source, HGLOBAL mask,
                                         int andFlag);
 
+/* ---- zoom steps ----
+ *
+ * A zoom ratio is numerator / denominator, for x and for y. One of the two equals the thread's zoom base:
+ * base / base is 1:1, the other one larger is enlargement or reduction. */
+
+/* words[0] is the mode, words[1] to [4] the working ratio (x numerator, x denominator, y numerator, y
+ * denominator), words[12] to [15] the current one in the same order. The others are not used. */
+typedef struct ZoomRecord {
+  int32_t words[17];
+} ZoomRecord;
+
+/* What a window or a screen shows: each begins with the ratio on show. */
+typedef struct DisplayRecord {
+  int32_t xNumerator, xDenominator, yNumerator, yDenominator;
+} DisplayRecord;
+typedef struct ScreenRecord {
+  int32_t xNumerator, xDenominator, yNumerator, yDenominator;
+} ScreenRecord;
+
+/* A zoom command: BZoomStart clears the record and stores the mode in it, words[0]; the End forms take the
+ * ratio on show, if there is a record of it, as the current one, words[12] to [15], step it into the working
+ * one, words[1] to [4], and write that back. A mode is 0x10 (waits for the mouse) or 0x20 (at once) plus 1
+ * (no step), 2 or 3 (in or out to the next value of the thread's step tables), 4 or 5 (in or out by about 5
+ * percent); other modes leave the ratio as it is. Steps go by x, and y is made equal. Windows, points and
+ * rectangles are not used and may be null; without a zoom record nothing is done. */
+RASTREL_API void RASTREL_CALL BZoomStart(HWND window, const POINT* point, const RECT* rect, int mode,
+                                         ZoomRecord* zoom, int reserved);
+RASTREL_API void RASTREL_CALL BZoomEnd(HWND window, ZoomRecord* zoom, DisplayRecord* display);
+RASTREL_API void RASTREL_CALL BZoomScreenEnd(HWND window, ZoomRecord* zoom, ScreenRecord* screen);
+
+/* A whole zoom command at once; nothing at all when `mode` has bit 0x10, which waits for the mouse. Without a
+ * record of what is on show the caller's current ratio, words[12] to [15], is stepped. */
+RASTREL_API void RASTREL_CALL BZoomStep(HWND window, const RECT* rect, int mode, ZoomRecord* zoom,
+                                        DisplayRecord* display);
+RASTREL_API void RASTREL_CALL BZoomScreenStep(HWND window, const RECT* rect, int mode, ZoomRecord* zoom,
+                                              ScreenRecord* screen);
+
 #ifdef __cplusplus
 }
 #endif
