@@ -16,6 +16,9 @@ Dib Run(std::string_view operation, const Dib& page, const Values& values = {}) 
   return FindOperation(operation)->run(page, values);
 }
 
+// Percent of a column or row that is sheet.
+constexpr double kSheetShare = 50;
+
 // The level at which the filter darkens what has fewer than 3 light neighbours, and does nothing else, on a
 // page whose entry 0 is black.
 constexpr int kFillsLightSpecks = 80;
@@ -109,10 +112,11 @@ class Cleaning {
   }
 
   Dib Finish() {
+    if (options_.cropsSheet) Try("sheet", &Cleaning::CropSheet);
     if (options_.trims) Try("trim", &Cleaning::Trim);
     if (options_.erasesHoles) Try("holes", &Cleaning::EraseHoles);
     if (options_.removesSpecks) Try("specks", &Cleaning::RemoveSpecks);
-    if (options_.deskews) Try("deskew", &Cleaning::Deskew);
+    if (options_.deskews && !record_.isTurned) Try("deskew", &Cleaning::Deskew);
     record_.isBlank = IsBlank(page_, record_.isTextDark, options_.blankPercent);
     return std::move(page_);
   }
@@ -140,6 +144,27 @@ class Cleaning {
 
   Ink Ground() const { return GroundInk(PageView(page_), record_.isTextDark); }
 
+  // By the skew that the steps to come would find, with the surround.
+  void TurnScan() {
+    CleanOptions options = options_;
+    options.cropsSheet = false;
+    PageRecord seen;
+    Cleaning(Duplicate(page_), options, &seen).Finish();
+    if (!seen.isTurned) return;
+    page_ = Rotate(page_, -*seen.skew, ExtremeInk(PageView(page_), /*light=*/false));
+    record_.skew = seen.skew;
+    record_.isTurned = true;
+  }
+
+  void CropSheet() {
+    RequireDarkText();
+    if (options_.deskews) TurnScan();
+    Dib sheet = Run("crop-sheet", page_, {{kSheetShare}});
+    record_.isCropped = PageView(sheet).width() < PageView(page_).width() ||
+                        PageView(sheet).height() < PageView(page_).height();
+    page_ = std::move(sheet);
+  }
+
   void Trim() {
     RequireDarkText();
     const Dib prepared = PageView(page_).bits() == 1 ? PrepareForTrim(page_) : Dib();
@@ -152,7 +177,7 @@ class Cleaning {
 
   void EraseHoles() {
     RequireDarkText();
-    const Dib punched = Run("holes", page_, {static_cast<double>(options_.holeSize)});
+    const Dib punched = Run("holes", page_, {{options_.holeSize.value_or(kAutomaticHoles)}});
     record_.holes = PaintHoles(page_, punched, Ground());
   }
 

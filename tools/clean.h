@@ -16,9 +16,10 @@ enum class TextTone { kAuto, kDark, kLight };
 
 struct CleanOptions {
   TextTone text = TextTone::kAuto;
+  bool cropsSheet = false;
   bool trims = true;
   bool erasesHoles = true;
-  int holeSize = 8;  // discs of 6 mm around holes of 5 to 7 mm
+  std::optional<double> holeSize;  // as the operation takes it; nothing: automatic
   bool removesSpecks = true;
   int speckLevel = 30;
   bool filtersFully = false;
@@ -46,6 +47,7 @@ struct PageRecord {
   bool isTextDark = true;
   std::optional<double> skew;  // found, in degrees; turned back unless `skipped` says otherwise
   bool isTurned = false;
+  bool isCropped = false;
   int64_t trimmedPixels = 0;
   int holes = 0;
   int64_t specks = 0;    // pixels

@@ -145,6 +145,9 @@ struct Finished {
   std::vector<std::unique_ptr<OutputFile>> files;  // for others, written but not yet under their names
 };
 
+// Discs of 6 mm around holes of 5 to 7 mm.
+constexpr double kUsualHoles = 8;
+
 // Replaces a resolution that is missing or means nothing. Returns whether one had to be assumed.
 bool CompleteResolution(const Dib& dib, double dpi) {
   const PageView page(dib);
@@ -234,10 +237,14 @@ class Jobs {
           CompleteResolution(pages[0], options_.dpi);
           ExaminePage(std::move(pages[0]), &report.record);
           return finished;
-        case Command::kClean:
-          pages[0] = CleanPage(std::move(pages[0]), options_.clean, &report.record);
+        case Command::kClean: {
+          CleanOptions clean = options_.clean;
+          // On a resolution that is only assumed holes are not measured.
+          if (finished.isDpiAssumed && !clean.holeSize) clean.holeSize = kUsualHoles;
+          pages[0] = CleanPage(std::move(pages[0]), clean, &report.record);
           report.isDropped = options_.dropsBlank && report.record.isBlank;
           break;
+        }
         case Command::kApply:
           pages = Apply(std::move(pages), &report.record);
           break;

@@ -104,10 +104,12 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
           },
           "Dark or light text, or auto: by what most of the page is (auto)")
       ->type_name("TONE");
+  clean->add_flag("--crop-sheet", steps.cropsSheet, "Cut the sheet out of a dark surround first (off)");
   AddSwitch(clean, "trim", &steps.trims, "Leave dark borders at the left and right");
-  AddSwitch(clean, "holes", &steps.erasesHoles, "Leave punch holes at the left edge");
-  AddFromTable(clean, "--hole-size", "holes", "size", "8",
-               [&steps](double value) { steps.holeSize = static_cast<int>(value); });
+  clean->add_flag_callback(
+      "--no-holes", [&steps] { steps.erasesHoles = false; }, "Leave punch holes at the left edge");
+  AddFromTable(clean, "--holes", "holes", "size", "auto; 8 without a resolution",
+               [&steps](double value) { steps.holeSize = value; });
   AddSwitch(clean, "specks", &steps.removesSpecks, "Leave specks on black-and-white and grey pages");
   AddFromTable(clean, "--speck-level", "clean", "level", "30",
                [&steps](double value) { steps.speckLevel = static_cast<int>(value); });
@@ -144,9 +146,9 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
       ->type_name("HOW");
   AddFromTable(clean, "--brightness", "halftone", "brightness", "0; with --reduce threshold or ordered",
                [reduction](double value) { reduction->brightness = value; });
-  for (const char* name :
-       {"--text", "--no-trim", "--no-holes", "--hole-size", "--no-specks", "--speck-level", "--speck-full",
-        "--no-deskew", "--whole-degrees", "--max-skew", "--drop-blank", "--reduce", "--brightness"}) {
+  for (const char* name : {"--text", "--crop-sheet", "--no-trim", "--no-holes", "--holes", "--no-specks",
+                           "--speck-level", "--speck-full", "--no-deskew", "--whole-degrees", "--max-skew",
+                           "--drop-blank", "--reduce", "--brightness"}) {
     clean->get_option(name)->group(group);
   }
   return clean;
@@ -197,7 +199,8 @@ int Run(int argc, char** argv) {
   AddReportOptions(apply, &options.report);
   apply->footer("Operations:\n" + OperationsHelp());
 
-  CLI::App* info = app.add_subcommand("info", "Print size, depth, resolution and skew of pages, and whether they are blank");
+  CLI::App* info = app.add_subcommand(
+      "info", "Print size, depth, resolution and skew of pages, and whether they are blank");
   info->add_option("inputs", options.inputs, "BMP, TIFF, PNG or JPEG files")
       ->required()
       ->type_name("FILE...");

@@ -85,7 +85,10 @@ Dib RunHoles(const Dib& page, const Values& values) {
   RequireDepth(page, {1, 8, 24});
   const Resolution resolution = PageView(page).resolution();
   if (resolution.x != resolution.y) throw PageError("its resolutions across and down differ");
-  return Checked(PunchHoleRemover(page.handle(), static_cast<int>(values[0]), 0, nullptr), "no memory");
+  return Checked(values[0] == kAutomaticHoles
+                     ? AutoPunchHoleRemover(page.handle(), 0, nullptr)
+                     : PunchHoleRemover(page.handle(), static_cast<int>(values[0]), 0, nullptr),
+                 "no memory");
 }
 
 // On 1-bit pages the filter counts set bits: it takes specks away where those are the dark ones.
@@ -262,6 +265,146 @@ Dib RunCombine(const Dib& page, const Values& values) {
   return result;
 }
 
+// A rectangle of a page, with the sides inclusive.
+Dib Crop(const Dib& page, int left, int top, int right, int bottom) {
+  Dib result = Checked(CropDIB(page.handle(), left, top, right, bottom));
+  GlobalUnlock(result.handle());  // the lock that CropDIB leaves
+  return result;
+}
+
+Dib RunCrop(const Dib& page, const Values& values) {
+  const auto left = static_cast<int>(values[0]), top = static_cast<int>(values[1]);
+  const PageView view(page);
+  const int width = values[2] == 0 ? view.width() - left : static_cast<int>(values[2]);
+  const int height = values[3] == 0 ? view.height() - top : static_cast<int>(values[3]);
+  if (width < 1 || height < 1 || left + width > view.width() || top + height > view.height()) {
+    throw PageError(fmt::format("the rectangle does not lie inside the {} x {} pixels of the page",
+                                view.width(), view.height()));
+  }
+  return Crop(page, left, top, left + width - 1, top + height - 1);
+}
+
+// Black and white by a threshold in the middle.
+Dib BlackAndWhite(const Dib& page) {
+  constexpr double kThreshold = 0;
+  return PageView(page).bits() == 1 ? Duplicate(page) : FindOperation("halftone")->run(page, {{kThreshold}});
+}
+
+// The page row at which the rows of `part` stand in `whole`, from column `left` on.
+int FindRows(const Dib& whole, int left, const Dib& part) {
+  const Dib columns = Crop(whole, left, 0, left + PageView(part).width() - 1, PageView(whole).height() - 1);
+  const PageView rows(columns), wanted(part);
+  const int last = rows.height() - wanted.height();
+  int bottom = 0;  // counted from the bottom, as rows lie
+  while (bottom < last && std::memcmp(rows.pixels().data() + static_cast<size_t>(bottom) * rows.stride(),
+                                      wanted.pixels().data(), wanted.pixels().size()) != 0) {
+    ++bottom;
+  }
+  return last - bottom;
+}
+
+// A rectangle; right and bottom lie outside.
+struct Area {
+  int left, top, right, bottom;
+};
+
+// Where the sheet is, from its left edge to the first column that has too little of it.
+Area FindSheet(const Dib& seen, double share, int margin, int isSheetZero) {
+  uint32_t right = 0;
+  const Dib sheet = Checked(CropToEdges(seen.handle(), share, &right, margin, isSheetZero, 1));
+  const PageView view(sheet);
+  const int left = static_cast<int>(right) - view.width();
+  const int top = FindRows(seen, left, sheet);
+  return {left, top, static_cast<int>(right), top + view.height()};
+}
+
+Dib RunCropSheet(const Dib& page, const Values& values) {
+  const Dib seen = BlackAndWhite(page);
+  const bool isLight = values[2] == 0;
+  const int isSheetZero = ExtremeInk(PageView(seen), isLight).bytes[0] == 0 ? 1 : 0;
+  const auto find = [&](const Dib& from) {
+    return FindSheet(from, values[0] / 100, static_cast<int>(values[1]), isSheetZero);
+  };
+  // Upside down as well: a dark picture on the sheet is no edge, nor is the fifth row from the bottom, where
+  // CropToEdges begins.
+  const Area there = find(seen), back = find(Checked(TurnDIB(seen.handle(), 2)));
+  const PageView view(seen);
+  return Crop(page, std::min(there.left, view.width() - back.right),
+              std::min(there.top, view.height() - back.bottom),
+              std::max(there.right, view.width() - back.left) - 1,
+              std::max(there.bottom, view.height() - back.top) - 1);
+}
+
+std::vector<Dib> RunCut(const Dib& page, const Values& values) {
+  const auto rows = static_cast<int>(values[0]);
+  const int height = PageView(page).height();
+  if (rows >= height) throw PageError(fmt::format("the page has {} rows", height));
+  HGLOBAL lower = nullptr, upper = nullptr;
+  if (CutDIB(page.handle(), rows, &lower, &upper) == 0) throw PageError("no memory");
+  std::vector<Dib> pieces;
+  pieces.emplace_back(upper);
+  pieces.emplace_back(lower);
+  for (const Dib& piece : pieces) {
+    const PageView view(piece);
+    view.header().biSizeImage = static_cast<uint32_t>(view.pixels().size());
+  }
+  return pieces;
+}
+
+int Scaled(int length, double factor) { return static_cast<int>(std::lround(length * factor)); }
+
+Dib RunScale(const Dib& page, const Values& values) {
+  const auto [width, height, percent, dpi, method] = values.numbers;
+  if ((width > 0 || height > 0) + (percent > 0) + (dpi > 0) != 1) {
+    throw PageError("needs a width or height, or a percentage, or dots per inch");
+  }
+  const PageView view(page);
+  const Resolution old = view.resolution();
+  double across = percent / 100, down = percent / 100;
+  if (dpi > 0) {
+    across = dpi / DotsPerInch(old.x);
+    down = dpi / DotsPerInch(old.y);
+  } else if (percent == 0) {
+    across = (width > 0 ? width / view.width() : height / view.height());
+    down = height > 0 ? height / view.height() : across;
+  }
+  constexpr int kMostSide = 0xFFFF;
+  const int newWidth = std::max(Scaled(view.width(), across), 1);
+  const int newHeight = std::max(Scaled(view.height(), down), 1);
+  if (std::max({view.width(), view.height(), newWidth, newHeight}) > kMostSide) {
+    throw PageError(fmt::format("{} x {} pixels to {} x {}: sides of more than {} are not scaled",
+                                view.width(), view.height(), newWidth, newHeight, kMostSide));
+  }
+  const auto scale = [&, isCubic = method == 1] {
+    SetRastrelError(ErrNoMemory);  // scaling of 1-bit pages sets none
+    return Checked(ScaleDIB(page.handle(), isCubic, newWidth, newHeight));
+  };
+  // Enlarged pages of 1 bit may end in a row and a column of 0.
+  Dib result = view.bits() == 1 ? OnGround(page, ExtremeInk(view, /*light=*/true), scale) : scale();
+  BITMAPINFOHEADER& header = PageView(result).header();
+  header.biSizeImage = static_cast<uint32_t>(PageView(result).pixels().size());
+  if (dpi > 0) header.biXPelsPerMeter = header.biYPelsPerMeter = PixelsPerMetre(dpi);
+  return result;
+}
+
+Dib RunScaleGrey(const Dib& page, const Values& values) {
+  constexpr int kMostSide = 0x7FFF;
+  const auto across = static_cast<int16_t>(values[0]);
+  const auto down = values[1] == 0 ? across : static_cast<int16_t>(values[1]);
+  const Dib grey = FindOperation("grey")->run(page, {});
+  const PageView view(grey);
+  if (int64_t{view.width()} * across > kMostSide || int64_t{view.height()} * down > kMostSide) {
+    throw PageError(fmt::format("the result would be wider or taller than {} pixels", kMostSide));
+  }
+  Dib result = Checked(
+      ScaleGrayDIB(grey.handle(), 0, 0, static_cast<int16_t>(view.width()),
+                   static_cast<int16_t>(view.height()), across, down, static_cast<int16_t>(values[2])),
+      "no memory");
+  // On a full ramp the library's greys are all one too low, and black wraps to white.
+  for (uint8_t& level : PageView(result).pixels()) ++level;
+  return result;
+}
+
 // ---- the table --------------------------------------------------------------------------------------------
 
 using namespace std::string_view_literals;
@@ -273,6 +416,8 @@ constexpr std::string_view kNoYes[] = {"no"sv, "yes"sv};
 constexpr std::string_view kDithers[] = {"fs"sv, "jjn"sv};
 constexpr std::string_view kDitherDepths[] = {"1"sv, "4"sv, "8"sv};
 constexpr std::string_view kFormulas[] = {"weighted"sv, "average"sv};
+constexpr std::string_view kSheets[] = {"light"sv, "dark"sv};
+constexpr std::string_view kInterpolations[] = {"bilinear"sv, "cubic"sv};
 constexpr std::string_view kSmoothings[] = {"0"sv, "1"sv, "2"sv};
 constexpr std::string_view kHalftones[] = {"threshold"sv, "diffusion"sv, "ordered"sv};
 
@@ -301,10 +446,14 @@ constexpr Parameter kSkew[] = {
 constexpr Parameter kDeskew[] = {{.name = "text", .help = "which of the two is the text", .choices = kText}};
 constexpr Parameter kHoles[] = {
     {.name = "size",
-     .help = "-3, -2, -1, 0 for holes of 9, 7, 5, 4 mm, or n of 1 and more for n / 2 + 2 mm",
-     .defaultValue = 8,
+     .help =
+         "auto measures each hole; -3, -2, -1, 0 for holes of 9, 7, 5, 4 mm, or n of 1 and more for n / 2 "
+         "+ 2 mm",
+     .defaultValue = kAutomaticHoles,
      .least = -3,
-     .most = 40}};
+     .most = 40,
+     .word = "auto",
+     .wordValue = kAutomaticHoles}};
 constexpr Parameter kClean[] = {
     {.name = "level",
      .help = "on 1-bit pages what has fewer than level x 8 / 100 dark neighbours goes; on grey pages the "
@@ -358,6 +507,36 @@ constexpr Parameter kCombine[] = {
      .help = "a page of the other's size; where it is dark the other counts as black",
      .isFile = true}};
 
+constexpr Parameter kCrop[] = {
+    {.name = "left", .help = "the first column", .isRequired = true, .least = 0, .most = 65535},
+    {.name = "top", .help = "the first row", .isRequired = true, .least = 0, .most = 65535},
+    {.name = "width", .help = "in pixels; 0: up to the edge", .least = 0, .most = 65535},
+    {.name = "height", .help = "in pixels; 0: up to the edge", .least = 0, .most = 65535}};
+constexpr Parameter kCropSheet[] = {
+    {.name = "share",
+     .help = "how many percent of a column or row must be sheet for it to belong to the sheet",
+     .defaultValue = 50,
+     .least = 1,
+     .most = 100},
+    {.name = "margin", .help = "pixels left around the sheet", .least = -1000, .most = 1000},
+    {.name = "sheet", .help = "which of the two is the sheet", .choices = kSheets}};
+constexpr Parameter kCut[] = {
+    {.name = "rows", .help = "of the upper piece", .isRequired = true, .least = 1, .most = 1e6}};
+constexpr Parameter kScale[] = {
+    {.name = "width", .help = "in pixels", .least = 0, .most = 65535},
+    {.name = "height", .help = "in pixels; 0: in proportion", .least = 0, .most = 65535},
+    {.name = "percent", .help = "of the size that the page has", .least = 0, .most = 6400, .isWhole = false},
+    {.name = "dpi",
+     .help = "the new resolution; the page keeps its size in inches",
+     .least = 0,
+     .most = 20000,
+     .isWhole = false},
+    {.name = "method", .help = "what lies between pixels, but at 1 bit", .choices = kInterpolations}};
+constexpr Parameter kScaleGrey[] = {
+    {.name = "factor", .help = "how many pixels one becomes", .isRequired = true, .least = 1, .most = 1000},
+    {.name = "down", .help = "the same for rows; 0: as across", .least = 0, .most = 1000},
+    {.name = "method", .help = "what lies between pixels", .choices = kInterpolations}};
+
 constexpr Operation kOperations[] = {
     {"flip", "Mirrors the page.", "", "1, 4, 8, 24", kFlip, RunFlip},
     {"turn", "Turns the page by quarters, keeping every pixel.", "", "1, 4, 8, 24", kTurn, RunTurn},
@@ -408,6 +587,19 @@ constexpr Operation kOperations[] = {
      {},
      RunExpand},
     {"to24", "Turns the page to 24-bit colour.", "", "1, 4, 8, 24", {}, RunTo24},
+    {"crop", "Cuts a rectangle out of the page.", "", "1, 4, 8, 24", kCrop, RunCrop},
+    {"crop-sheet", "Cuts the scanned sheet out of its surround.",
+     "The sheet ends at the first column, from its left edge on, that has too little of it. Pages of more "
+     "than "
+     "1 bit are judged by a threshold of 128; what is cut out keeps its depth.",
+     "1, 4, 8, 24", kCropSheet, RunCropSheet},
+    {"cut", "Cuts the page across into an upper and a lower one.", "", "1, 4, 8, 24", kCut, nullptr, RunCut},
+    {"scale", "Scales the page: `scale:1240`, `scale:percent=50`, `scale:dpi=150,method=cubic`.",
+     "Pixels are sampled, not averaged: make text pages grey before they become much smaller. With cubic the "
+     "bottom row blends into black.",
+     "1, 4, 8, 24", kScale, RunScale},
+    {"scale-grey", "Turns the page to 8-bit grey and enlarges it by whole factors.", "", "1, 4, 8, 24",
+     kScaleGrey, RunScaleGrey},
     {"split", "Cuts the page into tiles, a page each, row by row from the top left.",
      "Tiles are counted from the bottom and from the left, so what is left over is in the first row and the "
      "last "
@@ -473,6 +665,8 @@ double ParseValue(const Parameter& parameter, std::string_view text, std::string
   if (!parameter.choices.empty()) {
     const auto choice = std::find(parameter.choices.begin(), parameter.choices.end(), text);
     if (choice != parameter.choices.end()) return static_cast<double>(choice - parameter.choices.begin());
+  } else if (!text.empty() && text == parameter.word) {
+    return parameter.wordValue;
   } else {
     double value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -573,12 +767,16 @@ std::string Synopsis(const Operation& operation) {
 std::string RangeText(const Parameter& parameter) {
   if (parameter.isFile) return "a file";
   if (!parameter.choices.empty()) return fmt::format("one of {}", fmt::join(parameter.choices, ", "));
-  return fmt::format("a {}number from {} to {}", parameter.isWhole ? "whole " : "", Number(parameter.least),
-                     Number(parameter.most));
+  return fmt::format("{}a {}number from {} to {}",
+                     parameter.word.empty() ? "" : fmt::format("{} or ", parameter.word),
+                     parameter.isWhole ? "whole " : "", Number(parameter.least), Number(parameter.most));
 }
 
 std::string DefaultText(const Parameter& parameter) {
   if (parameter.isRequired || parameter.isFile) return "";
+  if (!parameter.word.empty() && parameter.defaultValue == parameter.wordValue) {
+    return std::string(parameter.word);
+  }
   if (parameter.choices.empty()) return Number(parameter.defaultValue);
   return std::string(parameter.choices[static_cast<size_t>(parameter.defaultValue)]);
 }

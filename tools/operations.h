@@ -33,7 +33,13 @@ struct Parameter {
   // The value is the place in the list; least and most are unused.
   std::span<const std::string_view> choices = {};
   bool isFile = false;  // the value is text
+  // A word that is taken as well, for this number.
+  std::string_view word = {};
+  double wordValue = 0;
 };
+
+// The size of holes that are found without one.
+inline constexpr double kAutomaticHoles = -4;
 
 // One for each parameter: a number, or text.
 struct Values {

@@ -36,6 +36,7 @@ Json ToJson(const PageReport& report, Command command) {
     json["dropped"] = report.isDropped;
     json["text"] = record.isTextDark ? "dark" : "light";
     json["turned"] = record.isTurned;
+    json["cropped"] = record.isCropped;
     json["trimmedPixels"] = record.trimmedPixels;
     json["holes"] = record.holes;
     json["speckPixels"] = record.specks;
@@ -64,6 +65,7 @@ std::string Deeds(const PageReport& report) {
   const PageRecord& record = report.record;
   std::string text;
   const auto add = [&text](std::string deed) { text += (text.empty() ? "" : ", ") + deed; };
+  if (record.isCropped) add("sheet cut out");
   if (record.isTurned) add(fmt::format("turned by {:.1f} degrees", -record.skew.value_or(0)));
   if (record.trimmedPixels > 0) add("border trimmed");
   if (record.holes > 0) add(fmt::format("{} hole{} erased", record.holes, record.holes == 1 ? "" : "s"));

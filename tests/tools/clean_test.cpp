@@ -140,6 +140,23 @@ TEST(Clean, TrimsBordersAndErasesHolesOnly) {
   }
 }
 
+TEST(Clean, CutsASkewedSheetOutOfItsSurround) {
+  for (const int bits : {1, 8, 24}) {
+    Drawing drawing(bits);
+    drawing.Text(0);
+    Dib sheet = drawing.Take();
+    const Dib scan = Rotate(sheet, 3, ExtremeInk(PageView(sheet), false));
+    CleanOptions options;
+    options.cropsSheet = true;
+    const Cleaned after(Duplicate(scan), options);
+    EXPECT_TRUE(after.record.isCropped && after.record.isTurned);
+    EXPECT_NEAR(3, after.record.skew.value_or(0), 0.11);
+    EXPECT_NEAR(kWidth, PageView(after.page).width(), 4);
+    EXPECT_NEAR(kHeight, PageView(after.page).height(), 4);
+    EXPECT_NEAR(1, static_cast<double>(DarkPixels(after.page)) / static_cast<double>(DarkPixels(sheet)), 0.2);
+  }
+}
+
 TEST(Clean, RemovesSpecksButNoStrokes) {
   Drawing drawing(1);
   drawing.Text(0);

@@ -23,7 +23,8 @@ TEST(ParseStep, TakesValuesByPlaceAndByName) {
        {Case{"rotate:3.5", {{3.5, 0}}}, Case{"rotate:-90,black", {{-90, 1}}},
         Case{"rotate:fill=black,angle=1", {{1, 1}}}, Case{"skew:h,-20", {{0, -20}}},
         Case{"dither:jjn,8", {{1, 2}}}, Case{"dither", {{0, 0}}}, Case{"halftone:ordered,-10", {{2, -10}}},
-        Case{"clean:100,yes", {{100, 1}}}, Case{"holes:-3", {{-3}}}, Case{"trim", {}},
+        Case{"clean:100,yes", {{100, 1}}}, Case{"holes:-3", {{-3}}}, Case{"holes", {{kAutomaticHoles}}},
+        Case{"holes:auto", {{kAutomaticHoles}}}, Case{"trim", {}},
         Case{"combine:a:b.png,-3,mask=m.tif", {{0, -3}, {"a:b.png", "", "", "", "m.tif"}}}}) {
     const Step step = ParseStep(test.text);
     EXPECT_EQ(std::string_view(test.text).substr(0, step.operation->name.size()), step.operation->name);
@@ -41,9 +42,10 @@ TEST(ParseStep, SaysWhatIsWrong) {
         Case{"rotate", "angle is missing"}, Case{"rotate:", "from -360 to 360"}, Case{"rotate:361", "'361'"},
         Case{"rotate:nan", "'nan'"}, Case{"rotate:1e999", "'1e999'"}, Case{"rotate:3x", "'3x'"},
         Case{"rotate:1,red", "one of white, black"}, Case{"skew:h,1.5", "whole number"},
-        Case{"turn:90", "from -3 to 3"}, Case{"combine:,1", "file is missing"},
-        Case{"clean:19", "from 20 to 100"}, Case{"clean:20,yes,3", "too many"},
-        Case{"dither:bits=2", "one of 1, 4, 8"}, Case{"dither:depth=1", "no parameter 'depth'"}}) {
+        Case{"turn:90", "from -3 to 3"}, Case{"holes:-4", "auto or a whole number from -3"},
+        Case{"combine:,1", "file is missing"}, Case{"clean:19", "from 20 to 100"},
+        Case{"clean:20,yes,3", "too many"}, Case{"dither:bits=2", "one of 1, 4, 8"},
+        Case{"dither:depth=1", "no parameter 'depth'"}}) {
     try {
       ParseStep(test.text);
       ADD_FAILURE() << test.text << " is taken";
@@ -55,17 +57,20 @@ TEST(ParseStep, SaysWhatIsWrong) {
 
 // Every entry works, or says why not, at every depth, and leaves the page it was given as it was.
 TEST(Operations, RunOnTheDepthsTheyNameAndLeaveTheirInputAlone) {
-  const char* const samples[] = {"rotate:3.5", "rotate:45,black",
-                                 "rotate90",   "rotate180",
-                                 "rotate270",  "skew:h,9",
-                                 "skew:v,-9",  "deskew",
-                                 "trim",       "holes:0",
-                                 "clean",      "clean:60,yes",
-                                 "dither",     "halftone:ordered,10",
-                                 "grey",       "flip:h",
-                                 "flip:v",     "turn:-1",
-                                 "invert",     "expand",
-                                 "to24"};
+  const char* const samples[] = {"rotate:3.5",  "rotate:45,black",
+                                 "rotate90",    "rotate180",
+                                 "rotate270",   "skew:h,9",
+                                 "skew:v,-9",   "deskew",
+                                 "trim",        "holes:0",
+                                 "clean",       "clean:60,yes",
+                                 "dither",      "halftone:ordered,10",
+                                 "grey",        "flip:h",
+                                 "flip:v",      "turn:-1",
+                                 "invert",      "expand",
+                                 "to24",        "holes:auto",
+                                 "crop:3,2,20", "crop-sheet:1",
+                                 "scale:30",    "scale:percent=150,method=cubic",
+                                 "scale-grey:2"};
   for (const std::string text : samples) {
     const Step step = ParseStep(text);
     for (const int bits : {1, 4, 8, 24}) {
@@ -179,6 +184,76 @@ TEST(Operations, SplitAndMergeCountTilesAsPeopleRead) {
     EXPECT_THROW(RunText("merge:3", tiles), PageError);
   }
   EXPECT_THROW(RunText("split:20", One(Dotted(1, 70, 50, 0, 0))), PageError);
+}
+
+TEST(Operations, CropAndCutGiveThePixelsThatStoodThere) {
+  for (const int bits : {1, 4, 8, 24}) {
+    const std::vector<Dib> page = One(Dotted(bits, 40, 30, 7, 9));
+    const auto expectDot = [&](const std::vector<Dib>& pages, size_t at, int width, int height, int x,
+                               int y) {
+      ASSERT_LT(at, pages.size());
+      const PageView view(pages[at]);
+      EXPECT_EQ(std::pair(width, height), std::pair(view.width(), view.height()));
+      EXPECT_EQ(view.pixels().size(), view.header().biSizeImage);
+      for (int i = 0; i < width * height; ++i) {
+        const bool isDot = i % width == x && i / width == y;
+        ASSERT_EQ(isDot ? 0 : 255, BrightnessAt(pages[at], i % width, i / width));
+      }
+    };
+    expectDot(RunText("crop:5,6,20,10", page), 0, 20, 10, 2, 3);
+    expectDot(RunText("crop:7,9", page), 0, 33, 21, 0, 0);
+    expectDot(RunText("cut:9", page), 0, 40, 9, -1, -1);
+    expectDot(RunText("cut:9", page), 1, 40, 21, 7, 0);
+    for (const char* text : {"crop:40,0", "crop:5,5,36", "crop:0,0,0,31", "cut:30"})
+      EXPECT_THROW(RunText(text, page), PageError) << text;
+  }
+}
+
+TEST(Operations, CropSheetFindsTheSheetWithAPictureOnIt) {
+  for (const int bits : {1, 4, 8, 24}) {
+    Dib page = MakePage(200, 160, bits, {11811, 11811});
+    {
+      const PageView view(page);
+      for (int y = 0; y < 160; ++y) {
+        const bool isSheet = y >= 20 && y < 150, isPicture = y >= 25 && y < 120;
+        PaintRow(view, y, 0, 200, ExtremeInk(view, false));
+        if (isSheet) PaintRow(view, y, 30, 190, ExtremeInk(view, true));
+        if (isPicture) PaintRow(view, y, 60, 120, ExtremeInk(view, false));
+      }
+    }
+    const std::vector<Dib> sheet = RunText("crop-sheet", One(std::move(page)));
+    EXPECT_EQ(160, PageView(sheet[0]).width()) << bits;
+    EXPECT_EQ(130, PageView(sheet[0]).height()) << bits;
+    EXPECT_EQ(bits, PageView(sheet[0]).bits());
+    EXPECT_THROW(RunText("crop-sheet:sheet=dark,share=100", sheet), PageError);
+  }
+}
+
+TEST(Operations, ScaleTakesASizeAPercentageOrAResolution) {
+  for (const int bits : {1, 4, 8, 24}) {
+    const std::vector<Dib> page = One(Dotted(bits, 60, 40, 7, 9));
+    const auto expectSize = [&](const char* text, int width, int height, double dpi) {
+      const std::vector<Dib> scaled = RunText(text, page);
+      const PageView view(scaled[0]);
+      EXPECT_EQ(std::pair(width, height), std::pair(view.width(), view.height())) << text;
+      EXPECT_EQ(dpi, DotsPerInch(view.resolution().x)) << text;
+      EXPECT_EQ(bits, view.bits());
+      EXPECT_EQ(view.pixels().size(), view.header().biSizeImage);
+      EXPECT_EQ(255, BrightnessAt(scaled[0], width - 1, 0));
+    };
+    expectSize("scale:30", 30, 20, 300);
+    expectSize("scale:0,10", 15, 10, 300);
+    expectSize("scale:120,40,method=cubic", 120, 40, 300);
+    expectSize("scale:percent=0.1", 1, 1, 300);
+    expectSize("scale:dpi=150", 30, 20, 150);
+    for (const char* text : {"scale", "scale:30,percent=50", "scale:percent=50,dpi=100"})
+      EXPECT_THROW(RunText(text, page), PageError) << text;
+    const std::vector<Dib> grey = RunText("scale-grey:2,1", page);
+    EXPECT_EQ(std::pair(120, 40), std::pair(PageView(grey[0]).width(), PageView(grey[0]).height()));
+    EXPECT_EQ(0, BrightnessAt(grey[0], 14, 9)) << "black stays black";
+    EXPECT_EQ(255, BrightnessAt(grey[0], 0, 0));
+    EXPECT_THROW(RunText("scale-grey:1000", page), PageError);
+  }
 }
 
 TEST(Operations, CombineLaysAFileOntoThePage) {
