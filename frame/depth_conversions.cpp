@@ -1,7 +1,6 @@
 // Run-length pages expanded, and pages of 8 bits turned into pages of 24.
 #include <algorithm>
 #include <cstring>
-#include <optional>
 
 #include "frame/dib.h"
 #include "frame/rastrel.h"
@@ -121,7 +120,6 @@ bool IsRunLengthPage(const Header& header) {
 
 // ---- 8 bits to 24 ----
 
-constexpr uint32_t kWholeHeap = 0xFFFFFFFF;
 constexpr unsigned kColours = 256;
 constexpr uint32_t kGreyStep = 0x010101;
 
@@ -288,16 +286,12 @@ HGLOBAL RASTREL_CALL Convert8to24(HGLOBAL dib) {
   if (const ErrorCode refused = FirstRefusal(page, rows)) return state.Fail(refused);
 
   const uint64_t bytes = kHeaderBytes + rows.newStride * rows.height;
-  std::optional<NewBlock> result(std::in_place, bytes, Content::kUnset);
-  if (!result->allocated()) {
-    GlobalCompact(kWholeHeap);
-    result.emplace(bytes, Content::kUnset);
-  }
-  if (!result->allocated()) return state.Fail(ErrNoMemory);
-  if (!*result) return state.Fail(ErrLockMemory);
+  NewBlock result(bytes, Content::kUnset, Retry::kWhenCompacted);
+  if (!result.allocated()) return state.Fail(ErrNoMemory);
+  if (!result) return state.Fail(ErrLockMemory);
 
   const Header header = WideHeader(page.header(), rows);
-  std::memcpy(result->bytes(), &header, sizeof(header));
-  WidenRows(page, rows, result->bytes() + kHeaderBytes);
-  return result->Release();
+  std::memcpy(result.bytes(), &header, sizeof(header));
+  WidenRows(page, rows, result.bytes() + kHeaderBytes);
+  return result.Release();
 }

@@ -88,10 +88,16 @@ bool LockedDib::FirstColourIsBlack() const {
   return first.rgbBlue == 0 && first.rgbGreen == 0 && first.rgbRed == 0;
 }
 
-NewBlock::NewBlock(uint64_t bytes, Content content) {
+NewBlock::NewBlock(uint64_t bytes, Content content, Retry retry) {
+  constexpr uint32_t kWholeHeap = 0xFFFFFFFF;
   if (bytes > kMaxBlockBytes || bytes > SIZE_MAX) return;
   const auto size = static_cast<size_t>(bytes);
-  block_ = GlobalAlloc(content == Content::kZeroed ? GMEM_MOVEABLE | GMEM_ZEROINIT : GMEM_MOVEABLE, size);
+  const unsigned flags = content == Content::kZeroed ? GMEM_MOVEABLE | GMEM_ZEROINIT : GMEM_MOVEABLE;
+  block_ = GlobalAlloc(flags, size);
+  if (block_ == nullptr && retry == Retry::kWhenCompacted) {
+    GlobalCompact(kWholeHeap);
+    block_ = GlobalAlloc(flags, size);
+  }
   if (block_ == nullptr) return;
   bytes_ = static_cast<uint8_t*>(GlobalLock(block_));
   if (bytes_ != nullptr && content == Content::kUnset)

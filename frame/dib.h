@@ -111,14 +111,16 @@ constexpr RGBQUAD kBlack = {0, 0, 0, 0};
 constexpr RGBQUAD kWhite = {255, 255, 255, 0};
 
 enum class Content : bool { kZeroed, kUnset };
+enum class Retry : bool { kNone, kWhenCompacted };
 
 // A new memory block, allocated and locked; unlocked and freed at the end of its life unless released. Serves
 // results and work buffers alike.
 class NewBlock {
  public:
-  // More bytes than a block can have are an allocation that fails. With kUnset only the bytes that the
+  // More bytes than a block can have are an allocation that fails. With kWhenCompacted one that fails is
+  // tried again after the whole heap has been compacted. With kUnset only the bytes that the
   // platform adds when it rounds the size are cleared.
-  NewBlock(uint64_t bytes, Content content);
+  NewBlock(uint64_t bytes, Content content, Retry retry = Retry::kNone);
   ~NewBlock();
   NewBlock(const NewBlock&) = delete;
   NewBlock& operator=(const NewBlock&) = delete;

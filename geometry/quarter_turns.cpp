@@ -1,12 +1,12 @@
 // Quarter turns of pages and of device bitmaps, without loss but for one kept column.
 #include <cstring>
-#include <optional>
 #include <utility>
 
 #include "frame/dib.h"
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
 #include "geometry/bitmap_bits.h"
+#include "geometry/page_to_turn.h"
 #include "geometry/reversal.h"
 #include "geometry/transposition.h"
 
@@ -94,30 +94,8 @@ bool IsTurnedDepth(unsigned bits) {
   }
 }
 
-// Finds the page's pixels, and where in the block they start. Returns the first reason not to turn it, if
-// there is one.
-ErrorCode FindPixels(const LockedDib& page, ConstPlane* pixels, size_t* offset) {
-  const Header& header = page.header();
-  if (header.biSize != kHeaderBytes) return ErrFileFormat;
-  if (header.biCompression != BI_RGB) return ErrCompressed;
-  // Sizes are 16 bits wide, as for turns by any angle.
-  const int width = header.biWidth & 0xFFFF;
-  const int height = header.biHeight & 0xFFFF;
-  if (width == 0 || height == 0) return ErrDIBSize;
-  if (!IsTurnedDepth(header.biBitCount)) return ErrBitsPerPixel;
-  const uint64_t head = kHeaderBytes + PaletteBytes(&header);
-  const uint64_t stride = DIBRowBytes(static_cast<uint32_t>(width), header.biBitCount);
-  if (!page.Holds(head, stride * static_cast<uint32_t>(height))) return ErrDIBSize;
-
-  *offset = static_cast<size_t>(head);
-  *pixels = {page.bytes() + *offset, static_cast<ptrdiff_t>(stride), static_cast<size_t>(stride), width,
-             height};
-  return ErrSuccess;
-}
-
 HGLOBAL TurnPage(HGLOBAL dib, int quarterTurns) {
   constexpr TurnMove kMoves[] = {CopyPixels, TurnRight, TurnHalf, TurnLeft};  // of stored rows
-  constexpr uint32_t kWholeHeap = 0xFFFFFFFF;
   ThreadState& state = GetThreadState();
   const WaitCursor cursor;
   state.lastError = ErrSuccess;
@@ -125,14 +103,13 @@ HGLOBAL TurnPage(HGLOBAL dib, int quarterTurns) {
   if (dib == nullptr) return state.Fail(ErrParameter);
   const LockedDib page(dib);
   if (!page) return state.Fail(ErrLockMemory);
-  ConstPlane from;
-  size_t offset = 0;
-  if (const ErrorCode refused = FindPixels(page, &from, &offset)) return state.Fail(refused);
+  PageToTurn source;
+  if (const ErrorCode refused = FindPageToTurn(page, IsTurnedDepth, &source)) return state.Fail(refused);
 
   const unsigned turns = static_cast<unsigned>(quarterTurns) % 4;
   Header header = page.header();
-  header.biWidth = from.width;
-  header.biHeight = from.height;
+  header.biWidth = source.rows.width;
+  header.biHeight = source.rows.height;
   if (turns % 2 == 1) {
     std::swap(header.biWidth, header.biHeight);
     std::swap(header.biXPelsPerMeter, header.biYPelsPerMeter);
@@ -140,21 +117,19 @@ HGLOBAL TurnPage(HGLOBAL dib, int quarterTurns) {
   const uint64_t imageBytes = DIBImageBytes(header.biWidth, header.biHeight, header.biBitCount);
   header.biSizeImage = static_cast<uint32_t>(imageBytes);
 
-  std::optional<NewBlock> result(std::in_place, offset + imageBytes, Content::kUnset);
-  if (!result->allocated()) {
-    GlobalCompact(kWholeHeap);
-    result.emplace(offset + imageBytes, Content::kUnset);
-  }
-  if (!result->allocated()) return state.Fail(ErrCreateBitmap);
-  if (!*result) return state.Fail(ErrLockMemory);
+  NewBlock result(source.rowsOffset + imageBytes, Content::kUnset, Retry::kWhenCompacted);
+  if (!result.allocated()) return state.Fail(ErrCreateBitmap);
+  if (!result) return state.Fail(ErrLockMemory);
 
-  std::memcpy(result->bytes(), page.bytes(), offset);
-  std::memcpy(result->bytes(), &header, sizeof(header));
+  std::memcpy(result.bytes(), page.bytes(), source.rowsOffset);
+  std::memcpy(result.bytes(), &header, sizeof(header));
   const auto stride = static_cast<size_t>(DIBRowBytes(static_cast<uint32_t>(header.biWidth), page.bits()));
-  const MutablePlane to = {result->bytes() + offset, static_cast<ptrdiff_t>(stride), stride, header.biWidth,
-                           header.biHeight};
+  const MutablePlane to = {result.bytes() + source.rowsOffset, static_cast<ptrdiff_t>(stride), stride,
+                           header.biWidth, header.biHeight};
+  const ConstPlane from = {source.rows.first, static_cast<ptrdiff_t>(source.rows.stride), source.rows.stride,
+                           source.rows.width, source.rows.height};
   kMoves[turns](from, page.bits(), to);
-  return result->Release();
+  return result.Release();
 }
 
 }  // namespace

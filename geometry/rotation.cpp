@@ -15,11 +15,11 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
-#include <optional>
 
 #include "frame/dib.h"
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
+#include "geometry/page_to_turn.h"
 
 namespace rastrel {
 namespace {
@@ -28,8 +28,6 @@ namespace {
 
 // Kept: callers compare bytes. More digits of pi / 180 would shift single pixels at some angles.
 constexpr double kRadiansPerDegree = 0.01745329;
-
-constexpr uint32_t kWholeHeap = 0xFFFFFFFF;
 
 struct Point {
   double x, y;
@@ -683,27 +681,6 @@ Header TurnedHeader(Header header, const Turn& back, const Walk& walk, const Con
   return header;
 }
 
-// Finds the page's rows, and where in the block they start. Returns the first reason not to turn it, if there
-// is one.
-ErrorCode FindSource(const LockedDib& page, Source* source, size_t* rowsOffset) {
-  const Header& header = page.header();
-  if (header.biSize != kHeaderBytes) return ErrFileFormat;
-  if (header.biCompression != BI_RGB) return ErrCompressed;
-  // Sizes are 16 bits wide here, so a width of 65536 reads as 0. Kept: callers compare the code.
-  const int width = header.biWidth & 0xFFFF;
-  const int height = header.biHeight & 0xFFFF;
-  if (width == 0 || height == 0) return ErrDIBSize;
-  if (!IsKnownDepth(header.biBitCount)) return ErrBitsPerPixel;
-  const uint64_t offset = kHeaderBytes + PaletteBytes(&header);
-  const uint64_t stride = DIBRowBytes(static_cast<uint32_t>(width), header.biBitCount);
-  if (!page.Holds(offset, stride * static_cast<uint32_t>(height))) return ErrDIBSize;
-
-  *rowsOffset = static_cast<size_t>(offset);
-  source->rows = {page.bytes() + *rowsOffset, static_cast<size_t>(stride), width, height};
-  source->readable = page.size() - *rowsOffset;
-  return ErrSuccess;
-}
-
 HGLOBAL RotateBy(HGLOBAL dib, double angle) {
   ThreadState& state = GetThreadState();
   const WaitCursor cursor;
@@ -712,9 +689,10 @@ HGLOBAL RotateBy(HGLOBAL dib, double angle) {
   if (dib == nullptr || !std::isfinite(angle)) return state.Fail(ErrParameter);
   const LockedDib page(dib);
   if (!page) return state.Fail(ErrLockMemory);
-  Source source;
-  size_t rowsOffset = 0;
-  if (const ErrorCode refused = FindSource(page, &source, &rowsOffset)) return state.Fail(refused);
+  PageToTurn found;
+  if (const ErrorCode refused = FindPageToTurn(page, IsKnownDepth, &found)) return state.Fail(refused);
+  const size_t rowsOffset = found.rowsOffset;
+  const Source source = {found.rows, page.size() - rowsOffset};
 
   const double radians = RadiansOf(angle);
   const HalfSize half(Turn(radians), source.rows);
@@ -722,19 +700,15 @@ HGLOBAL RotateBy(HGLOBAL dib, double angle) {
   const Walk walk(back, half.width, half.height, source.rows);
 
   const uint64_t bytes = rowsOffset + DIBImageBytes(walk.width, walk.height, page.bits());
-  std::optional<NewBlock> result(std::in_place, bytes, Content::kUnset);
-  if (!result->allocated()) {
-    GlobalCompact(kWholeHeap);
-    result.emplace(bytes, Content::kUnset);
-  }
-  if (!result->allocated()) return state.Fail(ErrCreateBitmap);
-  if (!*result) return state.Fail(ErrLockMemory);
+  NewBlock result(bytes, Content::kUnset, Retry::kWhenCompacted);
+  if (!result.allocated()) return state.Fail(ErrCreateBitmap);
+  if (!result) return state.Fail(ErrLockMemory);
 
   const Header header = TurnedHeader(page.header(), back, walk, source.rows);
-  std::memcpy(result->bytes(), page.bytes(), rowsOffset);
-  std::memcpy(result->bytes(), &header, sizeof(header));
-  TurnPage(page.bits(), source, walk, result->bytes() + rowsOffset);
-  return result->Release();
+  std::memcpy(result.bytes(), page.bytes(), rowsOffset);
+  std::memcpy(result.bytes(), &header, sizeof(header));
+  TurnPage(page.bits(), source, walk, result.bytes() + rowsOffset);
+  return result.Release();
 }
 
 }  // namespace
