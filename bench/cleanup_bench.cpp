@@ -21,12 +21,7 @@ BENCHMARK(BM_DetectSkewAngle)->ArgName("bits")->Arg(1)->Arg(8)->Arg(24)->Unit(be
 void BM_PunchHoleRemover(benchmark::State& state) {
   const TestDib page = BenchPage(static_cast<int>(state.range(0)));
   const auto holeSize = static_cast<int>(state.range(1));
-  for (auto _ : state) {
-    HGLOBAL result = PunchHoleRemover(page.handle(), holeSize, 0, nullptr);
-    if (result == nullptr) return state.SkipWithError("no result");
-    GlobalFree(result);
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+  TimeOperation(state, page, [&](HGLOBAL dib) { return PunchHoleRemover(dib, holeSize, 0, nullptr); });
 }
 BENCHMARK(BM_PunchHoleRemover)
     ->ArgNames({"bits", "size"})
@@ -35,12 +30,7 @@ BENCHMARK(BM_PunchHoleRemover)
 
 void BM_AutoPunchHoleRemover(benchmark::State& state) {
   const TestDib page = BenchPage(static_cast<int>(state.range(0)));
-  for (auto _ : state) {
-    HGLOBAL result = AutoPunchHoleRemover(page.handle(), 0, nullptr);
-    if (result == nullptr) return state.SkipWithError("no result");
-    GlobalFree(result);
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+  TimeOperation(state, page, [&](HGLOBAL dib) { return AutoPunchHoleRemover(dib, 0, nullptr); });
 }
 BENCHMARK(BM_AutoPunchHoleRemover)->ArgName("bits")->Arg(1)->Arg(8)->Arg(24)->Unit(benchmark::kMillisecond);
 

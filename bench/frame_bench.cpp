@@ -71,12 +71,7 @@ void BM_Convert8to24(benchmark::State& state) {
   testing::Bytes block = page.block();
   if (state.range(0) != 0) block[40] = 1;
   const TestDib coloured(block);
-  for (auto _ : state) {
-    HGLOBAL result = Convert8to24(coloured.handle());
-    if (result == nullptr) return state.SkipWithError("no result");
-    GlobalFree(result);
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+  TimeOperation(state, coloured, Convert8to24);
 }
 BENCHMARK(BM_Convert8to24)->ArgName("coloured")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 

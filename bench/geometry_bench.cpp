@@ -10,12 +10,7 @@ namespace {
 void BM_RotateDIB(benchmark::State& state) {
   const testing::TestDib page = BenchPage(static_cast<int>(state.range(0)));
   const double angle = static_cast<double>(state.range(1)) / 10;
-  for (auto _ : state) {
-    HGLOBAL turned = RotateDIB(page.handle(), angle);
-    if (turned == nullptr) return state.SkipWithError("no result");
-    GlobalFree(turned);
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+  TimeOperation(state, page, [&](HGLOBAL dib) { return RotateDIB(dib, angle); });
 }
 BENCHMARK(BM_RotateDIB)
     ->ArgNames({"bits", "tenthsOfADegree"})
@@ -24,12 +19,7 @@ BENCHMARK(BM_RotateDIB)
 
 void TimePage(benchmark::State& state, HGLOBAL (*operation)(HGLOBAL)) {
   const testing::TestDib page = BenchPage(static_cast<int>(state.range(0)));
-  for (auto _ : state) {
-    HGLOBAL result = operation(page.handle());
-    if (result == nullptr) return state.SkipWithError("no result");
-    GlobalFree(result);
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+  TimeOperation(state, page, operation);
 }
 
 // A device bitmap of the page's size, with its rows as they are stored.

@@ -9,25 +9,16 @@ namespace {
 
 using testing::TestDib;
 
-template <class Operation>
-void TurnGrey(benchmark::State& state, const TestDib& page, Operation operation) {
-  for (auto _ : state) {
-    HGLOBAL result = operation(page.handle());
-    if (result == nullptr) return state.SkipWithError("no result");
-    GlobalFree(result);
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
-}
-
 void BM_ConvertMonoDIBtoGrayscale(benchmark::State& state) {
   const auto method = static_cast<uint32_t>(state.range(0));
-  TurnGrey(state, BenchPage(1), [method](HGLOBAL dib) { return ConvertMonoDIBtoGrayscale(dib, method); });
+  TimeOperation(state, BenchPage(1),
+                [method](HGLOBAL dib) { return ConvertMonoDIBtoGrayscale(dib, method); });
 }
 BENCHMARK(BM_ConvertMonoDIBtoGrayscale)->ArgName("method")->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
 
 void BM_ConvColorDIBtoGrayscale(benchmark::State& state) {
   const auto weighted = static_cast<int>(state.range(1));
-  TurnGrey(state, BenchPhoto(static_cast<int>(state.range(0))), [weighted](HGLOBAL dib) {
+  TimeOperation(state, BenchPhoto(static_cast<int>(state.range(0))), [weighted](HGLOBAL dib) {
     HGLOBAL result = ConvColorDIBtoGrayscale(dib, weighted, 0);
     if (result != nullptr) GlobalUnlock(dib);
     return result;

@@ -9,19 +9,6 @@ namespace {
 
 using testing::TestDib;
 
-// `operation` returns the page in its new size.
-template <class Operation>
-void Time(benchmark::State& state, const TestDib& page, Operation operation) {
-  size_t bytes = 0;
-  for (auto _ : state) {
-    HGLOBAL scaled = operation(page.handle());
-    if (scaled == nullptr) return state.SkipWithError("no result");
-    bytes = GlobalSize(scaled);
-    GlobalFree(scaled);
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes));
-}
-
 HGLOBAL Scale(HGLOBAL page, int cubic, int64_t percent) {
   const auto part = static_cast<int>(percent);
   return ScaleDIB(page, cubic, kPageWidth * part / 100, kPageHeight * part / 100);
@@ -29,8 +16,8 @@ HGLOBAL Scale(HGLOBAL page, int cubic, int64_t percent) {
 
 void BM_ScaleDIB(benchmark::State& state) {
   const auto bits = static_cast<int>(state.range(0));
-  Time(state, bits == 1 ? BenchPage(bits) : BenchPhoto(bits),
-       [&](HGLOBAL page) { return Scale(page, static_cast<int>(state.range(1)), state.range(2)); });
+  TimeOperation(state, bits == 1 ? BenchPage(bits) : BenchPhoto(bits),
+                [&](HGLOBAL page) { return Scale(page, static_cast<int>(state.range(1)), state.range(2)); });
 }
 BENCHMARK(BM_ScaleDIB)
     ->ArgNames({"bits", "cubic", "percent"})
@@ -60,13 +47,13 @@ void BM_ScaleDIBColours(benchmark::State& state) {
     block[42 + 4 * i] = static_cast<uint8_t>(i / 32 * 36);
   }
   photo.SetBlock(block);
-  Time(state, photo, [&](HGLOBAL page) { return Scale(page, 0, state.range(0)); });
+  TimeOperation(state, photo, [&](HGLOBAL page) { return Scale(page, 0, state.range(0)); });
 }
 BENCHMARK(BM_ScaleDIBColours)->ArgName("percent")->Arg(50)->Arg(150)->Unit(benchmark::kMillisecond);
 
 void BM_ScaleGrayDIB(benchmark::State& state) {
   const auto factor = static_cast<int16_t>(state.range(1));
-  Time(state, BenchPhoto(8), [&](HGLOBAL page) {
+  TimeOperation(state, BenchPhoto(8), [&](HGLOBAL page) {
     return ScaleGrayDIB(page, 0, 0, kPageWidth, kPageHeight, factor, factor,
                         static_cast<int16_t>(state.range(0)));
   });

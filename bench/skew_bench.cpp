@@ -23,24 +23,15 @@ BENCHMARK(BM_SkewDIB)
 
 void BM_TrimBlackBorder(benchmark::State& state) {
   const TestDib page = BenchPage(static_cast<int>(state.range(0)));
-  for (auto _ : state) {
-    HGLOBAL trimmed = TrimBlackBorder(page.handle());
-    if (trimmed == nullptr) return state.SkipWithError("no result");
-    GlobalFree(trimmed);
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+  TimeOperation(state, page, [&](HGLOBAL dib) { return TrimBlackBorder(dib); });
 }
 BENCHMARK(BM_TrimBlackBorder)->ArgName("bits")->Arg(1)->Arg(8)->Arg(24)->Unit(benchmark::kMillisecond);
 
 void BM_DeskewDIB(benchmark::State& state) {
   const TestDib page = BenchPage(static_cast<int>(state.range(0)));
-  for (auto _ : state) {
-    HGLOBAL straight =
-        DeskewDIB(page.handle(), /*darkForeground=*/1, /*showProgress=*/0, nullptr, /*trimBorder=*/1);
-    if (straight == nullptr) return state.SkipWithError("no skew");
-    GlobalFree(straight);
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+  TimeOperation(state, page, [&](HGLOBAL dib) {
+    return DeskewDIB(dib, /*darkForeground=*/1, /*showProgress=*/0, nullptr, /*trimBorder=*/1);
+  });
 }
 BENCHMARK(BM_DeskewDIB)->ArgName("bits")->Arg(1)->Arg(8)->Arg(24)->Unit(benchmark::kMillisecond);
 

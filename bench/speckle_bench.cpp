@@ -11,12 +11,7 @@ void BM_CleanImage(benchmark::State& state) {
   const testing::TestDib page = BenchPage(static_cast<int>(state.range(0)));
   const auto level = static_cast<int>(state.range(1));
   const auto full = static_cast<int>(state.range(2));
-  for (auto _ : state) {
-    HGLOBAL cleaned = CleanImage(page.handle(), level, full);
-    if (cleaned == nullptr) return state.SkipWithError("no result");
-    GlobalFree(cleaned);
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+  TimeOperation(state, page, [&](HGLOBAL dib) { return CleanImage(dib, level, full); });
 }
 BENCHMARK(BM_CleanImage)
     ->ArgNames({"bits", "level", "full"})

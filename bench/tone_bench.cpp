@@ -9,24 +9,14 @@ namespace {
 
 using testing::TestDib;
 
-template <class Operation>
-void Reduce(benchmark::State& state, const TestDib& page, Operation operation) {
-  for (auto _ : state) {
-    HGLOBAL result = operation(page.handle());
-    if (result == nullptr) return state.SkipWithError("no result");
-    GlobalFree(result);
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
-}
-
 using DitherFunction = HGLOBAL RASTREL_CALL(HGLOBAL, int);
 
 template <DitherFunction* kDither>
 void BM_Dither(benchmark::State& state) {
   const auto bits = static_cast<int>(state.range(0));
   const auto target = static_cast<int>(state.range(1));
-  Reduce(state, state.range(2) == 0 ? BenchPage(bits) : BenchPhoto(bits),
-         [target](HGLOBAL dib) { return kDither(dib, target); });
+  TimeOperation(state, state.range(2) == 0 ? BenchPage(bits) : BenchPhoto(bits),
+                [target](HGLOBAL dib) { return kDither(dib, target); });
 }
 
 void Dithers(benchmark::internal::Benchmark* bench) {
@@ -47,8 +37,8 @@ BENCHMARK(BM_Dither<DitherSharp>)->Apply(BlockDithers);
 void BM_Halftone(benchmark::State& state) {
   const auto method = static_cast<uint16_t>(state.range(1));
   const auto brightness = static_cast<int>(state.range(2));
-  Reduce(state, BenchPage(static_cast<int>(state.range(0))),
-         [=](HGLOBAL dib) { return Halftone(dib, method, brightness, nullptr); });
+  TimeOperation(state, BenchPage(static_cast<int>(state.range(0))),
+                [=](HGLOBAL dib) { return Halftone(dib, method, brightness, nullptr); });
 }
 BENCHMARK(BM_Halftone)
     ->ArgNames({"bits", "method", "brightness"})

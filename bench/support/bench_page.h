@@ -18,6 +18,17 @@ testing::TestDib BenchPage(int bits);
 // A page full of soft shapes of every tone, as a photograph has them.
 testing::TestDib BenchPhoto(int bits);
 
+// Times an operation that returns a new page. Bytes are those of `page`.
+template <class Operation>
+void TimeOperation(benchmark::State& state, const testing::TestDib& page, Operation operation) {
+  for (auto _ : state) {
+    HGLOBAL result = operation(page.handle());
+    if (result == nullptr) return state.SkipWithError("no result");
+    GlobalFree(result);
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(page.pixelBytes()));
+}
+
 // Times copying the bytes of such a page, to set the operations' figures beside.
 void CopyPage(benchmark::State& state);
 

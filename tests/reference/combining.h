@@ -27,15 +27,7 @@ inline void PutNearestColour(Block& block, int64_t x, int64_t row, Colour wanted
   const int64_t full = wanted.blue | wanted.green << 8 | wanted.red << 16;
   const int64_t fives = wanted.blue >> 3 | wanted.green >> 3 << 5 | wanted.red >> 3 << 10;
   if (page.bits >= 16) return SetField(block, at, page.bits / 8, page.bits == 16 ? fives : full);
-  const auto distance = [&](int index) {
-    const Colour c = page.Entry(index);
-    const int blue = c.blue - wanted.blue, green = c.green - wanted.green, red = c.red - wanted.red;
-    return blue * blue + green * green + red * red;
-  };
-  int best = 0;
-  for (int i = 1; i < std::min<int64_t>(page.colours, int64_t{1} << page.bits); ++i) {
-    if (distance(i) < distance(best)) best = i;
-  }
+  const int64_t best = NearestEntry(page, wanted);
   const int64_t shift = 8 - page.bits - bit % 8, mask = ((1 << page.bits) - 1) << shift;
   SetField(block, at, 1, (ByteAt(block, at) & ~mask) | best << shift);
 }

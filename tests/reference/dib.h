@@ -137,6 +137,35 @@ class PageMap {
   std::vector<std::vector<Cell>> columns_;
 };
 
+// A page of zeros with the source's size and resolution; `spare` bytes stand before or behind its rows.
+inline Block MakeResult(const View& source, int bits, int64_t spare) {
+  const int64_t image = Stride(source.width, bits) * source.height;
+  Block result(static_cast<size_t>(kHeader + image + spare));
+  SetField(result, 0, 4, kHeader);
+  SetField(result, kWidth, 4, source.width);
+  SetField(result, kHeight, 4, source.height);
+  SetField(result, kPlanes, 2, 1);
+  SetField(result, kBits, 2, bits);
+  SetField(result, kSizeImage, 4, image);
+  SetField(result, kXPelsPerMeter, 4, SignedField(source.block, kXPelsPerMeter));
+  SetField(result, kYPelsPerMeter, 4, SignedField(source.block, kYPelsPerMeter));
+  return result;
+}
+
+// The lowest of the equally near entries.
+inline int NearestEntry(const View& page, Colour wanted) {
+  const auto distance = [&](int index) {
+    const Colour c = page.Entry(index);
+    const int blue = c.blue - wanted.blue, green = c.green - wanted.green, red = c.red - wanted.red;
+    return blue * blue + green * green + red * red;
+  };
+  int best = 0;
+  for (int i = 1; i < std::min<int64_t>(page.colours, int64_t{1} << page.bits); ++i) {
+    if (distance(i) < distance(best)) best = i;
+  }
+  return best;
+}
+
 }  // namespace reference
 
 #endif

@@ -27,16 +27,7 @@ class ErrorRow {
 
 // A zeroed picture of the source's size and resolution, its colour table still black.
 inline Block MakeDithered(const View& source, int bits) {
-  const int64_t table = 4 << bits, image = Stride(source.width, bits) * source.height;
-  Block result(static_cast<size_t>(kHeader + table + image));
-  SetField(result, 0, 4, kHeader);
-  SetField(result, kWidth, 4, source.width);
-  SetField(result, kHeight, 4, source.height);
-  SetField(result, kPlanes, 2, 1);
-  SetField(result, kBits, 2, bits);
-  SetField(result, kSizeImage, 4, image);
-  SetField(result, kXPelsPerMeter, 4, SignedField(source.block, kXPelsPerMeter));
-  SetField(result, kYPelsPerMeter, 4, SignedField(source.block, kYPelsPerMeter));
+  Block result = MakeResult(source, bits, 4 << bits);
   SetField(result, kClrUsed, 4, 1 << bits);
   return result;
 }

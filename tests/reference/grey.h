@@ -20,28 +20,13 @@ inline bool CanTurnGrey(const View& source) {
   return room >= 0 && (source.stride == 0 || source.height <= room / source.stride);
 }
 
-// A page of zeros with the source's size and resolution; `spare` bytes stand before or behind its rows.
-inline Block MakeGreyPage(const View& source, int bits, int64_t spare) {
-  const int64_t image = Stride(source.width, bits) * source.height;
-  Block result(static_cast<size_t>(kHeader + image + spare));
-  SetField(result, 0, 4, kHeader);
-  SetField(result, kWidth, 4, source.width);
-  SetField(result, kHeight, 4, source.height);
-  SetField(result, kPlanes, 2, 1);
-  SetField(result, kBits, 2, bits);
-  SetField(result, kSizeImage, 4, image);
-  SetField(result, kXPelsPerMeter, 4, SignedField(source.block, kXPelsPerMeter));
-  SetField(result, kYPelsPerMeter, 4, SignedField(source.block, kYPelsPerMeter));
-  return result;
-}
-
 inline void SetGreyEntry(Block& result, int index, int grey) {
   SetField(result, kHeader + 4 * index, 4, grey | grey << 8 | grey << 16);
 }
 
 // The same with entry i of the table at grey i, and room for five more rows.
 inline Block MakeGreyRampPage(const View& source) {
-  Block result = MakeGreyPage(source, 8, 4 * 256 + 5 * Stride(source.width, 8));
+  Block result = MakeResult(source, 8, 4 * 256 + 5 * Stride(source.width, 8));
   for (int i = 0; i < 256; ++i) SetGreyEntry(result, i, i);
   return result;
 }
@@ -119,7 +104,7 @@ inline int GreyOf(const Colour& colour, bool weighted) {
 // 4 and 8 bits: the same indices behind a table turned grey, which is black where the source's ends.
 inline Block WithGreyTable(const View& source, bool weighted) {
   const int entries = 1 << source.bits;
-  Block result = MakeGreyPage(source, source.bits, 4 * entries);
+  Block result = MakeResult(source, source.bits, 4 * entries);
   for (int i = 0; i < entries && i < source.colours; ++i) {
     SetGreyEntry(result, i, GreyOf(source.Entry(i), weighted));
   }
@@ -155,7 +140,7 @@ inline Block ConvColorDIBtoGrayscale(const Block& dib, int weighted, uint32_t me
     result = TrueColourToGrey(source, weighted != 0);
   } else {
     colours = 0;  // all zeros; who takes "none" for a full table still finds rows
-    result = MakeGreyPage(source, 8, 4 * 256);
+    result = MakeResult(source, 8, 4 * 256);
   }
   SetField(result, kPlanes, 2, Field(dib, kPlanes, 2));
   SetField(result, kClrUsed, 4, colours);

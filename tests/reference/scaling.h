@@ -153,20 +153,6 @@ void ScaleRows(bool cubic, uint32_t width, uint32_t height, uint32_t newWidth, u
   }
 }
 
-// The lowest of the equally near entries.
-inline int NearestEntry(const View& page, Colour wanted) {
-  const auto distance = [&](int index) {
-    const Colour c = page.Entry(index);
-    const int blue = c.blue - wanted.blue, green = c.green - wanted.green, red = c.red - wanted.red;
-    return blue * blue + green * green + red * red;
-  };
-  int best = 0;
-  for (int i = 1; i < std::min<int64_t>(page.colours, int64_t{1} << page.bits); ++i) {
-    if (distance(i) < distance(best)) best = i;
-  }
-  return best;
-}
-
 // At 4 and 8 bits each row begins as if black, index 0, had just been looked up. lines: blue, green, red.
 inline void PackRow(const View& source, const std::vector<Line>& lines, Block& result, int64_t row) {
   Colour last = {0, 0, 0};

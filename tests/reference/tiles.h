@@ -74,7 +74,8 @@ inline Block MergeDIBs(const std::vector<Block>& tiles, int columns, int rows) {
     const int64_t bytes = TileStride(block, tile.width);
     for (int64_t k = 0; k < tile.height && bytes > 0; ++k) {
       const int64_t from = tile.pixels + k * bytes, to = position + k * stride;
-      if (from + bytes > static_cast<int64_t>(block.size()) || to < first.pixels || to + bytes > size) return {};
+      if (from + bytes > static_cast<int64_t>(block.size()) || to < first.pixels || to + bytes > size)
+        return {};
       for (int64_t b = 0; b < bytes; ++b) Byte(result, to + b) = ByteAt(block, from + b);
     }
     position += bytes;
