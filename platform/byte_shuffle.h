@@ -14,8 +14,8 @@ namespace rastrel {
 
 using ShuffleBytes = uint8_t __attribute__((vector_size(16)));
 
-// Byte i of the result is byte places[i] (0 to 15) of `bytes`. Call it only where HasAvx2.
-RASTREL_FOR_AVX2 inline ShuffleBytes Shuffled(ShuffleBytes bytes, ShuffleBytes places) {
+// Byte i of the result is byte places[i] (0 to 15) of `bytes`. Call it only where HasSsse3.
+RASTREL_FOR_SSSE3 inline ShuffleBytes Shuffled(ShuffleBytes bytes, ShuffleBytes places) {
 #if defined(__x86_64__) || defined(__i386__)
   return reinterpret_cast<ShuffleBytes>(
       _mm_shuffle_epi8(reinterpret_cast<__m128i>(bytes), reinterpret_cast<__m128i>(places)));

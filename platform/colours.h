@@ -87,7 +87,7 @@ inline unsigned NearestIndex(const ColourTable& table, Rgb colour) {
 
 // As NearestIndex, for many colours. Those met last are kept with their indices. For others there is a list
 // for each cube of 16 x 16 x 16 colours, made when it is first needed: the entries that are nearest somewhere
-// in the cube. Holds all of it itself, about 90 KB.
+// in the cube. Holds all of it itself: too much for a stack.
 class NearestColours {
  public:
   explicit NearestColours(const ColourTable& table) : table_(table) { found_[0] = NearestIndex(table_, 0); }
@@ -104,7 +104,7 @@ class NearestColours {
   }
 
  private:
-  static constexpr unsigned kFoundBits = 12;
+  static constexpr unsigned kFoundBits = 16;
   static constexpr int kCubeSize = 16;
   static constexpr unsigned kCubes = 4096;
   static constexpr unsigned kLongest = 16;  // of the lists; where more entries compete, all are searched

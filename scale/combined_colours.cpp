@@ -1,7 +1,7 @@
 #include "scale/combined_colours.h"
 
 #include <algorithm>
-#include <optional>
+#include <new>
 
 #include "platform/pixel_runs.h"
 
@@ -42,7 +42,7 @@ ColourTable MaskTable(const Source& mask) {
 
 }  // namespace
 
-void CombineByColours(const Combination& task) {
+bool CombineByColours(const Combination& task) {
   const Source& source = task.source;
   const Destination& destination = task.destination;
   // Copied indices go through a table from source to destination.
@@ -54,8 +54,10 @@ void CombineByColours(const Combination& task) {
   }
   const Rgb black = isMapped ? NearestIndex(task.target, 0) : 0;
   const ColourTable maskTable = task.mask != nullptr ? MaskTable(*task.mask) : ColourTable();
-  std::optional<NearestColours> nearest;
-  if (isIndexed && !isMapped) nearest.emplace(task.target);
+  const bool isSearched = isIndexed && !isMapped;
+  const NewBlock memory(isSearched ? sizeof(NearestColours) : 0, Content::kUnset);
+  if (isSearched && !memory) return false;
+  NearestColours* nearest = isSearched ? new (memory.bytes()) NearestColours(task.target) : nullptr;
 
   Rgb pixels[kRun], others[kRun];
   for (int64_t y = 0; y < task.down.count; ++y) {
@@ -76,10 +78,11 @@ void CombineByColours(const Combination& task) {
         ReadRun(destination.bits, destination.table, to, destinationX, count, others);
         for (unsigned i = 0; i < count; ++i) pixels[i] &= others[i];
       }
-      if (nearest) nearest->Map(pixels, count);
+      if (nearest != nullptr) nearest->Map(pixels, count);
       WriteRun(destination.bits, pixels, count, to, destinationX);
     }
   }
+  return true;
 }
 
 }  // namespace rastrel

@@ -6,7 +6,8 @@
 
 namespace rastrel {
 
-void CombineByColours(const Combination& task);
+// Returns false when there is no memory to work in.
+bool CombineByColours(const Combination& task);
 
 }  // namespace rastrel
 

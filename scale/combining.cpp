@@ -174,7 +174,9 @@ int RASTREL_CALL CombineDIB(int x, int y, HGLOBAL* destination, HGLOBAL source, 
                             Clip(x, read.rows.width, to.rows.width),
                             Clip(y, read.rows.height, to.rows.height),
                             andFlag != 0};
-  if (task.across.count != 0 && task.down.count != 0 && !CombineAsBits(task)) CombineByColours(task);
+  if (task.across.count != 0 && task.down.count != 0 && !CombineAsBits(task) && !CombineByColours(task)) {
+    return fail(ErrCreateBitmap);
+  }
   // Kept: where the screen has no palette this leaves error 10, though the combination succeeds.
   const PaletteOwner current(GetCurrentPalette());
   std::memcpy(changing.bytes() + kHeaderBytes, screen.colours, taken * sizeof(RGBQUAD));

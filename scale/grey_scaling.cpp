@@ -33,7 +33,7 @@ ByteMap::Table IndicesOf(const RGBQUAD* table, int count) {
       previous = current;
       if (k + 1 < count) current = table[k + 1].rgbBlue;
     }
-    const bool isHere = k == count - 1 || current == level || level - previous > current - level;
+    const bool isHere = current == level || level - previous > current - level;
     indices[static_cast<size_t>(level)] = static_cast<uint8_t>(isHere ? k : k - 1);
   }
   return indices;

@@ -17,8 +17,8 @@ PixelWeights BilinearWeights(uint32_t x, uint32_t from, uint32_t to) {
 }
 
 // The cubic convolution kernel with a = -1, at `s` pixels: up to 1, and from there to 2, where it is
-// negative; its size is given. Powers are products, which are the same everywhere; what power functions give
-// differs by less than a weight, cut to a whole number, ever shows.
+// negative; its size is given. Powers are products, which are the same everywhere; in no size tried
+// did what power functions give differ in a weight.
 double InnerKernel(double s) { return s * s * s - 2 * (s * s) + 1; }
 double OuterKernel(double s) { return s * s * s - 5 * (s * s) + 8 * s - 4; }
 
@@ -119,7 +119,7 @@ void CopyRuns(InnerRuns runs, const uint8_t* row, ptrdiff_t shift, uint8_t* to) 
   }
 }
 
-RASTREL_FOR_AVX2 void ShuffleRuns(InnerRuns runs, const uint8_t* row, ptrdiff_t shift, uint8_t* to) {
+RASTREL_FOR_SSSE3 void ShuffleRuns(InnerRuns runs, const uint8_t* row, ptrdiff_t shift, uint8_t* to) {
   for (size_t run = 0; run < runs.count; ++run) {
     ShuffleBytes bytes;
     ShuffleBytes places;
@@ -204,7 +204,7 @@ void BytePicker::Pick(const uint8_t* row, size_t first, size_t count, ptrdiff_t 
                            innerEnd - innerFirst, bytesAtOnce_};
   const auto place = [&](size_t run) { return to + (run - first) * bytesAtOnce_; };
   PickAtEdge(row, first, innerFirst, shift, to);
-  (HasAvx2() ? ShuffleRuns : CopyRuns)(inner, row, shift, place(innerFirst));
+  (HasSsse3() ? ShuffleRuns : CopyRuns)(inner, row, shift, place(innerFirst));
   PickAtEdge(row, innerEnd, end, shift, place(innerEnd));
 }
 

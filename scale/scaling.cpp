@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <new>
 
 #include "frame/dib.h"
 #include "frame/rastrel.h"
@@ -166,7 +167,9 @@ bool ScaleColours(const Task& task, const Palette& palette) {
   ByteMap::Table same;
   for (size_t i = 0; i < same.size(); ++i) same[i] = static_cast<uint8_t>(i);
   const ByteMap asTheyAre(same);
-  NearestColours nearest(palette.table);
+  const NewBlock memory(sizeof(NearestColours), Content::kUnset);
+  if (!memory) return false;
+  auto* const nearest = new (memory.bytes()) NearestColours(palette.table);
   Resampler resampler(task.interpolation, 3, task.from, task.to);
   const NewBlock samples(uint64_t{3} * (task.from.width + 1) + 1, Content::kUnset);
   const NewBlock line(uint64_t{3} * width, Content::kUnset);
@@ -180,7 +183,7 @@ bool ScaleColours(const Task& task, const Palette& palette) {
   for (uint32_t y = 0; y < task.to.height; ++y) {
     uint8_t* row = task.result.StoredRow(static_cast<int>(y));
     resampler.MakeRow(y, coloursOf, line.bytes());
-    FindIndices(line.bytes(), width, &nearest, indices.bytes());
+    FindIndices(line.bytes(), width, nearest, indices.bytes());
     WriteIndices(indices.bytes(), width, bits, asTheyAre, task.result.stride, row);
     ClearPixels(row, LeadingBlack(line.bytes(), 3, width), bits);
   }
@@ -205,6 +208,8 @@ HGLOBAL Interpolate(const LockedDib& page, Interpolation interpolation, int newW
   const uint64_t headBytes = kHeaderBytes + PaletteBytes(&header);
   ConstRows source = {};
   if (!page.FindRows(headBytes, &source)) return state.Fail(ErrDIBSize);
+  // Of a page that is wider than 16 bits can say all rows have to be there, but rows are taken to be as long
+  // as what they say.
   source = {source.first, static_cast<size_t>(DIBRowBytes(from.width, page.bits())),
             static_cast<int>(from.width), static_cast<int>(from.height)};
 

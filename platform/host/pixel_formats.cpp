@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "platform/bit_runs.h"
 #include "platform/pixel_runs.h"
@@ -73,7 +74,8 @@ RowConverter::RowConverter(PixelFormat from, const ColourTable& fromColours, Pix
       way_ = lookUp_[0] == 0 ? Way::kCopyBits : Way::kInvertBits;
     }
   } else if (to.isIndexed()) {
-    nearest_.emplace(toColours);
+    toColours_ = toColours;
+    nearest_.reset(new (std::nothrow) NearestColours(toColours));
     way_ = Way::kNearest;
   }
 }
@@ -105,7 +107,9 @@ void RowConverter::MapValues(uint32_t* values, unsigned count) {
       for (unsigned i = 0; i < count; ++i) values[i] = lookUp_[values[i]];
       return;
     case Way::kNearest:
-      return nearest_->Map(values, count);
+      if (nearest_ != nullptr) return nearest_->Map(values, count);
+      for (unsigned i = 0; i < count; ++i) values[i] = NearestIndex(toColours_, values[i]);
+      return;
     default:
       return;
   }

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
-#include <optional>
+#include <memory>
 
 #include "platform/colours.h"
 
@@ -66,8 +66,9 @@ class RowConverter {
   PixelFormat from_;
   PixelFormat to_;
   Way way_;
-  uint32_t lookUp_[256];  // the value that each index becomes
-  std::optional<NearestColours> nearest_;
+  uint32_t lookUp_[256];                     // the value that each index becomes
+  ColourTable toColours_;                    // where the nearest entries are looked for
+  std::unique_ptr<NearestColours> nearest_;  // null without memory for it
 };
 
 }  // namespace rastrel::host
