@@ -141,12 +141,12 @@ struct SheetSearch {
   // Finds the sheet in the rows of the page or, where `isStraightened`, in those of the straightened one.
   // Moves *x to the right edge, also where no sheet is found later. Returns false when there is none.
   bool Find(const ConstRows& rows, uint32_t* x, Area* area) const {
-    if (rows.width < width || rows.height < height) return false;
     // The scanned page stands in the middle of the straightened one. What goes beyond it at the right and the
     // top is left out by half.
     const int beside = (rows.width - width + 1) >> 1;
     const int below = (rows.height - height + 1) >> 1;
     *x += static_cast<uint32_t>(beside);
+    if (rows.width < width || rows.height < height) return false;
     const int64_t endColumn = rows.width - beside;
     const int64_t endRow = rows.height - below;
     SheetPixels pixels(rows, below, height, isDark);
@@ -179,7 +179,6 @@ struct SheetSearch {
     area->bottom = std::max<int64_t>(row - margin, 0);
     row = endRow - 1;
     while (row >= area->bottom && !isSheet(row)) --row;
-    if (row < area->bottom) return false;
     area->top = std::min(endRow, row + 1 + margin);
     return area->bottom < area->top;
   }
@@ -299,7 +298,6 @@ int RASTREL_CALL CutDIB(HGLOBAL dib, int rows, HGLOBAL* first, HGLOBAL* second) 
   // failure.
   NewBlock lower(headBytes + lowerBytes, Content::kUnset);
   *first = lower.handle();
-  if (!lower.allocated()) return 0;
   NewBlock upper(headBytes + upperBytes, Content::kUnset);
   *second = upper.handle();
   if (!lower || !upper) return 0;
@@ -310,7 +308,7 @@ int RASTREL_CALL CutDIB(HGLOBAL dib, int rows, HGLOBAL* first, HGLOBAL* second) 
   lower.As<Header>()->biHeight = source.height - rows;
   upper.As<Header>()->biHeight = rows;
   // Kept: both have the size of the lower part, as large as the platform made it.
-  const auto imageBytes = static_cast<uint32_t>(GlobalSize(*first) - headBytes);
+  const auto imageBytes = static_cast<uint32_t>(GlobalSize(lower.handle()) - headBytes);
   lower.As<Header>()->biSizeImage = upper.As<Header>()->biSizeImage = imageBytes;
   lower.Release();
   upper.Release();

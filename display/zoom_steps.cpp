@@ -146,7 +146,7 @@ void StepAtOnce(HWND window, const RECT* rect, int mode, ZoomRecord* zoom, Shown
   Shown current;
   std::memcpy(&current, zoom->words + kCurrent, sizeof(current));
   BZoomStart(window, nullptr, rect, mode, zoom, 0);
-  if (shown == nullptr) std::memcpy(zoom->words + kCurrent, &current, sizeof(current));
+  std::memcpy(zoom->words + kCurrent, &current, sizeof(current));
   EndZoom(zoom, shown);
 }
 

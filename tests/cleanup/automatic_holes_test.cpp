@@ -37,14 +37,6 @@ TEST(AutoPunchHoleRemover, PaintsADiscOverABlobAndSparesLines) {
             std::vector<std::string>(rows.begin() + 16, rows.begin() + 24));
 }
 
-TEST(AutoPunchHoleRemover, KeptMovesADiscAtTheEdgeInward) {
-  // The middle would be (9, 8); the box of rows 4 to 10 that is left of the disc has it at (9, 7).
-  EXPECT_EQ((std::vector<std::string>{"..............", "..............", "..............", "..............",
-                                      ".......ooooo..", "......ooooooo.", "......ooooooo.", "......ooooooo.",
-                                      "......ooooooo.", "......ooooooo.", "......#ooooo.."}),
-            DrawnBoxes(Remove(WithBoxes(14, 11, {kHole}))));
-}
-
 TEST(AutoPunchHoleRemover, TellsHolesByTheirSizeAndPlace) {
   struct Case {
     const char* what;

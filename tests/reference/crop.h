@@ -40,11 +40,10 @@ inline Block CropToEdges(const Block& dib, double fraction, uint32_t& x, int mar
   if (copy.empty()) return fail(error == 0 ? 1 : error);
   const View sheet(copy);
   const int64_t w = page.width, h = page.height;
-  if (sheet.width < w || sheet.height < h) return fail(32);
-
   const int64_t dx = (sheet.width - w + 1) >> 1, dy = (sheet.height - h + 1) >> 1;
   const int64_t width = sheet.width - dx, height = sheet.height - dy;
   x += static_cast<uint32_t>(dx);
+  if (sheet.width < w || sheet.height < h) return fail(32);
 
   const auto counts = [&](int64_t column, int64_t row) {
     return (sheet.Pixel(static_cast<int>(column), row) == 1) == !darkForeground;
@@ -124,27 +123,6 @@ inline Block CropDIB(const Block& dib, int left, int top, int right, int bottom)
              width * page.bits);
   }
   return result;
-}
-
-// The upper `rows` rows become the second page. False: neither is made.
-inline bool CutDIB(const Block& dib, int rows, Block& first, Block& second) {
-  const View page(dib);
-  if (rows < 1 || rows >= page.height) return false;
-  if (page.bits != 1 && page.bits != 4 && page.bits != 8 && page.bits != 24) return false;
-  if (!HoldsItsRows(page)) return false;
-
-  const int64_t lower = page.height - rows;
-  const int64_t split = page.Row(lower);
-  first = WithHeadOf(page, split);
-  second = WithHeadOf(page, page.pixels + page.stride * rows);
-  CopyBits(dib, 8 * page.pixels, first, 8 * page.pixels, 8 * (split - page.pixels));
-  CopyBits(dib, 8 * split, second, 8 * page.pixels, 8 * page.stride * rows);
-  SetField(first, kHeight, 4, lower);
-  SetField(second, kHeight, 4, rows);
-  const int64_t allocated = (split + 7) / 8 * 8;  // blocks come in eights
-  SetField(first, kSizeImage, 4, allocated - page.pixels);
-  SetField(second, kSizeImage, 4, allocated - page.pixels);  // of the first page too
-  return true;
 }
 
 }  // namespace reference
