@@ -16,9 +16,6 @@ Dib Run(std::string_view operation, const Dib& page, const Values& values = {}) 
   return FindOperation(operation)->run(page, values);
 }
 
-// Percent of a column or row that is sheet.
-constexpr double kSheetShare = 50;
-
 // The level at which the filter darkens what has fewer than 3 light neighbours, and does nothing else, on a
 // page whose entry 0 is black.
 constexpr int kFillsLightSpecks = 80;
@@ -159,7 +156,7 @@ class Cleaning {
   void CropSheet() {
     RequireDarkText();
     if (options_.deskews) TurnScan();
-    Dib sheet = Run("crop-sheet", page_, {{kSheetShare}});
+    Dib sheet = Run("crop-sheet", page_, ParseStep("crop-sheet").values);
     record_.isCropped = PageView(sheet).width() < PageView(page_).width() ||
                         PageView(sheet).height() < PageView(page_).height();
     page_ = std::move(sheet);

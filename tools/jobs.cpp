@@ -140,7 +140,7 @@ void RefuseLosses(const JobOptions& options, const Plan& plan) {
 struct Finished {
   const Task* task = nullptr;
   PageReport report;
-  bool isDpiAssumed = false;
+  std::string fileWithoutDpi;                      // whose resolution had to be assumed
   std::vector<EncodedTiff> encoded;                // for TIFF
   std::vector<std::unique_ptr<OutputFile>> files;  // for others, written but not yet under their names
 };
@@ -227,7 +227,6 @@ class Jobs {
       report.page = first.page;
       report.pages = first.pages;
     }
-    if (options_.command != Command::kInfo) report.output = plan_.outputs[task.output].path;
     try {
       std::vector<Dib> pages;
       for (const Source& source : task.sources) pages.push_back(Load(source, &finished));
@@ -240,7 +239,7 @@ class Jobs {
         case Command::kClean: {
           CleanOptions clean = options_.clean;
           // On a resolution that is only assumed holes are not measured.
-          if (finished.isDpiAssumed && !clean.holeSize) clean.holeSize = kUsualHoles;
+          if (!finished.fileWithoutDpi.empty() && !clean.holeSize) clean.holeSize = kUsualHoles;
           pages[0] = CleanPage(std::move(pages[0]), clean, &report.record);
           report.isDropped = options_.dropsBlank && report.record.isBlank;
           break;
@@ -268,7 +267,7 @@ class Jobs {
       const StepTimer timer(&finished->report.record, "load");
       Dib page = ReadPage(file, source.format, source.place);
       if (options_.command != Command::kInfo && CompleteResolution(page, options_.dpi)) {
-        finished->isDpiAssumed = true;
+        finished->fileWithoutDpi = file;
       }
       return page;
     } catch (const PageError& error) {
@@ -291,18 +290,21 @@ class Jobs {
   }
 
   void Encode(const std::vector<Dib>& pages, const Output& output, Finished* finished) const {
-    finished->report.made = static_cast<int>(pages.size());
+    PageReport& report = finished->report;
+    report.made = static_cast<int>(pages.size());
     for (const Dib& page : pages) {
       std::string path = output.path;
       try {
         if (output.format == Format::kTiff) {
           finished->encoded.push_back(EncodeTiff(page, options_.write));
+          report.outputs = {path};
           continue;
         }
         if (pages.size() > 1) path = Numbered(path, static_cast<int>(finished->files.size()) + 1);
         auto file = std::make_unique<OutputFile>(path);
         (output.format == Format::kPng ? WritePng : WriteBmp)(page, file->path());
         finished->files.push_back(std::move(file));
+        report.outputs.push_back(path);
       } catch (const PageError& error) {
         throw PageError(fmt::format("{} {}", path, error.what()));
       }
@@ -312,10 +314,10 @@ class Jobs {
   // Brings a page to its file. In the order of the pages, one at a time.
   void Take(Finished finished) {
     PageReport& report = finished.report;
-    if (finished.isDpiAssumed && !std::exchange(hasWarned_, true)) {
+    if (!finished.fileWithoutDpi.empty() && !std::exchange(hasWarned_, true)) {
       reporter_.Warn(
           fmt::format("{} has no resolution: {:g} dpi assumed, also for others like it (--dpi sets it)",
-                      report.file, kAssumedDpi));
+                      finished.fileWithoutDpi, kAssumedDpi));
     }
     try {
       for (const auto& file : finished.files) {
@@ -324,11 +326,12 @@ class Jobs {
       }
       if (options_.command != Command::kInfo &&
           plan_.outputs[finished.task->output].format == Format::kTiff) {
-        AddToDocument(finished.encoded, &documents_[finished.task->output], &report);
+        AddToDocument(finished.encoded, finished.task->output, &report);
       }
     } catch (const PageError& error) {
-      report.error = fmt::format("{} {}", report.output, error.what());
+      report.error = fmt::format("{} {}", plan_.outputs[finished.task->output].path, error.what());
     }
+    if (!report.error.empty()) report.outputs.clear();
     reporter_.Page(report);
   }
 
@@ -344,17 +347,19 @@ class Jobs {
     }
   }
 
-  void AddToDocument(const std::vector<EncodedTiff>& pages, Document* document, PageReport* report) {
+  void AddToDocument(const std::vector<EncodedTiff>& pages, size_t output, PageReport* report) {
+    Document* document = &documents_[output];
+    const std::string& path = plan_.outputs[output].path;
     --document->pagesLeft;
     if (document->isLost) {
       report->isFollowUp = report->error.empty();
-      if (report->isFollowUp) report->error = fmt::format("{} is not written", report->output);
+      if (report->isFollowUp) report->error = fmt::format("{} is not written", path);
       return;
     }
     try {
       if (report->error.empty() && !report->isDropped) {
         if (!document->file) {
-          document->file = std::make_unique<OutputFile>(report->output);
+          document->file = std::make_unique<OutputFile>(path);
           document->tiff = std::make_unique<TiffDocument>(document->file->path());
         }
         for (const EncodedTiff& page : pages) document->tiff->Append(page);
@@ -362,6 +367,8 @@ class Jobs {
       if (document->pagesLeft == 0 && document->tiff) {
         document->tiff->Close();
         document->file->Commit();
+      } else if (document->pagesLeft == 0 && report->isDropped) {
+        reporter_.Warn(fmt::format("{} is not written: all its pages are blank", path));
       }
     } catch (const PageError&) {
       document->isLost = true;

@@ -129,7 +129,7 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
             options->dropsBlank = true;
             options->clean.blankPercent = percent;
           },
-          "Leave out pages with less ink than that percentage of the page, in tenths (off)")
+          "Leave out pages with less ink than that percentage of the page,\nin steps of 0.1 (off)")
       ->check(CLI::Range(0.1, 100.0))
       ->type_name("PERCENT");
   clean
@@ -168,6 +168,9 @@ void SortWords(const std::vector<std::string>& words, JobOptions* options) {
   for (const std::string& word : words) {
     const bool isName = FindOperation(word.substr(0, word.find(':'))) != nullptr;
     const bool looksLikeOne = word.find(':') != std::string::npos && ::access(word.c_str(), F_OK) != 0;
+    if (!options->chain.empty() && !isName && ::access(word.c_str(), F_OK) == 0) {
+      throw UsageError(fmt::format("{}: files come before operations", word));
+    }
     if (!options->chain.empty() || isName || looksLikeOne) {
       options->chain.push_back(ParseStep(word));
     } else {

@@ -27,17 +27,21 @@ Dib Checked(HGLOBAL result, std::string_view otherwise) {
   return Dib(result);
 }
 
+std::string Count(int64_t number, std::string_view thing) {
+  return fmt::format("{} {}{}", number, thing, number == 1 ? "" : "s");
+}
+
 // What the operations say no to without a reason is asked here, so that there is one to tell.
 void RequireDepth(const Dib& page, std::initializer_list<int> depths) {
   const int bits = PageView(page).bits();
   if (std::find(depths.begin(), depths.end(), bits) == depths.end()) {
-    throw PageError(fmt::format("pages of {} bits are not taken", bits));
+    throw PageError(fmt::format("pages of {} are not taken", Count(bits, "bit")));
   }
 }
 
 void RequireMoreBits(const Dib& page, int bits) {
   if (PageView(page).bits() <= bits) {
-    throw PageError(fmt::format("a page of {} bits has no more than {}", PageView(page).bits(), bits));
+    throw PageError(fmt::format("the page has {} already", Count(PageView(page).bits(), "bit")));
   }
 }
 
@@ -109,7 +113,7 @@ Dib WithLightFirst(const Dib& page, Filter filter) {
 Dib RunClean(const Dib& page, const Values& values) {
   const auto filter = [&] {
     return Checked(CleanImage(page.handle(), static_cast<int>(values[0]), static_cast<int>(values[1])),
-                   "only grey pages of 1 or 8 bits are taken");
+                   "only grey pages of 1 or 8 bits are taken; `grey` makes one");
   };
   const bool isDarkFirst = PageView(page).bits() == 1 && HasGreyRamp(PageView(page));
   return isDarkFirst ? WithLightFirst(page, filter) : filter();
@@ -190,8 +194,8 @@ std::vector<Dib> RunSplit(const Dib& page, const Values& values) {
   const int width = static_cast<int>(values[0]);
   const int height = values[1] == 0 ? width : static_cast<int>(values[1]);
   if (width % TileStep(page) != 0) {
-    throw PageError(fmt::format("tiles of a page of {} bits are a multiple of {} pixels wide",
-                                PageView(page).bits(), TileStep(page)));
+    throw PageError(fmt::format("tiles of a page of {} are a multiple of {} pixels wide",
+                                Count(PageView(page).bits(), "bit"), TileStep(page)));
   }
   HGLOBAL array = nullptr;
   int grid[2] = {};
@@ -209,7 +213,8 @@ std::vector<Dib> RunSplit(const Dib& page, const Values& values) {
 // Throws where joining the tiles would not give a picture.
 void CheckGrid(std::span<const Dib> tiles, size_t columns) {
   if (tiles.size() % columns != 0) {
-    throw PageError(fmt::format("{} pages do not fill rows of {}", tiles.size(), columns));
+    throw PageError(
+        fmt::format("{} cannot fill rows of {}", Count(static_cast<int64_t>(tiles.size()), "page"), columns));
   }
   const PageView first(tiles[0]);
   for (size_t i = 0; i < tiles.size(); ++i) {
@@ -224,8 +229,8 @@ void CheckGrid(std::span<const Dib> tiles, size_t columns) {
       throw PageError(fmt::format("page {} has another size than its row or column", i + 1));
     }
     if (i % columns != columns - 1 && tile.width() % TileStep(tiles[i]) != 0) {
-      throw PageError(fmt::format("pages of {} bits are joined where they are a multiple of {} pixels wide",
-                                  tile.bits(), TileStep(tiles[i])));
+      throw PageError(fmt::format("pages of {} are joined where they are a multiple of {} pixels wide",
+                                  Count(tile.bits(), "bit"), TileStep(tiles[i])));
     }
   }
 }
@@ -256,6 +261,13 @@ Dib FirstPage(const std::string& path) {
 Dib RunCombine(const Dib& page, const Values& values) {
   const Dib source = FirstPage(values.texts[0]);
   const Dib mask = values.texts[4].empty() ? Dib() : FirstPage(values.texts[4]);
+  if (mask) {
+    const PageView stencil(mask), other(source);
+    if (stencil.width() != other.width() || stencil.height() != other.height()) {
+      throw PageError(fmt::format("the mask has {} x {} pixels, the page laid on has {} x {}",
+                                  stencil.width(), stencil.height(), other.width(), other.height()));
+    }
+  }
   Dib result = Duplicate(page);
   HGLOBAL destination = result.handle();
   if (CombineDIB(static_cast<int>(values[1]), static_cast<int>(values[2]), &destination, source.handle(),
@@ -320,11 +332,15 @@ Area FindSheet(const Dib& seen, double share, int margin, int isSheetZero) {
 
 Dib RunCropSheet(const Dib& page, const Values& values) {
   const Dib seen = BlackAndWhite(page);
+  const auto margin = static_cast<int>(values[1]);
+  const int quarter = std::min(PageView(page).width(), PageView(page).height()) / 4;
+  if (std::abs(margin) >= quarter) {
+    throw PageError(quarter == 0 ? "the page is too small to show a sheet"
+                                 : "the margin has to be less than a quarter of the page");
+  }
   const bool isLight = values[2] == 0;
   const int isSheetZero = ExtremeInk(PageView(seen), isLight).bytes[0] == 0 ? 1 : 0;
-  const auto find = [&](const Dib& from) {
-    return FindSheet(from, values[0] / 100, static_cast<int>(values[1]), isSheetZero);
-  };
+  const auto find = [&](const Dib& from) { return FindSheet(from, values[0] / 100, margin, isSheetZero); };
   // Upside down as well: a dark picture on the sheet is no edge, nor is the fifth row from the bottom, where
   // CropToEdges begins.
   const Area there = find(seen), back = find(Checked(TurnDIB(seen.handle(), 2)));
@@ -338,7 +354,7 @@ Dib RunCropSheet(const Dib& page, const Values& values) {
 std::vector<Dib> RunCut(const Dib& page, const Values& values) {
   const auto rows = static_cast<int>(values[0]);
   const int height = PageView(page).height();
-  if (rows >= height) throw PageError(fmt::format("the page has {} rows", height));
+  if (rows >= height) throw PageError(fmt::format("the page has {}", Count(height, "row")));
   HGLOBAL lower = nullptr, upper = nullptr;
   if (CutDIB(page.handle(), rows, &lower, &upper) == 0) throw PageError("no memory");
   std::vector<Dib> pieces;
@@ -353,11 +369,15 @@ std::vector<Dib> RunCut(const Dib& page, const Values& values) {
 
 int Scaled(int length, double factor) { return static_cast<int>(std::lround(length * factor)); }
 
-Dib RunScale(const Dib& page, const Values& values) {
+void CheckScale(const Values& values) {
   const auto [width, height, percent, dpi, method] = values.numbers;
   if ((width > 0 || height > 0) + (percent > 0) + (dpi > 0) != 1) {
-    throw PageError("needs a width or height, or a percentage, or dots per inch");
+    throw UsageError("scale: needs one of a size, a percentage and dots per inch");
   }
+}
+
+Dib RunScale(const Dib& page, const Values& values) {
+  const auto [width, height, percent, dpi, method] = values.numbers;
   const PageView view(page);
   const Resolution old = view.resolution();
   double across = percent / 100, down = percent / 100;
@@ -375,6 +395,7 @@ Dib RunScale(const Dib& page, const Values& values) {
     throw PageError(fmt::format("{} x {} pixels to {} x {}: sides of more than {} are not scaled",
                                 view.width(), view.height(), newWidth, newHeight, kMostSide));
   }
+  CheckSize(newWidth, newHeight, view.bits());
   const auto scale = [&, isCubic = method == 1] {
     SetRastrelError(ErrNoMemory);  // scaling of 1-bit pages sets none
     return Checked(ScaleDIB(page.handle(), isCubic, newWidth, newHeight));
@@ -444,16 +465,15 @@ constexpr Parameter kSkew[] = {
      .most = 10000},
     kFill};
 constexpr Parameter kDeskew[] = {{.name = "text", .help = "which of the two is the text", .choices = kText}};
-constexpr Parameter kHoles[] = {
-    {.name = "size",
-     .help =
-         "auto measures each hole; -3, -2, -1, 0 for holes of 9, 7, 5, 4 mm, or n of 1 and more for n / 2 "
-         "+ 2 mm",
-     .defaultValue = kAutomaticHoles,
-     .least = -3,
-     .most = 40,
-     .word = "auto",
-     .wordValue = kAutomaticHoles}};
+constexpr Parameter kHoles[] = {{.name = "size",
+                                 .help = "auto measures each hole of more than 4 mm; -3, -2, -1, 0 for holes "
+                                         "of 9, 7, 5, 4 mm, or n of 1 and more for n / 2 "
+                                         "+ 2 mm",
+                                 .defaultValue = kAutomaticHoles,
+                                 .least = -3,
+                                 .most = 40,
+                                 .word = "auto",
+                                 .wordValue = kAutomaticHoles}};
 constexpr Parameter kClean[] = {
     {.name = "level",
      .help = "on 1-bit pages what has fewer than level x 8 / 100 dark neighbours goes; on grey pages the "
@@ -518,7 +538,10 @@ constexpr Parameter kCropSheet[] = {
      .defaultValue = 50,
      .least = 1,
      .most = 100},
-    {.name = "margin", .help = "pixels left around the sheet", .least = -1000, .most = 1000},
+    {.name = "margin",
+     .help = "pixels left around the sheet, less than a quarter of the page",
+     .least = -1000,
+     .most = 1000},
     {.name = "sheet", .help = "which of the two is the sheet", .choices = kSheets}};
 constexpr Parameter kCut[] = {
     {.name = "rows", .help = "of the upper piece", .isRequired = true, .least = 1, .most = 1e6}};
@@ -594,10 +617,10 @@ constexpr Operation kOperations[] = {
      "1 bit are judged by a threshold of 128; what is cut out keeps its depth.",
      "1, 4, 8, 24", kCropSheet, RunCropSheet},
     {"cut", "Cuts the page across into an upper and a lower one.", "", "1, 4, 8, 24", kCut, nullptr, RunCut},
-    {"scale", "Scales the page: `scale:1240`, `scale:percent=50`, `scale:dpi=150,method=cubic`.",
+    {"scale", "Scales the page, as in scale:1240, scale:percent=50 or scale:dpi=150,method=cubic.",
      "Pixels are sampled, not averaged: make text pages grey before they become much smaller. With cubic the "
      "bottom row blends into black.",
-     "1, 4, 8, 24", kScale, RunScale},
+     "1, 4, 8, 24", kScale, RunScale, nullptr, nullptr, CheckScale},
     {"scale-grey", "Turns the page to 8-bit grey and enlarges it by whole factors.", "", "1, 4, 8, 24",
      kScaleGrey, RunScaleGrey},
     {"split", "Cuts the page into tiles, a page each, row by row from the top left.",
@@ -618,7 +641,10 @@ constexpr Operation kOperations[] = {
 
 // ---- text -------------------------------------------------------------------------------------------------
 
-std::string Number(double value) { return fmt::format("{:g}", value); }
+std::string Number(double value) {
+  return value == std::trunc(value) ? fmt::format("{}", static_cast<int64_t>(value))
+                                    : fmt::format("{:g}", value);
+}
 
 std::string Upper(std::string_view text) {
   std::string upper;
@@ -719,6 +745,7 @@ Step ParseStep(std::string_view text) {
           fmt::format("{}: {} is missing; it is {}", name, parameters[i].name, Synopsis(*step.operation)));
     }
   }
+  if (step.operation->check != nullptr) step.operation->check(step.values);
   return step;
 }
 

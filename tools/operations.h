@@ -62,6 +62,8 @@ struct Operation {
   std::vector<Dib> (*split)(const Dib& page, const Values& values) = nullptr;
   // Takes all pages that go to one place, in reading order.
   Dib (*merge)(std::span<const Dib> pages, const Values& values) = nullptr;
+  // Throws UsageError for values that do not go together.
+  void (*check)(const Values& values) = nullptr;
 };
 
 std::span<const Operation> Operations();

@@ -14,6 +14,10 @@ constexpr int kMaxTurnedSide = 0xFFFF;  // RotateDIB takes the low 16 bits of a 
 
 constexpr int ColoursOf(int bits) { return bits <= 8 ? 1 << bits : 0; }
 
+uint64_t HeadBytes(int bits) {
+  return sizeof(BITMAPINFOHEADER) + static_cast<uint64_t>(ColoursOf(bits)) * sizeof(RGBQUAD);
+}
+
 unsigned GetIndex(const uint8_t* row, int bits, int x) {
   if (bits == 8) return row[x];
   const int perByte = 8 / bits;
@@ -81,18 +85,22 @@ uint64_t StrideOf(int64_t width, int bits) {
   return (static_cast<uint64_t>(width) * static_cast<uint64_t>(bits) + 31) / 32 * 4;
 }
 
-Dib MakePage(int64_t width, int64_t height, int bits, Resolution resolution) {
+void CheckSize(int64_t width, int64_t height, int bits) {
   constexpr int64_t kMaxSide = 0x7FFFFFFF;
   if (width < 1 || height < 1 || width > kMaxSide || height > kMaxSide) {
     throw PageError(fmt::format("has a size of {} x {} pixels", width, height));
   }
-  const int colours = ColoursOf(bits);
   const uint64_t stride = StrideOf(width, bits);
-  const uint64_t head = sizeof(BITMAPINFOHEADER) + static_cast<uint64_t>(colours) * sizeof(RGBQUAD);
-  if (stride > kMaxBlockBytes || stride * static_cast<uint64_t>(height) + head > kMaxBlockBytes) {
+  if (stride > kMaxBlockBytes || stride * static_cast<uint64_t>(height) + HeadBytes(bits) > kMaxBlockBytes) {
     throw PageError(fmt::format("{} x {} pixels of {} bits are more than 4 GiB", width, height, bits));
   }
-  const uint64_t bytes = stride * static_cast<uint64_t>(height);
+}
+
+Dib MakePage(int64_t width, int64_t height, int bits, Resolution resolution) {
+  CheckSize(width, height, bits);
+  const int colours = ColoursOf(bits);
+  const uint64_t head = HeadBytes(bits);
+  const uint64_t bytes = StrideOf(width, bits) * static_cast<uint64_t>(height);
   Dib page(GlobalAlloc(GMEM_MOVEABLE, static_cast<size_t>(bytes + head)));
   void* block = page ? GlobalLock(page.handle()) : nullptr;
   if (block == nullptr) throw PageError(fmt::format("no memory for {} x {} pixels", width, height));

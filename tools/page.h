@@ -90,6 +90,9 @@ struct Ink {
 // Bytes from row to row.
 uint64_t StrideOf(int64_t width, int bits);
 
+// Throws when no block can hold such a page.
+void CheckSize(int64_t width, int64_t height, int bits);
+
 // Makes a page of `bits` (1, 4, 8, 24) with a grey ramp from black to white as its table and its rows unset.
 // Throws when it would not fit into a block or into memory.
 Dib MakePage(int64_t width, int64_t height, int bits, Resolution resolution);

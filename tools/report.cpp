@@ -18,7 +18,8 @@ double Rounded(double value, double steps) { return std::round(value * steps) / 
 Json ToJson(const PageReport& report, Command command) {
   const PageRecord& record = report.record;
   Json json = {{"file", report.file}, {"page", report.page}, {"pages", report.pages}};
-  if (!report.output.empty() && !report.isDropped) json["output"] = report.output;
+  if (report.outputs.size() == 1) json["output"] = report.outputs.front();
+  if (report.outputs.size() > 1) json["outputs"] = report.outputs;
   if (!report.error.empty()) {
     json["error"] = report.error;
     return json;
@@ -99,6 +100,11 @@ void Reporter::Page(const PageReport& report) {
   trimmed_ += report.record.trimmedPixels > 0;
   punched_ += report.record.holes > 0;
   failed_ += !report.error.empty();
+  if (!report.outputs.empty()) {
+    if (firstOutput_.empty()) firstOutput_ = report.outputs.front();
+    lastOutput_ = report.outputs.back();
+    made_ += report.made;
+  }
   if (report.isDropped) {
     ++dropped_;
     droppedPages_ += fmt::format("{}{}", droppedPages_.empty() ? "" : ", ", report.page);
@@ -116,6 +122,13 @@ void Reporter::Page(const PageReport& report) {
   DrawBar();
 }
 
+// Where `pages` pages went.
+std::string Reporter::Arrow(int pages) const {
+  if (firstOutput_.empty()) return "";
+  if (firstOutput_ != lastOutput_) return fmt::format(" -> {} to {}", firstOutput_, lastOutput_);
+  return fmt::format(" -> {}{}", firstOutput_, made_ > pages ? fmt::format(", {} pages", made_) : "");
+}
+
 void Reporter::PrintLine(const PageReport& report) {
   const PageRecord& record = report.record;
   if (command_ == Command::kInfo) {
@@ -126,9 +139,9 @@ void Reporter::PrintLine(const PageReport& report) {
                record.isBlank ? ", blank" : "");
     return;
   }
-  std::string arrow = report.output.empty() || report.isDropped ? "" : fmt::format(" -> {}", report.output);
-  if (report.made > 1) arrow += fmt::format(", {} pages", report.made);
   if (options_.isVerbose) {
+    const std::string arrow = Arrow(1);
+    ForgetOutputs();
     if (!report.error.empty()) return;
     const std::string deeds = command_ == Command::kClean ? Deeds(report) : "done";
     fmt::print("{}: {} x {} pixels, {} bit{}, {}: {}{}\n", PageName(report), record.width, record.height,
@@ -139,6 +152,8 @@ void Reporter::PrintLine(const PageReport& report) {
     return;
   }
   if (report.page < report.pages || hasBar_) return;
+  const std::string arrow = Arrow(report.pages);
+  ForgetOutputs();
   if (report.pages > 1) {
     if (failed_ < report.pages) PrintCounts(fmt::format("{}: {} pages", report.file, report.pages), arrow);
   } else if (report.error.empty()) {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "clean.h"
 
@@ -18,14 +19,14 @@ struct ReportOptions {
 // One page's outcome.
 struct PageReport {
   std::string file;
-  int page = 1;             // from 1
-  int pages = 1;            // of its file
-  int joined = 1;           // pages that were made one
-  int made = 1;             // pages that came of it
-  std::string output;       // empty where nothing is written
-  std::string error;        // empty when the page is done
-  bool isFollowUp = false;  // the error has been told with an earlier page
-  bool isDropped = false;   // blank and left out: nothing is written
+  int page = 1;                      // from 1
+  int pages = 1;                     // of its file
+  int joined = 1;                    // pages that were made one
+  int made = 1;                      // pages that came of it
+  std::vector<std::string> outputs;  // the files that it went to
+  std::string error;                 // empty when the page is done
+  bool isFollowUp = false;           // the error has been told with an earlier page
+  bool isDropped = false;            // blank and left out: nothing is written
   PageRecord record;
 };
 
@@ -50,6 +51,12 @@ class Reporter {
   void DrawBar();
   void PrintLine(const PageReport& report);
   void PrintCounts(const std::string& head, const std::string& tail) const;
+  std::string Arrow(int pages) const;
+  void ForgetOutputs() {
+    firstOutput_.clear();
+    lastOutput_.clear();
+    made_ = 0;
+  }
 
   Command command_;
   ReportOptions options_;
@@ -61,6 +68,8 @@ class Reporter {
   // Pages of the file that is coming in, or of all files under a bar.
   int turned_ = 0, trimmed_ = 0, punched_ = 0, failed_ = 0, dropped_ = 0;
   std::string droppedPages_;  // "3, 7"
+  std::string firstOutput_, lastOutput_;
+  int made_ = 0;
 };
 
 }  // namespace rastrel::tool

@@ -35,7 +35,7 @@ case_usage() {
   for arguments in "" "polish x" "clean" "clean $letter" "clean $letter -o x.jpg" "clean $letter -o x" \
     "clean $letter -o x.png --speck-level 19" "clean $letter -o x.png --holes -4" "clean $letter -o x.png -j 0" \
     "clean $letter -o x.png --reduce paint" "clean $letter -o x.png --brightness 1.5" "apply -o x.png trim" \
-    "apply $letter -o x.png trim:1" "apply $letter -o x.png trim polish" "apply $letter -o x.png rotate:much"; do
+    "apply $letter -o x.png scale" "apply $letter -o x.png trim $letter" "apply $letter -o x.png trim:1" "apply $letter -o x.png trim polish" "apply $letter -o x.png rotate:much"; do
     # shellcheck disable=SC2086
     expect 2 "$rastrel" $arguments
     [ -s err ] || fail "no message for: $arguments"
@@ -105,6 +105,7 @@ case_tiles() {
   expect 0 "$rastrel" apply page.png -o tile.png split:512 --json
   grep -q '"made":12,' out || fail "not 12 tiles: $(cat out)"
   [ "$(ls tile-*.png | wc -l)" -eq 12 ] || fail "tiles: $(ls)"
+  grep -q '"outputs":\["tile-001.png",.*"tile-012.png"\]' out || fail "told: $(cat out)"
   expect 0 "$rastrel" apply tile-*.png -o joined.png merge:3
   cmp -s page.png joined.png || fail "the tiles do not make the page"
   grep -q "^tile-001.png and 11 more: done -> joined.png$" out || fail "told: $(cat out)"
@@ -112,6 +113,8 @@ case_tiles() {
   expect 0 "$rastrel" apply page.png -o tiles.tif split:512 flip:h
   [ "$("$rastrel" info tiles.tif | wc -l)" -eq 12 ] || fail "tiles.tif has not 12 pages"
   mkdir folder
+  expect 0 "$rastrel" apply tiles.tif -o singles.png
+  grep -q "^tiles.tif: 12 pages -> singles-001.png to singles-012.png$" out || fail "told: $(cat out)"
   expect 0 "$rastrel" apply tiles.tif -o folder --format png flip:h merge:3
   cmp -s page.png folder/tiles.png || fail "the pages of tiles.tif do not make the page"
   # Inputs and earlier outputs are safe from the names of tiles.
@@ -140,6 +143,8 @@ case_blank() {
   expect 0 "$rastrel" clean blank.png -o none.png --drop-blank 0.2 --json
   grep -q '"blank":true,"dropped":true' out || fail "told: $(cat out)"
   [ ! -e none.png ] || fail "a blank page was written"
+  expect 0 "$rastrel" clean blank.png -o none.tif --drop-blank 0.2
+  complains "none.tif is not written: all its pages are blank"
 }
 
 # A limit on the size of files stands in for a disk that is full.

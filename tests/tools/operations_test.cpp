@@ -219,12 +219,16 @@ TEST(Operations, CropSheetFindsTheSheetWithAPictureOnIt) {
         PaintRow(view, y, 0, 200, ExtremeInk(view, false));
         if (isSheet) PaintRow(view, y, 30, 190, ExtremeInk(view, true));
         if (isPicture) PaintRow(view, y, 60, 120, ExtremeInk(view, false));
+        if (y == 147) PaintRow(view, y, 35, 36, ExtremeInk(view, false));
       }
     }
     const std::vector<Dib> sheet = RunText("crop-sheet", One(std::move(page)));
     EXPECT_EQ(160, PageView(sheet[0]).width()) << bits;
     EXPECT_EQ(130, PageView(sheet[0]).height()) << bits;
     EXPECT_EQ(bits, PageView(sheet[0]).bits());
+    EXPECT_EQ(0, BrightnessAt(sheet[0], 5, 127));
+    EXPECT_EQ(255, BrightnessAt(sheet[0], 6, 127));
+    EXPECT_THROW(RunText("crop-sheet:margin=33", sheet), PageError);
     EXPECT_THROW(RunText("crop-sheet:sheet=dark,share=100", sheet), PageError);
   }
 }
@@ -247,7 +251,7 @@ TEST(Operations, ScaleTakesASizeAPercentageOrAResolution) {
     expectSize("scale:percent=0.1", 1, 1, 300);
     expectSize("scale:dpi=150", 30, 20, 150);
     for (const char* text : {"scale", "scale:30,percent=50", "scale:percent=50,dpi=100"})
-      EXPECT_THROW(RunText(text, page), PageError) << text;
+      EXPECT_THROW(ParseStep(text), UsageError) << text;
     const std::vector<Dib> grey = RunText("scale-grey:2,1", page);
     EXPECT_EQ(std::pair(120, 40), std::pair(PageView(grey[0]).width(), PageView(grey[0]).height()));
     EXPECT_EQ(0, BrightnessAt(grey[0], 14, 9)) << "black stays black";
