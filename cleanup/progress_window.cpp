@@ -69,6 +69,8 @@ ProgressWindow::ProgressWindow(Kind kind) : record_(kind == Kind::kSkew ? skewRe
 bool ProgressWindow::Open(int total, HWND parent) {
   shown_ = true;
   record_ = {record_.templateName, record_.procedure, nullptr, parent, total, false, false, false};
+  const INITCOMMONCONTROLSEX classes = {sizeof(classes), ICC_PROGRESS_CLASS};
+  InitCommonControlsEx(&classes);
   record_.window = CreateDialogParamA(LibraryInstance(), record_.templateName, parent, record_.procedure, 0);
   if (record_.window == nullptr) return false;
   if (parent != nullptr && IsWindowEnabled(parent) != 0) {

@@ -1,12 +1,14 @@
-# Installs the libraries, the two public headers, a CMake package and a pkg-config file.
+# Installs the libraries, the public headers, a CMake package and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS rastrel rastrel_static EXPORT RastrelTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES ${RASTREL_INCLUDE_DIR}/rastrel.h ${RASTREL_INCLUDE_DIR}/rastrel_host.h
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES ${RASTREL_INCLUDE_DIR}/rastrel.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+if(NOT WIN32)
+  install(FILES ${RASTREL_INCLUDE_DIR}/rastrel_host.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+endif()
 
 set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/Rastrel)
 install(EXPORT RastrelTargets NAMESPACE Rastrel:: DESTINATION ${packageDir})
@@ -18,5 +20,10 @@ install(FILES ${PROJECT_BINARY_DIR}/RastrelConfig.cmake ${PROJECT_BINARY_DIR}/Ra
 
 # Relative, so that the installed tree can be moved.
 file(RELATIVE_PATH RASTREL_PREFIX_FROM_PC /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+if(WIN32)
+  set(RASTREL_PRIVATE_LIBS "-lgdi32 -lcomctl32 -static")
+else()
+  set(RASTREL_PRIVATE_LIBS -lpthread)
+endif()
 configure_file(cmake/rastrel.pc.in ${PROJECT_BINARY_DIR}/rastrel.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/rastrel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -24,10 +24,8 @@
 #ifdef _WIN32
 #include <windows.h>
 #define RASTREL_CALL __stdcall
-#if defined(RASTREL_STATIC)
+#if defined(RASTREL_STATIC) || defined(RASTREL_BUILDING) /* the linker is told what is exported */
 #define RASTREL_API
-#elif defined(RASTREL_BUILDING)
-#define RASTREL_API __declspec(dllexport)
 #else
 #define RASTREL_API __declspec(dllimport)
 #endif

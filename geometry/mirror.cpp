@@ -95,7 +95,7 @@ int MoveBitmap(HBITMAP bitmap, RowMove move, Order order) {
   }
   constexpr int kBufferBytes = 1 << 15;
   const BITMAP& description = fetched.description();
-  const int rows = std::clamp(kBufferBytes / description.bmWidthBytes, 1, description.bmHeight);
+  const int rows = std::clamp<int>(kBufferBytes / description.bmWidthBytes, 1, description.bmHeight);
   const NewBlock buffer(static_cast<uint64_t>(rows) * static_cast<uint64_t>(description.bmWidthBytes),
                         Content::kUnset);
   if (!buffer) {

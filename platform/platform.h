@@ -5,6 +5,8 @@
 
 #ifdef _WIN32
 #include <windows.h>
+
+#include <commctrl.h>
 #else
 #include <rastrel_host.h>
 

@@ -122,6 +122,14 @@ constexpr int IDCANCEL = 2;
 constexpr int SW_SHOWNORMAL = 1;
 constexpr UINT PM_REMOVE = 1;
 
+struct INITCOMMONCONTROLSEX {
+  DWORD dwSize;
+  DWORD dwICC;
+};
+constexpr DWORD ICC_PROGRESS_CLASS = 0x20;
+// The progress bar is always there. Returns 1.
+BOOL InitCommonControlsEx(const INITCOMMONCONTROLSEX* classes);
+
 constexpr WORD LOWORD(uintptr_t value) { return static_cast<WORD>(value & 0xFFFF); }
 
 // Opens the two progress windows, "PROGRESSDLG" and "PUNCHPROGRESSDLG", through the presenter; null when the

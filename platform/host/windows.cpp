@@ -103,6 +103,8 @@ int MessageBoxA(HWND owner, LPCSTR text, LPCSTR title, UINT style) {
   return now.messageBox == nullptr ? 1 : now.messageBox(now.messageBoxContext, owner, text, title, style);
 }
 
+BOOL InitCommonControlsEx(const INITCOMMONCONTROLSEX* /*classes*/) { return TRUE; }
+
 HWND CreateDialogParamA(HINSTANCE /*instance*/, LPCSTR templateName, HWND owner, DLGPROC procedure,
                         LPARAM parameter) {
   const LPCSTR caption = CaptionOf(templateName);
