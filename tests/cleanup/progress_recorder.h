@@ -42,7 +42,7 @@ class ProgressRecorder {
   ProgressRecorder& operator=(const ProgressRecorder&) = delete;
 
   static inline char parentObject;
-  static inline const HWND kParent = &parentObject;
+  static inline const HWND kParent = reinterpret_cast<HWND>(&parentObject);
 
   std::string caption;
   HWND window = nullptr;

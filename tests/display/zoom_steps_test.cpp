@@ -3,8 +3,9 @@
 
 #include <array>
 #include <sstream>
-#include <thread>
 #include <utility>
+
+#include "tests/support/fresh_thread.h"
 
 namespace rastrel::testing {
 namespace {
@@ -66,13 +67,13 @@ TEST(BZoomStep, FormsLargeProductsInFullAndCutsTheQuotient) {
 }
 
 TEST(BZoomStep, TakesTheThreadsBaseAndTables) {
-  std::thread([] {
+  OnFreshThread([] {
     const ScaleStepTable in = {2, {100, 400}}, out = {1, {100}};
     ASSERT_EQ(1, BZoomSetScaleSteps(100, &in, &out));
     ExpectSteps(kTableIn, "1/1 400/100");
     ExpectSteps(kFineIn, "100/100 105/100");
     ExpectSteps(kFineOut, "100/120 100/100");
-  }).join();
+  });
 }
 
 TEST(BZoomStep, LeavesTheRatioToModesThatAreNoSteps) {

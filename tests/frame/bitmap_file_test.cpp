@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <rastrel.h>
 #include <unistd.h>
@@ -9,6 +8,7 @@
 #include <iterator>
 
 #include "platform/host/fault_injection.h"
+#include "platform/platform.h"
 #include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
 
@@ -154,12 +154,13 @@ TEST_F(BitmapFile, ReadDIBInfoLeavesTheFileAtTheRows) {
   for (const uint32_t offset : {0u, 62u, 70u}) {
     const std::string path =
         Write(Bytes(10, 'x') + FileHeader(offset) + InfoHeader(1, 2, 2) + kTwoColours + kTwoRows);
-    const int file = open(path.c_str(), O_RDONLY);
-    lseek(file, 10, SEEK_SET);
+    const auto file = static_cast<HFILE>(reinterpret_cast<intptr_t>(
+        CreateFileA(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)));
+    _llseek(file, 10, FILE_BEGIN);
     const TestDib info(ReadDIBInfo(file));
     EXPECT_EQ(InfoHeader(1, 2, 2, 8, 2) + kTwoColours, info.block());
-    EXPECT_EQ(10 + (offset == 0 ? 62 : static_cast<off_t>(offset)), lseek(file, 0, SEEK_CUR));
-    close(file);
+    EXPECT_EQ(10 + (offset == 0 ? 62 : static_cast<LONG>(offset)), _llseek(file, 0, FILE_CURRENT));
+    _lclose(file);
   }
 }
 

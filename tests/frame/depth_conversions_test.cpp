@@ -26,7 +26,7 @@ TestDib RunLengths(int bits, int width, int height, const Bytes& stream) {
   return TestDib(block);
 }
 
-using Convert = HGLOBAL (*)(HGLOBAL);
+using Convert = HGLOBAL(RASTREL_CALL*)(HGLOBAL);
 
 // An empty block is a refusal.
 void ExpectResult(Convert convert, const TestDib& page, const Bytes& expected, int refusal) {

@@ -61,10 +61,10 @@ TEST(ConvertBitmapToDIB, MakesTheHeaderAndTheColourTable) {
     const auto entry = [&](size_t at) { return block[at + 2] << 16 | block[at + 1] << 8 | block[at]; };
     EXPECT_TRUE(c.dibBits == 24 ||
                 (entry(44) == c.secondEntry && entry(36 + 4 * header.biClrUsed) == c.lastEntry));
-    for (HGDIOBJ object : {palette, bitmap}) DeleteObject(object);
+    for (HGDIOBJ object : std::initializer_list<HGDIOBJ>{palette, bitmap}) DeleteObject(object);
   }
   EXPECT_EQ(nullptr, ConvertBitmapToDIB(nullptr, nullptr));
-  EXPECT_EQ(nullptr, ConvertBitmapToDIB(kDead, kDead));
+  EXPECT_EQ(nullptr, ConvertBitmapToDIB(kDead, reinterpret_cast<HPALETTE>(kDead)));
 }
 
 TEST(ConvertBitmapToDIB, HasItsStandardColours) {
@@ -187,7 +187,8 @@ TEST(DeviceBitmaps, SurviveEveryFault) {
 }
 
 TEST(SaveBitmap, KeptNeverFreesThePageMadeOnTheWay) {
-  const std::string path = std::filesystem::temp_directory_path() / ("bitmap-" + std::to_string(getpid()));
+  const std::string path =
+      (std::filesystem::temp_directory_path() / ("bitmap-" + std::to_string(getpid()))).string();
   const size_t blocks = host::LiveBlocks();
   HBITMAP bitmap = AnyBitmap(9, 4, 1, 32);
   EXPECT_EQ(1, SaveBitmap(path.c_str(), bitmap, nullptr));

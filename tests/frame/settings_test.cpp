@@ -3,19 +3,13 @@
 
 #include <cstring>
 #include <string>
-#include <thread>
 
 #include "frame/thread_state.h"
 #include "platform/host/fault_injection.h"
+#include "tests/support/fresh_thread.h"
 
 namespace rastrel::testing {
 namespace {
-
-// Runs `body` on a thread of its own, whose state block is a fresh one.
-template <class Body>
-void OnFreshThread(Body body) {
-  std::thread(body).join();
-}
 
 TEST(RastrelError, TakesOnlyKnownCodesAndIsEachThreadsOwn) {
   OnFreshThread([] {
@@ -142,16 +136,18 @@ TEST(DllMain, AttachesAndDetaches) {
   EXPECT_NE(0, DllMain(nullptr, DLL_PROCESS_DETACH, nullptr));
   EXPECT_NE(0, DllMain(nullptr, DLL_PROCESS_DETACH, nullptr));
   EXPECT_EQ(0, RastrelError()) << "calls still work after the library was detached";
-  int module = 0;
-  EXPECT_NE(0, DllMain(&module, DLL_PROCESS_ATTACH, nullptr));
-  EXPECT_EQ(&module, LibraryInstance());
+  int object = 0;
+  const auto module = reinterpret_cast<HINSTANCE>(&object);
+  EXPECT_NE(0, DllMain(module, DLL_PROCESS_ATTACH, nullptr));
+  EXPECT_EQ(module, LibraryInstance());
   EXPECT_EQ(-1, RunLibraryDialog(nullptr, "PRINTPAGE", nullptr)) << "the host has no modal dialogs";
   // Where the platform notifies twice, the second time is refused.
   host::SetPlatformVersion(kNotifiesTwice);
   EXPECT_EQ(0, DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr));
   EXPECT_EQ(0, DllMain(nullptr, DLL_PROCESS_DETACH, nullptr));
   host::SetPlatformVersion(0);
-  EXPECT_EQ(&module, LibraryInstance());
+  EXPECT_EQ(module, LibraryInstance());
+  EXPECT_NE(0, DllMain(nullptr, DLL_PROCESS_ATTACH, nullptr));
 }
 
 }  // namespace

@@ -34,12 +34,12 @@ DeviceBitmap RandomBits(int width, int height, int planes, int bits) {
 }
 
 // Moves a bitmap in place, or makes a moved one; null when it fails.
-template <int (*operation)(HBITMAP)>
-HBITMAP InPlace(HBITMAP bitmap) {
+template <int(RASTREL_CALL* operation)(HBITMAP)>
+HBITMAP RASTREL_CALL InPlace(HBITMAP bitmap) {
   return operation(bitmap) == 1 ? bitmap : nullptr;
 }
 struct Move {
-  HBITMAP (*operation)(HBITMAP);
+  HBITMAP(RASTREL_CALL* operation)(HBITMAP);
   DeviceBitmap (*plain)(const DeviceBitmap&);
 };
 constexpr Move kMoves[] = {{RotateBitmap90, reference::RotateBitmap90},
@@ -56,7 +56,7 @@ void ExpectAsReference(const DeviceBitmap& bits) {
     BITMAP description = {};
     GetObjectA(moved, sizeof description, &description);
     EXPECT_EQ(std::pair(expected.width, expected.height),
-              std::pair(description.bmWidth, description.bmHeight));
+              (std::pair<int, int>(description.bmWidth, description.bmHeight)));
     EXPECT_EQ(expected.planes, description.bmPlanes);
     ASSERT_EQ(expected.bytes, BytesOf(moved))
         << "move " << &move - kMoves << ", " << bits.width << " x " << bits.height << ", " << bits.planes
@@ -95,9 +95,9 @@ TEST(BitmapMoves, RefuseWhatIsNoBitmapAndSurviveFaults) {
   HBITMAP bitmap = Make(RandomBits(50, 20, 1, 8));
   for (const Move& move : kMoves) {
     const size_t objects = host::LiveObjects();
-    for (void* other : {palette, page.handle(), HGLOBAL{nullptr}}) {
+    for (void* other : std::initializer_list<void*>{palette, page.handle(), nullptr}) {
       SetRastrelError(kErrorBefore);
-      EXPECT_EQ(nullptr, move.operation(other));
+      EXPECT_EQ(nullptr, move.operation(static_cast<HBITMAP>(other)));
       EXPECT_EQ(ErrBitmapParams, RastrelError());
     }
     const auto run = [&](HGLOBAL) {
@@ -134,7 +134,8 @@ TEST(InvertBitmap, InvertsEveryPixelAndLetsTheBitmapGo) {
     EXPECT_EQ(inverted, BytesOf(bitmap));
     EXPECT_EQ(1, DeleteObject(bitmap));
   }
-  for (void* other : {unused.handle(), HGLOBAL{nullptr}}) EXPECT_EQ(0, InvertBitmap(other));
+  for (void* other : {unused.handle(), HGLOBAL{nullptr}})
+    EXPECT_EQ(0, InvertBitmap(static_cast<HBITMAP>(other)));
 }
 
 }  // namespace

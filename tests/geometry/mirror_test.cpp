@@ -64,7 +64,7 @@ TEST(FlipDIB, KeptLeavesPagesOfTwoBitsBlankLeftToRight) {
 TEST(FlipDIB, RefusesWhatIsNoPageAndLeavesNothingBehind) {
   HGLOBAL freed = GlobalAlloc(GMEM_MOVEABLE, 100);
   GlobalFree(freed);
-  for (HGLOBAL (*flip)(HGLOBAL) : {FlipDIBVertical, FlipDIBHorizontal}) {
+  for (HGLOBAL(RASTREL_CALL * flip)(HGLOBAL) : {FlipDIBVertical, FlipDIBHorizontal}) {
     for (HGLOBAL dead : {freed, HGLOBAL{nullptr}}) EXPECT_EQ(nullptr, flip(dead));
     for (const Bytes& block : LyingBlocks(24)) {
       const reference::View view(block);

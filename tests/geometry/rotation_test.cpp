@@ -204,7 +204,7 @@ TEST(RotateDIB, TriesAgainWhenMemoryRunsOutAndCleansUpWhenALockFails) {
 TEST(LongOperations, ShowTheWaitCursor) {
   const TestDib page = TestDib::Random(8, 9, 9, 1);
   HBITMAP bitmap = CreateBitmap(9, 9, 1, 8, nullptr);
-  const auto expectCursor = [](auto operation, void* of) {
+  const auto expectCursor = [](auto operation, auto of) {
     std::vector<int> shown;
     RastrelHostSetCursor(
         [](void* context, int cursor) { static_cast<std::vector<int>*>(context)->push_back(cursor); },

@@ -202,7 +202,7 @@ TEST(CombineBMP, DrawsTheMaskIntoTheSourceAndThatIntoTheDestination) {
 TEST(CombineBMP, RefusesWhatIsNoBitmap) {
   HBITMAP source = Bilevel({0xF0, 0, 0x3C, 0}, 8), narrow = Bilevel({0, 0, 0, 0}, 7), none = nullptr;
   HBITMAP page = Bilevel({0xFF, 0x0F, 0xAA, 0xAA}, 16), mask = CreateBitmap(8, 2, 1, 32, nullptr);
-  HBITMAP dead = kDead;
+  HBITMAP dead = static_cast<HBITMAP>(kDead);
   const auto refuses = [&](HBITMAP* onto, HBITMAP from, HBITMAP through, int error) {
     SetRastrelError(kErrorBefore);
     EXPECT_EQ(0, CombineBMP(0, 0, onto, from, through, 0));

@@ -64,8 +64,8 @@ TEST(ScaleMonoRect, RefusesRectanglesAndSizesAndSetsNoError) {
     EXPECT_EQ(nullptr,
               ScaleMonoRect(LockedDib(page.handle()), left, top, width, height, newWidth, newHeight));
   // A rectangle may reach as far as it likes.
-  const TestDib far(ScaleMonoRect(LockedDib(page.handle()), 8, 4, INT_MAX, INT_MAX, 100, 70));
-  EXPECT_EQ(100, far.width());
+  const TestDib wide(ScaleMonoRect(LockedDib(page.handle()), 8, 4, INT_MAX, INT_MAX, 100, 70));
+  EXPECT_EQ(100, wide.width());
   EXPECT_EQ(kErrorBefore, RastrelError());
   const auto enlarge = [](HGLOBAL dib) { return Scaled(dib, 20, 10); };
   ExpectRefusals({}, {1}, enlarge);
