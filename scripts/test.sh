@@ -1,17 +1,24 @@
 #!/usr/bin/env bash
-# Builds Rastrel and runs all of its tests: release, address and undefined-behaviour sanitizers, 32 bits, and the format
-# check. Installs what is missing (Debian). With arguments only those are run: release debug-sanitize 32-bit format
+# Builds Rastrel and runs all of its tests: release, address and undefined-behaviour sanitizers, 32 bits, Windows (64 bits
+# under Wine; 32 bits too where there is a 32-bit Wine), the format check, and whether all builds make the same bytes.
+# Installs what is missing (Debian). With arguments only those are run: format release debug-sanitize 32-bit windows
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
-rastrel_install "${RASTREL_BUILD_PACKAGES[@]}" "${RASTREL_TOOL_PACKAGES[@]}" "${RASTREL_TEST_PACKAGES[@]}" \
-  "${RASTREL_LINT_PACKAGES[@]}"
 
+[ $# -gt 0 ] || set -- format release debug-sanitize 32-bit windows
+packages=("${RASTREL_BUILD_PACKAGES[@]}" "${RASTREL_TOOL_PACKAGES[@]}" "${RASTREL_TEST_PACKAGES[@]}"
+  "${RASTREL_LINT_PACKAGES[@]}")
+case " $* " in *" windows "*) packages+=("${RASTREL_WINDOWS_PACKAGES[@]}") ;; esac
+rastrel_install "${packages[@]}"
+
+built=()
 run_preset() {
   printf '\n== %s\n' "$1"
   cmake --preset "$1" >/dev/null
   cmake --build --preset "$1"
   ctest --preset "$1"
+  built+=("$1")
 }
 
 check_format() {
@@ -19,10 +26,23 @@ check_format() {
   git ls-files -- '*.h' '*.cpp' '*.c' | xargs clang-format --dry-run --Werror
 }
 
-[ $# -gt 0 ] || set -- format release debug-sanitize 32-bit
+# Each build has written the checksums of what the operations make of the same pages.
+check_same_bytes() {
+  local preset first=build/${built[0]}/tests/checksums.txt
+  printf '\n== same bytes: %s\n' "${built[*]}"
+  for preset in "${built[@]}"; do
+    [ ! -e "build/$preset/tests/checksums.txt" ] || diff -q "$first" "build/$preset/tests/checksums.txt"
+  done
+}
+
 for what in "$@"; do
   case "$what" in
     format) check_format ;;
+    windows)
+      run_preset windows64
+      run_preset windows32
+      ;;
     *) run_preset "$what" ;;
   esac
 done
+[ ${#built[@]} -lt 2 ] || check_same_bytes

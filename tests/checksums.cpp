@@ -1,0 +1,431 @@
+// Writes a line "operation case checksum size error" for every operation on a few hundred pages, which are
+// the same everywhere, into the file named on the command line. All builds must write the same file.
+//
+// Left out is what the screen or the system decides: GetCurrentPalette, GetSystemPalette, ConvertBitmapToDIB,
+// ConvertDIBToBitmap, LoadBitmapFromFile, SaveBitmap, CombineBMP, and bitmaps of other depths than 1 and 32
+// bits. ReadDIBInfo is a part of LoadDIBFromFile.
+#include <rastrel.h>
+
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::FILE* output = nullptr;
+std::string currentCase;
+
+class Checksum {
+ public:
+  Checksum& Add(const void* bytes, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+      value_ = (value_ ^ static_cast<const uint8_t*>(bytes)[i]) * 0x100000001B3u;
+    }
+    size_ += count;
+    return *this;
+  }
+  Checksum& Add(int32_t number) { return Add(&number, sizeof(number)); }
+  // A whole block; a system may round its size or not, and what that adds counts as 0.
+  Checksum& AddBlock(HGLOBAL block) {
+    const uint8_t zeros[8] = {};
+    const size_t size = GlobalSize(block);
+    if (const void* bytes = size == 0 ? nullptr : GlobalLock(block)) {
+      Add(bytes, size).Add(zeros, (8 - size % 8) % 8);
+      GlobalUnlock(block);
+    }
+    return *this;
+  }
+  Checksum& AddBitmap(HBITMAP bitmap) {
+    std::vector<uint8_t> bits(static_cast<size_t>(GetBitmapBits(bitmap, 0, nullptr)));
+    if (!bits.empty()) GetBitmapBits(bitmap, static_cast<int32_t>(bits.size()), bits.data());
+    return Add(bits.data(), bits.size());
+  }
+  void Write(const std::string& operation) const {
+    std::fprintf(output, "%s %s %016llx %zu %d\n", operation.c_str(), currentCase.c_str(),
+                 static_cast<unsigned long long>(value_), size_, RastrelError());
+  }
+
+ private:
+  uint64_t value_ = 0xCBF29CE484222325u;
+  size_t size_ = 0;
+};
+
+// Runs an operation with the thread's error at a code that none sets.
+void Record(const std::string& operation, const std::function<void(Checksum&)>& run) {
+  Checksum sum;
+  SetRastrelError(ErrPrintCancelled);
+  run(sum);
+  sum.Write(operation);
+}
+void RecordPage(const std::string& operation, const std::function<HGLOBAL()>& run) {
+  Record(operation, [&](Checksum& sum) {
+    HGLOBAL result = run();
+    sum.AddBlock(result);
+    if (result != nullptr) GlobalFree(result);
+  });
+}
+void RecordNumber(const std::string& operation, const std::function<int()>& run) {
+  Record(operation, [&](Checksum& sum) { sum.Add(run()); });
+}
+
+class Random {
+ public:
+  explicit Random(uint32_t seed) : state_(seed * 2654435761u + 1) {}
+  uint32_t Below(uint32_t bound) {
+    state_ ^= state_ << 13;
+    state_ ^= state_ >> 17;
+    state_ ^= state_ << 5;
+    return state_ % bound;
+  }
+
+ private:
+  uint32_t state_;
+};
+
+enum class Content { kNoise, kText, kTones };
+
+// How light a pixel is, 0 to 255: noise, slanted lines with a dark margin and holes, or a slope with a little
+// noise.
+uint32_t LightAt(Content content, int x, int y, int width, int height, Random& random) {
+  if (content == Content::kNoise) return random.Below(256);
+  if (content == Content::kTones)
+    return static_cast<uint32_t>(x * 200 / width + y * 40 / height) + random.Below(16);
+  const int line = y * 8 + x;  // about 7 degrees
+  const bool isText = line / 8 % 12 < 3 && x % 7 != 0 && x > width / 6;
+  const int fromHole = (x - 14) * (x - 14) + (y % 90 - 45) * (y % 90 - 45);
+  const bool isHole = fromHole < 110, isMargin = x < 3 || y < 2 || y >= height - 2,
+             isSpeck = random.Below(211) == 0;
+  return isText || isHole || isMargin || isSpeck ? random.Below(60) : 255 - random.Below(40);
+}
+
+HGLOBAL MakePage(int bits, int width, int height, Content content, uint32_t seed) {
+  BITMAPINFOHEADER header = {};
+  header.biSize = sizeof(header);
+  header.biWidth = width;
+  header.biHeight = height;
+  header.biPlanes = 1;
+  header.biBitCount = static_cast<uint16_t>(bits);
+  header.biClrUsed = bits <= 8 ? 1u << bits : 0;
+  header.biXPelsPerMeter = header.biYPelsPerMeter = 5000;
+  const size_t stride = (static_cast<size_t>(width) * static_cast<size_t>(bits) + 31) / 32 * 4;
+  header.biSizeImage = static_cast<uint32_t>(stride * static_cast<size_t>(height));
+  std::vector<uint8_t> page(sizeof(header) + header.biClrUsed * 4);
+  std::memcpy(page.data(), &header, sizeof(header));
+  for (uint32_t i = 0; i < header.biClrUsed; ++i) {
+    const auto grey = static_cast<uint8_t>(i * 255 / (header.biClrUsed - 1));
+    std::memset(&page[sizeof(header) + i * 4], grey, 3);
+  }
+  Random random(seed);
+  for (int y = 0; y < height; ++y) {
+    std::vector<uint8_t> row(stride);
+    for (int x = 0; x < width; ++x) {
+      const uint32_t light = LightAt(content, x, y, width, height, random);
+      if (bits < 8) {
+        const int perByte = 8 / bits;
+        row[static_cast<size_t>(x / perByte)] |=
+            static_cast<uint8_t>(light >> (8 - bits) << (perByte - 1 - x % perByte) * bits);
+        continue;
+      }
+      for (int byte = 0; byte < bits / 8; ++byte) {
+        row[static_cast<size_t>(x * bits / 8 + byte)] =
+            static_cast<uint8_t>(byte == 1 ? light : light * (7 + random.Below(2)) / 8);
+      }
+    }
+    page.insert(page.end(), row.begin(), row.end());
+  }
+  HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, page.size());
+  std::memcpy(GlobalLock(block), page.data(), page.size());
+  GlobalUnlock(block);
+  return block;
+}
+
+std::string With(const char* operation, std::initializer_list<int> arguments) {
+  std::string name = operation;
+  for (const int argument : arguments) name += ":" + std::to_string(argument);
+  return name;
+}
+
+void RecordFrame(HGLOBAL page, int width, int height) {
+  RecordNumber("PaletteSize", [&] {
+    const int size = PaletteSize(GlobalLock(page));
+    GlobalUnlock(page);
+    return size;
+  });
+  RecordPage("DuplicateDIB", [&] { return DuplicateDIB(page); });
+  RecordPage("SaveDIB+LoadDIBFromFile", [&] {
+    SaveDIB("checksums.bmp", page);
+    HGLOBAL loaded = LoadDIBFromFile("checksums.bmp");
+    std::remove("checksums.bmp");
+    return loaded;
+  });
+  RecordPage("InvertDIBPalette", [&] {
+    HGLOBAL copy = DuplicateDIB(page);
+    InvertDIBPalette(copy);
+    return copy;
+  });
+  Record("Get+SetDIBPixelColor", [&](Checksum& sum) {
+    HGLOBAL copy = DuplicateDIB(page);
+    COLORREF colour = 0, other = 0xFFFFFF;
+    const auto x = static_cast<unsigned>(width / 2), y = static_cast<unsigned>(height / 3);
+    sum.Add(GetDIBPixelColor(copy, x, y, &colour)).Add(static_cast<int32_t>(colour));
+    sum.Add(SetDIBPixelColor(copy, x, y, other)).AddBlock(copy);
+    GlobalFree(copy);
+  });
+  Record("CreateDIBPalette", [&](Checksum& sum) {
+    HPALETTE palette = CreateDIBPalette(page);
+    PALETTEENTRY entries[256] = {};
+    const unsigned count = palette == nullptr ? 0 : GetPaletteEntries(palette, 0, 256, entries);
+    sum.Add(entries, count * sizeof(PALETTEENTRY));
+    if (palette != nullptr) DeleteObject(palette);
+  });
+  RecordPage("Convert8to24", [&] { return Convert8to24(page); });
+  for (const uint32_t compression : {BI_RLE8, BI_RLE4}) {
+    RecordPage(With("ExpandCompressedDIB", {static_cast<int>(compression)}), [&] {
+      HGLOBAL copy = DuplicateDIB(page);
+      auto* header = static_cast<BITMAPINFOHEADER*>(GlobalLock(copy));
+      header->biCompression = compression;
+      GlobalUnlock(copy);
+      HGLOBAL result = ExpandCompressedDIB(copy);
+      GlobalFree(copy);
+      return result;
+    });
+  }
+}
+
+void RecordGeometry(HGLOBAL page) {
+  RecordPage("FlipDIBVertical", [&] { return FlipDIBVertical(page); });
+  RecordPage("FlipDIBHorizontal", [&] { return FlipDIBHorizontal(page); });
+  for (const int turns : {-1, 1, 2})
+    RecordPage(With("TurnDIB", {turns}), [&] { return TurnDIB(page, turns); });
+  for (const int hundredths : {370, -1225, 4500, 9000, 18100, 29950, 1, -4499}) {
+    RecordPage(With("RotateDIB", {hundredths}), [&] { return RotateDIB(page, hundredths / 100.0); });
+  }
+  RecordPage("RotateDIB90", [&] { return RotateDIB90(page); });
+  RecordPage("RotateDIB180", [&] { return RotateDIB180(page); });
+  RecordPage("RotateDIB270", [&] { return RotateDIB270(page); });
+  HGLOBAL tiles = nullptr;
+  int counts[2] = {};
+  Record("SplitDIB", [&](Checksum& sum) {
+    if (sum.Add(SplitDIB(page, 32, 20, &tiles, counts)).Add(counts[0]).Add(counts[1]); tiles == nullptr)
+      return;
+    for (int i = 0; i < counts[0] * counts[1]; ++i) sum.AddBlock(static_cast<HGLOBAL*>(GlobalLock(tiles))[i]);
+  });
+  if (tiles == nullptr) return;
+  RecordPage("MergeDIBs", [&] { return MergeDIBs(tiles, counts[0], counts[1]); });
+  for (int i = 0; i < counts[0] * counts[1]; ++i) GlobalFree(static_cast<HGLOBAL*>(GlobalLock(tiles))[i]);
+  GlobalFree(tiles);
+}
+
+void RecordTone(HGLOBAL page) {
+  for (const int bits : {1, 4, 8}) {
+    RecordPage(With("DitherFS4", {bits}), [&] { return DitherFS4(page, bits); });
+    RecordPage(With("DitherJJN", {bits}), [&] { return DitherJJN(page, bits); });
+    RecordPage(With("DitherSmooth", {bits}), [&] { return DitherSmooth(page, bits); });
+    RecordPage(With("DitherSharp", {bits}), [&] { return DitherSharp(page, bits); });
+  }
+  for (const int method : {0, 1, 2}) {
+    for (const int brightness : {0, -40}) {
+      Record(With("Halftone", {method, brightness}), [&](Checksum& sum) {
+        uint16_t error = 0;
+        HGLOBAL result = Halftone(page, static_cast<uint16_t>(method), brightness, &error);
+        sum.AddBlock(result).Add(error);
+        if (result != nullptr) GlobalFree(result);
+      });
+    }
+    const auto smoothing = static_cast<uint32_t>(method);
+    RecordPage(With("ConvertMonoDIBtoGrayscale", {method}),
+               [&] { return ConvertMonoDIBtoGrayscale(page, smoothing); });
+    RecordPage(With("ConvMonoDIBtoGrayscale", {method}),
+               [&] { return ConvMonoDIBtoGrayscale(page, smoothing); });
+    RecordPage(With("ConvColorDIBtoGrayscale", {method}),
+               [&] { return ConvColorDIBtoGrayscale(page, method % 2, smoothing); });
+  }
+  for (const int tolerance : {0, 300, 900}) {
+    RecordNumber(With("IsImageBlank", {tolerance}), [&] { return IsImageBlank(page, tolerance, 0x808080); });
+  }
+}
+
+void RecordCleanup(HGLOBAL page, int width, int height) {
+  for (const int dark : {0, 1}) {
+    RecordNumber(With("DetectSkewAngle", {dark}), [&] { return DetectSkewAngle(page, dark, 0, nullptr); });
+    RecordPage(With("DeskewDIB", {dark}), [&] { return DeskewDIB(page, dark, 0, nullptr, 1); });
+    for (const int margin : {0, 3}) {
+      Record(With("CropToEdges", {dark, margin}), [&](Checksum& sum) {
+        uint32_t x = 0;
+        HGLOBAL result = CropToEdges(page, 0.6, &x, margin, dark, 1 - margin / 3);
+        sum.AddBlock(result).Add(static_cast<int32_t>(x));
+        if (result != nullptr) GlobalFree(result);
+      });
+    }
+  }
+  for (const int shift : {-9, 0, 4, 50}) {
+    for (const int horizontal : {0, 1}) {
+      Record(With("SkewDIB", {horizontal, shift}), [&](Checksum& sum) {
+        SkewCorners corners = {};
+        uint32_t error = 0;
+        HGLOBAL result = SkewDIB(page, horizontal, shift, &error, &corners);
+        sum.AddBlock(result).Add(&corners, sizeof(corners)).Add(static_cast<int32_t>(error));
+        if (result != nullptr) GlobalFree(result);
+      });
+    }
+  }
+  RecordPage("TrimBlackBorder", [&] { return TrimBlackBorder(page); });
+  for (const int size : {-3, -1, 0, 1, 5}) {
+    RecordPage(With("PunchHoleRemover", {size}), [&] { return PunchHoleRemover(page, size, 0, nullptr); });
+  }
+  RecordPage("AutoPunchHoleRemover", [&] { return AutoPunchHoleRemover(page, 0, nullptr); });
+  RecordPage("CropDIB", [&] { return CropDIB(page, width / 5, height / 4, width * 4 / 5, height / 2); });
+  Record("CutDIB", [&](Checksum& sum) {
+    HGLOBAL first = nullptr, second = nullptr;
+    const int isCut = CutDIB(page, height / 3, &first, &second);
+    sum.Add(isCut);
+    if (isCut == 0) return;
+    for (HGLOBAL part : {first, second}) {
+      // The bytes of a block as the system made it, rounded or not.
+      static_cast<BITMAPINFOHEADER*>(GlobalLock(part))->biSizeImage = 0;
+      sum.AddBlock(part);
+      GlobalFree(part);
+    }
+  });
+  for (const int level : {20, 50, 100}) {
+    for (const int full : {0, 1}) {
+      RecordPage(With("CleanImage", {level, full}), [&] { return CleanImage(page, level, full); });
+    }
+  }
+}
+
+void RecordScaling(HGLOBAL page, int bits, int width, int height) {
+  for (const int cubic : {0, 1}) {
+    RecordPage(With("ScaleDIB", {cubic, 160}),
+               [&] { return ScaleDIB(page, cubic, width * 8 / 5, height * 8 / 5); });
+    RecordPage(With("ScaleDIB", {cubic, 45}),
+               [&] { return ScaleDIB(page, cubic, width * 9 / 20 + 1, height * 9 / 20 + 1); });
+    RecordPage(With("ScaleGrayDIB", {cubic}), [&] {
+      return ScaleGrayDIB(page, 0, 0, static_cast<int16_t>(width * 2 / 3 + 1),
+                          static_cast<int16_t>(height / 2 + 1), 3, 2, static_cast<int16_t>(cubic));
+    });
+  }
+  HGLOBAL source = MakePage(bits == 24 ? 8 : 24, 40, 30, Content::kTones, 5);
+  HGLOBAL mask = MakePage(1, 40, 30, Content::kText, 6);
+  for (const int andFlag : {0, 1}) {
+    for (HGLOBAL through : {HGLOBAL{}, mask}) {
+      Record(With("CombineDIB", {andFlag, through == mask}), [&](Checksum& sum) {
+        HGLOBAL onto = DuplicateDIB(page);
+        sum.Add(CombineDIB(width / 3, -4, &onto, source, through, andFlag)).AddBlock(onto);
+        GlobalFree(onto);
+      });
+    }
+  }
+  GlobalFree(source);
+  GlobalFree(mask);
+}
+
+void RecordBitmap(int bits, int width, int height) {
+  const size_t rowBytes = (static_cast<size_t>(width * bits) + 15) / 16 * 2;
+  std::vector<uint8_t> bytes(rowBytes * static_cast<size_t>(height));
+  Random random(static_cast<uint32_t>(bits * width + height));
+  // Padding is 0. So is the byte of a pixel that is no colour.
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    const bool isWhole = static_cast<int>(i % rowBytes + 1) * 8 <= width * bits,
+               isColour = bits == 1 || i % 4 != 3;
+    bytes[i] = static_cast<uint8_t>(isWhole && isColour ? random.Below(256) : 0);
+  }
+  const auto inPlace = [&](const char* operation, auto run) {
+    Record(operation, [&](Checksum& sum) {
+      HBITMAP bitmap = CreateBitmap(width, height, 1, static_cast<unsigned>(bits), bytes.data());
+      sum.Add(run(bitmap)).AddBitmap(bitmap);
+      DeleteObject(bitmap);
+    });
+  };
+  const auto anew = [&](const char* operation, auto run) {
+    Record(operation, [&](Checksum& sum) {
+      HBITMAP bitmap = CreateBitmap(width, height, 1, static_cast<unsigned>(bits), bytes.data());
+      HBITMAP result = run(bitmap);
+      sum.AddBitmap(result);
+      for (HBITMAP made : {bitmap, result}) DeleteObject(made);
+    });
+  };
+  inPlace("FlipBitmapVertical", FlipBitmapVertical);
+  inPlace("FlipBitmapHorizontal", FlipBitmapHorizontal);
+  inPlace("RotateBitmap180", RotateBitmap180);
+  inPlace("InvertBitmap", InvertBitmap);
+  anew("RotateBitmap90", RotateBitmap90);
+  anew("RotateBitmap270", RotateBitmap270);
+  anew("DuplicateBitmap", DuplicateBitmap);
+  anew("ConvertToMonochromeBitmap", ConvertToMonochromeBitmap);
+}
+
+void RecordSettings() {
+  currentCase = "settings";
+  Record("RastrelErrorString", [](Checksum& sum) {
+    char text[60];
+    for (int code = -1; code <= 33; ++code) sum.Add(RastrelErrorString(text, code), sizeof(text));
+  });
+  Record("GetImageVersion", [](Checksum& sum) {
+    char text[20] = {};
+    GetImageVersion(text, sizeof(text));
+    sum.Add(text, sizeof(text));
+  });
+  Record("Get+SetSettings", [](Checksum& sum) {
+    sum.Add(SetLowMemStretch(3)).Add(GetLowMemStretch());
+    sum.Add(DisplaySetStretchBltMode(2)).Add(DisplayGetStretchBltMode());
+    const ScaleStepTable in = {4, {7, 9, 30, 100}};
+    ScaleStepTable out = {};
+    sum.Add(BZoomSetScaleSteps(7, &in, nullptr))
+        .Add(BZoomGetScaleSteps(nullptr, &out))
+        .Add(&out, sizeof(out));
+  });
+  Record("BZoom", [](Checksum& sum) {
+    Random random(9);
+    for (int i = 0; i < 4000; ++i) {
+      ZoomRecord zoom = {};
+      DisplayRecord display = {};
+      ScreenRecord screen = {};
+      int32_t ratio[4] = {};
+      for (int32_t& term : ratio) term = static_cast<int32_t>(1 + random.Below(i % 2 == 0 ? 40 : 400000));
+      std::memcpy(&display, ratio, sizeof(display));
+      std::memcpy(&screen, ratio, sizeof(screen));
+      const int mode = static_cast<int>(0x20 + random.Below(6));
+      BZoomStart(nullptr, nullptr, nullptr, mode, &zoom, 0);
+      if (i % 4 == 0) BZoomEnd(nullptr, &zoom, &display);
+      if (i % 4 == 1) BZoomScreenEnd(nullptr, &zoom, &screen);
+      if (i % 4 == 2) BZoomStep(nullptr, nullptr, mode, &zoom, &display);
+      if (i % 4 == 3) BZoomScreenStep(nullptr, nullptr, mode, &zoom, &screen);
+      sum.Add(&zoom, sizeof(zoom)).Add(&display, sizeof(display)).Add(&screen, sizeof(screen));
+    }
+  });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  output = argc == 2 ? std::fopen(argv[1], "wb") : nullptr;
+  if (output == nullptr) return 1;
+  RecordSettings();
+  constexpr int kSizes[][2] = {{1, 1},   {3, 7},    {8, 8},     {9, 5},     {31, 17},   {33, 64},
+                               {65, 40}, {100, 77}, {127, 129}, {200, 150}, {257, 199}, {301, 300}};
+  constexpr const char* kContents[] = {"noise", "text", "tones"};
+  uint32_t seed = 1;
+  for (const auto& [width, height] : kSizes) {
+    const std::string size = std::to_string(width) + "x" + std::to_string(height);
+    for (const int bits : {1, 4, 8, 24, 2, 16, 32}) {
+      for (int content = 0; content < 3; ++content) {
+        currentCase = size + "x" + std::to_string(bits) + "," + kContents[content];
+        HGLOBAL page = MakePage(bits, width, height, static_cast<Content>(content), seed++);
+        RecordFrame(page, width, height);
+        RecordGeometry(page);
+        RecordTone(page);
+        RecordCleanup(page, width, height);
+        RecordScaling(page, bits, width, height);
+        GlobalFree(page);
+      }
+    }
+    for (const int bits : {1, 32}) {
+      currentCase = size + "x" + std::to_string(bits) + ",bitmap";
+      RecordBitmap(bits, width, height);
+    }
+  }
+  return std::fclose(output) == 0 ? 0 : 1;
+}
