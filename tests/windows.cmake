@@ -24,3 +24,10 @@ list(JOIN otherSystem ":" otherSystem)
 # One run: Wine takes longer to start than most tests take.
 add_test(NAME rastrel_tests COMMAND rastrel_tests --gtest_brief=1 --gtest_filter=-${otherSystem})
 set_tests_properties(rastrel_tests PROPERTIES TIMEOUT 600 SKIP_RETURN_CODE 77)
+
+# The progress windows of the library itself.
+add_executable(rastrel_progress_window_test windows/progress_window_test.cpp)
+target_link_libraries(rastrel_progress_window_test PRIVATE rastrel rastrel_options)
+add_test(NAME progress_window COMMAND rastrel_progress_window_test)
+set_tests_properties(progress_window PROPERTIES
+  TIMEOUT 120 SKIP_RETURN_CODE 77 ENVIRONMENT WINEPATH=$<TARGET_FILE_DIR:rastrel>)
