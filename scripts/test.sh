@@ -17,6 +17,7 @@ run_preset() {
   printf '\n== %s\n' "$1"
   cmake --preset "$1" >/dev/null
   cmake --build --preset "$1"
+  rm -f "build/$1/tests/checksums.txt"
   ctest --preset "$1"
   built+=("$1")
 }
@@ -26,12 +27,15 @@ check_format() {
   git ls-files -- '*.h' '*.cpp' '*.c' | xargs clang-format --dry-run --Werror
 }
 
-# Each build has written the checksums of what the operations make of the same pages.
+# Each build has written the checksums of what the operations make of the same pages, unless it cannot be run here.
 check_same_bytes() {
-  local preset first=build/${built[0]}/tests/checksums.txt
-  printf '\n== same bytes: %s\n' "${built[*]}"
+  local preset first=
+  printf '\n== same bytes\n'
   for preset in "${built[@]}"; do
-    [ ! -e "build/$preset/tests/checksums.txt" ] || diff -q "$first" "build/$preset/tests/checksums.txt"
+    local file=build/$preset/tests/checksums.txt
+    [ -e "$file" ] || continue
+    diff -q "${first:=$file}" "$file"
+    echo "$preset: $(wc -l <"$file") results"
   done
 }
 
@@ -45,4 +49,4 @@ for what in "$@"; do
     *) run_preset "$what" ;;
   esac
 done
-[ ${#built[@]} -lt 2 ] || check_same_bytes
+[ ${#built[@]} -eq 0 ] || check_same_bytes
