@@ -13,7 +13,7 @@ set(otherSystem
   # bitmaps of several planes,
   ConvertToMonochromeBitmap.IsWhiteWherePixelsAreNearerToIt
   ConvertBitmapToDIB.MakesTheHeaderAndTheColourTable
-  # the padding of bitmap rows, which is kept here,
+  # bitmaps of several planes again, and padding of rows that stays as it was; the system clears it,
   BitmapMoves.EqualThePixelByPixelMoves
   # bitmaps of any depth in any device context; the system takes those of 1 bit and of the screen's depth,
   InvertBitmap.InvertsEveryPixelAndLetsTheBitmapGo
