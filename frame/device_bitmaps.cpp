@@ -95,11 +95,12 @@ HGLOBAL RASTREL_CALL ConvertBitmapToDIB(HBITMAP bitmap, HPALETTE palette) {
   const SelectedPalette selected(screen.get(), colours);
   auto* const info = dib.As<BITMAPINFO>();
   FillDIBColorTable(colours, info);
-  // The platform may write to the table as well; that stands.
+  // The platform may write to the table as well; that stands. What it writes to the header does not.
   if (GetDIBits(screen.get(), bitmap, 0, static_cast<UINT>(header.biHeight), dib.bytes() + rowsOffset, info,
                 DIB_RGB_COLORS) == 0) {
     return nullptr;
   }
+  std::memcpy(dib.bytes(), &header, sizeof(header));
   return dib.Release();
 }
 

@@ -3,9 +3,9 @@
 #define RASTREL_PLATFORM_PROCESSOR_H
 
 // RASTREL_FOR_AVX2 and RASTREL_FOR_SSSE3 compile a function for these: call it only where the processor has
-// them. RASTREL_ALSO_AVX2 compiles it
-// twice, and the loader picks one; where loaders cannot, and under the thread sanitizer, which would be
-// called before it is there, it is compiled once. Elsewhere than on x86 both do nothing.
+// them. RASTREL_ALSO_AVX2 compiles one twice, and the loader picks; where loaders cannot, and under the
+// thread sanitizer, which would be called before it is there, it is compiled once. Elsewhere than on x86 they
+// do nothing.
 #if defined(__x86_64__) || defined(__i386__)
 #define RASTREL_FOR_AVX2 __attribute__((target("avx2")))
 #define RASTREL_FOR_SSSE3 __attribute__((target("ssse3")))
