@@ -427,5 +427,6 @@ int main(int argc, char** argv) {
       RecordBitmap(bits, width, height);
     }
   }
-  return std::fclose(output) == 0 ? 0 : 1;
+  const bool isWritten = std::ferror(output) == 0;
+  return std::fclose(output) == 0 && isWritten ? 0 : 1;
 }

@@ -12,7 +12,6 @@ namespace {
 
 constexpr int kWidth = 4960, kHeight = 7016;  // A4 at 600 dpi
 constexpr int kProgressBar = 1002;
-constexpr DWORD kPatience = 60000;  // milliseconds
 
 int failures = 0;
 
@@ -66,43 +65,41 @@ void SavePicture(HWND window, const char* fileName) {
   ReleaseDC(nullptr, screen);
 }
 
-// What waits for a window on another thread.
+// The one in front of the window.
 struct User {
   HWND parent;
   const char* caption;
   int end;               // of the bar
   const char* fileName;  // null: no picture
+  bool hasPressed = false;
 };
+User user;
 
-// Waits for the window, looks at it half-way through, and presses Cancel.
-DWORD WINAPI PressCancel(LPVOID parameter) {
-  const User& user = *static_cast<User*>(parameter);
-  const DWORD start = GetTickCount();
-  const auto isInTime = [start] { return GetTickCount() - start < kPatience; };
-  HWND window = nullptr;
-  while (window == nullptr && isInTime()) {
-    Sleep(5);
-    window = FindWindowA(nullptr, user.caption);
-  }
+// Comes by now and then while the operation takes in messages. Looks at the window when a third of the work
+// is done, and presses Cancel.
+void CALLBACK ComeBy(HWND parent, UINT /*message*/, UINT_PTR timer, DWORD /*time*/) {
+  HWND window = FindWindowA(nullptr, user.caption);
   HWND bar = GetDlgItem(window, kProgressBar), button = GetDlgItem(window, IDCANCEL);
   CHECK(window != nullptr && bar != nullptr && button != nullptr, user.caption);
-  while (SendMessageA(bar, PBM_GETPOS, 0, 0) < user.end / 3 && isInTime()) Sleep(5);
+  if (SendMessageA(bar, PBM_GETPOS, 0, 0) < user.end / 3) return;
   CHECK(IsWindowVisible(window), user.caption);
   CHECK(GetWindow(window, GW_OWNER) == user.parent, user.caption);
   CHECK(!IsWindowEnabled(user.parent), user.caption);
   CHECK(SendMessageA(bar, PBM_GETRANGE, 0, 0) == user.end, user.caption);
   if (user.fileName != nullptr) SavePicture(window, user.fileName);
-  PostMessageA(window, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED), reinterpret_cast<LPARAM>(button));
-  return 0;
+  KillTimer(parent, timer);
+  user.hasPressed = PostMessageA(window, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED),
+                                 reinterpret_cast<LPARAM>(button)) != 0;
 }
 
 // Runs an operation that Cancel ends; it must then give nothing and leave nothing open.
 template <class Operation>
-void ExpectCancelled(User user, Operation run) {
-  HANDLE thread = CreateThread(nullptr, 0, PressCancel, &user, 0, nullptr);
+void ExpectCancelled(const User& present, Operation run) {
+  user = present;
+  SetTimer(user.parent, 1, USER_TIMER_MINIMUM, ComeBy);
   CHECK(!run(), user.caption);
-  WaitForSingleObject(thread, kPatience);
-  CloseHandle(thread);
+  CHECK(user.hasPressed, user.caption);
+  KillTimer(user.parent, 1);
   CHECK(IsWindowEnabled(user.parent), user.caption);
   CHECK(FindWindowA(nullptr, user.caption) == nullptr, user.caption);
 }
