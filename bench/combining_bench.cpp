@@ -50,14 +50,7 @@ BENCHMARK(BM_CombineDIBThroughMask)->ArgName("bits")->Arg(1)->Arg(8)->Arg(24)->U
 // Colours as photographs have them, and tables in which indices cannot be combined.
 void BM_CombineDIBPhoto(benchmark::State& state) {
   const TestDib source = BenchPhoto(static_cast<int>(state.range(0)));
-  TestDib destination = BenchPhoto(8);
-  testing::Bytes block = destination.block();
-  for (size_t i = 0; i < 256; ++i) {
-    block[40 + 4 * i] = static_cast<uint8_t>(i % 4 * 85);
-    block[41 + 4 * i] = static_cast<uint8_t>(i / 4 % 8 * 36);
-    block[42 + 4 * i] = static_cast<uint8_t>(i / 32 * 36);
-  }
-  destination.SetBlock(block);
+  const TestDib destination = BenchColours();
   Combine(state, source, destination, nullptr, 0, static_cast<int>(state.range(1)));
 }
 BENCHMARK(BM_CombineDIBPhoto)

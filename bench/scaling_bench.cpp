@@ -37,17 +37,8 @@ BENCHMARK(BM_ScaleDIB)
     ->Args({1, 0, 100})
     ->Unit(benchmark::kMillisecond);
 
-// A page of 256 colours.
 void BM_ScaleDIBColours(benchmark::State& state) {
-  TestDib photo = BenchPhoto(8);
-  testing::Bytes block = photo.block();
-  for (size_t i = 0; i < 256; ++i) {
-    block[40 + 4 * i] = static_cast<uint8_t>(i % 4 * 85);
-    block[41 + 4 * i] = static_cast<uint8_t>(i / 4 % 8 * 36);
-    block[42 + 4 * i] = static_cast<uint8_t>(i / 32 * 36);
-  }
-  photo.SetBlock(block);
-  TimeOperation(state, photo, [&](HGLOBAL page) { return Scale(page, 0, state.range(0)); });
+  TimeOperation(state, BenchColours(), [&](HGLOBAL page) { return Scale(page, 0, state.range(0)); });
 }
 BENCHMARK(BM_ScaleDIBColours)->ArgName("percent")->Arg(50)->Arg(150)->Unit(benchmark::kMillisecond);
 

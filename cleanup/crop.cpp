@@ -204,8 +204,7 @@ HGLOBAL CropSheet(ThreadState& state, HGLOBAL dib, const SheetSearch& search, ui
 
   const uint64_t stride = DIBRowBytes(static_cast<uint64_t>(area.right - area.left), 1);
   NewBlock result(kSheetHeadBytes + stride * static_cast<uint64_t>(area.top - area.bottom), Content::kUnset);
-  if (!result.allocated()) return state.Fail(ErrNoMemory);
-  if (!result) return state.Fail(ErrLockMemory);
+  if (const ErrorCode failure = result.Failure()) return state.Fail(failure);
   // Kept: two colours come along, whatever biClrUsed says.
   std::memcpy(result.bytes(), page.bytes(), kSheetHeadBytes);
   CopyArea(rows, 1, area, kSheetHeadBytes, result.bytes());
@@ -269,8 +268,7 @@ HGLOBAL RASTREL_CALL CropDIB(HGLOBAL dib, int left, int top, int right, int bott
 
   const uint64_t imageBytes = DIBImageBytes(right - left + 1, bottom - top + 1, page.bits());
   NewBlock result(headBytes + imageBytes, Content::kUnset);
-  if (!result.allocated()) return state.Fail(ErrNoMemory);
-  if (!result) return state.Fail(ErrLockMemory);
+  if (const ErrorCode failure = result.Failure()) return state.Fail(failure);
   if (!CanCrop(page.bits())) return state.Fail(ErrParameter);
   std::memcpy(result.bytes(), page.bytes(), static_cast<size_t>(headBytes));
   const Area area = {left, int64_t{right} + 1, int64_t{rows.height} - 1 - bottom, int64_t{rows.height} - top};

@@ -135,9 +135,8 @@ HGLOBAL Shear(const LockedDib& source, bool horizontal, int32_t shift, ErrorCode
   const uint64_t imageBytes =
       DIBImageBytes(static_cast<int32_t>(width), static_cast<int32_t>(height), source.bits());
   NewBlock result(rowsOffset + imageBytes, Content::kZeroed);
-  if (!result.allocated()) return nullptr;
-  *error = ErrLockMemory;
-  if (!result) return nullptr;
+  *error = result.Failure();
+  if (*error != ErrSuccess) return nullptr;
 
   std::memcpy(result.bytes(), source.bytes(), static_cast<size_t>(rowsOffset));
   auto* header = result.As<Header>();
@@ -149,7 +148,6 @@ HGLOBAL Shear(const LockedDib& source, bool horizontal, int32_t shift, ErrorCode
                    static_cast<size_t>(imageBytes / static_cast<uint64_t>(height)), header->biWidth,
                    header->biHeight};
   horizontal ? ShearRows(from, source.bits(), shift, to) : ShearColumns(from, source.bits(), shift, to);
-  *error = ErrSuccess;
   return result.Release();
 }
 

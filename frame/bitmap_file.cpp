@@ -184,21 +184,17 @@ HGLOBAL RASTREL_CALL LoadDIBFromFile(const char* fileName) {
 int RASTREL_CALL SaveDIB(const char* fileName, HGLOBAL dib) {
   using namespace rastrel;
   ThreadState& state = GetThreadState();
-  const auto fail = [&state](ErrorCode code) {
-    state.Fail(code);
-    return 0;
-  };
-  if (dib == nullptr) return fail(ErrParameter);
+  if (dib == nullptr) return state.Fail(ErrParameter);
   // A handle with nothing behind it would be a write of 0 bytes. It must not cost the file that is there.
   const LockedDib source(dib);
-  if (!source) return fail(ErrFileIO);
+  if (!source) return state.Fail(ErrFileIO);
   const bool isCore = source.header().biSize == sizeof(BITMAPCOREHEADER);
-  if (!source.Holds(0, isCore ? sizeof(BITMAPCOREHEADER) : kHeaderBytes)) return fail(ErrDIBSize);
+  if (!source.Holds(0, isCore ? sizeof(BITMAPCOREHEADER) : kHeaderBytes)) return state.Fail(ErrDIBSize);
   if (source.size() > kMaxBlockBytes - kFileHeaderBytes)
-    return fail(ErrDIBSize);  // the file's size has 32 bits
+    return state.Fail(ErrDIBSize);  // the file's size has 32 bits
 
   const File file(fileName, GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS);
-  if (!file) return fail(ErrOpenFile);
+  if (!file) return state.Fail(ErrOpenFile);
   const WaitCursor cursor;
   const auto blockBytes = static_cast<uint32_t>(source.size());
   const uint64_t pixelOffset = source.header().biSize + PaletteBytes(&source.header()) + kFileHeaderBytes;
@@ -206,9 +202,9 @@ int RASTREL_CALL SaveDIB(const char* fileName, HGLOBAL dib) {
       FileHeader::For(blockBytes + kFileHeaderBytes, static_cast<uint32_t>(pixelOffset));
   // Kept: only a write of 0 bytes is a failure. One that fails outright (a full disk) is not recognised.
   if (_lwrite(file.get(), reinterpret_cast<LPCSTR>(header.bytes), kFileHeaderBytes) == 0)
-    return fail(ErrFileIO);
+    return state.Fail(ErrFileIO);
   if (_hwrite(file.get(), reinterpret_cast<LPCSTR>(source.bytes()), static_cast<LONG>(blockBytes)) == 0) {
-    return fail(ErrFileIO);
+    return state.Fail(ErrFileIO);
   }
   return 1;
 }

@@ -211,17 +211,10 @@ ErrorCode FirstRefusal(const LockedDib& page, const NarrowRows& rows) {
 }
 
 Header WideHeader(const Header& header, const NarrowRows& rows) {
-  return {.biSize = sizeof(Header),
-          .biWidth = rows.width,
-          .biHeight = rows.height,
-          .biPlanes = 1,
-          .biBitCount = 24,
-          .biCompression = BI_RGB,
-          .biSizeImage = static_cast<uint32_t>(rows.newStride * rows.height),
-          .biXPelsPerMeter = header.biXPelsPerMeter,
-          .biYPelsPerMeter = header.biYPelsPerMeter,
-          .biClrUsed = 0,
-          .biClrImportant = 0};
+  Header narrow = header;
+  narrow.biWidth = rows.width;
+  narrow.biHeight = rows.height;
+  return HeaderLike(narrow, 24, 0);
 }
 
 void WidenRows(const LockedDib& page, const NarrowRows& rows, uint8_t* to) {
@@ -287,8 +280,7 @@ HGLOBAL RASTREL_CALL Convert8to24(HGLOBAL dib) {
 
   const uint64_t bytes = kHeaderBytes + rows.newStride * rows.height;
   NewBlock result(bytes, Content::kUnset, Retry::kWhenCompacted);
-  if (!result.allocated()) return state.Fail(ErrNoMemory);
-  if (!result) return state.Fail(ErrLockMemory);
+  if (const ErrorCode failure = result.Failure()) return state.Fail(failure);
 
   const Header header = WideHeader(page.header(), rows);
   std::memcpy(result.bytes(), &header, sizeof(header));

@@ -111,13 +111,9 @@ HBITMAP RASTREL_CALL ConvertDIBToBitmap(HGLOBAL dib) {
   const LockedDib source(dib);
   if (!source) return nullptr;
   const Header& header = source.header();
-  const auto fail = [&state](ErrorCode code) -> HBITMAP {
-    state.Fail(code);
-    return nullptr;
-  };
-  if (header.biSize != kHeaderBytes || header.biCompression != BI_RGB) return fail(ErrCreateBitmap);
+  if (header.biSize != kHeaderBytes || header.biCompression != BI_RGB) return state.Fail(ErrCreateBitmap);
   ConstRows rows;
-  if (!source.FindRows(kHeaderBytes + PaletteBytes(&header), &rows)) return fail(ErrDIBSize);
+  if (!source.FindRows(kHeaderBytes + PaletteBytes(&header), &rows)) return state.Fail(ErrDIBSize);
 
   // A new memory context is black and white, and so are the bitmaps made for it.
   if (header.biBitCount == 1 && header.biPlanes == 1) {
@@ -131,19 +127,15 @@ HBITMAP RASTREL_CALL ConvertDIBToBitmap(HGLOBAL dib) {
 HBITMAP RASTREL_CALL DuplicateBitmap(HBITMAP bitmap) {
   using namespace rastrel;
   ThreadState& state = GetThreadState();
-  const auto fail = [&state](ErrorCode code) -> HBITMAP {
-    state.Fail(code);
-    return nullptr;
-  };
   BITMAP description;
-  if (!Describe(bitmap, &description)) return fail(ErrCopyBits);
+  if (!Describe(bitmap, &description)) return state.Fail(ErrCopyBits);
   const uint64_t size = uint64_t{static_cast<uint32_t>(description.bmWidthBytes)} *
                         static_cast<uint32_t>(description.bmHeight) * description.bmPlanes;
   const NewBlock bits(size, Content::kUnset);
-  if (!bits) return fail(ErrNoMemory);
-  if (size > INT32_MAX) return fail(ErrCopyBits);  // more than the platform copies at once
+  if (!bits) return state.Fail(ErrNoMemory);
+  if (size > INT32_MAX) return state.Fail(ErrCopyBits);  // more than the platform copies at once
   const auto bytes = static_cast<LONG>(size);
-  if (GetBitmapBits(bitmap, bytes, bits.bytes()) != bytes) return fail(ErrCopyBits);
+  if (GetBitmapBits(bitmap, bytes, bits.bytes()) != bytes) return state.Fail(ErrCopyBits);
   description.bmBits = bits.bytes();
   return CreateBitmapIndirect(&description);
 }
@@ -151,11 +143,7 @@ HBITMAP RASTREL_CALL DuplicateBitmap(HBITMAP bitmap) {
 HBITMAP RASTREL_CALL ConvertToMonochromeBitmap(HBITMAP bitmap) {
   using namespace rastrel;
   ThreadState& state = GetThreadState();
-  const auto fail = [&state](ErrorCode code) -> HBITMAP {
-    state.Fail(code);
-    return nullptr;
-  };
-  if (bitmap == nullptr) return fail(ErrParameter);
+  if (bitmap == nullptr) return state.Fail(ErrParameter);
   const WaitCursor cursor;
   BITMAP description;
   if (!Describe(bitmap, &description)) return nullptr;
@@ -170,7 +158,7 @@ HBITMAP RASTREL_CALL ConvertToMonochromeBitmap(HBITMAP bitmap) {
   auto* const info = reinterpret_cast<BITMAPINFO*>(&format);
 
   const NewBlock rows(DIBImageBytes(description.bmWidth, description.bmHeight, 1), Content::kUnset);
-  if (!rows) return fail(ErrNoMemory);
+  if (!rows) return state.Fail(ErrNoMemory);
   const ScreenContext screen;
   if (!screen) return nullptr;
   const auto height = static_cast<UINT>(description.bmHeight);

@@ -88,6 +88,20 @@ bool LockedDib::FirstColourIsBlack() const {
   return first.rgbBlue == 0 && first.rgbGreen == 0 && first.rgbRed == 0;
 }
 
+Header HeaderLike(const Header& source, unsigned bits, uint32_t colours) {
+  return {.biSize = sizeof(Header),
+          .biWidth = source.biWidth,
+          .biHeight = source.biHeight,
+          .biPlanes = 1,
+          .biBitCount = static_cast<uint16_t>(bits),
+          .biCompression = BI_RGB,
+          .biSizeImage = static_cast<uint32_t>(DIBImageBytes(source.biWidth, source.biHeight, bits)),
+          .biXPelsPerMeter = source.biXPelsPerMeter,
+          .biYPelsPerMeter = source.biYPelsPerMeter,
+          .biClrUsed = colours,
+          .biClrImportant = 0};
+}
+
 NewBlock::NewBlock(uint64_t bytes, Content content, Retry retry) {
   constexpr uint32_t kWholeHeap = 0xFFFFFFFF;
   if (bytes > kMaxBlockBytes || bytes > SIZE_MAX) return;

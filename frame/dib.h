@@ -107,6 +107,9 @@ class LockedDib : public LockedBlock {
   Header header_ = {};
 };
 
+// The header of an uncompressed page with the size and resolution of `source`, in another depth.
+Header HeaderLike(const Header& source, unsigned bits, uint32_t colours);
+
 constexpr RGBQUAD kBlack = {0, 0, 0, 0};
 constexpr RGBQUAD kWhite = {255, 255, 255, 0};
 
@@ -128,6 +131,11 @@ class NewBlock {
 
   HGLOBAL handle() const { return block_; }
   bool allocated() const { return block_ != nullptr; }
+  // What to report of the block: `notAllocated`, ErrLockMemory, or ErrSuccess where it is there.
+  RastrelErrorCode Failure(RastrelErrorCode notAllocated = ErrNoMemory) const {
+    if (block_ == nullptr) return notAllocated;
+    return bytes_ == nullptr ? ErrLockMemory : ErrSuccess;
+  }
   uint8_t* bytes() const { return bytes_; }
   template <class T>
   T* As() const {

@@ -2,7 +2,6 @@
 #ifndef RASTREL_FRAME_THREAD_STATE_H
 #define RASTREL_FRAME_THREAD_STATE_H
 
-#include <cstddef>
 #include <cstdint>
 
 #include "frame/rastrel.h"
@@ -11,6 +10,15 @@
 namespace rastrel {
 
 using ErrorCode = RastrelErrorCode;
+
+// Becomes what an exported function returns when it fails: a null handle or 0.
+struct Failure {
+  template <class Object>
+  operator Object*() const {
+    return nullptr;
+  }
+  operator int() const { return 0; }
+};
 
 // 52 words, zero-filled but for the defaults, made on the thread's first call (or when the library is told
 // that the thread starts) and freed when the thread ends.
@@ -24,9 +32,9 @@ struct ThreadState {
   int32_t stretchMode;
 
   // For the failing exits of an exported function: `return state.Fail(code);` gives 0 or a null handle.
-  std::nullptr_t Fail(ErrorCode code) {
+  Failure Fail(ErrorCode code) {
     lastError = code;
-    return nullptr;
+    return {};
   }
 };
 static_assert(sizeof(ThreadState) == 208);

@@ -89,19 +89,13 @@ void MoveInPlace(const MutablePlane& plane, unsigned bits, RowMove move, Order o
 int MoveBitmap(HBITMAP bitmap, RowMove move, Order order) {
   ThreadState& state = GetThreadState();
   const FetchedBitmap fetched(bitmap);
-  if (const ErrorCode failure = fetched.failure()) {
-    state.Fail(failure);
-    return 0;
-  }
+  if (const ErrorCode failure = fetched.failure()) return state.Fail(failure);
   constexpr int kBufferBytes = 1 << 15;
   const BITMAP& description = fetched.description();
   const int rows = std::clamp<int>(kBufferBytes / description.bmWidthBytes, 1, description.bmHeight);
   const NewBlock buffer(static_cast<uint64_t>(rows) * static_cast<uint64_t>(description.bmWidthBytes),
                         Content::kUnset);
-  if (!buffer) {
-    state.Fail(ErrNoMemory);
-    return 0;
-  }
+  if (!buffer) return state.Fail(ErrNoMemory);
   const WaitCursor cursor;
   for (int i = 0; i < description.bmPlanes; ++i) {
     MoveInPlace(fetched.PlaneAt(i), description.bmBitsPixel, move, order, rows, buffer.bytes());

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace rastrel {
 
@@ -18,6 +19,9 @@ struct Plane {
 
   Byte* Row(int row) const { return first + row * step; }
   Plane UpsideDown() const { return {Row(height - 1), -step, rowBytes, width, height}; }
+  void Clear() const {
+    for (int y = 0; y < height; ++y) std::memset(Row(y), 0, rowBytes);
+  }
   // `count` rows from row `top` on.
   Plane Part(int top, int count) const { return {Row(top), step, rowBytes, width, count}; }
 

@@ -118,8 +118,7 @@ HGLOBAL TurnPage(HGLOBAL dib, int quarterTurns) {
   header.biSizeImage = static_cast<uint32_t>(imageBytes);
 
   NewBlock result(source.rowsOffset + imageBytes, Content::kUnset, Retry::kWhenCompacted);
-  if (!result.allocated()) return state.Fail(ErrCreateBitmap);
-  if (!result) return state.Fail(ErrLockMemory);
+  if (const ErrorCode failure = result.Failure(ErrCreateBitmap)) return state.Fail(failure);
 
   std::memcpy(result.bytes(), page.bytes(), source.rowsOffset);
   std::memcpy(result.bytes(), &header, sizeof(header));

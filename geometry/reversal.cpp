@@ -149,16 +149,12 @@ void Reverse24(const ConstPlane& from, const MutablePlane& to) {
 // result wins. Kept: callers compare bytes.
 void Reverse15(const ConstPlane& from, const MutablePlane& to) {
   constexpr int64_t kBits = 15;
+  to.Clear();
   for (int y = 0; y < from.height; ++y) {
-    std::memset(to.Row(y), 0, to.rowBytes);
     for (int x = 0; x < from.width; ++x) {
       std::memcpy(to.Row(y) + (from.width - 1 - x) * kBits / 8, from.Row(y) + x * kBits / 8, 2);
     }
   }
-}
-
-void Clear(const MutablePlane& to) {
-  for (int y = 0; y < to.height; ++y) std::memset(to.Row(y), 0, to.rowBytes);
 }
 
 }  // namespace
@@ -182,7 +178,7 @@ void ReverseRows(const ConstPlane& from, unsigned bits, const MutablePlane& to) 
     case 32:
       return Reverse32(from, to);
     default:
-      return Clear(to);
+      return to.Clear();
   }
 }
 

@@ -701,8 +701,7 @@ HGLOBAL RotateBy(HGLOBAL dib, double angle) {
 
   const uint64_t bytes = rowsOffset + DIBImageBytes(walk.width, walk.height, page.bits());
   NewBlock result(bytes, Content::kUnset, Retry::kWhenCompacted);
-  if (!result.allocated()) return state.Fail(ErrCreateBitmap);
-  if (!result) return state.Fail(ErrLockMemory);
+  if (const ErrorCode failure = result.Failure(ErrCreateBitmap)) return state.Fail(failure);
 
   const Header header = TurnedHeader(page.header(), back, walk, source.rows);
   std::memcpy(result.bytes(), page.bytes(), rowsOffset);

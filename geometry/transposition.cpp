@@ -242,7 +242,7 @@ void Transpose(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
     case 32:
       return Transpose32(from, to);
     default:
-      for (int y = 0; y < to.height; ++y) std::memset(to.Row(y), 0, to.rowBytes);
+      return to.Clear();
   }
 }
 

@@ -98,21 +98,18 @@ bool Draw(const MemoryContext& to, HBITMAP destination, int x, int y, int width,
 int RASTREL_CALL CombineBMP(int x, int y, HBITMAP* destination, HBITMAP source, HBITMAP mask, int andFlag) {
   using namespace rastrel;
   ThreadState& state = GetThreadState();
-  const auto fail = [&state](ErrorCode code) {
-    state.Fail(code);
-    return 0;
-  };
-  if (source == nullptr || destination == nullptr) return fail(ErrParameter);
+  if (source == nullptr || destination == nullptr) return state.Fail(ErrParameter);
   if (*destination == nullptr) {
     *destination = DuplicateBitmap(source);
-    return *destination != nullptr ? 1 : fail(ErrCopyBits);
+    if (*destination == nullptr) return state.Fail(ErrCopyBits);
+    return 1;
   }
 
   BITMAP drawn, read, through;
   if (!Describe(*destination, &drawn) || !Describe(source, &read)) return 0;
   if (mask != nullptr &&
       (!Describe(mask, &through) || through.bmWidth != read.bmWidth || through.bmHeight != read.bmHeight)) {
-    return fail(ErrDIBSize);
+    return state.Fail(ErrDIBSize);
   }
   const bool isReduced = mask != nullptr && (through.bmPlanes != 1 || through.bmBitsPixel != 1);
   const BitmapOwner reduced(isReduced ? ConvertToMonochromeBitmap(mask) : nullptr);
@@ -139,14 +136,11 @@ int RASTREL_CALL CombineBMP(int x, int y, HBITMAP* destination, HBITMAP source, 
 int RASTREL_CALL CombineDIB(int x, int y, HGLOBAL* destination, HGLOBAL source, HGLOBAL mask, int andFlag) {
   using namespace rastrel;
   ThreadState& state = GetThreadState();
-  const auto fail = [&state](ErrorCode code) {
-    state.Fail(code);
-    return 0;
-  };
-  if (source == nullptr || destination == nullptr) return fail(ErrParameter);
+  if (source == nullptr || destination == nullptr) return state.Fail(ErrParameter);
   if (*destination == nullptr) {
     *destination = DuplicateDIB(source);
-    return *destination != nullptr ? 1 : fail(ErrCopyBits);
+    if (*destination == nullptr) return state.Fail(ErrCopyBits);
+    return 1;
   }
 
   const SourcePage from(source, *destination);
@@ -154,12 +148,12 @@ int RASTREL_CALL CombineDIB(int x, int y, HGLOBAL* destination, HGLOBAL source, 
   if (mask != nullptr) through.emplace(mask, *destination);
   const LockedDib changing(*destination);
   Destination to;
-  if (!from || !ReadImage(changing, &to) || (through && !*through)) return fail(ErrCreateBitmap);
+  if (!from || !ReadImage(changing, &to) || (through && !*through)) return state.Fail(ErrCreateBitmap);
   const Source& read = from.image();
   const Source* const stencil = through ? &through->image() : nullptr;
   if (stencil != nullptr &&
       (stencil->rows.width != read.rows.width || stencil->rows.height != read.rows.height)) {
-    return fail(ErrDIBSize);
+    return state.Fail(ErrDIBSize);
   }
 
   // On a screen with a palette the page takes over its colours, as many as it has entries.
@@ -175,7 +169,7 @@ int RASTREL_CALL CombineDIB(int x, int y, HGLOBAL* destination, HGLOBAL source, 
                             Clip(y, read.rows.height, to.rows.height),
                             andFlag != 0};
   if (task.across.count != 0 && task.down.count != 0 && !CombineAsBits(task) && !CombineByColours(task)) {
-    return fail(ErrCreateBitmap);
+    return state.Fail(ErrCreateBitmap);
   }
   // Kept: where the screen has no palette this leaves error 10, though the combination succeeds.
   const PaletteOwner current(GetCurrentPalette());

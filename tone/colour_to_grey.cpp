@@ -110,9 +110,8 @@ void TurnTrueColour(const ConstRows& page, bool weighted, const Rows& result) {
 
 // What all results have of the source. A palette of `colours` entries follows.
 Header ResultHeader(const Header& source, unsigned bits, uint32_t colours) {
-  Header header = GreyHeader(source, bits);
+  Header header = HeaderLike(source, bits, colours);
   header.biPlanes = source.biPlanes;
-  header.biClrUsed = colours;
   header.biClrImportant = source.biClrImportant;
   return header;
 }
@@ -122,7 +121,7 @@ Header ResultHeader(const Header& source, unsigned bits, uint32_t colours) {
 HGLOBAL TurnPixelsGrey(const LockedDib& page, const ConstRows& rows, bool weighted, uint32_t method,
                        ThreadState& state) {
   GreyPage result(ResultHeader(page.header(), 8, 256));
-  if (const ErrorCode failure = FailureOf(result)) return state.Fail(failure);
+  if (const ErrorCode failure = result.Failure()) return state.Fail(failure);
   if (page.bits() == 24) {
     TurnTrueColour(rows, weighted, result.rows());
   } else if (const ErrorCode failure = TurnMonoGrey(rows, true, method, result.rows())) {
@@ -137,7 +136,7 @@ HGLOBAL TurnPaletteGrey(const LockedDib& page, const ConstRows& rows, bool weigh
   const size_t paletteBytes = colours * sizeof(RGBQUAD);
   const uint64_t imageBytes = DIBImageBytes(page.width(), page.height(), page.bits());
   NewBlock result(kHeaderBytes + paletteBytes + imageBytes, Content::kUnset);
-  if (const ErrorCode failure = FailureOf(result)) return state.Fail(failure);
+  if (const ErrorCode failure = result.Failure()) return state.Fail(failure);
 
   const Header header = ResultHeader(page.header(), page.bits(), colours);
   std::memcpy(result.bytes(), &header, sizeof(header));
@@ -159,7 +158,7 @@ HGLOBAL MakeBlackPage(const LockedDib& page, ThreadState& state) {
   const Header header = ResultHeader(page.header(), 8, 0);
   NewBlock result(kHeaderBytes + DIBImageBytes(page.width(), page.height(), 8) + PaletteBytes(&header),
                   Content::kZeroed);
-  if (const ErrorCode failure = FailureOf(result)) return state.Fail(failure);
+  if (const ErrorCode failure = result.Failure()) return state.Fail(failure);
   std::memcpy(result.bytes(), &header, sizeof(header));
   return result.Release();
 }

@@ -126,24 +126,14 @@ uint8_t PagePlanes::FirstRed(int row) const {
 DitherResult::DitherResult(const Header& source, int bits)
     : NewBlock(ResultBytes(source, bits), Content::kUnset) {
   if (!*this) return;
-  const uint64_t imageBytes = DIBImageBytes(source.biWidth, source.biHeight, static_cast<unsigned>(bits));
-  const Header header = {.biSize = sizeof(Header),
-                         .biWidth = source.biWidth,
-                         .biHeight = source.biHeight,
-                         .biPlanes = 1,
-                         .biBitCount = static_cast<uint16_t>(bits),
-                         .biCompression = BI_RGB,
-                         .biSizeImage = static_cast<uint32_t>(imageBytes),
-                         .biXPelsPerMeter = source.biXPelsPerMeter,
-                         .biYPelsPerMeter = source.biYPelsPerMeter,
-                         .biClrUsed = Colours(bits),
-                         .biClrImportant = 0};
+  const Header header = HeaderLike(source, static_cast<unsigned>(bits), Colours(bits));
   std::memcpy(bytes(), &header, sizeof(header));
   auto* palette = reinterpret_cast<RGBQUAD*>(bytes() + kHeaderBytes);
   for (unsigned i = 0; i < Colours(bits); ++i) palette[i] = PaletteEntry(bits, i);
-  rows_ = {bytes() + kHeaderBytes + Colours(bits) * sizeof(RGBQUAD),
-           static_cast<size_t>(imageBytes / static_cast<uint64_t>(source.biHeight)), source.biWidth,
-           source.biHeight};
+  rows_ = {
+      bytes() + kHeaderBytes + Colours(bits) * sizeof(RGBQUAD),
+      static_cast<size_t>(DIBRowBytes(static_cast<uint32_t>(source.biWidth), static_cast<unsigned>(bits))),
+      source.biWidth, source.biHeight};
 }
 
 void PackBlackAndWhite(const uint8_t* white, const Rows& rows, int row) {

@@ -156,7 +156,7 @@ RASTREL_ALSO_AVX2 void SmoothRow(const SmoothingRows<Kernel5x5>& rows, int last,
 template <class Kernel>
 ErrorCode SmoothPage(const ConstRows& page, uint8_t flip, const Rows& result) {
   const NewBlock buffer(SmoothingRows<Kernel>::TotalBytes(page.width), Content::kZeroed);
-  if (const ErrorCode failure = FailureOf(buffer)) return failure;
+  if (const ErrorCode failure = buffer.Failure()) return failure;
 
   SmoothingRows<Kernel> rows(buffer.bytes(), page.width);
   const auto width = static_cast<size_t>(page.width);
@@ -212,8 +212,8 @@ HGLOBAL MonoToGrey(HGLOBAL dib, uint32_t method) {
   ConstRows rows = {};
   if (!page.FindRows(kHeaderBytes + PaletteBytes(&header), &rows)) return state.Fail(ErrDIBSize);
 
-  GreyPage result(GreyHeader(header, 8));
-  if (const ErrorCode failure = FailureOf(result)) return state.Fail(failure);
+  GreyPage result(HeaderLike(header, 8, 0));
+  if (const ErrorCode failure = result.Failure()) return state.Fail(failure);
   if (const ErrorCode failure = TurnMonoGrey(rows, !FirstColourIsWhite(page), method, result.rows())) {
     return state.Fail(failure);
   }
@@ -221,20 +221,6 @@ HGLOBAL MonoToGrey(HGLOBAL dib, uint32_t method) {
 }
 
 }  // namespace
-
-Header GreyHeader(const Header& source, unsigned bits) {
-  return {.biSize = sizeof(Header),
-          .biWidth = source.biWidth,
-          .biHeight = source.biHeight,
-          .biPlanes = 1,
-          .biBitCount = static_cast<uint16_t>(bits),
-          .biCompression = BI_RGB,
-          .biSizeImage = static_cast<uint32_t>(DIBImageBytes(source.biWidth, source.biHeight, bits)),
-          .biXPelsPerMeter = source.biXPelsPerMeter,
-          .biYPelsPerMeter = source.biYPelsPerMeter,
-          .biClrUsed = 0,
-          .biClrImportant = 0};
-}
 
 GreyPage::GreyPage(const Header& header) : NewBlock(GreyPageBytes(header), Content::kUnset) {
   if (!*this) return;

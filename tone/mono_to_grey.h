@@ -10,10 +10,6 @@
 
 namespace rastrel {
 
-// Returns the header of an uncompressed page of `bits` bits with the source's size and resolution. The colour
-// counts are 0.
-Header GreyHeader(const Header& source, unsigned bits);
-
 // A new page of 8 bits: the header as given, 256 greys from black to white, and rows for the caller to write
 // in full. Room for five more rows stands behind them.
 class GreyPage : public NewBlock {
@@ -26,12 +22,6 @@ class GreyPage : public NewBlock {
 };
 
 constexpr uint32_t kMonoMethods = 3;  // expansion, 3 x 3 and 5 x 5 smoothing
-
-// What to report of a block: ErrSuccess, ErrNoMemory, ErrLockMemory.
-inline ErrorCode FailureOf(const NewBlock& block) {
-  if (!block.allocated()) return ErrNoMemory;
-  return block ? ErrSuccess : ErrLockMemory;
-}
 
 // Fills the rows of `result` from a page of 1 bit of the same size. Pages too low for a method take a simpler
 // one. Returns ErrNoMemory or ErrLockMemory when the work buffer cannot be had.

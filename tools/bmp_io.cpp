@@ -94,8 +94,7 @@ Dib ReadBmp(const std::string& path) {
   Dib dib(LoadDIBFromFile(path.c_str()));
   if (!dib) throw PageError(RastrelError() == ErrSuccess ? "out of memory" : LibraryError());
   if (PageView(dib).header().biCompression != BI_RGB) {
-    dib = Dib(ExpandCompressedDIB(dib.handle()));
-    if (!dib) throw PageError(LibraryError());
+    dib = Checked(ExpandCompressedDIB(dib.handle()));
   }
   return NormalisePage(std::move(dib));
 }

@@ -20,11 +20,6 @@ Dib Run(std::string_view operation, const Dib& page, const Values& values = {}) 
 // page whose entry 0 is black.
 constexpr int kFillsLightSpecks = 80;
 
-Dib Checked(HGLOBAL result) {
-  if (result == nullptr) throw PageError("no memory");
-  return Dib(result);
-}
-
 // TrimBlackBorder walks in from the right through what lies behind a row of 1 bit, which may be the row
 // above, and ends a margin at the first light speck. This is the page with dark pixels behind its rows and
 // without light specks.
@@ -42,7 +37,7 @@ Dib PrepareForTrim(const Dib& page) {
     std::memcpy(row, from.PageRow(y), rowBytes);
     row[rowBytes - 1] &= lastMask;
   }
-  return Checked(CleanImage(wide.handle(), kFillsLightSpecks, 0));
+  return Checked(CleanImage(wide.handle(), kFillsLightSpecks, 0), "no memory");
 }
 
 // A two-colour page, worked on as black and white with the darker colour as entry 0, which is what the

@@ -15,18 +15,6 @@ namespace {
 
 // ---- running ----------------------------------------------------------------------------------------------
 
-// The result of an operation that sets the thread's error.
-Dib Checked(HGLOBAL result) {
-  if (result == nullptr) throw PageError(LibraryError());
-  return Dib(result);
-}
-
-// The result of an operation that sets none.
-Dib Checked(HGLOBAL result, std::string_view otherwise) {
-  if (result == nullptr) throw PageError(std::string(otherwise));
-  return Dib(result);
-}
-
 std::string Count(int64_t number, std::string_view thing) {
   return fmt::format("{} {}{}", number, thing, number == 1 ? "" : "s");
 }

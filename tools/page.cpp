@@ -188,11 +188,7 @@ Dib Duplicate(const Dib& page) {
   return copy;
 }
 
-Dib ToGrey(const Dib& page) {
-  Dib grey(ConvColorDIBtoGrayscale(page.handle(), 1, 0));
-  if (!grey) throw PageError(LibraryError());
-  return grey;
-}
+Dib ToGrey(const Dib& page) { return Checked(ConvColorDIBtoGrayscale(page.handle(), 1, 0)); }
 
 Dib WidenTo8(const Dib& page) {
   const PageView from(page);
@@ -327,11 +323,7 @@ Dib Rotate(const Dib& page, double degrees, Ink ground) {
   if (view.width() > kMaxTurnedSide || view.height() > kMaxTurnedSide) {
     throw PageError(fmt::format("sides of more than {} pixels cannot be turned", kMaxTurnedSide));
   }
-  return OnGround(page, ground, [&] {
-    Dib turned(RotateDIB(page.handle(), degrees));
-    if (!turned) throw PageError(LibraryError());
-    return turned;
-  });
+  return OnGround(page, ground, [&] { return Checked(RotateDIB(page.handle(), degrees)); });
 }
 
 Dib Upright(Dib page, int orientation) {
@@ -344,11 +336,19 @@ Dib Upright(Dib page, int orientation) {
               {FlipDIBHorizontal, -1}, {kNone, 1}};
   if (orientation < 2 || orientation > 8) return page;
   const auto [flip, quarterTurns] = ways[orientation - 2];
-  if (flip != nullptr) page = Dib(flip(page.handle()));
-  if (!page) throw PageError("out of memory");
-  if (quarterTurns != 0) page = Dib(TurnDIB(page.handle(), quarterTurns));
-  if (!page) throw PageError(LibraryError());
+  if (flip != nullptr) page = Checked(flip(page.handle()), "out of memory");
+  if (quarterTurns != 0) page = Checked(TurnDIB(page.handle(), quarterTurns));
   return page;
+}
+
+Dib Checked(HGLOBAL result) {
+  if (result == nullptr) throw PageError(LibraryError());
+  return Dib(result);
+}
+
+Dib Checked(HGLOBAL result, std::string_view otherwise) {
+  if (result == nullptr) throw PageError(std::string(otherwise));
+  return Dib(result);
 }
 
 std::string LibraryError() {

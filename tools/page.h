@@ -10,6 +10,7 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -142,6 +143,11 @@ Dib Rotate(const Dib& page, double degrees, Ink ground);
 
 // Undoes a picture's orientation as TIFF and EXIF number it (1 to 8; 1 and others change nothing).
 Dib Upright(Dib page, int orientation);
+
+// The result of a library operation that sets the thread's error.
+Dib Checked(HGLOBAL result);
+// Of one that sets none; `otherwise` is what is wrong where there is no result.
+Dib Checked(HGLOBAL result, std::string_view otherwise);
 
 // The text of the calling thread's last library error.
 std::string LibraryError();

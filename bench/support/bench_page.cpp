@@ -86,6 +86,18 @@ TestDib BenchPage(int bits) {
 
 TestDib BenchPhoto(int bits) { return MakePage(bits, PhotoTone); }
 
+TestDib BenchColours() {
+  TestDib photo = BenchPhoto(8);
+  testing::Bytes block = photo.block();
+  for (size_t i = 0; i < 256; ++i) {
+    block[40 + 4 * i] = static_cast<uint8_t>(i % 4 * 85);
+    block[41 + 4 * i] = static_cast<uint8_t>(i / 4 % 8 * 36);
+    block[42 + 4 * i] = static_cast<uint8_t>(i / 32 * 36);
+  }
+  photo.SetBlock(block);
+  return photo;
+}
+
 void CopyPage(benchmark::State& state) {
   const TestDib page(testing::MakeHeader(static_cast<int>(state.range(0)), kPageWidth, kPageHeight));
   const testing::Bytes from = page.block();

@@ -18,6 +18,9 @@ testing::TestDib BenchPage(int bits);
 // A page full of soft shapes of every tone, as a photograph has them.
 testing::TestDib BenchPhoto(int bits);
 
+// One of 8 bits in 256 colours that are no greys.
+testing::TestDib BenchColours();
+
 // Times an operation that returns a new page. Bytes are those of `page`.
 template <class Operation>
 void TimeOperation(benchmark::State& state, const testing::TestDib& page, Operation operation) {
