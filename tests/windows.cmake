@@ -14,9 +14,9 @@ set(otherSystem
   ConvertToMonochromeBitmap.IsWhiteWherePixelsAreNearerToIt
   ConvertBitmapToDIB.MakesTheHeaderAndTheColourTable
   # bitmaps of several planes again, and padding of rows that stays as it was; the system clears it,
-  BitmapMoves.EqualThePixelByPixelMoves
+  BitmapMoves.TakePlanesAndPaddingAlong
   # bitmaps of any depth in any device context; the system takes those of 1 bit and of the screen's depth,
-  InvertBitmap.InvertsEveryPixelAndLetsTheBitmapGo
+  InvertBitmap.TakesOtherDepthsThanTheScreens
   # a colour table that GetDIBits leaves alone.
   ConvertBitmapToDIB.HasItsStandardColours)
 list(JOIN otherSystem ":" otherSystem)
@@ -25,9 +25,14 @@ list(JOIN otherSystem ":" otherSystem)
 add_test(NAME rastrel_tests COMMAND rastrel_tests --gtest_brief=1 --gtest_filter=-${otherSystem})
 set_tests_properties(rastrel_tests PROPERTIES TIMEOUT 600 SKIP_RETURN_CODE 77)
 
-# The progress windows of the library itself.
+# The library itself: its progress windows, and the loader's way with it.
 add_executable(rastrel_progress_window_test windows/progress_window_test.cpp)
 target_link_libraries(rastrel_progress_window_test PRIVATE rastrel rastrel_options)
+add_executable(rastrel_loader_test windows/loader_test.cpp)
+target_include_directories(rastrel_loader_test PRIVATE ${RASTREL_INCLUDE_DIR})
+target_link_libraries(rastrel_loader_test PRIVATE rastrel_options)
+add_dependencies(rastrel_loader_test rastrel)
 add_test(NAME progress_window COMMAND rastrel_progress_window_test)
-set_tests_properties(progress_window PROPERTIES
+add_test(NAME loader COMMAND rastrel_loader_test)
+set_tests_properties(progress_window loader PROPERTIES
   TIMEOUT 120 SKIP_RETURN_CODE 77 ENVIRONMENT WINEPATH=$<TARGET_FILE_DIR:rastrel>)

@@ -86,6 +86,17 @@ TEST(InvertDIBPalette, TurnsColoursOverInPlace) {
     EXPECT_EQ(0, InvertDIBPalette(page.With([&](auto& header) { header.biClrUsed = colours; }).handle()));
 }
 
+TEST(ScreenPalette, IsNoneWhereTheScreenShowsAllColours) {
+  const size_t objects = host::LiveObjects();
+  SetRastrelError(kErrorBefore);
+  EXPECT_EQ(nullptr, GetCurrentPalette());
+  EXPECT_EQ(ErrCreatePalette, RastrelError());
+  RGBQUAD entry = {1, 2, 3, 4};
+  EXPECT_EQ(0, GetSystemPalette(&entry));
+  EXPECT_EQ(2, entry.rgbGreen);
+  EXPECT_EQ(objects, host::LiveObjects());
+}
+
 TEST(GetCurrentPalette, HasWhatTheScreenShows) {
   const auto expect = [](int bits, const Bytes& expected, int error, size_t contextsTaken = 0) {
     const size_t objects = host::LiveObjects();

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <rastrel.h>
 
+#include <algorithm>
 #include <random>
 
 #include "tests/reference/mirror.h"
@@ -24,12 +25,16 @@ Bytes BytesOf(HBITMAP bitmap) {
   return bytes;
 }
 
-// Random bits, padding included.
-DeviceBitmap RandomBits(int width, int height, int planes, int bits) {
+// Random bits, in the padding of the rows too where asked for.
+DeviceBitmap RandomBits(int width, int height, int planes, int bits, bool isPaddingSet = false) {
   DeviceBitmap bitmap = {width, height, (width * bits + 15) / 16 * 2, planes, bits, {}};
   std::mt19937 random(static_cast<unsigned>(width * 1000 + height));
   bitmap.bytes.resize(static_cast<size_t>(bitmap.widthBytes * height * planes));
-  for (uint8_t& byte : bitmap.bytes) byte = static_cast<uint8_t>(random() >> 8);
+  for (size_t i = 0; i < bitmap.bytes.size(); ++i) {
+    const int bitsLeft = width * bits - static_cast<int>(i % static_cast<size_t>(bitmap.widthBytes)) * 8;
+    const int mask = isPaddingSet ? 0xFF : 0xFF00 >> std::clamp(bitsLeft, 0, 8);
+    bitmap.bytes[i] = static_cast<uint8_t>(random() >> 8 & static_cast<unsigned>(mask));
+  }
   return bitmap;
 }
 
@@ -66,13 +71,24 @@ void ExpectAsReference(const DeviceBitmap& bits) {
   }
 }
 
+constexpr int kWidths[] = {1, 2, 7, 8, 9, 15, 16, 17, 31, 33, 63, 64, 65, 100};
+
 TEST(BitmapMoves, EqualThePixelByPixelMoves) {
   for (const int bits : {1, 4, 8, 16, 24, 32}) {
+    for (const int width : kWidths) ExpectAsReference(RandomBits(width, 1 + width * 7 % 90, 1, bits));
+    // Around 65,536 bytes.
+    const int rowBytes = (300 * bits + 15) / 16 * 2;
+    for (const int more : {0, 1}) ExpectAsReference(RandomBits(300, 65535 / rowBytes + more, 1, bits));
+    ExpectAsReference(RandomBits(2048 / bits, 256, 1, bits));
+  }
+}
+
+TEST(BitmapMoves, TakePlanesAndPaddingAlong) {
+  for (const int bits : {1, 4, 8, 16, 24, 32}) {
     for (int planes = 1; planes <= 4 && planes * bits <= 32; ++planes) {
-      for (const int width : {1, 2, 7, 8, 9, 15, 16, 17, 31, 33, 63, 64, 65, 100}) {
-        ExpectAsReference(RandomBits(width, 1 + width * 7 % 90, planes, bits));
+      for (const int width : kWidths) {
+        ExpectAsReference(RandomBits(width, 1 + width * 7 % 90, planes, bits, /*isPaddingSet=*/true));
       }
-      // Around 65,536 bytes.
       const int rowBytes = (300 * bits + 15) / 16 * 2 * planes;
       for (const int more : {0, 1}) ExpectAsReference(RandomBits(300, 65535 / rowBytes + more, planes, bits));
       ExpectAsReference(RandomBits(2048 / bits, 256 / planes, planes, bits));
@@ -117,25 +133,31 @@ TEST(BitmapMoves, RefuseWhatIsNoBitmapAndSurviveFaults) {
   DeleteObject(palette);
 }
 
-TEST(InvertBitmap, InvertsEveryPixelAndLetsTheBitmapGo) {
+void ExpectInverted(int bits) {
   const TestDib unused = TestDib::Random(8, 1, 1, 1);
-  for (const int bits : {1, 4, 8, 16, 24, 32}) {
-    const DeviceBitmap before = RandomBits(48, 5, 1, bits);
-    HBITMAP bitmap = Make(before);
-    const size_t objects = host::LiveObjects();
-    ExpectEveryFault(host::Fault::kCreation, unused, kErrorBefore, [&](HGLOBAL) {
-      HBITMAP inverted = InPlace<InvertBitmap>(bitmap);
-      EXPECT_EQ(inverted == nullptr, before.bytes == BytesOf(bitmap));
-      EXPECT_EQ(objects, host::LiveObjects());
-      return inverted;
-    });
-    Bytes inverted = before.bytes;
-    for (uint8_t& byte : inverted) byte = static_cast<uint8_t>(~byte);
-    EXPECT_EQ(inverted, BytesOf(bitmap));
-    EXPECT_EQ(1, DeleteObject(bitmap));
-  }
-  for (void* other : {unused.handle(), HGLOBAL{nullptr}})
+  const DeviceBitmap before = RandomBits(48, 5, 1, bits);
+  HBITMAP bitmap = Make(before);
+  const size_t objects = host::LiveObjects();
+  ExpectEveryFault(host::Fault::kCreation, unused, kErrorBefore, [&](HGLOBAL) {
+    HBITMAP inverted = InPlace<InvertBitmap>(bitmap);
+    EXPECT_EQ(inverted == nullptr, before.bytes == BytesOf(bitmap));
+    EXPECT_EQ(objects, host::LiveObjects());
+    return inverted;
+  });
+  Bytes inverted = before.bytes;
+  for (uint8_t& byte : inverted) byte = static_cast<uint8_t>(~byte);
+  EXPECT_EQ(inverted, BytesOf(bitmap)) << bits << " bits";
+  EXPECT_EQ(1, DeleteObject(bitmap));
+}
+
+TEST(InvertBitmap, InvertsEveryPixelAndLetsTheBitmapGo) {
+  for (const int bits : {1, 32}) ExpectInverted(bits);
+  for (void* other : {TestDib::Random(8, 1, 1, 1).handle(), HGLOBAL{nullptr}})
     EXPECT_EQ(0, InvertBitmap(static_cast<HBITMAP>(other)));
+}
+
+TEST(InvertBitmap, TakesOtherDepthsThanTheScreens) {
+  for (const int bits : {4, 8, 16, 24}) ExpectInverted(bits);
 }
 
 }  // namespace

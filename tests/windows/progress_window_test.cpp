@@ -110,7 +110,9 @@ int main(int argc, char** argv) {
   HWND parent = CreateWindowA("STATIC", "A program", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0, 800, 600,
                               nullptr, nullptr, nullptr, nullptr);
   HGLOBAL page = MakePage();
-  CHECK(DetectSkewAngle(page, 1, 0, nullptr) != 0, "without a window");
+  HGLOBAL punched = AutoPunchHoleRemover(page, 0, nullptr);
+  CHECK(DetectSkewAngle(page, 1, 0, nullptr) != 0 && punched != nullptr, "without a window");
+  GlobalFree(punched);
   ExpectCancelled({parent, "Detect Skew Angle...", (kWidth + kHeight) / 5 + 1, argc > 1 ? argv[1] : nullptr},
                   [&] { return DetectSkewAngle(page, 1, 1, parent) != 0; });
   const int holeBand = static_cast<int>(600 * 0.7480314960629921 + 0.5);
