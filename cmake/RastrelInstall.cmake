@@ -1,7 +1,12 @@
 # Installs the libraries, the public headers, a CMake package and a pkg-config file.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS rastrel rastrel_static EXPORT RastrelTargets
+set(libraries rastrel rastrel_static)
+if(WIN32)
+  # Only the loader tells the library of threads that end, and only the DLL holds its dialogs.
+  set(libraries rastrel)
+endif()
+install(TARGETS ${libraries} EXPORT RastrelTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -20,10 +25,9 @@ install(FILES ${PROJECT_BINARY_DIR}/RastrelConfig.cmake ${PROJECT_BINARY_DIR}/Ra
 
 # Relative, so that the installed tree can be moved.
 file(RELATIVE_PATH RASTREL_PREFIX_FROM_PC /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-if(WIN32)
-  set(RASTREL_PRIVATE_LIBS "-lgdi32 -lcomctl32 -static")
-else()
-  set(RASTREL_PRIVATE_LIBS -lpthread)
+set(RASTREL_PRIVATE_LIBS "")
+if(NOT WIN32)
+  set(RASTREL_PRIVATE_LIBS "-lstdc++ -lpthread")
 endif()
 configure_file(cmake/rastrel.pc.in ${PROJECT_BINARY_DIR}/rastrel.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/rastrel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

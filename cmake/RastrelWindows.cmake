@@ -10,6 +10,7 @@ set_target_properties(rastrel PROPERTIES PREFIX "")
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   # The library's names are plain. Callers look for decorated ones, which the linker's own import library has not.
   target_link_options(rastrel PRIVATE -Wl,--kill-at)
-  add_custom_command(TARGET rastrel POST_BUILD WORKING_DIRECTORY ${PROJECT_BINARY_DIR}
-    COMMAND ${CMAKE_DLLTOOL} --kill-at --input-def rastrel.def --output-lib $<TARGET_LINKER_FILE_NAME:rastrel>)
+  add_custom_command(TARGET rastrel POST_BUILD
+    COMMAND ${CMAKE_DLLTOOL} --kill-at --input-def ${PROJECT_BINARY_DIR}/rastrel.def
+      --output-lib $<TARGET_LINKER_FILE:rastrel>)
 endif()
