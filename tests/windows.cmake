@@ -36,3 +36,9 @@ add_test(NAME progress_window COMMAND rastrel_progress_window_test)
 add_test(NAME loader COMMAND rastrel_loader_test)
 set_tests_properties(progress_window loader PROPERTIES
   TIMEOUT 120 SKIP_RETURN_CODE 77 ENVIRONMENT WINEPATH=$<TARGET_FILE_DIR:rastrel>)
+
+if(RASTREL_BUILD_TOOL)
+  add_test(NAME command COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/windows/command_test.sh
+    ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:rastrel_command>)
+  set_tests_properties(command PROPERTIES TIMEOUT 120 SKIP_RETURN_CODE 77)
+endif()

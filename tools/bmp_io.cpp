@@ -1,13 +1,11 @@
 // Bitmap files, through the library. It does not tell a file whose rows are cut short, nor a write that fails
 // on a full disk, so both are checked here.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 
 #include <fmt/format.h>
 
@@ -15,6 +13,8 @@
 
 namespace rastrel::tool {
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr size_t kFileHeaderBytes = 14;
 constexpr size_t kMostHeaderBytes = kFileHeaderBytes + sizeof(BITMAPINFOHEADER);
@@ -29,14 +29,15 @@ Field FieldAt(const uint8_t* bytes) {
 // Reads the headers and throws unless the file can hold the rows that they promise. A file made up to claim
 // gigabytes is refused here, before anything is allocated for it.
 void CheckHeaders(const std::string& path) {
-  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (file < 0) throw PageError(std::strerror(errno));
-  struct stat status {};
+  errno = 0;
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw PageError(std::strerror(errno));
   std::array<uint8_t, kMostHeaderBytes> head{};
-  const bool known = ::fstat(file, &status) == 0;
-  const ssize_t got = ::read(file, head.data(), head.size());
-  ::close(file);
-  if (!known || got < 0) throw PageError("cannot be read");
+  file.read(reinterpret_cast<char*>(head.data()), head.size());
+  const std::streamsize got = file.gcount();
+  std::error_code error;
+  const uint64_t fileBytes = fs::file_size(path, error);
+  if (error) throw PageError("cannot be read");
 
   const bool hasFileHeader = head[0] == 'B' && head[1] == 'M';
   const size_t start = hasFileHeader ? kFileHeaderBytes : 0;
@@ -80,7 +81,6 @@ void CheckHeaders(const std::string& path) {
   const uint64_t rowsAt = offset != 0 ? offset : start + headerBytes + colours * entryBytes;
   const uint64_t rows =
       isRunLength ? claimed : StrideOf(width, static_cast<int>(bits)) * static_cast<uint64_t>(height);
-  const auto fileBytes = static_cast<uint64_t>(status.st_size);
   if (rowsAt + rows > fileBytes || claimed > fileBytes) {
     throw PageError("is damaged: its rows are cut short");
   }
@@ -102,10 +102,10 @@ Dib ReadBmp(const std::string& path) {
 void WriteBmp(const Dib& page, const std::string& path) {
   errno = 0;
   if (SaveDIB(path.c_str(), page.handle()) == 0) throw PageError(LibraryError());
-  struct stat status {};
-  const uint64_t expected = uint64_t{GlobalSize(page.handle())} + kFileHeaderBytes;
-  if (::stat(path.c_str(), &status) != 0 || static_cast<uint64_t>(status.st_size) != expected) {
-    throw PageError(fmt::format("cannot be written in full: {}", std::strerror(errno != 0 ? errno : ENOSPC)));
+  const int reason = errno != 0 ? errno : ENOSPC;
+  std::error_code error;
+  if (fs::file_size(path, error) != uint64_t{GlobalSize(page.handle())} + kFileHeaderBytes) {
+    throw PageError(fmt::format("cannot be written in full: {}", std::strerror(reason)));
   }
 }
 

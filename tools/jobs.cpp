@@ -1,20 +1,16 @@
 #include "jobs.h"
 
-#include <oneapi/tbb/global_control.h>
-#include <oneapi/tbb/parallel_pipeline.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <set>
-#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
 
 #include "output_file.h"
+#include "system.h"
 
 namespace rastrel::tool {
 namespace {
@@ -101,14 +97,6 @@ void PlanFolder(const JobOptions& options, Plan* plan) {
   }
 }
 
-using FileKey = std::pair<dev_t, ino_t>;
-
-std::optional<FileKey> KeyOf(const std::string& path) {
-  struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
-  return FileKey(status.st_dev, status.st_ino);
-}
-
 std::set<FileKey> KeysOf(const std::vector<std::string>& paths) {
   std::set<FileKey> keys;
   for (const std::string& path : paths) {
@@ -155,8 +143,8 @@ bool CompleteResolution(const Dib& dib, double dpi) {
     const double dots = DotsPerInch(value);
     return dots >= kLeastDpi && dots <= kMostDpi;
   };
-  int32_t& x = page.header().biXPelsPerMeter;
-  int32_t& y = page.header().biYPelsPerMeter;
+  auto& x = page.header().biXPelsPerMeter;
+  auto& y = page.header().biYPelsPerMeter;
   const bool hasX = isSound(x), hasY = isSound(y);
   if (hasX && hasY) return false;
   const int32_t known = hasX ? x : hasY ? y : PixelsPerMetre(dpi > 0 ? dpi : kAssumedDpi);
@@ -177,13 +165,10 @@ class Jobs {
   }
 
   int Run() {
-    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
-    const unsigned threads = options_.threads > 0 ? static_cast<unsigned>(options_.threads) : cores;
-    if (threads == 1 || plan_.tasks.size() < 2) {
-      for (const Task& task : plan_.tasks) Take(Work(task));
-    } else {
-      RunParallel(threads);
-    }
+    RunInOrder(plan_.tasks.size(), static_cast<unsigned>(options_.threads), [this](size_t i) -> Finish {
+      const auto page = std::make_shared<Finished>(Work(plan_.tasks[i]));
+      return [this, page] { Take(std::move(*page)); };
+    });
     return reporter_.hasErrors() ? 1 : 0;
   }
 
@@ -195,26 +180,6 @@ class Jobs {
     std::unique_ptr<OutputFile> file;
     std::unique_ptr<TiffDocument> tiff;
   };
-
-  // As many pages are in memory as there are threads; a few more wait in their compressed form.
-  void RunParallel(unsigned threads) {
-    const tbb::global_control limit(tbb::global_control::max_allowed_parallelism, threads);
-    size_t next = 0;
-    const auto source = [&](tbb::flow_control& control) {
-      if (next == plan_.tasks.size()) control.stop();
-      return next++;
-    };
-    using tbb::filter_mode;
-    tbb::parallel_pipeline(
-        size_t{threads} * 2,
-        tbb::make_filter<void, size_t>(filter_mode::serial_in_order, source) &
-            tbb::make_filter<size_t, std::shared_ptr<Finished>>(
-                filter_mode::parallel,
-                [this](size_t i) { return std::make_shared<Finished>(Work(plan_.tasks[i])); }) &
-            tbb::make_filter<std::shared_ptr<Finished>, void>(
-                filter_mode::serial_in_order,
-                [this](std::shared_ptr<Finished> page) { Take(std::move(*page)); }));
-  }
 
   Finished Work(const Task& task) {
     Finished finished;
@@ -395,7 +360,7 @@ Plan MakePlan(const JobOptions& options) {
   if (options.command == Command::kInfo) return plan;
   const fs::path out(options.output);
   std::error_code error;
-  const bool isFolder = options.output.ends_with('/') || fs::is_directory(out, error);
+  const bool isFolder = !out.has_filename() || fs::is_directory(out, error);
   const auto isMerge = [](const Step& step) { return step.operation->merge != nullptr; };
   if (std::any_of(options.chain.begin(), options.chain.end(), isMerge)) {
     plan.tasks = Joined(std::move(plan.tasks), isFolder);
@@ -422,7 +387,7 @@ Plan MakePlan(const JobOptions& options) {
 
 int RunJobs(const JobOptions& options) {
   Plan plan = MakePlan(options);
-  if (options.output.ends_with('/')) {
+  if (!fs::path(options.output).has_filename()) {
     std::error_code error;
     fs::create_directories(options.output, error);
   }

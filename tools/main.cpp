@@ -47,7 +47,7 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
   app->add_option("-o,--output", options->output,
                   "A file, or a folder (or a name that ends in /) for a file each.\n"
                   "TIFF files take all pages; in other formats several pages are\n"
-                  "numbered: out-001.png, out-002.png")
+                  "numbered: out-001.png, out-002.png" RASTREL_WRITES_ONLY)
       ->type_name("OUT");
   app->add_option_function<std::string>(
          "--format",
@@ -86,9 +86,7 @@ struct Reduction {
 
 CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
   CLI::App* clean = app->add_subcommand("clean", "Make straight, clean pages of scanned ones");
-  clean->add_option("inputs", options->inputs, "BMP, TIFF, PNG or JPEG files")
-      ->required()
-      ->type_name("IN...");
+  clean->add_option("inputs", options->inputs, RASTREL_READS " files")->required()->type_name("IN...");
   AddOutputOptions(clean, options);
   AddReportOptions(clean, &options->report);
 
@@ -183,6 +181,7 @@ void SortWords(const std::vector<std::string>& words, JobOptions* options) {
 int Run(int argc, char** argv) {
   CLI::App app("Straightens, trims, cleans and converts scanned pages.", "rastrel");
   app.set_version_flag("--version", "rastrel " RASTREL_VERSION);
+  app.allow_windows_style_options(false);  // a path may begin with a slash
   app.require_subcommand(1);
   app.get_formatter()->column_width(34);
 
@@ -204,9 +203,7 @@ int Run(int argc, char** argv) {
 
   CLI::App* info = app.add_subcommand(
       "info", "Print size, depth, resolution and skew of pages, and whether they are blank");
-  info->add_option("inputs", options.inputs, "BMP, TIFF, PNG or JPEG files")
-      ->required()
-      ->type_name("FILE...");
+  info->add_option("inputs", options.inputs, RASTREL_READS " files")->required()->type_name("FILE...");
   info->add_flag("--json", options.report.isJson, "Print a JSON record for each page, one a line");
   AddJobsOption(info, &options);
 

@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include "page.h"
+#include "system.h"
 
 namespace rastrel::tool {
 namespace {
@@ -58,7 +59,7 @@ OutputFile::OutputFile(const std::string& finalPath) : finalPath_(finalPath) {
   const std::string name =
       fmt::format(".{}.{}-{}.part", final.filename().string().substr(0, 200), ::getpid(), count.fetch_add(1));
   path_ = (final.parent_path() / name).string();
-  const int file = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  const int file = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666);
   if (file < 0) throw PageError(fmt::format("cannot be written: {}", std::strerror(errno)));
   ::close(file);
   slot_ = TakeSlot(path_.c_str());
@@ -70,20 +71,14 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::Commit() {
-  if (::rename(path_.c_str(), finalPath_.c_str()) != 0) {
-    throw PageError(fmt::format("cannot be written: {}", std::strerror(errno)));
-  }
+  std::error_code error;
+  fs::rename(path_, finalPath_, error);
+  if (error) throw PageError(fmt::format("cannot be written: {}", error.message()));
   if (slot_ >= 0) unfinished[slot_].store(nullptr);
   slot_ = -1;
   path_.clear();
 }
 
-void WatchForInterruption() {
-  std::signal(SIGXFSZ, SIG_IGN);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    // A signal that was ignored when we were started (nohup) stays ignored.
-    if (std::signal(signal, RemoveUnfinished) == SIG_IGN) std::signal(signal, SIG_IGN);
-  }
-}
+void WatchForInterruption() { OnInterruption(RemoveUnfinished); }
 
 }  // namespace rastrel::tool

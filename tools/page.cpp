@@ -327,7 +327,7 @@ Dib Rotate(const Dib& page, double degrees, Ink ground) {
 }
 
 Dib Upright(Dib page, int orientation) {
-  using Flip = HGLOBAL (*)(HGLOBAL);
+  using Flip = HGLOBAL(RASTREL_CALL*)(HGLOBAL);
   constexpr Flip kNone = nullptr;
   const struct {
     Flip flip;

@@ -1,17 +1,17 @@
 #include "page_io.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 
 #include <fmt/format.h>
 
 namespace rastrel::tool {
 namespace {
+
+namespace fs = std::filesystem;
 
 struct FormatName {
   std::string_view name;
@@ -54,18 +54,17 @@ std::optional<Format> FormatNamed(std::string_view extension) {
 }
 
 PageFile Inspect(const std::string& path) {
-  // Opening a pipe would wait for a writer for ever.
-  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (file < 0) throw PageError(std::strerror(errno));
-  struct stat status {};
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (!fs::exists(status)) throw PageError(error.message());
+  if (fs::is_directory(status)) throw PageError("is a directory");
+  if (!fs::is_regular_file(status)) throw PageError("is not a regular file");
+  errno = 0;
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw PageError(std::strerror(errno));
   std::array<char, 8> start{};
-  const bool known = ::fstat(file, &status) == 0;
-  const ssize_t got = known && S_ISREG(status.st_mode) ? ::read(file, start.data(), start.size()) : 0;
-  const int error = errno;
-  ::close(file);
-  if (!known || got < 0) throw PageError(std::strerror(error));
-  if (S_ISDIR(status.st_mode)) throw PageError("is a directory");
-  if (!S_ISREG(status.st_mode)) throw PageError("is not a regular file");
+  file.read(start.data(), start.size());
+  const std::streamsize got = file.gcount();
   if (got == 0) throw PageError("is empty");
 
   const std::string_view head(start.data(), static_cast<size_t>(got));

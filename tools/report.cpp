@@ -1,12 +1,12 @@
 #include "report.h"
 
-#include <unistd.h>
-
 #include <cmath>
 #include <cstdio>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+
+#include "system.h"
 
 namespace rastrel::tool {
 namespace {
@@ -83,8 +83,8 @@ std::string PageName(const PageReport& report) {
 
 Reporter::Reporter(Command command, const ReportOptions& options, size_t pages)
     : command_(command), options_(options), pages_(pages) {
-  hasBar_ = pages > 1 && command != Command::kInfo && !options.isQuiet && !options.isVerbose &&
-            ::isatty(STDERR_FILENO) == 1;
+  hasBar_ =
+      pages > 1 && command != Command::kInfo && !options.isQuiet && !options.isVerbose && CanDrawOnScreen();
   DrawBar();
 }
 

@@ -1,0 +1,33 @@
+// What the command asks of the system beyond the standard library.
+#ifndef RASTREL_TOOLS_SYSTEM_H
+#define RASTREL_TOOLS_SYSTEM_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace rastrel::tool {
+
+// Equal for two names of one file.
+using FileKey = std::pair<uint64_t, uint64_t>;
+// Nothing where there is no such file.
+std::optional<FileKey> KeyOf(const std::string& path);
+
+// Whether standard error is a screen that knows escape sequences.
+bool CanDrawOnScreen();
+
+// Calls `handler` when the process is interrupted, and lets a write beyond the file size limit fail instead
+// of ending the process.
+void OnInterruption(void (*handler)(int signal));
+
+// Calls `work` with 0 to count - 1, on that many threads at once (0: as many as there are cores) where the
+// system's build of the command has threads. What a call returns is called in turn, in order, one at a time.
+using Finish = std::function<void()>;
+void RunInOrder(size_t count, unsigned threads, const std::function<Finish(size_t)>& work);
+
+}  // namespace rastrel::tool
+
+#endif

@@ -1,0 +1,36 @@
+#include "system.h"
+
+#include <windows.h>
+
+#include <csignal>
+
+namespace rastrel::tool {
+
+std::optional<FileKey> KeyOf(const std::string& path) {
+  HANDLE file = CreateFileA(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                            OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return std::nullopt;
+  BY_HANDLE_FILE_INFORMATION about = {};
+  const bool isKnown = GetFileInformationByHandle(file, &about) != 0;
+  CloseHandle(file);
+  if (!isKnown) return std::nullopt;
+  return FileKey(about.dwVolumeSerialNumber, uint64_t{about.nFileIndexHigh} << 32 | about.nFileIndexLow);
+}
+
+bool CanDrawOnScreen() {
+  HANDLE screen = GetStdHandle(STD_ERROR_HANDLE);
+  DWORD mode = 0;
+  return GetConsoleMode(screen, &mode) != 0 &&
+         SetConsoleMode(screen, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
+
+void OnInterruption(void (*handler)(int signal)) {
+  for (const int signal : {SIGINT, SIGTERM, SIGBREAK}) std::signal(signal, handler);
+}
+
+// One after the other: the compiler's library for the system's own threads has none of its own.
+void RunInOrder(size_t count, unsigned /*threads*/, const std::function<Finish(size_t)>& work) {
+  for (size_t i = 0; i < count; ++i) work(i)();
+}
+
+}  // namespace rastrel::tool
