@@ -1,8 +1,6 @@
 // TIFF files through libtiff. Its messages are collected, never printed.
 #include <tiffio.h>
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdarg>
@@ -13,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "page_io.h"
+#include "tiff_file.h"
 
 namespace rastrel::tool {
 namespace {
@@ -69,9 +68,9 @@ class OpenOptions {
   TIFFOpenOptions* options_;
 };
 
-TiffHandle OpenFile(const std::string& path, const char* mode, Messages* messages) {
+TiffHandle Open(TiffFile* file, Messages* messages) {
   const OpenOptions options(messages);
-  return TiffHandle(TIFFOpenExt(path.c_str(), mode, options.get()));
+  return TiffHandle(file->Open(options.get()));
 }
 
 [[noreturn]] void Damaged(const Messages& messages) {
@@ -375,7 +374,8 @@ void CopyFields(TIFF* from, TIFF* to) {
 
 void ListTiffPages(const std::string& path, PageFile* result) {
   Messages messages;
-  const TiffHandle file = OpenFile(path, "rm", &messages);
+  TiffFile bytes(path, /*isWritten=*/false);
+  const TiffHandle file = Open(&bytes, &messages);
   if (!file) Damaged(messages);
   do {
     uint32_t kind = 0;
@@ -391,11 +391,10 @@ void ListTiffPages(const std::string& path, PageFile* result) {
 
 Dib ReadTiff(const std::string& path, uint64_t directory) {
   Messages messages;
-  const TiffHandle file = OpenFile(path, "rm", &messages);
-  if (!file ||
-      (directory != TIFFCurrentDirOffset(file.get()) && TIFFSetSubDirectory(file.get(), directory) == 0)) {
-    Damaged(messages);
-  }
+  TiffFile bytes(path, /*isWritten=*/false);
+  bytes.BeginAt(directory);
+  const TiffHandle file = Open(&bytes, &messages);
+  if (!file) Damaged(messages);
   const Layout layout = ReadLayout(file.get());
   CheckClaim(file.get(), layout);
   Dib page;
@@ -442,11 +441,13 @@ EncodedTiff EncodeTiff(const Dib& page, const WriteOptions& options) {
 
 struct TiffDocument::State {
   Messages messages;
+  TiffFile bytes;
   TiffHandle file;
 };
 
-TiffDocument::TiffDocument(const std::string& path) : state_(std::make_unique<State>()) {
-  state_->file = OpenFile(path, "w", &state_->messages);
+TiffDocument::TiffDocument(const std::string& path)
+    : state_(new State{{}, TiffFile(path, /*isWritten=*/true), nullptr}) {
+  state_->file = Open(&state_->bytes, &state_->messages);
   if (!state_->file) NotWritten(state_->messages);
 }
 
@@ -469,6 +470,7 @@ void TiffDocument::Append(const EncodedTiff& page) {
     if (TIFFWriteRawStrip(to, i, strip.data(), count) != count) NotWritten(state_->messages);
   }
   if (TIFFWriteDirectory(to) == 0 || !state_->messages.error.empty()) NotWritten(state_->messages);
+  state_->bytes.SkipToLastPage();
 }
 
 void TiffDocument::Close() {

@@ -204,6 +204,30 @@ INSTANTIATE_TEST_SUITE_P(All, ReadTiffLayout, ::testing::Values(
     [](const auto& test) { return test.param.name; });
 // clang-format on
 
+TEST(ReadTiff, FindsEachPageInFilesOfEitherByteOrderAndPointerSize) {
+  const Folder folder;
+  const std::string path = folder / "pages.tif";
+  for (const char* mode : {"wl", "wb", "wl8", "wb8"}) {
+    TIFF* file = TIFFOpen(path.c_str(), mode);
+    for (uint8_t page = 1; page <= 4; ++page) {
+      TIFFSetField(file, TIFFTAG_IMAGEWIDTH, page);
+      TIFFSetField(file, TIFFTAG_IMAGELENGTH, 1);
+      TIFFSetField(file, TIFFTAG_BITSPERSAMPLE, 8);
+      TIFFSetField(file, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+      uint8_t row[4] = {page, page, page, page};
+      TIFFWriteScanline(file, row, 0, 0);
+      TIFFWriteDirectory(file);
+    }
+    TIFFClose(file);
+    const PageFile pages = Inspect(path);
+    ASSERT_EQ(4u, pages.pages.size()) << mode;
+    for (const size_t page : {4, 2, 1, 3}) {
+      const std::vector<Pixel> expected(page, static_cast<Pixel>(page * 0x010101));
+      EXPECT_EQ(expected, Colours(ReadPage(path, Format::kTiff, pages.pages[page - 1]))) << mode;
+    }
+  }
+}
+
 TEST(ReadTiff, TurnsPagesUpright) {
   const Folder folder;
   // Where 1 2 over 3 4, as stored, come to lie by each orientation from 2 on.
