@@ -4,6 +4,13 @@ file(READ ${SOURCE_DIR}/frame/rastrel.h rastrelHeader)
 if(LIBRARY MATCHES "\\.dll$")
   rastrel_declared_functions("${rastrelHeader}" RASTREL_API declared)
   execute_process(COMMAND ${OBJDUMP} -p ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
+  # Nothing has to lie beside it: all that it loads is part of the system.
+  string(REGEX MATCHALL "DLL Name: [^\n]*" others "${symbols}")
+  list(TRANSFORM others REPLACE "DLL Name: " "")
+  list(FILTER others EXCLUDE REGEX "^(KERNEL32|USER32|GDI32|COMCTL32|msvcrt)\\.dll$")
+  if(others)
+    message(FATAL_ERROR "needs ${others}")
+  endif()
   # The name table is lines of "[ordinal] name", up to an empty one.
   string(REGEX REPLACE ".*\\[Ordinal/Name Pointer\\] Table" "" symbols "${symbols}")
   string(REGEX REPLACE "\n *\n.*" "" symbols "${symbols}")

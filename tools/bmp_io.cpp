@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "page_io.h"
+#include "paths.h"
 
 namespace rastrel::tool {
 namespace {
@@ -35,8 +36,9 @@ void CheckHeaders(const std::string& path) {
   std::array<uint8_t, kMostHeaderBytes> head{};
   file.read(reinterpret_cast<char*>(head.data()), head.size());
   const std::streamsize got = file.gcount();
+  if (file.bad()) throw PageError("cannot be read");
   std::error_code error;
-  const uint64_t fileBytes = fs::file_size(path, error);
+  const uint64_t fileBytes = fs::file_size(PathOf(path), error);
   if (error) throw PageError("cannot be read");
 
   const bool hasFileHeader = head[0] == 'B' && head[1] == 'M';
@@ -104,7 +106,7 @@ void WriteBmp(const Dib& page, const std::string& path) {
   if (SaveDIB(path.c_str(), page.handle()) == 0) throw PageError(LibraryError());
   const int reason = errno != 0 ? errno : ENOSPC;
   std::error_code error;
-  if (fs::file_size(path, error) != uint64_t{GlobalSize(page.handle())} + kFileHeaderBytes) {
+  if (fs::file_size(PathOf(path), error) != uint64_t{GlobalSize(page.handle())} + kFileHeaderBytes) {
     throw PageError(fmt::format("cannot be written in full: {}", std::strerror(reason)));
   }
 }

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "output_file.h"
+#include "paths.h"
 #include "system.h"
 
 namespace rastrel::tool {
@@ -59,8 +60,8 @@ std::vector<Task> Joined(std::vector<Task> tasks, bool isByInput) {
 Format WritableFormat(Format format) { return format == Format::kJpeg ? Format::kPng : format; }
 
 std::string Numbered(const fs::path& path, int number) {
-  const fs::path name = fmt::format("{}-{:03}{}", path.stem().string(), number, path.extension().string());
-  return (path.parent_path() / name).string();
+  const std::string name = fmt::format("{}-{:03}{}", NameOf(path.stem()), number, NameOf(path.extension()));
+  return NameOf(path.parent_path() / PathOf(name));
 }
 
 // Gives each task of `tasks` an output of its own: `path`, numbered where there are several.
@@ -68,14 +69,14 @@ void PlanSinglePages(std::span<Task> tasks, const fs::path& path, Format format,
   int number = 0;
   for (Task& task : tasks) {
     task.output = plan->outputs.size();
-    plan->outputs.push_back({tasks.size() == 1 ? path.string() : Numbered(path, ++number), format});
+    plan->outputs.push_back({tasks.size() == 1 ? NameOf(path) : Numbered(path, ++number), format});
   }
 }
 
 // Puts all of `tasks` into `path`.
 void PlanDocument(std::span<Task> tasks, const fs::path& path, Plan* plan) {
   for (Task& task : tasks) task.output = plan->outputs.size();
-  plan->outputs.push_back({path.string(), Format::kTiff});
+  plan->outputs.push_back({NameOf(path), Format::kTiff});
 }
 
 void PlanFolder(const JobOptions& options, Plan* plan) {
@@ -86,7 +87,7 @@ void PlanFolder(const JobOptions& options, Plan* plan) {
     const std::span<Task> ofFile = tasks.subspan(first, last - first);
     const Source& source = ofFile[0].sources.front();
     const Format format = options.format.value_or(WritableFormat(source.format));
-    fs::path path = fs::path(options.output) / fs::path(options.inputs[source.input]).filename();
+    fs::path path = PathOf(options.output) / PathOf(options.inputs[source.input]).filename();
     path.replace_extension(Extension(format));
     if (format == Format::kTiff) {
       PlanDocument(ofFile, path, plan);
@@ -95,6 +96,12 @@ void PlanFolder(const JobOptions& options, Plan* plan) {
     }
     first = last;
   }
+}
+
+// Equal for names that would be one file.
+std::string UniqueName(const std::string& path) {
+  std::error_code error;
+  return Comparable(NameOf(fs::weakly_canonical(PathOf(path), error)));
 }
 
 std::set<FileKey> KeysOf(const std::vector<std::string>& paths) {
@@ -109,8 +116,7 @@ void RefuseLosses(const JobOptions& options, const Plan& plan) {
   const std::set<FileKey> inputs = KeysOf(options.inputs);
   std::set<std::string> names;
   for (const Output& output : plan.outputs) {
-    std::error_code error;
-    if (!names.insert(fs::weakly_canonical(output.path, error).string()).second) {
+    if (!names.insert(UniqueName(output.path)).second) {
       throw UsageError(fmt::format("several inputs would go to {}", output.path));
     }
     const bool isAskedFor =
@@ -303,8 +309,7 @@ class Jobs {
   // The names of parts turn up only on the way: they can take neither an input's place nor another output's.
   void RefuseLoss(const OutputFile& file, bool isPart) {
     const std::string& path = file.finalPath();
-    std::error_code error;
-    const bool isNew = written_.insert(fs::weakly_canonical(path, error).string()).second;
+    const bool isNew = written_.insert(UniqueName(path)).second;
     if (!isNew) throw PageError(fmt::format("is not written: several pages would go to {}", path));
     const auto key = KeyOf(path);
     if (isPart && key && inputs_.contains(*key) && !options_.overwrites) {
@@ -358,7 +363,7 @@ Plan MakePlan(const JobOptions& options) {
   Plan plan;
   plan.tasks = ListTasks(options.inputs);
   if (options.command == Command::kInfo) return plan;
-  const fs::path out(options.output);
+  const fs::path out = PathOf(options.output);
   std::error_code error;
   const bool isFolder = !out.has_filename() || fs::is_directory(out, error);
   const auto isMerge = [](const Step& step) { return step.operation->merge != nullptr; };
@@ -368,7 +373,7 @@ Plan MakePlan(const JobOptions& options) {
   if (isFolder) {
     PlanFolder(options, &plan);
   } else {
-    const std::string ending = out.extension().string();
+    const std::string ending = NameOf(out.extension());
     const std::optional<Format> named = ending.empty() ? std::nullopt : FormatNamed(ending.substr(1));
     const std::optional<Format> format = options.format ? options.format : named;
     if (!format)
@@ -387,9 +392,9 @@ Plan MakePlan(const JobOptions& options) {
 
 int RunJobs(const JobOptions& options) {
   Plan plan = MakePlan(options);
-  if (!fs::path(options.output).has_filename()) {
+  if (!PathOf(options.output).has_filename()) {
     std::error_code error;
-    fs::create_directories(options.output, error);
+    fs::create_directories(PathOf(options.output), error);
   }
   return Jobs(options, std::move(plan)).Run();
 }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -13,6 +14,7 @@
 #include <fmt/format.h>
 
 #include "page.h"
+#include "paths.h"
 #include "system.h"
 
 namespace rastrel::tool {
@@ -36,10 +38,18 @@ int TakeSlot(const char* path) {
 
 void RemoveUnfinished(int signal) {
   for (const auto& path : unfinished) {
-    if (const char* name = path.load()) ::unlink(name);
+    RemoveFile(path);
   }
   std::signal(signal, SIG_DFL);
   std::raise(signal);
+}
+
+// Leaves room for what is put around a name. Characters stay whole.
+std::string Shortened(std::string name) {
+  size_t bytes = std::min<size_t>(name.size(), 200);
+  while (bytes > 0 && bytes < name.size() && (name[bytes] & 0xC0) == 0x80) --bytes;
+  name.resize(bytes);
+  return name;
 }
 
 }  // namespace
@@ -47,18 +57,18 @@ void RemoveUnfinished(int signal) {
 OutputFile::OutputFile(const std::string& finalPath) : finalPath_(finalPath) {
   std::error_code error;
   // The file that a link names is replaced, not the link.
-  if (fs::is_symlink(finalPath, error)) {
-    const fs::path target = fs::weakly_canonical(finalPath, error);
-    if (!error) finalPath_ = target.string();
+  if (fs::is_symlink(PathOf(finalPath), error)) {
+    const fs::path target = fs::weakly_canonical(PathOf(finalPath), error);
+    if (!error) finalPath_ = NameOf(target);
   }
-  if (fs::exists(finalPath_, error) && !fs::is_regular_file(finalPath_, error)) {
+  const fs::path final = PathOf(finalPath_);
+  if (fs::exists(final, error) && !fs::is_regular_file(final, error)) {
     throw PageError("is there and is not a regular file");
   }
   static std::atomic<unsigned> count{0};
-  const fs::path final(finalPath_);
   const std::string name =
-      fmt::format(".{}.{}-{}.part", final.filename().string().substr(0, 200), ::getpid(), count.fetch_add(1));
-  path_ = (final.parent_path() / name).string();
+      fmt::format(".{}.{}-{}.part", Shortened(NameOf(final.filename())), ::getpid(), count.fetch_add(1));
+  path_ = NameOf(final.parent_path() / PathOf(name));
   const int file = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666);
   if (file < 0) throw PageError(fmt::format("cannot be written: {}", std::strerror(errno)));
   ::close(file);
@@ -72,7 +82,7 @@ OutputFile::~OutputFile() {
 
 void OutputFile::Commit() {
   std::error_code error;
-  fs::rename(path_, finalPath_, error);
+  fs::rename(PathOf(path_), PathOf(finalPath_), error);
   if (error) throw PageError(fmt::format("cannot be written: {}", error.message()));
   if (slot_ >= 0) unfinished[slot_].store(nullptr);
   slot_ = -1;

@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include "paths.h"
+
 namespace rastrel::tool {
 namespace {
 
@@ -55,7 +57,7 @@ std::optional<Format> FormatNamed(std::string_view extension) {
 
 PageFile Inspect(const std::string& path) {
   std::error_code error;
-  const fs::file_status status = fs::status(path, error);
+  const fs::file_status status = fs::status(PathOf(path), error);
   if (!fs::exists(status)) throw PageError(error.message());
   if (fs::is_directory(status)) throw PageError("is a directory");
   if (!fs::is_regular_file(status)) throw PageError("is not a regular file");
@@ -65,6 +67,7 @@ PageFile Inspect(const std::string& path) {
   std::array<char, 8> start{};
   file.read(start.data(), start.size());
   const std::streamsize got = file.gcount();
+  if (file.bad()) throw PageError(std::strerror(errno != 0 ? errno : EIO));
   if (got == 0) throw PageError("is empty");
 
   const std::string_view head(start.data(), static_cast<size_t>(got));

@@ -58,6 +58,8 @@ case_bad_input() {
     expect 1 "$rastrel" info "$bad"
     complains "^rastrel: $bad"
   done
+  expect 1 "$rastrel" info /proc/self/mem
+  complains "Input/output error"
   # The others are still done, and the format is told by the content.
   cp "$letter" letter.png
   expect 1 "$rastrel" clean missing.tif letter.png short.png "$samples/report-grey.png" -o both.tif -q

@@ -42,6 +42,15 @@ check [ "$(ls -A . folder | xargs)" = ".: err folder other.bmp out page.bmp turn
 # An input is recognised under another spelling of its name.
 expect 2 clean page.bmp other.bmp -o "Z:$work/" -q
 check cmp page.bmp other.bmp
+# Names that differ in case only are one file, patterns are expanded, and names may have letters of any language.
+mkdir a b
+cp page.bmp a/page.bmp
+cp page.bmp b/PAGE.bmp
+expect 2 apply a/page.bmp b/PAGE.bmp -o out/ -q
+expect 0 apply '*.bmp' -o 'all/' -q
+check [ "$(ls all | xargs)" = "other.bmp page.bmp turned.bmp" ]
+LC_ALL=C.UTF-8 expect 0 apply page.bmp -o 'größe-日.bmp' -q
+check cmp <(tail -c 384 page.bmp) <(tail -c 384 'größe-日.bmp')
 expect 1 apply page.bmp -o page.tif
 check grep -q "page.tif is no BMP file; this rastrel knows no others" err
 expect 1 apply missing.bmp -o missed.bmp

@@ -92,6 +92,7 @@ void LoadAndLetGo() {
   if (!loaded.isComplete()) return;
   library = &loaded;
   CHECK(StateBlocks() == blocks + 1);  // of the thread that loads
+  CHECK(FindResourceA(loaded.module, MAKEINTRESOURCEA(VS_VERSION_INFO), RT_VERSION) != nullptr);
   CHECK(loaded.getError() == 0);
   loaded.setError(5);
   early.UseLibrary();  // it has no state before

@@ -17,6 +17,12 @@ std::optional<FileKey> KeyOf(const std::string& path) {
   return FileKey(status.st_dev, status.st_ino);
 }
 
+std::string Comparable(const std::string& path) { return path; }
+
+void RemoveFile(const std::atomic<const char*>& name) {
+  if (const char* path = name.load()) ::unlink(path);
+}
+
 bool CanDrawOnScreen() { return ::isatty(STDERR_FILENO) == 1; }
 
 void OnInterruption(void (*handler)(int signal)) {

@@ -4,6 +4,12 @@
 
 #include <csignal>
 
+#include "paths.h"
+
+// Patterns like *.bmp are expanded before main: no shell does it there.
+extern "C" int _dowildcard;
+int _dowildcard = -1;
+
 namespace rastrel::tool {
 
 std::optional<FileKey> KeyOf(const std::string& path) {
@@ -15,6 +21,24 @@ std::optional<FileKey> KeyOf(const std::string& path) {
   CloseHandle(file);
   if (!isKnown) return std::nullopt;
   return FileKey(about.dwVolumeSerialNumber, uint64_t{about.nFileIndexHigh} << 32 | about.nFileIndexLow);
+}
+
+// In capitals, as names are compared, and without the dots and spaces at its end, which are no part of a
+// name.
+std::string Comparable(const std::string& path) {
+  std::u16string name = PathOf(path).u16string();
+  CharUpperBuffW(reinterpret_cast<wchar_t*>(name.data()), static_cast<DWORD>(name.size()));
+  while (name.ends_with(u'.') || name.ends_with(u' ')) name.pop_back();
+  return NameOf(name);
+}
+
+// The handler runs beside the thread that writes, and a file that is open cannot be removed.
+void RemoveFile(const std::atomic<const char*>& name) {
+  for (int tries = 0; tries < 300; ++tries) {
+    const char* path = name.load();
+    if (path == nullptr || DeleteFileA(path) != 0 || GetLastError() != ERROR_SHARING_VIOLATION) return;
+    Sleep(10);
+  }
 }
 
 bool CanDrawOnScreen() {
