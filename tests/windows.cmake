@@ -11,8 +11,8 @@ set(otherSystem
   GetCurrentPalette.*
   GetSystemPalette.*
   # bitmaps of several planes,
-  ConvertToMonochromeBitmap.IsWhiteWherePixelsAreNearerToIt
-  ConvertBitmapToDIB.MakesTheHeaderAndTheColourTable
+  ConvertToMonochromeBitmap.TakesPlanesTogether
+  ConvertBitmapToDIB.MakesTheColourTable
   # bitmaps of several planes again, and padding of rows that stays as it was; the system clears it,
   BitmapMoves.TakePlanesAndPaddingAlong
   # bitmaps of any depth in any device context; the system takes those of 1 bit and of the screen's depth,

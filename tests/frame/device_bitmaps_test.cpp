@@ -27,7 +27,24 @@ HBITMAP AnyBitmap(int width, int height, int planes, int bits) {
   return CreateBitmap(width, height, planes, bits, random.data() + 1064);
 }
 
-TEST(ConvertBitmapToDIB, MakesTheHeaderAndTheColourTable) {
+void ExpectHeader(const TestDib& page, int bits) {
+  BITMAPINFOHEADER header = MakeHeader(bits, 13, 3);
+  header.biXPelsPerMeter = header.biYPelsPerMeter = 0;
+  header.biClrImportant = header.biClrUsed;
+  const Bytes expected = TestDib(header).block(), block = page.block();
+  EXPECT_EQ(Bytes(expected.begin(), expected.begin() + 40), Bytes(block.begin(), block.begin() + 40));
+  EXPECT_EQ(Rounded(Bytes(40 + 4 * header.biClrUsed + header.biSizeImage + 50)).size(), block.size());
+}
+
+TEST(ConvertBitmapToDIB, MakesAHeaderOfEveryDepth) {
+  for (const auto& [bits, dibBits] : {std::pair(1, 1), {4, 4}, {8, 8}, {16, 24}, {24, 24}, {32, 24}}) {
+    HBITMAP bitmap = AnyBitmap(13, 3, 1, bits);
+    ExpectHeader(TestDib(ConvertBitmapToDIB(bitmap, nullptr)), dibBits);
+    DeleteObject(bitmap);
+  }
+}
+
+TEST(ConvertBitmapToDIB, MakesTheColourTable) {
   struct Case {
     int planes, bits, paletteEntries;  // reds from 1 on
     int dibBits, secondEntry, lastEntry;
@@ -52,15 +69,11 @@ TEST(ConvertBitmapToDIB, MakesTheHeaderAndTheColourTable) {
     const TestDib page(ConvertBitmapToDIB(bitmap, palette));
     EXPECT_EQ(palette != nullptr || c.dibBits == 1 ? kErrorBefore : ErrCreatePalette, RastrelError())
         << "Kept: success leaves error 10 where the screen has no palette";
-    BITMAPINFOHEADER header = MakeHeader(c.dibBits, 13, 3);
-    header.biXPelsPerMeter = header.biYPelsPerMeter = 0;
-    header.biClrImportant = header.biClrUsed;
-    const Bytes expected = TestDib(header).block(), block = page.block();
-    EXPECT_EQ(Bytes(expected.begin(), expected.begin() + 40), Bytes(block.begin(), block.begin() + 40));
-    EXPECT_EQ(Rounded(Bytes(40 + 4 * header.biClrUsed + header.biSizeImage + 50)).size(), block.size());
+    ExpectHeader(page, c.dibBits);
+    const Bytes block = page.block();
     const auto entry = [&](size_t at) { return block[at + 2] << 16 | block[at + 1] << 8 | block[at]; };
     EXPECT_TRUE(c.dibBits == 24 ||
-                (entry(44) == c.secondEntry && entry(36 + 4 * header.biClrUsed) == c.lastEntry));
+                (entry(44) == c.secondEntry && entry(36u + 4 * (1u << c.dibBits)) == c.lastEntry));
     for (HGDIOBJ object : std::initializer_list<HGDIOBJ>{palette, bitmap}) DeleteObject(object);
   }
   EXPECT_EQ(nullptr, ConvertBitmapToDIB(nullptr, nullptr));
@@ -111,8 +124,11 @@ TEST(ConvertToMonochromeBitmap, IsWhiteWherePixelsAreNearerToIt) {
   HBITMAP bitmap = CreateBitmap(2, 2, 1, 32, pixels);
   EXPECT_EQ((Bytes{0x40, 0, 0x80, 0}), Taken(ConvertToMonochromeBitmap(bitmap)));
   DeleteObject(bitmap);
+}
+
+TEST(ConvertToMonochromeBitmap, TakesPlanesTogether) {
   const uint16_t planes[] = {0xFF, 0xFF, 0xFF, 0x7F};  // the first pixel is colour 7, light grey
-  bitmap = CreateBitmap(8, 1, 4, 1, planes);
+  HBITMAP bitmap = CreateBitmap(8, 1, 4, 1, planes);
   EXPECT_EQ((Bytes{0xFF, 0}), Taken(ConvertToMonochromeBitmap(bitmap)));
   DeleteObject(bitmap);
 }
