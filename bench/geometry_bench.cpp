@@ -17,6 +17,17 @@ BENCHMARK(BM_RotateDIB)
     ->ArgsProduct({{1, 4, 8, 24}, {0, 37, 100, 450, 900, 1800}})
     ->Unit(benchmark::kMillisecond);
 
+void BM_StraightenDIB(benchmark::State& state) {
+  const testing::TestDib page = BenchPage(static_cast<int>(state.range(0)));
+  const double angle = static_cast<double>(state.range(1)) / 10;
+  const auto quality = static_cast<int>(state.range(2));
+  TimeOperation(state, page, [&](HGLOBAL dib) { return StraightenDIB(dib, angle, quality, 0xFFFFFF); });
+}
+BENCHMARK(BM_StraightenDIB)
+    ->ArgNames({"bits", "tenthsOfADegree", "quality"})
+    ->ArgsProduct({{1, 8, 24}, {4, 37, 450}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
+
 void TimePage(benchmark::State& state, HGLOBAL (*operation)(HGLOBAL)) {
   const testing::TestDib page = BenchPage(static_cast<int>(state.range(0)));
   TimeOperation(state, page, operation);

@@ -272,6 +272,30 @@ RASTREL_API HGLOBAL RASTREL_CALL RotateDIB90(HGLOBAL dib);
 RASTREL_API HGLOBAL RASTREL_CALL RotateDIB180(HGLOBAL dib);
 RASTREL_API HGLOBAL RASTREL_CALL RotateDIB270(HGLOBAL dib);
 
+/* Turns a page of 1, 4, 8 or 24 bits counter-clockwise by any angle in degrees, about its centre, and fills
+ * what it does not cover with `background` (0x00BBGGRR), or the colour table's nearest to it. A page is
+ * straightened by the reverse of its skew.
+ *
+ *   quality 0  takes the nearest source pixel
+ *   quality 1  mixes the four source pixels around, by their distance (bilinear). A 1-bit page takes black or
+ *              white from that, whichever has more than half, so that strokes keep their weight. At 4 and 8
+ *              bits this is for pages whose colour table has only greys; a mixture becomes the nearest of
+ *              these. Others take the nearest source pixel, as indices of colours cannot be mixed.
+ *
+ * The result holds the whole turned page: with W, H and r for its width, height and angle after the nearest
+ * number of quarter turns, it is W + 2 ceil((W cos r + H |sin r| - 1 - W) / 2) wide, and as high with W and H
+ * exchanged; so the centres of both lie alike between pixels, and no pixel's centre is left out. With
+ * STRAIGHTEN_SAME_SIZE added to `quality` it has the page's own width and height, and what sticks out is cut.
+ * Quarter turns are exact. Resolutions and the colour table are the page's; resolutions are exchanged with
+ * the sides, when the angle is nearer to 90 or 270 degrees.
+ *
+ * Success sets error 0. Errors: 8 null handle, an angle that is not a finite number, other bits in `quality`;
+ * 17 cannot be locked, 9 header size, 18 compressed, 19 width or height below 1 or a block cut short, 13
+ * other depths, 1 no memory or more than a block can hold. */
+RASTREL_API HGLOBAL RASTREL_CALL StraightenDIB(HGLOBAL dib, double angleDegrees, int quality,
+                                               COLORREF background);
+enum { STRAIGHTEN_SAME_SIZE = 0x100 };
+
 /* ---- tone ---- */
 
 /* Dither a page of 4, 8 or 24 bits to fewer: `bits` is 1 (black and white), 4 (eight colours at even indices)

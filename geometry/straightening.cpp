@@ -1,0 +1,673 @@
+// Turning a page by any angle, smoothly.
+//
+// Every pixel of the new page takes what lies where it came from. Quarters of a turn come first, as a move of
+// whole pixels; the rest is at most an eighth of a turn. There a source position is the sum of a part that
+// the column decides and one that the row decides, both in fixed point, so that all builds make the same
+// bytes and a tile of the new page needs them once.
+//
+// Between its pixels the page is taken to be what bilinear interpolation makes of it, with the background all
+// around. That is also what a square of a pixel's size covers there, on average. Pages of 1 bit take the side
+// of one half that it lies on, which keeps the weight of strokes: straight edges stay where they are, and of
+// their corners as much is gained inside as is lost outside.
+//
+// The new page is filled in tiles. The source pixels that one needs are first laid out in a buffer, with
+// background where the page ends, so that nothing behind has to look for edges.
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "frame/dib.h"
+#include "frame/rastrel.h"
+#include "frame/thread_state.h"
+#include "geometry/plane.h"
+#include "geometry/reversal.h"
+#include "geometry/transposition.h"
+#include "platform/processor.h"
+
+namespace rastrel {
+namespace {
+
+// ---- the geometry of a turn -------------------------------------------------------------------------------
+
+// The series, as far as counts within an eighth of a turn. The system's functions differ in last digits.
+double Sine(double x) {
+  const double q = x * x;
+  return x * (1 - q / 6 * (1 - q / 20 * (1 - q / 42 * (1 - q / 72 * (1 - q / 110 * (1 - q / 156))))));
+}
+double Cosine(double x) {
+  const double q = x * x;
+  return 1 -
+         q / 2 * (1 - q / 12 * (1 - q / 30 * (1 - q / 56 * (1 - q / 90 * (1 - q / 132 * (1 - q / 182))))));
+}
+
+// Counter-clockwise: quarters first, then the rest, whose sine and cosine are in units of 2^-31.
+struct Turn {
+  int quarters;  // 0 to 3
+  int64_t sine, cosine;
+
+  explicit Turn(double degrees) {
+    const double withinTurn = std::fmod(degrees, 360.0);
+    const double nearest = std::floor((withinTurn + 45) / 90);
+    const double radians = (withinTurn - 90 * nearest) * 0.017453292519943295;  // the difference is exact
+    quarters = static_cast<int>(nearest) & 3;
+    sine = InUnits(Sine(radians));
+    cosine = InUnits(Cosine(radians));
+  }
+
+  static int64_t InUnits(double value) {
+    return static_cast<int64_t>(std::floor(value * 2147483648.0 + 0.5));
+  }
+};
+
+struct Size {
+  int64_t width, height;
+};
+
+// The smallest size that differs from the page's by even numbers, so that both centres lie in a pixel or
+// between two, and leaves no pixel centre of the turned page out.
+Size SizeOfWhole(const Turn& turn, Size page) {
+  const auto whole = [](int64_t along, int64_t across, int64_t size) {  // both in units of 2^-31
+    const int64_t growth = along - (size << 31) + across - (int64_t{1} << 31);
+    constexpr int64_t kTwo = int64_t{2} << 31;
+    return size + 2 * ((growth + kTwo - 1) >> 32);
+  };
+  const int64_t sine = std::abs(turn.sine);
+  return {whole(turn.cosine * page.width, sine * page.height, page.width),
+          whole(turn.cosine * page.height, sine * page.width, page.height)};
+}
+
+// A source position, or a part of one, in units of 2^-kFraction pixels; y points up. Pixels have their
+// centres at whole numbers.
+struct Point {
+  int64_t x, y;
+};
+constexpr int kFraction = 15;
+constexpr int kPixel = 1 << kFraction;
+
+class Walk {
+ public:
+  // Where the size of the page and of the result differ by an odd number, their centres are half a pixel
+  // apart, so that exact turns stay exact.
+  Walk(const Turn& turn, const ConstPlane& page, Size result)
+      : turn_(turn),
+        centre_{(int64_t{page.width} - 1) * (kPixel / 2), (int64_t{page.height} - 1) * (kPixel / 2)},
+        result_{result.width + ((result.width ^ page.width) & 1),
+                result.height + ((result.height ^ page.height) & 1)} {}
+
+  Point OfColumn(int64_t column) const {
+    const int64_t right = 2 * column + 1 - result_.width;
+    return {right * turn_.cosine >> kShift, -right * turn_.sine >> kShift};
+  }
+  Point OfRow(int64_t row) const {
+    const int64_t up = 2 * row + 1 - result_.height;
+    return {(up * turn_.sine >> kShift) + centre_.x, (up * turn_.cosine >> kShift) + centre_.y};
+  }
+
+ private:
+  static constexpr int kShift = 1 + 31 - kFraction;
+
+  Turn turn_;
+  Point centre_;
+  Size result_;  // with which positions are counted from the middle
+};
+
+// ---- tiles ------------------------------------------------------------------------------------------------
+
+// A tile has 64 columns, a bit of a word for each, the leftmost one in the highest.
+constexpr int kColumns = 64;
+constexpr int kRows = 64;
+constexpr uint64_t kOnes = ~uint64_t{0};
+constexpr uint64_t kLeftmost = uint64_t{1} << 63;
+using ColumnFlags = std::array<uint64_t, kColumns / 8>;  // as bytes
+
+// The source pixels that a tile needs.
+struct Box {
+  int64_t left, bottom;
+  int width, height;
+};
+constexpr int kBoxSide = 96;  // at most: the diagonal of a tile and what is around
+
+// A position in a tile's buffer.
+struct Place {
+  int32_t x, y;
+};
+constexpr int PixelAt(int32_t position) { return position >> kFraction; }
+
+// Where a tile's columns come from, counted from its first one.
+struct Columns {
+  std::array<int32_t, kColumns> x, y;
+  // Again one bit of the whole numbers and the fractions, from the column before the first on.
+  std::array<uint16_t, 1 + kColumns> shortX, shortY;
+};
+
+// Returns the columns with such flags.
+uint64_t ColumnsOf(unsigned flag, const ColumnFlags& flags) {
+  // The product has bit 8 n of the eight at bit 63 - n, and nothing else among the highest eight.
+  constexpr uint64_t kLowBits = 0x0101010101010101;
+  constexpr uint64_t kGather = 0x8040201008040201;
+  uint64_t columns = 0;
+  for (const uint64_t eight : flags) {
+    columns = columns << 8 | ((eight >> std::countr_zero(flag) & kLowBits) * kGather) >> 56;
+  }
+  return columns;
+}
+
+RASTREL_ALSO_AVX2 void FlagRunStarts(const uint16_t* __restrict columnX, const uint16_t* __restrict columnY,
+                                     uint16_t rowX, uint16_t rowY, uint8_t* __restrict flags) {
+  for (int n = 0; n < kColumns; ++n) {
+    const auto x = static_cast<uint16_t>((columnX[n] + rowX) ^ (columnX[n + 1] + rowX));
+    const auto y = static_cast<uint16_t>((columnY[n] + rowY) ^ (columnY[n + 1] + rowY));
+    flags[n] = static_cast<uint8_t>((~x | y) >> kFraction & 1);
+  }
+}
+
+// Along a row the pixels come in runs that lie side by side in the source. Returns where they start.
+uint64_t RunStarts(const Columns& columns, Place row) {
+  ColumnFlags flags;
+  FlagRunStarts(columns.shortX.data(), columns.shortY.data(), static_cast<uint16_t>(row.x),
+                static_cast<uint16_t>(row.y), reinterpret_cast<uint8_t*>(flags.data()));
+  return ColumnsOf(1, flags) | kLeftmost;
+}
+
+// ---- tiles of 1 bit ---------------------------------------------------------------------------------------
+
+// How pixels lie among the four source pixels around each.
+constexpr unsigned kCorner = 1;  // none of the four covers half of it
+constexpr unsigned kRight = 2;   // nearer to the right two
+constexpr unsigned kUpper = 4;
+
+RASTREL_ALSO_AVX2 void Classify(const uint16_t* __restrict columnX, const uint16_t* __restrict columnY,
+                                uint16_t rowX, uint16_t rowY, uint8_t* __restrict classes) {
+  constexpr int kLow = kPixel - 1;
+  constexpr int kHalf = (kPixel / 2 * kPixel) >> 16;
+  for (int n = 0; n < kColumns; ++n) {
+    const auto x = static_cast<uint16_t>((columnX[n] + rowX) & kLow);
+    const auto y = static_cast<uint16_t>((columnY[n] + rowY) & kLow);
+    const auto right = static_cast<uint16_t>(x >> (kFraction - 1));
+    const auto upper = static_cast<uint16_t>(y >> (kFraction - 1));
+    // What the nearer column and row cover: x, or kPixel - x.
+    const auto shareX = static_cast<uint16_t>((x ^ ((right - 1) & kLow)) + 1 - right);
+    const auto shareY = static_cast<uint16_t>((y ^ ((upper - 1) & kLow)) + 1 - upper);
+    const auto share = static_cast<uint16_t>((uint32_t{shareX} * shareY) >> 16);
+    const auto isCorner = static_cast<uint16_t>(static_cast<uint16_t>(share - kHalf) >> 15);
+    classes[n] = static_cast<uint8_t>(isCorner | right << 1 | upper << 2);
+  }
+}
+
+class BitTile {
+ public:
+  BitTile(const ConstPlane& page, bool isSmooth, bool background)
+      : page_(page), isSmooth_(isSmooth), background_(background ? kOnes : 0) {}
+
+  // Words of the buffer are words of the page, with room for columns left of the box.
+  static int64_t Origin(int64_t left) { return (left - kColumns / 2) & -kColumns; }
+
+  void Load(const Box& box, const Columns& columns) {
+    const int64_t origin = Origin(box.left);
+    for (int row = 0; row < box.height; ++row) {
+      const int64_t y = box.bottom + row;
+      for (int i = 0; i < kRowWords; ++i) rows_[row][i] = SourceWord(y, origin / kColumns + i);
+    }
+    FindUniformRows(static_cast<int>(box.left - origin), box.width, box.height);
+    columns_ = columns;
+  }
+
+  void Fill(const Place* places, const Rows& to, bool /*isRoomy*/) const {
+    for (int i = 0; i < to.height; ++i) FillRow(places[i], to.width, to.StoredRow(i));
+  }
+
+ private:
+  static constexpr int kRowWords = 4;
+
+  void FillRow(Place row, int count, uint8_t* to) const {
+    const auto [lowest, highest] = std::minmax(columns_.y.front(), columns_.y.back());
+    const int bottom = PixelAt(row.y + lowest);
+    const int top = PixelAt(row.y + highest) + 1;
+    uint64_t pixels = alikeUntil_[bottom] > top ? colours_[bottom] : Turned(row);
+    if (count < kColumns) pixels &= ~(kOnes >> count);
+    pixels = __builtin_bswap64(pixels);
+    std::memcpy(to, &pixels, count > kColumns / 2 ? 8 : 4);
+  }
+
+  uint64_t SourceWord(int64_t y, int64_t index) const {
+    const int64_t pixels = page_.width - index * kColumns;
+    if (y < 0 || y >= page_.height || index < 0 || pixels <= 0) return background_;
+    const auto at = static_cast<size_t>(index) * 8;
+    uint64_t word = 0;
+    std::memcpy(&word, page_.first + page_.step * static_cast<ptrdiff_t>(y) + at,
+                std::min<size_t>(8, page_.rowBytes - at));
+    const uint64_t beyond = pixels < kColumns ? kOnes >> pixels : 0;
+    return (__builtin_bswap64(word) & ~beyond) | (background_ & beyond);
+  }
+
+  // Most rows of most tiles are blank.
+  void FindUniformRows(int left, int width, int height) {
+    std::array<uint64_t, kRowWords> needed = {};
+    for (int i = left; i < left + width; ++i) needed[i / kColumns] |= kLeftmost >> i % kColumns;
+    int end = height;
+    for (int row = height - 1; row >= 0; --row) {
+      colours_[row] = 0 - (rows_[row][left / kColumns] >> (63 - left % kColumns) & 1);
+      uint64_t others = 0;
+      for (int i = 0; i < kRowWords; ++i) others |= (rows_[row][i] ^ colours_[row]) & needed[i];
+      if (row + 1 == height || colours_[row] != colours_[row + 1]) end = row + 1;
+      if (others != 0) end = row;
+      alikeUntil_[row] = end;
+    }
+  }
+
+  // 64 pixels of a row of the buffer from a column on, and as many from the next one on.
+  struct Pair {
+    uint64_t left, right;
+  };
+  Pair PairAt(int x, int y) const {
+    const uint64_t* words = &rows_[y][x / kColumns];
+    const int shift = x % kColumns;
+    const uint64_t behind = words[1] >> (63 - shift);
+    const uint64_t left = words[0] << shift | behind >> 1;
+    return {left, left << 1 | (behind & 1)};
+  }
+
+  uint64_t Turned(Place row) const {
+    uint64_t starts = RunStarts(columns_, row);
+    Pair lower = {}, upper = {};
+    while (starts != 0) {
+      const int n = std::countl_zero(starts);
+      const uint64_t onward = kOnes >> n;
+      starts &= onward >> 1;
+      const int x = PixelAt(row.x + columns_.x[n]) - n;
+      const int y = PixelAt(row.y + columns_.y[n]);
+      const auto take = [onward](Pair& pixels, Pair from) {
+        pixels.left ^= (pixels.left ^ from.left) & onward;
+        pixels.right ^= (pixels.right ^ from.right) & onward;
+      };
+      take(lower, PairAt(x, y));
+      take(upper, PairAt(x, y + 1));
+    }
+
+    ColumnFlags classes;
+    Classify(&columns_.shortX[1], &columns_.shortY[1], static_cast<uint16_t>(row.x),
+             static_cast<uint16_t>(row.y), reinterpret_cast<uint8_t*>(classes.data()));
+    const uint64_t isRight = ColumnsOf(kRight, classes);
+    const auto nearer = [isRight](Pair pixels) {
+      return pixels.left ^ ((pixels.left ^ pixels.right) & isRight);
+    };
+    const uint64_t below = nearer(lower);
+    const uint64_t nearest = below ^ ((below ^ nearer(upper)) & ColumnsOf(kUpper, classes));
+    if (!isSmooth_) return nearest;
+    // In a corner three outweigh one, and two the nearest breaks the tie.
+    const uint64_t bothBelow = lower.left & lower.right, anyBelow = lower.left | lower.right;
+    const uint64_t bothAbove = upper.left & upper.right, anyAbove = upper.left | upper.right;
+    const uint64_t three = (bothBelow & anyAbove) | (anyBelow & bothAbove);
+    const uint64_t two = bothBelow | bothAbove | (anyBelow & anyAbove);
+    return nearest ^ ((nearest ^ (three | (two & nearest))) & ColumnsOf(kCorner, classes));
+  }
+
+  ConstPlane page_;
+  bool isSmooth_;
+  uint64_t background_;
+  Columns columns_;
+  std::array<std::array<uint64_t, kRowWords>, kBoxSide> rows_;
+  // Of each row the colour of its first needed pixel, and the row above from which on not all are of that
+  // colour: itself, if it has others.
+  std::array<uint64_t, kBoxSide> colours_;
+  std::array<int, kBoxSide> alikeUntil_;
+};
+
+// ---- tiles of bytes ---------------------------------------------------------------------------------------
+
+// Bytes of a run are made so many at once; those that are too many are made again as parts of what follows.
+constexpr int kAtOnce = 16;
+
+template <int kChannels>
+struct ByteColumns {
+  std::array<uint16_t, kColumns * kChannels + kAtOnce> x, y;  // as the short ones, for each byte
+};
+
+// Mixes bytes of four pixels by where they lie among them. All that is in 16 bits.
+[[gnu::always_inline]] inline void Mix(const uint8_t* __restrict lower, const uint8_t* __restrict upper,
+                                       int nextPixel, const uint16_t* __restrict columnX,
+                                       const uint16_t* __restrict columnY, uint16_t rowX, uint16_t rowY,
+                                       uint8_t* __restrict to) {
+  for (int n = 0; n < kAtOnce; ++n) {
+    const auto x = static_cast<uint16_t>((columnX[n] + rowX) << 1);
+    const auto y = static_cast<uint16_t>((columnY[n] + rowY) << 1);
+    const auto right = static_cast<uint16_t>(x >> 8);      // in 256ths
+    const auto above = static_cast<uint16_t>(y & 0xFF00);  // in 65536ths
+    const auto low = static_cast<uint16_t>(lower[n] * (256 - right) + lower[n + nextPixel] * right);
+    const auto high = static_cast<uint16_t>(upper[n] * (256 - right) + upper[n + nextPixel] * right);
+    const auto lost = static_cast<uint16_t>((uint32_t{low} * above) >> 16);
+    const auto gained = static_cast<uint16_t>((uint32_t{high} * above) >> 16);
+    to[n] = static_cast<uint8_t>(static_cast<uint16_t>(low - lost + gained + 128) >> 8);
+  }
+}
+
+// Makes a row of a tile, and up to kAtOnce - 1 bytes more.
+template <int kChannels, int kStride, bool kIsSmooth>
+RASTREL_ALSO_AVX2 void TurnRow(const uint8_t* buffer, uint64_t starts, const Columns& columns,
+                               const ByteColumns<kChannels>& bytes, Place row, int count, uint8_t* to) {
+  while (starts != 0) {
+    const int n = std::countl_zero(starts);
+    if (n >= count) return;
+    starts &= kOnes >> n >> 1;
+    const int end = std::min(std::countl_zero(starts), count) * kChannels;
+    const uint8_t* from =
+        buffer + PixelAt(row.y + columns.y[n]) * kStride + PixelAt(row.x + columns.x[n]) * kChannels;
+    for (int i = n * kChannels; i < end; i += kAtOnce, from += kAtOnce) {
+      if constexpr (kIsSmooth) {
+        Mix(from, from + kStride, kChannels, &bytes.x[i], &bytes.y[i], static_cast<uint16_t>(row.x),
+            static_cast<uint16_t>(row.y), to + i);
+      } else {
+        std::memcpy(to + i, from, kAtOnce);
+      }
+    }
+  }
+}
+
+// What a page with a colour table is mixed by: the greys of its indices, and the indices nearest to greys.
+struct GreyTable {
+  std::array<uint8_t, 256> greys, indices;
+};
+
+// 4, 8 or 24 bits. The buffer has the bytes of pixels, or with a table their greys.
+template <int kBits>
+class ByteTile {
+ public:
+  ByteTile(const ConstPlane& page, bool isSmooth, const GreyTable* table, const uint8_t* background)
+      : page_(page), isSmooth_(isSmooth), table_(table) {
+    std::memcpy(background_.data(), background, kChannels);
+    if (table_ != nullptr) background_[0] = table_->greys[background_[0]];
+  }
+
+  static int64_t Origin(int64_t left) { return left; }
+
+  void Load(const Box& box, const Columns& columns) {
+    const auto left = static_cast<int>(std::clamp<int64_t>(-box.left, 0, box.width));
+    const auto right = static_cast<int>(std::clamp<int64_t>(page_.width - box.left, left, box.width));
+    for (int row = 0; row < box.height; ++row) {
+      const int64_t y = box.bottom + row;
+      uint8_t* const to = buffer_.data() + row * kStride;
+      if (y < 0 || y >= page_.height || left == right) {
+        FillBackground(to, box.width);
+        continue;
+      }
+      FillBackground(to, left);
+      LoadPixels(page_.first + page_.step * static_cast<ptrdiff_t>(y), box.left + left, right - left,
+                 to + left * kChannels);
+      FillBackground(to + right * kChannels, box.width - right);
+    }
+    columns_ = columns;
+    for (int i = 0; i < kColumns * kChannels; ++i) {
+      bytes_.x[i] = columns.shortX[1 + i / kChannels];
+      bytes_.y[i] = columns.shortY[1 + i / kChannels];
+    }
+  }
+
+  // `to` has room for more bytes behind its pixels where `isRoomy`.
+  void Fill(const Place* places, const Rows& to, bool isRoomy) {
+    for (int i = 0; i < to.height; ++i) {
+      uint8_t* const bytes = kBits == 4 || !isRoomy ? row_.data() : to.StoredRow(i);
+      if (isSmooth_) {
+        TurnRow<kChannels, kStride, true>(buffer_.data(), RunStarts(columns_, places[i]), columns_, bytes_,
+                                          places[i], to.width, bytes);
+      } else {
+        const Place nearest = {places[i].x + kPixel / 2, places[i].y + kPixel / 2};
+        TurnRow<kChannels, kStride, false>(buffer_.data(), RunStarts(columns_, nearest), columns_, bytes_,
+                                           nearest, to.width, bytes);
+      }
+      if constexpr (kChannels == 1) {
+        if (table_ != nullptr) LookUp(table_->indices, to.width, bytes);
+      }
+      if constexpr (kBits == 4) {
+        Pack(to.width, to.StoredRow(i));
+      } else if (!isRoomy) {
+        std::memcpy(to.StoredRow(i), bytes, static_cast<size_t>(to.width) * kChannels);
+      }
+    }
+  }
+
+ private:
+  static constexpr int kChannels = kBits == 24 ? 3 : 1;
+  static constexpr int kStride = kBoxSide * kChannels;
+
+  void FillBackground(uint8_t* to, int count) const {
+    for (int i = 0; i < count * kChannels; ++i) to[i] = background_[i % kChannels];
+  }
+
+  void LoadPixels(const uint8_t* row, int64_t first, int count, uint8_t* to) const {
+    if constexpr (kBits == 4) {
+      for (int n = 0; n < count; ++n) {
+        const int64_t x = first + n;
+        to[n] = row[x / 2] >> (x % 2 == 0 ? 4 : 0) & 0xF;
+      }
+    } else {
+      std::memcpy(to, row + first * kChannels, static_cast<size_t>(count) * kChannels);
+    }
+    if constexpr (kChannels == 1) {
+      if (table_ != nullptr) LookUp(table_->greys, count, to);
+    }
+  }
+
+  static void LookUp(const std::array<uint8_t, 256>& table, int count, uint8_t* bytes) {
+    for (int n = 0; n < count; ++n) bytes[n] = table[bytes[n]];
+  }
+
+  void Pack(int count, uint8_t* to) {
+    row_[count] = 0;
+    for (int n = 0; n < count; n += 2) to[n / 2] = static_cast<uint8_t>(row_[n] << 4 | row_[n + 1]);
+  }
+
+  ConstPlane page_;
+  bool isSmooth_;
+  const GreyTable* table_;
+  std::array<uint8_t, kChannels> background_;
+  Columns columns_;
+  ByteColumns<kChannels> bytes_ = {};
+  std::array<uint8_t, kColumns * kChannels + kAtOnce> row_;
+  std::array<uint8_t, kBoxSide * kStride + 2 * kAtOnce> buffer_;
+};
+
+// ---- the pass over the page -------------------------------------------------------------------------------
+
+template <class Tile>
+void FillPage(const Walk& walk, unsigned bits, Tile tile, const Rows& result) {
+  const size_t usedBytes = static_cast<size_t>(result.width) * bits / 8;
+  for (int bottom = 0; bottom < result.height; bottom += kRows) {
+    const int rows = std::min(kRows, result.height - bottom);
+    for (int i = 0; i < rows; ++i) {
+      std::memset(result.StoredRow(bottom + i) + usedBytes, 0, result.stride - usedBytes);
+    }
+    for (int left = 0; left < result.width; left += kColumns) {
+      // Coordinates go one way along rows and columns, so that the corners bound the tile's.
+      const Point first = walk.OfColumn(left), last = walk.OfColumn(left + kColumns - 1);
+      const Point lowest = walk.OfRow(bottom), highest = walk.OfRow(bottom + kRows - 1);
+      const auto bound = [](int64_t a, int64_t b, int64_t c, int64_t d) {
+        const int64_t low = (std::min(a, b) + std::min(c, d)) >> kFraction;
+        const int64_t high = (std::max(a, b) + std::max(c, d)) >> kFraction;
+        return std::pair(low, static_cast<int>(high - low) + 2);
+      };
+      const auto [boxLeft, width] = bound(first.x, last.x, lowest.x, highest.x);
+      const auto [boxBottom, height] = bound(first.y, last.y, lowest.y, highest.y);
+      Columns columns;
+      for (int n = 0; n < kColumns; ++n) {
+        const Point column = walk.OfColumn(left + n);
+        columns.x[n] = static_cast<int32_t>(column.x - first.x);
+        columns.y[n] = static_cast<int32_t>(column.y - first.y);
+        columns.shortX[n + 1] = static_cast<uint16_t>(columns.x[n]);
+        columns.shortY[n + 1] = static_cast<uint16_t>(columns.y[n]);
+      }
+      columns.shortX[0] = columns.shortY[0] = 0;
+      tile.Load({boxLeft, boxBottom, width, height}, columns);
+      std::array<Place, kRows> places;
+      for (int i = 0; i < rows; ++i) {
+        const Point row = walk.OfRow(bottom + i);
+        places[i] = {static_cast<int32_t>(row.x + first.x - Tile::Origin(boxLeft) * kPixel),
+                     static_cast<int32_t>(row.y + first.y - boxBottom * kPixel)};
+      }
+      const int count = std::min(kColumns, result.width - left);
+      uint8_t* const to = result.StoredRow(bottom) + static_cast<size_t>(left) * bits / 8;
+      tile.Fill(places.data(), {to, result.stride, count, rows}, left + kColumns + kAtOnce <= result.width);
+    }
+  }
+}
+
+// ---- the operation ----------------------------------------------------------------------------------------
+
+int64_t Distance(const RGBQUAD& entry, COLORREF colour) {
+  const int red = entry.rgbRed - static_cast<int>(colour & 0xFF);
+  const int green = entry.rgbGreen - static_cast<int>(colour >> 8 & 0xFF);
+  const int blue = entry.rgbBlue - static_cast<int>(colour >> 16 & 0xFF);
+  return red * red + green * green + blue * blue;
+}
+
+// The colour table of a page of up to 8 bits. Indices without an entry count as black.
+struct ColourTable {
+  std::array<RGBQUAD, 256> entries;
+  int count;
+
+  explicit ColourTable(const LockedDib& page) {
+    entries.fill(kBlack);
+    const uint32_t stored = DIBNumColors(&page.header());
+    count = static_cast<int>(std::min(stored, 1u << std::min(page.bits(), 8u)));
+    page.ReadPalette(static_cast<unsigned>(count), kBlack, entries.data());
+  }
+
+  // The lowest of equally near ones.
+  uint8_t NearestTo(COLORREF colour) const {
+    int nearest = 0;
+    for (int i = 1; i < count; ++i) {
+      if (Distance(entries[i], colour) < Distance(entries[nearest], colour)) nearest = i;
+    }
+    return static_cast<uint8_t>(nearest);
+  }
+
+  bool IsGrey() const {
+    return std::all_of(entries.begin(), entries.begin() + count, [](const RGBQUAD& entry) {
+      return entry.rgbRed == entry.rgbGreen && entry.rgbGreen == entry.rgbBlue;
+    });
+  }
+
+  bool IsRamp() const {
+    for (int i = 0; i < 256; ++i) {
+      if (entries[i].rgbRed != i) return false;
+    }
+    return IsGrey();
+  }
+
+  GreyTable Greys() const {
+    GreyTable table;
+    for (unsigned i = 0; i < 256; ++i) {
+      table.greys[i] = entries[i].rgbRed;
+      table.indices[i] = NearestTo(i * 0x010101);
+    }
+    return table;
+  }
+};
+
+void StraightenRows(const LockedDib& page, const ConstPlane& source, const Turn& turn, bool isSmooth,
+                    COLORREF background, const Rows& result) {
+  const Walk walk(turn, source, {result.width, result.height});
+  const ColourTable colours(page);
+  if (page.bits() == 1) {
+    return FillPage(walk, 1, BitTile(source, isSmooth, colours.NearestTo(background) != 0), result);
+  }
+  if (page.bits() == 24) {
+    const uint8_t pixel[] = {static_cast<uint8_t>(background >> 16), static_cast<uint8_t>(background >> 8),
+                             static_cast<uint8_t>(background)};
+    return FillPage(walk, 24, ByteTile<24>(source, isSmooth, nullptr, pixel), result);
+  }
+  const uint8_t pixel = colours.NearestTo(background);
+  const bool isMixed = isSmooth && colours.IsGrey();
+  const GreyTable greys = isMixed ? colours.Greys() : GreyTable();
+  const GreyTable* table = isMixed && !colours.IsRamp() ? &greys : nullptr;
+  if (page.bits() == 4) {
+    FillPage(walk, 4, ByteTile<4>(source, isMixed, table, &pixel), result);
+  } else {
+    FillPage(walk, 8, ByteTile<8>(source, isMixed, table, &pixel), result);
+  }
+}
+
+ErrorCode FindPage(const LockedDib& page, uint64_t rowsOffset, ConstRows* rows) {
+  const Header& header = page.header();
+  if (header.biSize != kHeaderBytes) return ErrFileFormat;
+  if (header.biCompression != BI_RGB) return ErrCompressed;
+  if (header.biWidth <= 0 || header.biHeight <= 0) return ErrDIBSize;
+  const unsigned bits = header.biBitCount;
+  if (bits != 1 && bits != 4 && bits != 8 && bits != 24) return ErrBitsPerPixel;
+  return page.FindRows(rowsOffset, rows) ? ErrSuccess : ErrDIBSize;
+}
+
+ConstPlane PlaneOf(const ConstRows& rows) {
+  return {rows.first, static_cast<ptrdiff_t>(rows.stride), rows.stride, rows.width, rows.height};
+}
+
+// Stored rows go up, so that this is the reverse of what it is on rows that go down.
+void TurnQuarters(int quarters, const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+  if (quarters == 2) return ReverseRows(from, bits, to.UpsideDown());
+  if (quarters == 1) return Transpose(from.UpsideDown(), bits, to);
+  Transpose(from, bits, to.UpsideDown());
+}
+
+HGLOBAL Straighten(HGLOBAL dib, double angleDegrees, int quality, COLORREF background) {
+  ThreadState& state = GetThreadState();
+  const WaitCursor cursor;
+  state.lastError = ErrSuccess;
+
+  const bool isKnownQuality = (quality & ~(1 | STRAIGHTEN_SAME_SIZE)) == 0;
+  if (dib == nullptr || !std::isfinite(angleDegrees) || !isKnownQuality) return state.Fail(ErrParameter);
+  const LockedDib page(dib);
+  if (!page) return state.Fail(ErrLockMemory);
+  const uint64_t rowsOffset = kHeaderBytes + PaletteBytes(&page.header());
+  ConstRows rows;
+  if (const ErrorCode refused = FindPage(page, rowsOffset, &rows)) return state.Fail(refused);
+
+  const Turn turn(angleDegrees);
+  Header header = page.header();
+  Size turnedPage = {rows.width, rows.height};
+  if (turn.quarters % 2 != 0) {
+    std::swap(turnedPage.width, turnedPage.height);
+    std::swap(header.biXPelsPerMeter, header.biYPelsPerMeter);
+  }
+  if ((quality & STRAIGHTEN_SAME_SIZE) == 0) {
+    const Size whole = SizeOfWhole(turn, turnedPage);
+    if (std::max(whole.width, whole.height) > INT32_MAX) return state.Fail(ErrNoMemory);
+    header.biWidth = static_cast<int32_t>(whole.width);
+    header.biHeight = static_cast<int32_t>(whole.height);
+  }
+  const uint64_t imageBytes = DIBImageBytes(header.biWidth, header.biHeight, header.biBitCount);
+  header.biSizeImage = static_cast<uint32_t>(imageBytes);
+  NewBlock result(rowsOffset + imageBytes, Content::kUnset, Retry::kWhenCompacted);
+  if (const ErrorCode failure = result.Failure()) return state.Fail(failure);
+
+  ConstPlane source = PlaneOf(rows);
+  std::optional<NewBlock> turned;
+  if (turn.quarters != 0) {
+    const auto width = static_cast<int32_t>(turnedPage.width);
+    const auto height = static_cast<int32_t>(turnedPage.height);
+    const auto stride = static_cast<size_t>(DIBRowBytes(turnedPage.width, page.bits()));
+    turned.emplace(DIBImageBytes(width, height, page.bits()), Content::kUnset, Retry::kWhenCompacted);
+    if (const ErrorCode failure = turned->Failure()) return state.Fail(failure);
+    const MutablePlane plane = {turned->bytes(), static_cast<ptrdiff_t>(stride), stride, width, height};
+    TurnQuarters(turn.quarters, source, page.bits(), plane);
+    source = plane;
+  }
+
+  std::memcpy(result.bytes(), page.bytes(), rowsOffset);
+  std::memcpy(result.bytes(), &header, sizeof(header));
+  const Rows to = {result.bytes() + rowsOffset,
+                   static_cast<size_t>(DIBRowBytes(static_cast<uint32_t>(header.biWidth), page.bits())),
+                   header.biWidth, header.biHeight};
+  const bool isSmooth = (quality & 1) != 0 && turn.sine != 0;
+  StraightenRows(page, source, turn, isSmooth, background, to);
+  return result.Release();
+}
+
+}  // namespace
+}  // namespace rastrel
+
+HGLOBAL RASTREL_CALL StraightenDIB(HGLOBAL dib, double angleDegrees, int quality, COLORREF background) {
+  return rastrel::Straighten(dib, angleDegrees, quality, background);
+}
