@@ -176,8 +176,8 @@ uint64_t RunStarts(const Columns& columns, Place row) {
 // ---- tiles of 1 bit ---------------------------------------------------------------------------------------
 
 // How pixels lie among the four source pixels around each.
-constexpr unsigned kCorner = 1;  // none of the four covers half of it
-constexpr unsigned kRight = 2;   // nearer to the right two
+constexpr unsigned kBetween = 1;  // none of the four covers half of it
+constexpr unsigned kRight = 2;    // nearer to the right two
 constexpr unsigned kUpper = 4;
 
 RASTREL_ALSO_AVX2 void Classify(const uint16_t* __restrict columnX, const uint16_t* __restrict columnY,
@@ -193,9 +193,32 @@ RASTREL_ALSO_AVX2 void Classify(const uint16_t* __restrict columnX, const uint16
     const auto shareX = static_cast<uint16_t>((x ^ ((right - 1) & kLow)) + 1 - right);
     const auto shareY = static_cast<uint16_t>((y ^ ((upper - 1) & kLow)) + 1 - upper);
     const auto share = static_cast<uint16_t>((uint32_t{shareX} * shareY) >> 16);
-    const auto isCorner = static_cast<uint16_t>(static_cast<uint16_t>(share - kHalf) >> 15);
-    classes[n] = static_cast<uint8_t>(isCorner | right << 1 | upper << 2);
+    const auto isBetween = static_cast<uint16_t>(static_cast<uint16_t>(share - kHalf) >> 15);
+    classes[n] = static_cast<uint8_t>(isBetween | right << 1 | upper << 2);
   }
+}
+
+// A tile's source pixels, a few words a row, with a row below and one above the box.
+constexpr int kRowWords = 4;
+constexpr int kSpareWords = 1;  // before and behind all rows
+using BitPlane = std::array<uint64_t, kBoxSide * kRowWords + 2 * kSpareWords>;
+
+// Finds the corners of what is at least two pixels wide: four pixels, the left lower one of which is marked,
+// one unlike the others and each in a square of four that are alike. `others` is for work.
+RASTREL_ALSO_AVX2 void FindCorners(const BitPlane& rows, int height, BitPlane& __restrict corners,
+                                   BitPlane& __restrict squares, BitPlane& __restrict others) {
+  const auto onRight = [](const BitPlane& plane, int i) { return plane[i] << 1 | plane[i + 1] >> 63; };
+  const auto onLeft = [](const BitPlane& plane, int i) { return plane[i] >> 1 | plane[i - 1] << 63; };
+  const int end = kSpareWords + (height - 1) * kRowWords;
+  for (int i = kSpareWords; i < end; ++i) {
+    const int above = i + kRowWords;
+    corners[i] = rows[i] ^ onRight(rows, i) ^ rows[above] ^ onRight(rows, above);
+    others[i] = ~((rows[i] ^ onRight(rows, i)) | (rows[i] ^ rows[above]) | corners[i]);
+  }
+  for (int i = kSpareWords; i < end; ++i) squares[i] = others[i] | onLeft(others, i);
+  for (int i = end - 1; i >= kSpareWords + kRowWords; --i) squares[i] |= squares[i - kRowWords];
+  for (int i = kSpareWords; i < end; ++i) others[i] = squares[i] & onRight(squares, i);
+  for (int i = kSpareWords; i < end - kRowWords; ++i) corners[i] &= others[i] & others[i + kRowWords];
 }
 
 class BitTile {
@@ -204,15 +227,18 @@ class BitTile {
       : page_(page), isSmooth_(isSmooth), background_(background ? kOnes : 0) {}
 
   // Words of the buffer are words of the page, with room for columns left of the box.
-  static int64_t Origin(int64_t left) { return (left - kColumns / 2) & -kColumns; }
+  static Point Origin(const Box& box) { return {(box.left - kColumns / 2) & -kColumns, box.bottom - 1}; }
 
   void Load(const Box& box, const Columns& columns) {
-    const int64_t origin = Origin(box.left);
-    for (int row = 0; row < box.height; ++row) {
-      const int64_t y = box.bottom + row;
-      for (int i = 0; i < kRowWords; ++i) rows_[row][i] = SourceWord(y, origin / kColumns + i);
+    const Point origin = Origin(box);
+    const int height = box.height + 2;
+    for (int row = 0; row < height; ++row) {
+      for (int i = 0; i < kRowWords; ++i) {
+        rows_[IndexOf(row) + i] = SourceWord(origin.y + row, origin.x / kColumns + i);
+      }
     }
-    FindUniformRows(static_cast<int>(box.left - origin), box.width, box.height);
+    FindUniformRows(static_cast<int>(box.left - origin.x), box.width, height);
+    if (isSmooth_ && alikeUntil_[0] < height) FindCorners(rows_, height, corners_, work_[0], work_[1]);
     columns_ = columns;
   }
 
@@ -221,7 +247,7 @@ class BitTile {
   }
 
  private:
-  static constexpr int kRowWords = 4;
+  static int IndexOf(int row) { return kSpareWords + row * kRowWords; }
 
   void FillRow(Place row, int count, uint8_t* to) const {
     const auto [lowest, highest] = std::minmax(columns_.y.front(), columns_.y.back());
@@ -250,9 +276,10 @@ class BitTile {
     for (int i = left; i < left + width; ++i) needed[i / kColumns] |= kLeftmost >> i % kColumns;
     int end = height;
     for (int row = height - 1; row >= 0; --row) {
-      colours_[row] = 0 - (rows_[row][left / kColumns] >> (63 - left % kColumns) & 1);
+      const uint64_t* const words = &rows_[IndexOf(row)];
+      colours_[row] = 0 - (words[left / kColumns] >> (63 - left % kColumns) & 1);
       uint64_t others = 0;
-      for (int i = 0; i < kRowWords; ++i) others |= (rows_[row][i] ^ colours_[row]) & needed[i];
+      for (int i = 0; i < kRowWords; ++i) others |= (words[i] ^ colours_[row]) & needed[i];
       if (row + 1 == height || colours_[row] != colours_[row + 1]) end = row + 1;
       if (others != 0) end = row;
       alikeUntil_[row] = end;
@@ -262,30 +289,34 @@ class BitTile {
   // 64 pixels of a row of the buffer from a column on, and as many from the next one on.
   struct Pair {
     uint64_t left, right;
+
+    Pair(const BitPlane& plane, int x, int y) {
+      const uint64_t* const words = &plane[IndexOf(y) + x / kColumns];
+      const int shift = x % kColumns;
+      const uint64_t behind = words[1] >> (63 - shift);
+      left = words[0] << shift | behind >> 1;
+      right = left << 1 | (behind & 1);
+    }
+    Pair() : left(0), right(0) {}
   };
-  Pair PairAt(int x, int y) const {
-    const uint64_t* words = &rows_[y][x / kColumns];
-    const int shift = x % kColumns;
-    const uint64_t behind = words[1] >> (63 - shift);
-    const uint64_t left = words[0] << shift | behind >> 1;
-    return {left, left << 1 | (behind & 1)};
-  }
 
   uint64_t Turned(Place row) const {
     uint64_t starts = RunStarts(columns_, row);
-    Pair lower = {}, upper = {};
+    Pair lower, upper;
+    uint64_t corners = 0;
     while (starts != 0) {
       const int n = std::countl_zero(starts);
       const uint64_t onward = kOnes >> n;
       starts &= onward >> 1;
       const int x = PixelAt(row.x + columns_.x[n]) - n;
       const int y = PixelAt(row.y + columns_.y[n]);
-      const auto take = [onward](Pair& pixels, Pair from) {
-        pixels.left ^= (pixels.left ^ from.left) & onward;
-        pixels.right ^= (pixels.right ^ from.right) & onward;
-      };
-      take(lower, PairAt(x, y));
-      take(upper, PairAt(x, y + 1));
+      const auto take = [onward](uint64_t& pixels, uint64_t from) { pixels ^= (pixels ^ from) & onward; };
+      const Pair here(rows_, x, y), above(rows_, x, y + 1);
+      take(lower.left, here.left);
+      take(lower.right, here.right);
+      take(upper.left, above.left);
+      take(upper.right, above.right);
+      take(corners, Pair(corners_, x, y).left);
     }
 
     ColumnFlags classes;
@@ -298,19 +329,19 @@ class BitTile {
     const uint64_t below = nearer(lower);
     const uint64_t nearest = below ^ ((below ^ nearer(upper)) & ColumnsOf(kUpper, classes));
     if (!isSmooth_) return nearest;
-    // In a corner three outweigh one, and two the nearest breaks the tie.
-    const uint64_t bothBelow = lower.left & lower.right, anyBelow = lower.left | lower.right;
-    const uint64_t bothAbove = upper.left & upper.right, anyAbove = upper.left | upper.right;
-    const uint64_t three = (bothBelow & anyAbove) | (anyBelow & bothAbove);
-    const uint64_t two = bothBelow | bothAbove | (anyBelow & anyAbove);
-    return nearest ^ ((nearest ^ (three | (two & nearest))) & ColumnsOf(kCorner, classes));
+    // One of the four is unlike the others, and weighs less than they do.
+    const uint64_t most = ((lower.left & lower.right) & (upper.left | upper.right)) |
+                          ((lower.left | lower.right) & (upper.left & upper.right));
+    return nearest ^ ((nearest ^ most) & corners & ColumnsOf(kBetween, classes));
   }
 
   ConstPlane page_;
   bool isSmooth_;
   uint64_t background_;
   Columns columns_;
-  std::array<std::array<uint64_t, kRowWords>, kBoxSide> rows_;
+  BitPlane rows_ = {};
+  BitPlane corners_ = {};
+  std::array<BitPlane, 2> work_ = {};
   // Of each row the colour of its first needed pixel, and the row above from which on not all are of that
   // colour: itself, if it has others.
   std::array<uint64_t, kBoxSide> colours_;
@@ -382,7 +413,7 @@ class ByteTile {
     if (table_ != nullptr) background_[0] = table_->greys[background_[0]];
   }
 
-  static int64_t Origin(int64_t left) { return left; }
+  static Point Origin(const Box& box) { return {box.left, box.bottom}; }
 
   void Load(const Box& box, const Columns& columns) {
     const auto left = static_cast<int>(std::clamp<int64_t>(-box.left, 0, box.width));
@@ -500,12 +531,14 @@ void FillPage(const Walk& walk, unsigned bits, Tile tile, const Rows& result) {
         columns.shortY[n + 1] = static_cast<uint16_t>(columns.y[n]);
       }
       columns.shortX[0] = columns.shortY[0] = 0;
-      tile.Load({boxLeft, boxBottom, width, height}, columns);
+      const Box box = {boxLeft, boxBottom, width, height};
+      const Point origin = Tile::Origin(box);
+      tile.Load(box, columns);
       std::array<Place, kRows> places;
       for (int i = 0; i < rows; ++i) {
         const Point row = walk.OfRow(bottom + i);
-        places[i] = {static_cast<int32_t>(row.x + first.x - Tile::Origin(boxLeft) * kPixel),
-                     static_cast<int32_t>(row.y + first.y - boxBottom * kPixel)};
+        places[i] = {static_cast<int32_t>(row.x + first.x - origin.x * kPixel),
+                     static_cast<int32_t>(row.y + first.y - origin.y * kPixel)};
       }
       const int count = std::min(kColumns, result.width - left);
       uint8_t* const to = result.StoredRow(bottom) + static_cast<size_t>(left) * bits / 8;

@@ -33,6 +33,20 @@ struct QuarterTurned {
   }
 };
 
+// Whether a pixel of 1 bit is in a square of four that are alike.
+inline bool IsInSquare(const QuarterTurned& page, int64_t x, int64_t y) {
+  const int pixel = page.Pixel(x, y);
+  for (const int64_t right : {-1, 1}) {
+    for (const int64_t up : {-1, 1}) {
+      if (page.Pixel(x + right, y) == pixel && page.Pixel(x, y + up) == pixel &&
+          page.Pixel(x + right, y + up) == pixel) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
 inline Block Straighten(const Block& block, double angle, int quality, uint32_t background) {
   const View page(block);
   const bool sameSize = (quality & 0x100) != 0;
@@ -107,7 +121,11 @@ inline Block Straighten(const Block& block, double angle, int quality, uint32_t 
       if (isSmooth && page.bits == 1) {
         const int64_t ones = (four[0] * (kOne - fx) + four[1] * fx) * (kOne - fy) +
                              (four[2] * (kOne - fx) + four[3] * fx) * fy;
-        if (2 * ones != kOne * kOne) pixel = 2 * ones > kOne * kOne;
+        bool areInSquares = true;
+        for (const int64_t i : {0, 1, 2, 3}) {
+          areInSquares = areInSquares && IsInSquare(source, left + i % 2, below + i / 2);
+        }
+        if (2 * ones != kOne * kOne && areInSquares) pixel = 2 * ones > kOne * kOne;
       } else if (isSmooth) {
         pixel = 0;
         const int64_t r = fx / 128, u = fy / 128;
