@@ -231,13 +231,20 @@ class BitTile {
 
   void Load(const Box& box, const Columns& columns) {
     const Point origin = Origin(box);
+    const auto left = static_cast<int>(box.left - origin.x);
+    const int first = (left - 1) / kColumns, last = (left + box.width) / kColumns;
     const int height = box.height + 2;
     for (int row = 0; row < height; ++row) {
-      for (int i = 0; i < kRowWords; ++i) {
-        rows_[IndexOf(row) + i] = SourceWord(origin.y + row, origin.x / kColumns + i);
+      const int64_t y = origin.y + row;
+      uint64_t* const words = &rows_[IndexOf(row)];
+      if (y < 0 || y >= page_.height) {
+        std::fill(words + first, words + last + 1, background_);
+        continue;
       }
+      const uint8_t* const from = page_.first + page_.step * static_cast<ptrdiff_t>(y);
+      for (int i = first; i <= last; ++i) words[i] = SourceWord(from, origin.x / kColumns + i);
     }
-    FindUniformRows(static_cast<int>(box.left - origin.x), box.width, height);
+    FindUniformRows(left, left + box.width, height);
     if (isSmooth_ && alikeUntil_[0] < height) FindCorners(rows_, height, corners_, work_[0], work_[1]);
     columns_ = columns;
   }
@@ -259,21 +266,27 @@ class BitTile {
     std::memcpy(to, &pixels, count > kColumns / 2 ? 8 : 4);
   }
 
-  uint64_t SourceWord(int64_t y, int64_t index) const {
-    const int64_t pixels = page_.width - index * kColumns;
-    if (y < 0 || y >= page_.height || index < 0 || pixels <= 0) return background_;
-    const auto at = static_cast<size_t>(index) * 8;
+  uint64_t SourceWord(const uint8_t* row, int64_t index) const {
     uint64_t word = 0;
-    std::memcpy(&word, page_.first + page_.step * static_cast<ptrdiff_t>(y) + at,
-                std::min<size_t>(8, page_.rowBytes - at));
-    const uint64_t beyond = pixels < kColumns ? kOnes >> pixels : 0;
+    const auto at = static_cast<size_t>(index) * 8;
+    const int64_t pixels = page_.width - index * kColumns;
+    if (index >= 0 && pixels >= kColumns) {
+      std::memcpy(&word, row + at, 8);
+      return __builtin_bswap64(word);
+    }
+    if (index < 0 || pixels <= 0) return background_;
+    std::memcpy(&word, row + at, page_.rowBytes - at);
+    const uint64_t beyond = kOnes >> pixels;
     return (__builtin_bswap64(word) & ~beyond) | (background_ & beyond);
   }
 
   // Most rows of most tiles are blank.
-  void FindUniformRows(int left, int width, int height) {
+  void FindUniformRows(int left, int right, int height) {
     std::array<uint64_t, kRowWords> needed = {};
-    for (int i = left; i < left + width; ++i) needed[i / kColumns] |= kLeftmost >> i % kColumns;
+    for (int i = left / kColumns; i * kColumns < right; ++i) {
+      const int first = std::max(left - i * kColumns, 0), behind = right - i * kColumns;
+      needed[i] = kOnes >> first & ~(behind < kColumns ? kOnes >> behind : 0);
+    }
     int end = height;
     for (int row = height - 1; row >= 0; --row) {
       const uint64_t* const words = &rows_[IndexOf(row)];
