@@ -276,11 +276,12 @@ RASTREL_API HGLOBAL RASTREL_CALL RotateDIB270(HGLOBAL dib);
  * what it does not cover with `background` (0x00BBGGRR), or the colour table's nearest to it. A page is
  * straightened by the reverse of its skew.
  *
- *   quality 0  takes the nearest source pixel
- *   quality 1  mixes the four source pixels around, by their distance (bilinear). A 1-bit page takes black or
- *              white from that, whichever has more than half, so that strokes keep their weight. At 4 and 8
- *              bits this is for pages whose colour table has only greys; a mixture becomes the nearest of
- *              these. Others take the nearest source pixel, as indices of colours cannot be mixed.
+ *   quality 0  takes the nearest source pixel.
+ *   quality 1  mixes the four source pixels around by their distance (bilinear), the background's among them
+ *              at the page's edges. At 1 bit the colour of more than half of that is taken, so that strokes
+ *              keep their weight; dots and hairlines keep that of the nearest pixel. Pages of 4 and 8 bits
+ *              are mixed if their colour table has only greys, and a mixture becomes the nearest of these.
+ *              Else the nearest source pixel is taken, as indices of colours cannot be mixed.
  *
  * The result holds the whole turned page: with W, H and r for its width, height and angle after the nearest
  * number of quarter turns, it is W + 2 ceil((W cos r + H |sin r| - 1 - W) / 2) wide, and as high with W and H

@@ -6,9 +6,11 @@
 // bytes and a tile of the new page needs them once.
 //
 // Between its pixels the page is taken to be what bilinear interpolation makes of it, with the background all
-// around. That is also what a square of a pixel's size covers there, on average. Pages of 1 bit take the side
-// of one half that it lies on, which keeps the weight of strokes: straight edges stay where they are, and of
-// their corners as much is gained inside as is lost outside.
+// around. That is also the mean of what a square of a pixel's size covers there. A pixel of 1 bit takes what
+// covers more than half of it. This is the nearest source pixel, unless that is unlike the three others
+// around and covers less than half: corners are rounded, and nothing else changes. It keeps the weight of
+// strokes, as outer corners lose what inner ones gain. Dots and hairlines have outer ones only and would
+// fade, so that they keep theirs.
 //
 // The new page is filled in tiles. The source pixels that one needs are first laid out in a buffer, with
 // background where the page ends, so that nothing behind has to look for edges.
@@ -204,7 +206,7 @@ constexpr int kSpareWords = 1;  // before and behind all rows
 using BitPlane = std::array<uint64_t, kBoxSide * kRowWords + 2 * kSpareWords>;
 
 // Finds the corners of what is at least two pixels wide: four pixels, the left lower one of which is marked,
-// one unlike the others and each in a square of four that are alike. `others` is for work.
+// one unlike the three others and each in a square of four that are alike. `others` is for work.
 RASTREL_ALSO_AVX2 void FindCorners(const BitPlane& rows, int height, BitPlane& __restrict corners,
                                    BitPlane& __restrict squares, BitPlane& __restrict others) {
   const auto onRight = [](const BitPlane& plane, int i) { return plane[i] << 1 | plane[i + 1] >> 63; };
@@ -511,20 +513,20 @@ class ByteTile {
   Columns columns_;
   ByteColumns<kChannels> bytes_ = {};
   std::array<uint8_t, kColumns * kChannels + kAtOnce> row_;
-  std::array<uint8_t, kBoxSide * kStride + 2 * kAtOnce> buffer_;
+  std::array<uint8_t, kBoxSide* kStride + 2 * kAtOnce> buffer_ = {};
 };
 
 // ---- the pass over the page -------------------------------------------------------------------------------
 
 template <class Tile>
 void FillPage(const Walk& walk, unsigned bits, Tile tile, const Rows& result) {
-  const size_t usedBytes = static_cast<size_t>(result.width) * bits / 8;
+  const auto usedBytes = static_cast<size_t>(uint64_t{static_cast<uint32_t>(result.width)} * bits / 8);
   for (int bottom = 0; bottom < result.height; bottom += kRows) {
     const int rows = std::min(kRows, result.height - bottom);
     for (int i = 0; i < rows; ++i) {
       std::memset(result.StoredRow(bottom + i) + usedBytes, 0, result.stride - usedBytes);
     }
-    for (int left = 0; left < result.width; left += kColumns) {
+    for (int64_t left = 0; left < result.width; left += kColumns) {
       // Coordinates go one way along rows and columns, so that the corners bound the tile's.
       const Point first = walk.OfColumn(left), last = walk.OfColumn(left + kColumns - 1);
       const Point lowest = walk.OfRow(bottom), highest = walk.OfRow(bottom + kRows - 1);
@@ -553,8 +555,8 @@ void FillPage(const Walk& walk, unsigned bits, Tile tile, const Rows& result) {
         places[i] = {static_cast<int32_t>(row.x + first.x - origin.x * kPixel),
                      static_cast<int32_t>(row.y + first.y - origin.y * kPixel)};
       }
-      const int count = std::min(kColumns, result.width - left);
-      uint8_t* const to = result.StoredRow(bottom) + static_cast<size_t>(left) * bits / 8;
+      const auto count = static_cast<int>(std::min<int64_t>(kColumns, result.width - left));
+      uint8_t* const to = result.StoredRow(bottom) + static_cast<size_t>(left * bits / 8);
       tile.Fill(places.data(), {to, result.stride, count, rows}, left + kColumns + kAtOnce <= result.width);
     }
   }
@@ -701,7 +703,7 @@ HGLOBAL Straighten(HGLOBAL dib, double angleDegrees, int quality, COLORREF backg
     source = plane;
   }
 
-  std::memcpy(result.bytes(), page.bytes(), rowsOffset);
+  std::memcpy(result.bytes(), page.bytes(), static_cast<size_t>(rowsOffset));
   std::memcpy(result.bytes(), &header, sizeof(header));
   const Rows to = {result.bytes() + rowsOffset,
                    static_cast<size_t>(DIBRowBytes(static_cast<uint32_t>(header.biWidth), page.bits())),

@@ -202,6 +202,12 @@ void RecordGeometry(HGLOBAL page) {
   for (const int hundredths : {370, -1225, 4500, 9000, 18100, 29950, 1, -4499}) {
     RecordPage(With("RotateDIB", {hundredths}), [&] { return RotateDIB(page, hundredths / 100.0); });
   }
+  for (const int hundredths : {40, -370, 4500, 9001, 27000}) {
+    for (const int quality : {0, 1, 0 | STRAIGHTEN_SAME_SIZE, 1 | STRAIGHTEN_SAME_SIZE}) {
+      RecordPage(With("StraightenDIB", {hundredths, quality}),
+                 [&] { return StraightenDIB(page, hundredths / 100.0, quality, 0xE0F0FF); });
+    }
+  }
   RecordPage("RotateDIB90", [&] { return RotateDIB90(page); });
   RecordPage("RotateDIB180", [&] { return RotateDIB180(page); });
   RecordPage("RotateDIB270", [&] { return RotateDIB270(page); });

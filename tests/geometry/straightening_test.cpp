@@ -218,6 +218,14 @@ TEST(StraightenDIB, KeepsTheWeightOfStrokes) {
   }
 }
 
+TEST(StraightenDIB, KeepsLoneDotsOfDitheredTones) {
+  TestDib page = TestDib::Plain(MakeHeader(1, 600, 600), 1);
+  for (int i = 0; i < 40000; ++i) page.Set(i % 200 * 3, i / 200 * 3 + i % 2, 0);
+  for (const double angle : {0.3, -3.7, 20.0}) {
+    EXPECT_NEAR(40000, static_cast<double>(InkOf(Straightened(page, angle, kSmooth))), 400) << angle;
+  }
+}
+
 TEST(StraightenDIB, BringsTextBack) {
   const TestDib page = TextPage();
   const std::vector<Pixel> before = page.Pixels();
