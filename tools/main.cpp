@@ -20,13 +20,14 @@ constexpr size_t kHelpWidth = 70;
 
 // An option whose range, default and help are those of an operation's parameter.
 template <class Use>
-void AddFromTable(CLI::App* app, const std::string& option, const char* operation, const char* parameter,
-                  const std::string& standard, Use use) {
+CLI::Option* AddFromTable(CLI::App* app, const std::string& option, const char* operation,
+                          const char* parameter, const std::string& standard, Use use) {
   const Parameter& entry = FindParameter(operation, parameter);
   const std::string name = option;
-  app->add_option_function<std::string>(
-         option, [&entry, name, use](const std::string& text) { use(ParseValue(entry, text, name)); },
-         Wrapped(fmt::format("{}; {} ({})", entry.help, RangeText(entry), standard), kHelpWidth, ""))
+  return app
+      ->add_option_function<std::string>(
+          option, [&entry, name, use](const std::string& text) { use(ParseValue(entry, text, name)); },
+          Wrapped(fmt::format("{}; {} ({})", entry.help, RangeText(entry), standard), kHelpWidth, ""))
       ->type_name("N");
 }
 
@@ -71,11 +72,15 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
   AddJobsOption(app, options);
 }
 
-// A step that is on unless --no-NAME says otherwise; --NAME says it is on.
-void AddSwitch(CLI::App* app, const std::string& name, bool* isOn, const std::string& help) {
+// A step that is on unless --no-NAME says otherwise; --NAME says it is on. The last one given decides.
+void AddNo(CLI::App* app, const std::string& name, bool* isOn, const std::string& help) {
   app->add_flag_callback(
-      "--no-" + name, [isOn] { *isOn = false; }, help);
-  app->add_flag_callback("--" + name, [isOn] { *isOn = true; })->group("");
+         "--no-" + name, [isOn] { *isOn = false; }, help)
+      ->trigger_on_parse();
+}
+void AddSwitch(CLI::App* app, const std::string& name, bool* isOn, const std::string& help) {
+  AddNo(app, name, isOn, help);
+  app->add_flag_callback("--" + name, [isOn] { *isOn = true; })->trigger_on_parse()->group("");
 }
 
 // What is asked for around the steps of `clean`, until all of it is read.
@@ -104,10 +109,11 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
       ->type_name("TONE");
   clean->add_flag("--crop-sheet", steps.cropsSheet, "Cut the sheet out of a dark surround first (off)");
   AddSwitch(clean, "trim", &steps.trims, "Leave dark borders at the left and right");
-  clean->add_flag_callback(
-      "--no-holes", [&steps] { steps.erasesHoles = false; }, "Leave punch holes at the left edge");
-  AddFromTable(clean, "--holes", "holes", "size", "auto; 8 without a resolution",
-               [&steps](double value) { steps.holeSize = value; });
+  AddNo(clean, "holes", &steps.erasesHoles, "Leave punch holes at the left edge");
+  AddFromTable(clean, "--holes", "holes", "size", "auto; 8 without a resolution", [&steps](double value) {
+    steps.erasesHoles = true;
+    steps.holeSize = value;
+  })->trigger_on_parse();
   AddSwitch(clean, "specks", &steps.removesSpecks, "Leave specks on black-and-white and grey pages");
   AddFromTable(clean, "--speck-level", "clean", "level", "30",
                [&steps](double value) { steps.speckLevel = static_cast<int>(value); });

@@ -200,6 +200,30 @@ case_json() {
   [ ! -s out ] && [ ! -s err ] || fail "--quiet is not"
 }
 
+case_options() {
+  # Of two that contradict each other the last one decides.
+  local options
+  for options in "--no-holes --holes 8:2" "--holes 8 --no-holes:0" "--no-holes:0"; do
+    # shellcheck disable=SC2086
+    expect 0 "$rastrel" clean "$letter" -o out.tif --json ${options%:*}
+    grep -q "\"holes\":${options#*:}," out || fail "${options%:*}: $(cat out)"
+  done
+  for options in "--no-trim --trim:[1-9]" "--trim --no-trim:0,"; do
+    # shellcheck disable=SC2086
+    expect 0 "$rastrel" clean "$letter" -o out.tif --json ${options%:*}
+    grep -q "\"trimmedPixels\":${options#*:}" out || fail "${options%:*}: $(cat out)"
+  done
+  # Without a resolution the letter's holes, 6 mm at 200 dpi, seem too small to be measured.
+  expect 0 "$rastrel" apply "$letter" -o bare.bmp
+  dd if=/dev/zero of=bare.bmp bs=1 seek=38 count=8 conv=notrunc status=none
+  for options in ":2" "--holes auto:0"; do
+    # shellcheck disable=SC2086
+    expect 0 "$rastrel" clean bare.bmp -o out.tif --json ${options%:*}
+    complains "300 dpi assumed"
+    grep -q "\"holes\":${options#*:}," out || fail "without a resolution ${options%:*}: $(cat out)"
+  done
+}
+
 # The samples are turned by -2.3, 1.7 and 3.1 degrees when they are made.
 case_info() {
   expect 0 "$rastrel" info "$letter" "$samples/report-grey.png" "$samples/catalogue-colour.jpg"
