@@ -255,6 +255,11 @@ void ExaminePage(Dib page, PageRecord* record) {
   CleanPage(std::move(page), options, &examined);
   record->skew = examined.skew;
   record->isBlank = examined.isBlank;
+  record->times.insert(record->times.end(), examined.times.begin(), examined.times.end());
+  for (const Skipped& skipped : examined.skipped) {
+    // A skew that was found was only not to be turned back.
+    if (skipped.step != "deskew" || !examined.skew) record->skipped.push_back(skipped);
+  }
 }
 
 }  // namespace rastrel::tool

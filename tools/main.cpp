@@ -210,7 +210,7 @@ int Run(int argc, char** argv) {
   CLI::App* info = app.add_subcommand(
       "info", "Print size, depth, resolution and skew of pages, and whether they are blank");
   info->add_option("inputs", options.inputs, RASTREL_READS " files")->required()->type_name("FILE...");
-  info->add_flag("--json", options.report.isJson, "Print a JSON record for each page, one a line");
+  AddReportOptions(info, &options.report);
   AddJobsOption(info, &options);
 
   try {

@@ -74,6 +74,12 @@ std::string Deeds(const PageReport& report) {
   return text.empty() ? "nothing to do" : text;
 }
 
+void PrintSteps(const PageRecord& record) {
+  for (const Skipped& skipped : record.skipped)
+    fmt::print("    {} skipped: {}\n", skipped.step, skipped.reason);
+  for (const StepTime& time : record.times) fmt::print("    {}: {:.2f} ms\n", time.step, time.milliseconds);
+}
+
 std::string PageName(const PageReport& report) {
   if (report.joined > 1) return fmt::format("{} and {} more", report.file, report.joined - 1);
   return report.pages > 1 ? fmt::format("{} page {}", report.file, report.page) : report.file;
@@ -115,7 +121,7 @@ void Reporter::Page(const PageReport& report) {
     // A file name may be any bytes; JSON wants UTF-8.
     const std::string line = ToJson(report, command_).dump(-1, ' ', false, Json::error_handler_t::replace);
     fmt::print("{}\n", line);
-  } else if (!options_.isQuiet || command_ == Command::kInfo) {
+  } else if (!options_.isQuiet) {
     PrintLine(report);
   }
   std::fflush(stdout);
@@ -137,6 +143,7 @@ void Reporter::PrintLine(const PageReport& report) {
                record.bits, record.bits == 1 ? "" : "s", record.dpiX > 0 ? Dots(record) : "no resolution",
                record.skew ? fmt::format("{:.1f}", *record.skew) : "unknown",
                record.isBlank ? ", blank" : "");
+    if (options_.isVerbose) PrintSteps(record);
     return;
   }
   if (options_.isVerbose) {
@@ -146,9 +153,7 @@ void Reporter::PrintLine(const PageReport& report) {
     const std::string deeds = command_ == Command::kClean ? Deeds(report) : "done";
     fmt::print("{}: {} x {} pixels, {} bit{}, {}: {}{}\n", PageName(report), record.width, record.height,
                record.bits, record.bits == 1 ? "" : "s", Dots(record), deeds, arrow);
-    for (const Skipped& skipped : record.skipped)
-      fmt::print("    {} skipped: {}\n", skipped.step, skipped.reason);
-    for (const StepTime& time : record.times) fmt::print("    {}: {:.2f} ms\n", time.step, time.milliseconds);
+    PrintSteps(record);
     return;
   }
   if (report.page < report.pages || hasBar_) return;

@@ -232,6 +232,11 @@ case_info() {
     "874 x 1240 pixels, 24 bits, 150 dpi, skew 3.[012]$"; do
     grep -q "$want" out || fail "no '$want' in: $(cat out)"
   done
+  expect 0 "$rastrel" info "$letter" -v
+  grep -q "^    deskew: .* ms$" out || fail "no steps: $(cat out)"
+  expect 1 "$rastrel" info "$letter" missing.tif -q
+  [ ! -s out ] || fail "--quiet is not: $(cat out)"
+  complains "missing.tif"
   expect 0 "$rastrel" clean "$letter" -o straight.png
   "$rastrel" info straight.png | grep -q "skew 0.0$" || fail "still skewed: $("$rastrel" info straight.png)"
 }
