@@ -4,6 +4,8 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <map>
+#include <mutex>
 #include <numeric>
 
 #include <fmt/format.h>
@@ -246,9 +248,29 @@ Dib FirstPage(const std::string& path) {
   }
 }
 
+}  // namespace
+
+class NamedPages {
+ public:
+  // The first page of the file, which stays as long as this object.
+  const Dib& First(const std::string& path) {
+    const std::lock_guard lock(mutex_);
+    Dib& page = pages_[path];
+    if (!page) page = FirstPage(path);
+    return page;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, Dib> pages_;
+};
+
+namespace {
+
 Dib RunCombine(const Dib& page, const Values& values) {
-  const Dib source = FirstPage(values.texts[0]);
-  const Dib mask = values.texts[4].empty() ? Dib() : FirstPage(values.texts[4]);
+  static const Dib kNoMask;
+  const Dib& source = values.files->First(values.texts[0]);
+  const Dib& mask = values.texts[4].empty() ? kNoMask : values.files->First(values.texts[4]);
   if (mask) {
     const PageView stencil(mask), other(source);
     if (stencil.width() != other.width() || stencil.height() != other.height()) {
@@ -718,6 +740,7 @@ Step ParseStep(std::string_view text) {
         throw UsageError(fmt::format("{}: too many values; it is {}", name, Synopsis(*step.operation)));
       }
       if (parameters[place].isFile) {
+        if (!step.values.files) step.values.files = std::make_shared<NamedPages>();
         step.values.texts[place] = value;
       } else {
         step.values.numbers[place] =

@@ -4,6 +4,7 @@
 #define RASTREL_TOOLS_OPERATIONS_H
 
 #include <array>
+#include <memory>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -41,13 +42,17 @@ struct Parameter {
 // The size of holes that are found without one.
 inline constexpr double kAutomaticHoles = -4;
 
+// The pages in the files that a step names, each read when it is first asked for, by whatever thread.
+class NamedPages;
+
 // One for each parameter: a number, or text.
 struct Values {
   std::array<double, kMostParameters> numbers{};
   std::array<std::string, kMostParameters> texts{};
+  std::shared_ptr<NamedPages> files = {};  // of a step with files; copies share them
 
   double operator[](size_t i) const { return numbers[i]; }
-  bool operator==(const Values&) const = default;
+  bool operator==(const Values& other) const { return numbers == other.numbers && texts == other.texts; }
 };
 
 struct Operation {

@@ -280,8 +280,13 @@ TEST(Operations, CombineLaysAFileOntoThePage) {
     EXPECT_EQ(Count(3, 255), count(",y=1,mask=" + mask));
     EXPECT_THROW(count(",mask=" + folder), PageError);
   }
+  // A step reads its files once, however many pages there are.
+  const Step step = ParseStep("combine:" + dot + ",mask=" + mask);
+  const std::vector<Dib> page = One(Dotted(8, 40, 30, 20, 25));
+  RunStep(step, page);
   std::remove(dot.c_str());
   std::remove(mask.c_str());
+  EXPECT_EQ(1u, RunStep(step, page).size());
 }
 
 }  // namespace
