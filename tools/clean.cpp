@@ -162,15 +162,15 @@ class Cleaning {
     const Dib prepared = PageView(page_).bits() == 1 ? PrepareForTrim(page_) : Dib();
     const Dib& before = prepared ? prepared : page_;
     const BorderResult result = PaintBorders(page_, before, Run("trim", before), Ground());
-    record_.trimmedPixels = result.pixels;
+    record_.trimmedLeft = result.left;
+    record_.trimmedRight = result.right;
     if (result.isPictureLeft || result.isPictureRight)
       throw NotHere{"what is dark at the edge looks like a picture"};
   }
 
   void EraseHoles() {
     RequireDarkText();
-    const Dib punched = Run("holes", page_, {{options_.holeSize.value_or(kAutomaticHoles)}});
-    record_.holes = PaintHoles(page_, punched, Ground());
+    record_.holes = tool::EraseHoles(page_, options_.holeSize.value_or(kAutomaticHoles), Ground());
   }
 
   void RemoveSpecks() {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "holes.h"
 #include "operations.h"
 #include "page.h"
 
@@ -48,12 +49,14 @@ struct PageRecord {
   std::optional<double> skew;  // found, in degrees; turned back unless `skipped` says otherwise
   bool isTurned = false;
   bool isCropped = false;
-  int64_t trimmedPixels = 0;
-  int holes = 0;
+  int64_t trimmedLeft = 0, trimmedRight = 0;  // pixels
+  std::vector<Hole> holes;
   int64_t specks = 0;    // pixels
   bool isBlank = false;  // before any reduction
   std::vector<StepTime> times;
   std::vector<Skipped> skipped;
+
+  int64_t trimmedPixels() const { return trimmedLeft + trimmedRight; }
 };
 
 // Notes in a record how long its own life was.

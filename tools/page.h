@@ -5,6 +5,7 @@
 
 #include <rastrel.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -82,6 +83,19 @@ class PageView {
   uint8_t* rows_ = nullptr;
   size_t stride_ = 0;
 };
+
+// Whether a pixel is the same in a row of `page` and of another page of its depth: 1, 8 or 24 bits.
+inline bool SamePixel(const PageView& page, const uint8_t* rowA, const uint8_t* rowB, int x) {
+  const auto i = static_cast<size_t>(x);
+  switch (page.bits()) {
+    case 1:
+      return ((rowA[i / 8] ^ rowB[i / 8]) >> (7 - i % 8) & 1) == 0;
+    case 8:
+      return rowA[i] == rowB[i];
+    default:
+      return std::equal(rowA + 3 * i, rowA + 3 * i + 3, rowB + 3 * i);
+  }
+}
 
 // One pixel's colour as it stands in a page: an index, or blue, green and red at 24 bits.
 struct Ink {

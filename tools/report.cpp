@@ -38,8 +38,17 @@ Json ToJson(const PageReport& report, Command command) {
     json["text"] = record.isTextDark ? "dark" : "light";
     json["turned"] = record.isTurned;
     json["cropped"] = record.isCropped;
-    json["trimmedPixels"] = record.trimmedPixels;
-    json["holes"] = record.holes;
+    json["trimmedPixels"] = record.trimmedPixels();
+    json["trimmedLeft"] = record.trimmedLeft;
+    json["trimmedRight"] = record.trimmedRight;
+    json["holes"] = record.holes.size();
+    json["holesAt"] = Json::array();
+    for (const Hole& hole : record.holes) {
+      json["holesAt"].push_back({{"x", Rounded(hole.x, 10)},
+                                 {"y", Rounded(hole.y, 10)},
+                                 {"diameter", Rounded(hole.diameter, 10)},
+                                 {"side", NameOf(hole.side)}});
+    }
     json["speckPixels"] = record.specks;
   }
   if (command != Command::kInfo) {
@@ -68,8 +77,9 @@ std::string Deeds(const PageReport& report) {
   const auto add = [&text](std::string deed) { text += (text.empty() ? "" : ", ") + deed; };
   if (record.isCropped) add("sheet cut out");
   if (record.isTurned) add(fmt::format("turned by {:.1f} degrees", -record.skew.value_or(0)));
-  if (record.trimmedPixels > 0) add("border trimmed");
-  if (record.holes > 0) add(fmt::format("{} hole{} erased", record.holes, record.holes == 1 ? "" : "s"));
+  if (record.trimmedPixels() > 0) add("border trimmed");
+  if (!record.holes.empty())
+    add(fmt::format("{} hole{} erased", record.holes.size(), record.holes.size() == 1 ? "" : "s"));
   if (record.specks > 0) add("specks removed");
   return text.empty() ? "nothing to do" : text;
 }
@@ -103,8 +113,8 @@ Reporter::~Reporter() {
 void Reporter::Page(const PageReport& report) {
   ++done_;
   turned_ += report.record.isTurned;
-  trimmed_ += report.record.trimmedPixels > 0;
-  punched_ += report.record.holes > 0;
+  trimmed_ += report.record.trimmedPixels() > 0;
+  punched_ += !report.record.holes.empty();
   failed_ += !report.error.empty();
   if (!report.outputs.empty()) {
     if (firstOutput_.empty()) firstOutput_ = report.outputs.front();

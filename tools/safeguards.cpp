@@ -14,17 +14,6 @@ int ToPixels(double millimetres, const PageView& page) {
   return static_cast<int>(std::lround(millimetres / 1000 * page.resolution().x));
 }
 
-bool SamePixel(const PageView& a, const uint8_t* rowA, const uint8_t* rowB, int x) {
-  switch (a.bits()) {
-    case 1:
-      return ((rowA[x / 8] ^ rowB[x / 8]) >> (7 - x % 8) & 1) == 0;
-    case 8:
-      return rowA[x] == rowB[x];
-    default:
-      return std::memcmp(rowA + 3 * static_cast<size_t>(x), rowB + 3 * static_cast<size_t>(x), 3) == 0;
-  }
-}
-
 // ---- borders ----------------------------------------------------------------------------------------------
 
 // How far the painting reaches in from one end of a row. A lone light pixel in a margin may have been white
@@ -134,116 +123,6 @@ bool LooksLikePicture(const PageView& page, const std::vector<int>& runs, bool f
   if (count == 0) return false;
   const double mean = sum / count;
   return std::sqrt(std::max(0.0, squares / count - mean * mean)) > kUneven;
-}
-
-// ---- holes ------------------------------------------------------------------------------------------------
-
-constexpr double kBandMm = 34;        // discs of the largest holes reach no further in from the left
-constexpr double kLeastHoleMm = 2.8;  // sides of the box around a hole
-constexpr double kMostHoleMm = 11;
-constexpr double kLeastFill = 0.62;  // of the box: a disc fills 0.79, a square all
-constexpr double kMostFill = 0.93;
-constexpr double kLongestSides = 1.6;  // one side of the box to the other
-constexpr double kHaloMm = 0.4;        // of grey around a hole
-
-// The left part of the page: which cells are dark, and which of them a disc covers.
-class HoleMap {
- public:
-  HoleMap(const PageView& page, const PageView& punched)
-      : width_(std::min(page.width(), ToPixels(kBandMm, page))),
-        height_(page.height()),
-        cells_(static_cast<size_t>(width_) * static_cast<size_t>(height_)) {
-    const std::vector<uint8_t> table = BrightnessTable(page);
-    std::vector<uint8_t> brightness(static_cast<size_t>(width_));
-    const auto isPainted = [&](int y) {
-      return y >= 0 && y < height_ && std::memcmp(page.PageRow(y), punched.PageRow(y), page.stride()) != 0;
-    };
-    for (int y = 0; y < height_; ++y) {
-      // Rows without a disc on them or beside them say nothing.
-      if (!isPainted(y) && !isPainted(y - 1) && !isPainted(y + 1)) continue;
-      const uint8_t* before = page.PageRow(y);
-      const uint8_t* after = punched.PageRow(y);
-      RowBrightness(page, table, y, 0, width_, brightness.data());
-      for (int x = 0; x < width_; ++x) {
-        const bool isCovered = !SamePixel(page, before, after, x);
-        at(x, y) = static_cast<uint8_t>((brightness[static_cast<size_t>(x)] < kDark ? kDarkCell : 0) |
-                                        (isCovered ? kCovered : 0));
-      }
-    }
-  }
-
-  static constexpr uint8_t kDarkCell = 1, kCovered = 2, kSeen = 4, kInBlob = 8;
-
-  uint8_t& at(int x, int y) {
-    return cells_[static_cast<size_t>(y) * static_cast<size_t>(width_) + static_cast<size_t>(x)];
-  }
-  int width() const { return width_; }
-  int height() const { return height_; }
-
- private:
-  int width_;
-  int height_;
-  std::vector<uint8_t> cells_;
-};
-
-struct Blob {
-  int left = 0, top = 0, right = 0, bottom = 0;  // the last ones included
-  int64_t cells = 0;
-  int contacts = 0;  // dark neighbours that no disc covers
-  std::vector<std::pair<int, int>> places;
-};
-
-Blob FollowBlob(HoleMap& map, int startX, int startY) {
-  Blob blob{startX, startY, startX, startY, 0, 0, {{startX, startY}}};
-  map.at(startX, startY) |= HoleMap::kSeen;
-  for (size_t i = 0; i < blob.places.size(); ++i) {
-    const auto [x, y] = blob.places[i];
-    blob.left = std::min(blob.left, x);
-    blob.right = std::max(blob.right, x);
-    blob.top = std::min(blob.top, y);
-    blob.bottom = std::max(blob.bottom, y);
-    for (int ny = std::max(0, y - 1); ny <= std::min(map.height() - 1, y + 1); ++ny) {
-      for (int nx = std::max(0, x - 1); nx <= std::min(map.width() - 1, x + 1); ++nx) {
-        uint8_t& cell = map.at(nx, ny);
-        if ((cell & HoleMap::kDarkCell) == 0 || (cell & HoleMap::kSeen) != 0) continue;
-        if ((cell & HoleMap::kCovered) == 0) {
-          ++blob.contacts;
-          continue;
-        }
-        cell |= HoleMap::kSeen;
-        blob.places.push_back({nx, ny});
-      }
-    }
-  }
-  blob.cells = static_cast<int64_t>(blob.places.size());
-  return blob;
-}
-
-bool IsHole(const Blob& blob, const PageView& page) {
-  const int width = blob.right - blob.left + 1;
-  const int height = blob.bottom - blob.top + 1;
-  const int least = ToPixels(kLeastHoleMm, page);
-  const int most = ToPixels(kMostHoleMm, page);
-  const double fill = static_cast<double>(blob.cells) / (static_cast<double>(width) * height);
-  return std::min(width, height) >= least && std::max(width, height) <= most &&
-         std::max(width, height) <= kLongestSides * std::min(width, height) && fill >= kLeastFill &&
-         fill <= kMostFill && blob.contacts <= (width + height) / 8;
-}
-
-void PaintBlob(const PageView& page, HoleMap& map, const Blob& blob, Ink ground) {
-  for (const auto& [x, y] : blob.places) {
-    map.at(x, y) |= HoleMap::kInBlob;
-    PaintRow(page, y, x, x + 1, ground);
-  }
-  if (page.bits() == 1) return;
-  const int halo = ToPixels(kHaloMm, page);
-  for (int y = std::max(0, blob.top - halo); y <= std::min(map.height() - 1, blob.bottom + halo); ++y) {
-    for (int x = std::max(0, blob.left - halo); x <= std::min(map.width() - 1, blob.right + halo); ++x) {
-      const uint8_t cell = map.at(x, y);
-      if ((cell & HoleMap::kDarkCell) == 0 && (cell & HoleMap::kCovered) != 0)
-        PaintRow(page, y, x, x + 1, ground);
-    }
-  }
 }
 
 // ---- skew -------------------------------------------------------------------------------------------------
@@ -387,33 +266,13 @@ BorderResult PaintBorders(const Dib& dib, const Dib& source, const Dib& trimmed,
   AddSoftEdge(page, ground, false, &right);
   for (int y = 0; y < page.height(); ++y) {
     const int fromLeft = left[static_cast<size_t>(y)];
-    const int fromRight = page.width() - right[static_cast<size_t>(y)];
+    const int fromRight = std::max(fromLeft, page.width() - right[static_cast<size_t>(y)]);
     PaintRow(page, y, 0, fromLeft, ground);
-    PaintRow(page, y, std::max(fromLeft, fromRight), page.width(), ground);
-    result.pixels += fromLeft + page.width() - std::max(fromLeft, fromRight);
+    PaintRow(page, y, fromRight, page.width(), ground);
+    result.left += fromLeft;
+    result.right += page.width() - fromRight;
   }
   return result;
-}
-
-int PaintHoles(const Dib& dib, const Dib& punched, Ink ground) {
-  const PageView page(dib);
-  const PageView after(punched);
-  if (std::memcmp(page.pixels().data(), after.pixels().data(), page.pixels().size()) == 0) return 0;
-  HoleMap map(page, after);
-  int holes = 0;
-  for (int y = 0; y < map.height(); ++y) {
-    for (int x = 0; x < map.width(); ++x) {
-      if ((map.at(x, y) & (HoleMap::kDarkCell | HoleMap::kCovered | HoleMap::kSeen)) !=
-          (HoleMap::kDarkCell | HoleMap::kCovered)) {
-        continue;
-      }
-      const Blob blob = FollowBlob(map, x, y);
-      if (!IsHole(blob, page)) continue;
-      PaintBlob(page, map, blob, ground);
-      ++holes;
-    }
-  }
-  return holes;
 }
 
 int64_t KeepOnlyLightened(const Dib& dib, const Dib& filtered) {

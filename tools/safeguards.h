@@ -14,17 +14,13 @@ namespace rastrel::tool {
 bool IsDarkPage(const Dib& page);
 
 struct BorderResult {
-  int64_t pixels = 0;          // painted
-  bool isPictureLeft = false;  // a dark margin was left alone because it looks like a picture
+  int64_t left = 0, right = 0;  // pixels painted
+  bool isPictureLeft = false;   // a dark margin was left alone because it looks like a picture
   bool isPictureRight = false;
 };
 // Paints in `page`, with `ground`, the margins that are dark in `before` and painted in `trimmed`, where they
 // stand tall enough to be a border. A line of text or a rule that runs into the edge is not.
 BorderResult PaintBorders(const Dib& page, const Dib& before, const Dib& trimmed, Ink ground);
-
-// Paints in `page`, with `ground`, the dark blobs under the discs in `punched` that are shaped like holes and
-// touch nothing else. Returns how many.
-int PaintHoles(const Dib& page, const Dib& punched, Ink ground);
 
 // Takes over from `filtered` what turned from dark to light, so that strokes never grow. Returns the pixels
 // changed. For 1-bit black-and-white pages and 8-bit greys.

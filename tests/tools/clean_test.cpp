@@ -12,7 +12,7 @@ namespace rastrel::tool {
 namespace {
 
 constexpr int kWidth = 1240, kHeight = 1754;  // A4 at 150 dpi
-constexpr int32_t kDots = 5906;
+constexpr int32_t kDots = 5906;               // a metre
 
 // A white page to draw on in black, of any depth.
 class Drawing {
@@ -113,7 +113,8 @@ TEST(Clean, TurnsPagesStraightOnTheirOwnGround) {
         PageRecord again;
         ExaminePage(Duplicate(after.page), &again);
         EXPECT_NEAR(0, again.skew.value_or(99), 0.11);
-        EXPECT_EQ(0, after.record.trimmedPixels + after.record.holes);
+        EXPECT_EQ(0, after.record.trimmedPixels());
+        EXPECT_TRUE(after.record.holes.empty());
       }
     }
   }
@@ -135,8 +136,83 @@ TEST(Clean, TrimsBordersAndErasesHolesOnly) {
     dirty.Disc(80, 700, 18);  // 6 mm
     dirty.Disc(80, 1200, 20);
     const Cleaned after(dirty.Take(), options);
-    EXPECT_EQ(2, after.record.holes);
+    EXPECT_EQ(2u, after.record.holes.size());
     EXPECT_TRUE(SamePixels(clean.page(), after.page));
+  }
+}
+
+TEST(Clean, ErasesHolesInEveryMargin) {
+  constexpr int kIn = 71, kRadius = 18;  // 12 mm from the edge, 6 mm wide
+  struct Row {
+    Side side;
+    std::vector<int> places;  // along the edge
+  };
+  const Row rows[] = {{Side::kLeft, {700, 1170}},
+                      {Side::kRight, {230, 876, 1520}},
+                      {Side::kTop, {400, 840}},
+                      {Side::kBottom, {140, 480, 760, 1100}},
+                      {Side::kRight, {300, 700, 1100, 1500}},
+                      {Side::kTop, {620}},
+                      {Side::kRight, {900}},
+                      {Side::kBottom, {620}}};
+  CleanOptions options;
+  options.removesSpecks = options.deskews = false;
+  for (const int bits : {1, 8, 24}) {
+    for (const auto& [side, places] : rows) {
+      SCOPED_TRACE(::testing::Message() << bits << " bits, " << NameOf(side) << ", " << places.size());
+      Drawing clean(bits), dirty(bits);
+      for (Drawing* drawing : {&clean, &dirty}) drawing->Text(0);
+      std::vector<std::pair<int, int>> centres;
+      for (const int place : places) {
+        const bool isUpright = side == Side::kLeft || side == Side::kRight;
+        const int in = side == Side::kRight    ? kWidth - 1 - kIn
+                       : side == Side::kBottom ? kHeight - 1 - kIn
+                                               : kIn;
+        centres.push_back(isUpright ? std::pair(in, place) : std::pair(place, in));
+        dirty.Disc(centres.back().first, centres.back().second, kRadius);
+      }
+      const Cleaned after(dirty.Take(), options);
+      EXPECT_TRUE(SamePixels(clean.page(), after.page));
+      ASSERT_EQ(places.size(), after.record.holes.size());
+      for (const Hole& hole : after.record.holes) {
+        EXPECT_EQ(side, hole.side);
+        EXPECT_NEAR(2 * kRadius + 1, hole.diameter, 1);
+        EXPECT_EQ(1,
+                  std::ranges::count(centres, std::pair(static_cast<int>(hole.x), static_cast<int>(hole.y))));
+      }
+    }
+  }
+}
+
+TEST(Clean, LeavesWhatOnlyResemblesHoles) {
+  const auto drawTop = [](Drawing& page) {
+    page.Disc(300, 71, 18);  // a seal with a name beside it
+    for (int x = 350; x < 420; x += 10) page.Fill(x, 60, x + 4, 82);
+    page.Disc(900, 40, 16);  // the dot of a large i
+    page.Fill(884, 80, 917, 190);
+  };
+  const auto drawRight = [](Drawing& page) {
+    page.Fill(1150, 300, 1190, 340);  // a box
+    page.Disc(1170, 700, 24);         // a ring
+    page.Fill(1160, 690, 1181, 711, false);
+    for (int i = 0; i < 30; ++i) page.Fill(1160 - i, 1000 + i, 1161 + i, 1001 + i);  // a wedge
+    page.Disc(1170, 1300, 34);                                                       // larger than holes are
+  };
+  const auto drawBottom = [](Drawing& page) {
+    for (int x = 400; x < 800; x += 50) page.Disc(x, kHeight - 70, 14);  // a row of dots
+    page.Disc(100, kHeight - 70, 13);                                    // an oval
+    page.Disc(120, kHeight - 70, 13);
+  };
+  for (const int bits : {1, 8, 24}) {
+    Drawing drawing(bits);
+    drawing.Text(0);
+    drawTop(drawing);
+    drawRight(drawing);
+    drawBottom(drawing);
+    const Dib before = Duplicate(drawing.page());
+    const Cleaned after(drawing.Take());
+    EXPECT_TRUE(SamePixels(before, after.page)) << bits << " bits";
+    EXPECT_TRUE(after.record.holes.empty());
   }
 }
 
