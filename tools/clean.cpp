@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "safeguards.h"
+#include "specks.h"
 
 namespace rastrel::tool {
 namespace {
@@ -187,7 +188,9 @@ class Cleaning {
     if (options_.filtersFully) {
       page_ = std::move(filtered);
     } else {
-      record_.specks = KeepOnlyLightened(page_, filtered);
+      const SpeckCount erased = EraseSpecks(page_, filtered, GroundInk(PageView(page_), /*light=*/true));
+      record_.specks = erased.specks;
+      record_.speckPixels = erased.pixels;
     }
     if (!record_.isTextDark) Negate();
   }

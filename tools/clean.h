@@ -51,7 +51,7 @@ struct PageRecord {
   bool isCropped = false;
   int64_t trimmedLeft = 0, trimmedRight = 0;  // pixels
   std::vector<Hole> holes;
-  int64_t specks = 0;    // pixels
+  int64_t specks = 0, speckPixels = 0;
   bool isBlank = false;  // before any reduction
   std::vector<StepTime> times;
   std::vector<Skipped> skipped;

@@ -49,7 +49,8 @@ Json ToJson(const PageReport& report, Command command) {
                                  {"diameter", Rounded(hole.diameter, 10)},
                                  {"side", NameOf(hole.side)}});
     }
-    json["speckPixels"] = record.specks;
+    json["specks"] = record.specks;
+    json["speckPixels"] = record.speckPixels;
   }
   if (command != Command::kInfo) {
     json["steps"] = Json::array();

@@ -1,7 +1,6 @@
 #include "safeguards.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <cstring>
 
@@ -36,13 +35,14 @@ int PaintedRun(const PageView& page, const uint8_t* before, const uint8_t* after
 
 // How far in each row belongs to something at least `reach` rows tall. A border's rows may be cut short here
 // and there by light specks, so three rows in ten of any `reach` may be shorter. Beyond the page's ends a
-// margin counts as going on.
+// margin counts as going on, where it has some rows on the page.
 std::vector<int> TallRuns(const std::vector<int>& runs, int reach) {
   const int count = static_cast<int>(runs.size());
   std::vector<int> tall(runs.size(), 0);
   if (std::all_of(runs.begin(), runs.end(), [](int run) { return run == 0; })) return tall;
   std::vector<int> window;
-  for (int first = 1 - reach; first < count; ++first) {
+  const int least = std::min(count, std::max(2, reach / 24));
+  for (int first = least - reach; first <= count - least; ++first) {
     const int from = std::max(0, first);
     const int to = std::min(count, first + reach);
     window.assign(runs.begin() + from, runs.begin() + to);
@@ -273,32 +273,6 @@ BorderResult PaintBorders(const Dib& dib, const Dib& source, const Dib& trimmed,
     result.right += page.width() - fromRight;
   }
   return result;
-}
-
-int64_t KeepOnlyLightened(const Dib& dib, const Dib& filtered) {
-  const PageView page(dib);
-  const PageView after(filtered);
-  int64_t changed = 0;
-  for (int y = 0; y < page.height(); ++y) {
-    uint8_t* row = page.PageRow(y);
-    const uint8_t* other = after.PageRow(y);
-    if (page.bits() == 1) {
-      const size_t bytes = static_cast<size_t>(page.width() + 7) / 8;
-      for (size_t i = 0; i < bytes; ++i) {
-        const auto lighter = static_cast<uint8_t>(other[i] & ~row[i]);
-        if (lighter == 0) continue;
-        changed += std::popcount(lighter);
-        row[i] |= lighter;
-      }
-    } else {
-      for (int x = 0; x < page.width(); ++x) {
-        if (other[x] <= row[x]) continue;
-        changed += row[x] < kDark && other[x] >= kDark;
-        row[x] = other[x];
-      }
-    }
-  }
-  return changed;
 }
 
 Skew MeasureSkew(const Dib& dib, bool isTextDark, bool isFine) {

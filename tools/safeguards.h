@@ -22,10 +22,6 @@ struct BorderResult {
 // stand tall enough to be a border. A line of text or a rule that runs into the edge is not.
 BorderResult PaintBorders(const Dib& page, const Dib& before, const Dib& trimmed, Ink ground);
 
-// Takes over from `filtered` what turned from dark to light, so that strokes never grow. Returns the pixels
-// changed. For 1-bit black-and-white pages and 8-bit greys.
-int64_t KeepOnlyLightened(const Dib& page, const Dib& filtered);
-
 struct Skew {
   int found = 0;       // what DetectSkewAngle returned
   double degrees = 0;  // by how much the lines rise to the right; 0 where nothing would be gained by a turn
