@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "overlay.h"
 #include "safeguards.h"
 #include "specks.h"
 
@@ -98,17 +99,21 @@ bool IsBlank(const Dib& page, bool isTextDark, double percent) {
 // A page on its way through the steps.
 class Cleaning {
  public:
-  Cleaning(Dib page, const CleanOptions& options, PageRecord* record)
-      : page_(std::move(page)), options_(options), record_(*record) {
+  // Paints what it removes in the overlay, if there is one.
+  Cleaning(Dib page, const CleanOptions& options, PageRecord* record, Overlay* overlay = nullptr)
+      : page_(std::move(page)), options_(options), record_(*record), overlay_(overlay) {
+    place_ = Placement::Of(PageView(page_));
+    record_.widthIn = place_.widthIn;
+    record_.heightIn = place_.heightIn;
     record_.isTextDark =
         options.text == TextTone::kAuto ? !IsDarkPage(page_) : options.text == TextTone::kDark;
   }
 
   Dib Finish() {
     if (options_.cropsSheet) Try("sheet", &Cleaning::CropSheet);
-    if (options_.trims) Try("trim", &Cleaning::Trim);
-    if (options_.erasesHoles) Try("holes", &Cleaning::EraseHoles);
-    if (options_.removesSpecks) Try("specks", &Cleaning::RemoveSpecks);
+    if (options_.trims) TryRemoving(Removed::kBorder, "trim", &Cleaning::Trim);
+    if (options_.erasesHoles) TryRemoving(Removed::kHole, "holes", &Cleaning::EraseHoles);
+    if (options_.removesSpecks) TryRemoving(Removed::kSpeck, "specks", &Cleaning::RemoveSpecks);
     if (options_.deskews && !record_.isTurned) Try("deskew", &Cleaning::Deskew);
     record_.isBlank = IsBlank(page_, record_.isTextDark, options_.blankPercent);
     return std::move(page_);
@@ -131,6 +136,12 @@ class Cleaning {
     }
   }
 
+  void TryRemoving(Removed what, const char* step, void (Cleaning::*work)()) {
+    const Dib before = overlay_ != nullptr ? Duplicate(page_) : Dib();
+    Try(step, work);
+    if (overlay_ != nullptr) overlay_->Paint(what, before, page_, place_);
+  }
+
   void RequireDarkText() const {
     if (!record_.isTextDark) throw NotHere{"the page is dark"};
   }
@@ -145,6 +156,9 @@ class Cleaning {
     Cleaning(Duplicate(page_), options, &seen).Finish();
     if (!seen.isTurned) return;
     page_ = Rotate(page_, -*seen.skew, ExtremeInk(PageView(page_), /*light=*/false));
+    place_.degrees = -*seen.skew;
+    place_.widthTurned = PageView(page_).width();
+    place_.heightTurned = PageView(page_).height();
     record_.skew = seen.skew;
     record_.isTurned = true;
   }
@@ -152,10 +166,13 @@ class Cleaning {
   void CropSheet() {
     RequireDarkText();
     if (options_.deskews) TurnScan();
-    Dib sheet = Run("crop-sheet", page_, ParseStep("crop-sheet").values);
-    record_.isCropped = PageView(sheet).width() < PageView(page_).width() ||
-                        PageView(sheet).height() < PageView(page_).height();
-    page_ = std::move(sheet);
+    const Area sheet = SheetArea(page_, ParseStep("crop-sheet").values);
+    const int width = sheet.right - sheet.left, height = sheet.bottom - sheet.top;
+    record_.isCropped = width < PageView(page_).width() || height < PageView(page_).height();
+    page_ = Run("crop", page_, {{double(sheet.left), double(sheet.top), double(width), double(height)}});
+    place_.left = sheet.left;
+    place_.top = sheet.top;
+    if (overlay_ != nullptr) overlay_->PaintAround(Removed::kBorder, page_, place_);
   }
 
   void Trim() {
@@ -172,6 +189,11 @@ class Cleaning {
   void EraseHoles() {
     RequireDarkText();
     record_.holes = tool::EraseHoles(page_, options_.holeSize.value_or(kAutomaticHoles), Ground());
+    for (Hole& hole : record_.holes) {
+      const Point middle = place_.ToInput({hole.x, hole.y});
+      hole.x = middle.x;
+      hole.y = middle.y;
+    }
   }
 
   void RemoveSpecks() {
@@ -220,6 +242,8 @@ class Cleaning {
   Dib page_;
   const CleanOptions& options_;
   PageRecord& record_;
+  Overlay* overlay_;
+  Placement place_;  // how the page lies on the one that came in
 };
 
 }  // namespace
@@ -233,11 +257,14 @@ void DescribePage(const Dib& dib, PageRecord* record) {
   record->dpiY = DotsPerInch(page.resolution().y);
 }
 
-Dib CleanPage(Dib page, const CleanOptions& options, PageRecord* record) {
+Dib CleanPage(Dib page, const CleanOptions& options, PageRecord* record, Dib* overlay) {
   const bool isWidened = PageView(page).bits() == 4;
   if (isWidened) page = WidenTo8(page);
   const AsBlackAndWhite colours(page);
-  page = Cleaning(std::move(page), options, record).Finish();
+  std::optional<Overlay> removed;
+  if (overlay != nullptr) removed.emplace(page);
+  page = Cleaning(std::move(page), options, record, removed ? &*removed : nullptr).Finish();
+  if (overlay != nullptr) *overlay = removed->Take();
   colours.Restore(page);
   if (isWidened) page = NarrowTo4(page);
   for (const Step& step : options.reduction) {

@@ -43,6 +43,7 @@ struct Skipped {
 
 // What was done to a page.
 struct PageRecord {
+  int widthIn = 0, heightIn = 0;  // as it came in
   int width = 0, height = 0, bits = 0;
   double dpiX = 0, dpiY = 0;
   bool isTextDark = true;
@@ -50,7 +51,7 @@ struct PageRecord {
   bool isTurned = false;
   bool isCropped = false;
   int64_t trimmedLeft = 0, trimmedRight = 0;  // pixels
-  std::vector<Hole> holes;
+  std::vector<Hole> holes;                    // where they were on the page as it came in
   int64_t specks = 0, speckPixels = 0;
   bool isBlank = false;  // before any reduction
   std::vector<StepTime> times;
@@ -78,8 +79,9 @@ class StepTimer {
 };
 
 // Takes the page over and returns it cleaned. Throws PageError only when there is no memory: a step that
-// cannot be done on a page is skipped with a note.
-Dib CleanPage(Dib page, const CleanOptions& options, PageRecord* record);
+// cannot be done on a page is skipped with a note. Where an overlay is asked for, it becomes a picture of the
+// page as it came in, in grey, with what was removed in colour.
+Dib CleanPage(Dib page, const CleanOptions& options, PageRecord* record, Dib* overlay = nullptr);
 
 // Notes the skew that CleanPage would find, and whether the page is blank.
 void ExaminePage(Dib page, PageRecord* record);

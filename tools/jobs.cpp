@@ -98,10 +98,36 @@ void PlanFolder(const JobOptions& options, Plan* plan) {
   }
 }
 
-// Equal for names that would be one file.
+bool IsFolder(const std::string& path) {
+  std::error_code error;
+  return !PathOf(path).has_filename() || fs::is_directory(PathOf(path), error);
+}
+
+void PlanOverlays(const JobOptions& options, Plan* plan) {
+  JobOptions pictures;
+  pictures.inputs = options.inputs;
+  pictures.output = options.overlay;
+  pictures.format = Format::kPng;
+  Plan overlays;
+  overlays.tasks = plan->tasks;
+  if (IsFolder(options.overlay)) {
+    PlanFolder(pictures, &overlays);
+  } else {
+    const fs::path path = PathOf(options.overlay);
+    const std::string ending = NameOf(path.extension());
+    if (ending.empty() || FormatNamed(ending.substr(1)) != Format::kPng)
+      throw UsageError(fmt::format("--overlay: '{}' is neither a PNG file nor a folder", options.overlay));
+    PlanSinglePages(overlays.tasks, path, Format::kPng, &overlays);
+  }
+  for (size_t i = 0; i < plan->tasks.size(); ++i) {
+    plan->tasks[i].overlay = overlays.outputs[overlays.tasks[i].output].path;
+  }
+}
+
+// Equal for names that would be one file, whether it is there or not.
 std::string UniqueName(const std::string& path) {
   std::error_code error;
-  return Comparable(NameOf(fs::weakly_canonical(PathOf(path), error)));
+  return Comparable(NameOf(fs::weakly_canonical(fs::absolute(PathOf(path), error), error)));
 }
 
 std::set<FileKey> KeysOf(const std::vector<std::string>& paths) {
@@ -126,6 +152,16 @@ void RefuseLosses(const JobOptions& options, const Plan& plan) {
       throw UsageError(fmt::format("{} is an input; --overwrite replaces it", output.path));
     }
   }
+  for (const Task& task : plan.tasks) {
+    if (task.overlay.empty()) continue;
+    if (!names.insert(UniqueName(task.overlay)).second) {
+      throw UsageError(fmt::format("--overlay: {} is another output's name", task.overlay));
+    }
+    const auto key = KeyOf(task.overlay);
+    if (key && inputs.contains(*key)) {
+      throw UsageError(fmt::format("--overlay: {} is an input", task.overlay));
+    }
+  }
 }
 
 // ---- the work ---------------------------------------------------------------------------------------------
@@ -137,6 +173,7 @@ struct Finished {
   std::string fileWithoutDpi;                      // whose resolution had to be assumed
   std::vector<EncodedTiff> encoded;                // for TIFF
   std::vector<std::unique_ptr<OutputFile>> files;  // for others, written but not yet under their names
+  std::unique_ptr<OutputFile> overlay;             // likewise
 };
 
 // Discs of 6 mm around holes of 5 to 7 mm.
@@ -211,8 +248,11 @@ class Jobs {
           CleanOptions clean = options_.clean;
           // On a resolution that is only assumed holes are not measured.
           if (!finished.fileWithoutDpi.empty() && !clean.holeSize) clean.holeSize = kUsualHoles;
-          pages[0] = CleanPage(std::move(pages[0]), clean, &report.record);
+          Dib overlay;
+          pages[0] = CleanPage(std::move(pages[0]), clean, &report.record,
+                               task.overlay.empty() ? nullptr : &overlay);
           report.isDropped = options_.dropsBlank && report.record.isBlank;
+          if (overlay && !report.isDropped) WriteOverlay(overlay, task.overlay, &finished);
           break;
         }
         case Command::kApply:
@@ -282,6 +322,17 @@ class Jobs {
     }
   }
 
+  static void WriteOverlay(const Dib& overlay, const std::string& path, Finished* finished) {
+    const StepTimer timer(&finished->report.record, "overlay");
+    try {
+      auto file = std::make_unique<OutputFile>(path);
+      WritePng(overlay, file->path());
+      finished->overlay = std::move(file);
+    } catch (const PageError& error) {
+      throw PageError(fmt::format("{} {}", path, error.what()));
+    }
+  }
+
   // Brings a page to its file. In the order of the pages, one at a time.
   void Take(Finished finished) {
     PageReport& report = finished.report;
@@ -298,6 +349,10 @@ class Jobs {
       if (options_.command != Command::kInfo &&
           plan_.outputs[finished.task->output].format == Format::kTiff) {
         AddToDocument(finished.encoded, finished.task->output, &report);
+      }
+      if (finished.overlay && report.error.empty()) {
+        finished.overlay->Commit();
+        report.overlay = finished.task->overlay;
       }
     } catch (const PageError& error) {
       report.error = fmt::format("{} {}", plan_.outputs[finished.task->output].path, error.what());
@@ -364,8 +419,7 @@ Plan MakePlan(const JobOptions& options) {
   plan.tasks = ListTasks(options.inputs);
   if (options.command == Command::kInfo) return plan;
   const fs::path out = PathOf(options.output);
-  std::error_code error;
-  const bool isFolder = !out.has_filename() || fs::is_directory(out, error);
+  const bool isFolder = IsFolder(options.output);
   const auto isMerge = [](const Step& step) { return step.operation->merge != nullptr; };
   if (std::any_of(options.chain.begin(), options.chain.end(), isMerge)) {
     plan.tasks = Joined(std::move(plan.tasks), isFolder);
@@ -386,15 +440,17 @@ Plan MakePlan(const JobOptions& options) {
       PlanSinglePages(plan.tasks, out, *format, &plan);
     }
   }
+  if (!options.overlay.empty()) PlanOverlays(options, &plan);
   RefuseLosses(options, plan);
   return plan;
 }
 
 int RunJobs(const JobOptions& options) {
   Plan plan = MakePlan(options);
-  if (!PathOf(options.output).has_filename()) {
+  for (const std::string& folder : {options.output, options.overlay}) {
     std::error_code error;
-    fs::create_directories(PathOf(options.output), error);
+    const fs::path path = PathOf(folder);
+    if (!path.empty() && !path.has_filename()) fs::create_directories(path, error);
   }
   return Jobs(options, std::move(plan)).Run();
 }

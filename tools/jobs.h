@@ -25,6 +25,7 @@ struct JobOptions {
   ReportOptions report;
   CleanOptions clean;       // kClean
   bool dropsBlank = false;  // kClean: blank pages are left out
+  std::string overlay;      // kClean: where pictures of what was removed go; empty: nowhere
   std::vector<Step> chain;  // kApply
 };
 
@@ -41,7 +42,8 @@ struct Source {
 // What is worked on in one go: a page, or the pages that a step joins.
 struct Task {
   std::vector<Source> sources;
-  size_t output = 0;  // its place in the outputs
+  size_t output = 0;         // its place in the outputs
+  std::string overlay = {};  // a file of its own
 };
 
 struct Output {
@@ -62,7 +64,8 @@ struct Plan {
 //   into
 //                                      more once again
 // TIFF files in a folder keep the pages of their input together; in other formats pages are numbered as
-// above. Throws UsageError when two files would go by one name, or when an input would be lost.
+// above. Overlays are PNG files, a page each, and named in the same way. Throws UsageError when two files
+// would go by one name, or when an input would be lost.
 Plan MakePlan(const JobOptions& options);
 
 // Does the work and returns the exit code: 0, or 1 when a page or a file failed. Throws UsageError.

@@ -93,6 +93,11 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
   CLI::App* clean = app->add_subcommand("clean", "Make straight, clean pages of scanned ones");
   clean->add_option("inputs", options->inputs, RASTREL_READS " files")->required()->type_name("IN...");
   AddOutputOptions(clean, options);
+  clean
+      ->add_option("--overlay", options->overlay,
+                   "Show what was removed: the page as it came in, in grey, with borders blue, holes\n"
+                   "orange and specks vermilion. A PNG file, numbered as OUT is, or a folder")
+      ->type_name("FILE");
   AddReportOptions(clean, &options->report);
 
   CleanOptions& steps = options->clean;
@@ -109,7 +114,7 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
       ->type_name("TONE");
   clean->add_flag("--crop-sheet", steps.cropsSheet, "Cut the sheet out of a dark surround first (off)");
   AddSwitch(clean, "trim", &steps.trims, "Leave dark borders at the left and right");
-  AddNo(clean, "holes", &steps.erasesHoles, "Leave punch holes at the left edge");
+  AddNo(clean, "holes", &steps.erasesHoles, "Leave punch holes");
   AddFromTable(clean, "--holes", "holes", "size", "auto; 8 without a resolution", [&steps](double value) {
     steps.erasesHoles = true;
     steps.holeSize = value;

@@ -325,11 +325,6 @@ int FindRows(const Dib& whole, int left, const Dib& part) {
   return last - bottom;
 }
 
-// A rectangle; right and bottom lie outside.
-struct Area {
-  int left, top, right, bottom;
-};
-
 // Where the sheet is, from its left edge to the first column that has too little of it.
 Area FindSheet(const Dib& seen, double share, int margin, int isSheetZero) {
   uint32_t right = 0;
@@ -341,24 +336,8 @@ Area FindSheet(const Dib& seen, double share, int margin, int isSheetZero) {
 }
 
 Dib RunCropSheet(const Dib& page, const Values& values) {
-  const Dib seen = BlackAndWhite(page);
-  const auto margin = static_cast<int>(values[1]);
-  const int quarter = std::min(PageView(page).width(), PageView(page).height()) / 4;
-  if (std::abs(margin) >= quarter) {
-    throw PageError(quarter == 0 ? "the page is too small to show a sheet"
-                                 : "the margin has to be less than a quarter of the page");
-  }
-  const bool isLight = values[2] == 0;
-  const int isSheetZero = ExtremeInk(PageView(seen), isLight).bytes[0] == 0 ? 1 : 0;
-  const auto find = [&](const Dib& from) { return FindSheet(from, values[0] / 100, margin, isSheetZero); };
-  // Upside down as well: a dark picture on the sheet is no edge, nor is the fifth row from the bottom, where
-  // CropToEdges begins.
-  const Area there = find(seen), back = find(Checked(TurnDIB(seen.handle(), 2)));
-  const PageView view(seen);
-  return Crop(page, std::min(there.left, view.width() - back.right),
-              std::min(there.top, view.height() - back.bottom),
-              std::max(there.right, view.width() - back.left) - 1,
-              std::max(there.bottom, view.height() - back.top) - 1);
+  const Area sheet = SheetArea(page, values);
+  return Crop(page, sheet.left, sheet.top, sheet.right - 1, sheet.bottom - 1);
 }
 
 std::vector<Dib> RunCut(const Dib& page, const Values& values) {
@@ -758,6 +737,25 @@ Step ParseStep(std::string_view text) {
   }
   if (step.operation->check != nullptr) step.operation->check(step.values);
   return step;
+}
+
+Area SheetArea(const Dib& page, const Values& values) {
+  const Dib seen = BlackAndWhite(page);
+  const auto margin = static_cast<int>(values[1]);
+  const PageView view(seen);
+  const int quarter = std::min(view.width(), view.height()) / 4;
+  if (std::abs(margin) >= quarter) {
+    throw PageError(quarter == 0 ? "the page is too small to show a sheet"
+                                 : "the margin has to be less than a quarter of the page");
+  }
+  const bool isLight = values[2] == 0;
+  const int isSheetZero = ExtremeInk(view, isLight).bytes[0] == 0 ? 1 : 0;
+  const auto find = [&](const Dib& from) { return FindSheet(from, values[0] / 100, margin, isSheetZero); };
+  // Upside down as well: a dark picture on the sheet is no edge, nor is the fifth row from the bottom, where
+  // CropToEdges begins.
+  const Area there = find(seen), back = find(Checked(TurnDIB(seen.handle(), 2)));
+  return {std::min(there.left, view.width() - back.right), std::min(there.top, view.height() - back.bottom),
+          std::max(there.right, view.width() - back.left), std::max(there.bottom, view.height() - back.top)};
 }
 
 std::vector<Dib> RunStep(const Step& step, std::span<const Dib> pages) {

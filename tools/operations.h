@@ -82,6 +82,13 @@ struct Step {
   Values values{};
 };
 
+// A rectangle of a page.
+struct Area {
+  int left, top, right, bottom;  // right and bottom lie outside
+};
+// What the operation crop-sheet cuts out. Throws PageError.
+Area SheetArea(const Dib& page, const Values& values);
+
 std::vector<Dib> RunStep(const Step& step, std::span<const Dib> pages);
 
 // From "name" or "name:value,value" or "name:parameter=value". Throws UsageError.

@@ -24,6 +24,7 @@ Json ToJson(const PageReport& report, Command command) {
     json["error"] = report.error;
     return json;
   }
+  if (!report.overlay.empty()) json["overlay"] = report.overlay;
   if (report.joined > 1) json["joined"] = report.joined;
   if (report.made > 1) json["made"] = report.made;
   json["width"] = record.width;
@@ -38,6 +39,8 @@ Json ToJson(const PageReport& report, Command command) {
     json["text"] = record.isTextDark ? "dark" : "light";
     json["turned"] = record.isTurned;
     json["cropped"] = record.isCropped;
+    json["widthIn"] = record.widthIn;
+    json["heightIn"] = record.heightIn;
     json["trimmedPixels"] = record.trimmedPixels();
     json["trimmedLeft"] = record.trimmedLeft;
     json["trimmedRight"] = record.trimmedRight;
@@ -83,6 +86,19 @@ std::string Deeds(const PageReport& report) {
     add(fmt::format("{} hole{} erased", record.holes.size(), record.holes.size() == 1 ? "" : "s"));
   if (record.specks > 0) add("specks removed");
   return text.empty() ? "nothing to do" : text;
+}
+
+void PrintRemoved(const PageRecord& record) {
+  if (record.trimmedPixels() > 0) {
+    fmt::print("    border: {} pixels at the left, {} at the right\n", record.trimmedLeft,
+               record.trimmedRight);
+  }
+  for (const Hole& hole : record.holes) {
+    fmt::print("    hole at the {}: {:.0f} pixels wide, its middle at {:.0f}, {:.0f}\n", NameOf(hole.side),
+               hole.diameter, hole.x, hole.y);
+  }
+  if (record.specks > 0)
+    fmt::print("    specks: {}, of {} pixels in all\n", record.specks, record.speckPixels);
 }
 
 void PrintSteps(const PageRecord& record) {
@@ -164,6 +180,8 @@ void Reporter::PrintLine(const PageReport& report) {
     const std::string deeds = command_ == Command::kClean ? Deeds(report) : "done";
     fmt::print("{}: {} x {} pixels, {} bit{}, {}: {}{}\n", PageName(report), record.width, record.height,
                record.bits, record.bits == 1 ? "" : "s", Dots(record), deeds, arrow);
+    if (command_ == Command::kClean) PrintRemoved(record);
+    if (!report.overlay.empty()) fmt::print("    overlay: {}\n", report.overlay);
     PrintSteps(record);
     return;
   }

@@ -24,6 +24,7 @@ struct PageReport {
   int joined = 1;                    // pages that were made one
   int made = 1;                      // pages that came of it
   std::vector<std::string> outputs;  // the files that it went to
+  std::string overlay;               // the file that shows what was removed
   std::string error;                 // empty when the page is done
   bool isFollowUp = false;           // the error has been told with an earlier page
   bool isDropped = false;            // blank and left out: nothing is written

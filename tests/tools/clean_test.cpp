@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <map>
+#include <tuple>
 
 #include "safeguards.h"
 
@@ -318,6 +321,85 @@ TEST(Clean, LeavesTheDotsOfDitheredPictures) {
     const Cleaned after(Duplicate(page), options);
     EXPECT_TRUE(SamePixels(page, after.page)) << method;
   }
+}
+
+// Blue, green and red of a pixel of an overlay.
+std::array<int, 3> ColourAt(const Dib& overlay, int x, int y) {
+  const PageView view(overlay);
+  const RGBQUAD entry = view.palette()[view.PageRow(y)[x]];
+  return {entry.rgbBlue, entry.rgbGreen, entry.rgbRed};
+}
+
+TEST(Clean, TellsAndShowsWhatItRemoved) {
+  using Colour = std::array<int, 3>;
+  constexpr Colour kBlue = {178, 114, 0}, kOrange = {0, 159, 230}, kVermilion = {0, 94, 213};
+  for (const int bits : {1, 8, 24}) {
+    SCOPED_TRACE(::testing::Message() << bits << " bits");
+    Drawing drawing(bits);
+    drawing.Text(2);  // the page is turned; what is told and shown is not
+    drawing.Fill(0, 0, 30, kHeight);
+    drawing.Fill(kWidth - 10, 0, kWidth, kHeight);
+    drawing.Disc(kWidth - 80, 700, 18);
+    drawing.Fill(150, 100, 151, 101);
+    drawing.Fill(170, 120, 172, 121);
+    PageRecord record;
+    Dib overlay;
+    const Dib page = CleanPage(Duplicate(drawing.page()), {}, &record, &overlay);
+    EXPECT_TRUE(record.isTurned);
+    EXPECT_EQ(std::pair(kWidth, kHeight), std::pair(record.widthIn, record.heightIn));
+    EXPECT_EQ(std::pair(int64_t{30} * kHeight, int64_t{10} * kHeight),
+              std::pair(record.trimmedLeft, record.trimmedRight));
+    ASSERT_EQ(1u, record.holes.size());
+    EXPECT_EQ(
+        std::tuple(kWidth - 80, 700, 37, Side::kRight),
+        std::tuple(record.holes[0].x, record.holes[0].y, record.holes[0].diameter, record.holes[0].side));
+    const bool hasSpecks = bits != 24;
+    EXPECT_EQ(std::pair(int64_t{hasSpecks ? 2 : 0}, int64_t{hasSpecks ? 3 : 0}),
+              std::pair(record.specks, record.speckPixels));
+
+    ASSERT_EQ(std::pair(kWidth, kHeight), std::pair(PageView(overlay).width(), PageView(overlay).height()));
+    std::map<Colour, int64_t> counts;
+    for (int y = 0; y < kHeight; ++y) {
+      for (int x = 0; x < kWidth; ++x) ++counts[ColourAt(overlay, x, y)];
+    }
+    EXPECT_EQ(int64_t{40} * kHeight, counts[kBlue]);
+    EXPECT_EQ(record.speckPixels, counts[kVermilion]);
+    EXPECT_NEAR(3.14159 * 18 * 18, static_cast<double>(counts[kOrange]), 20);
+    EXPECT_EQ(kBlue, ColourAt(overlay, 29, 0));
+    EXPECT_EQ(kBlue, ColourAt(overlay, kWidth - 10, kHeight - 1));
+    EXPECT_EQ(kOrange, ColourAt(overlay, kWidth - 80, 690));
+    EXPECT_EQ(hasSpecks ? kVermilion : Colour({80, 80, 80}), ColourAt(overlay, 171, 120));
+    EXPECT_EQ(Colour({255, 255, 255}), ColourAt(overlay, 100, 300));
+    for (const auto& [colour, count] : counts) {
+      const auto [blue, green, red] = colour;
+      const bool isGrey = blue == green && green == red;
+      EXPECT_TRUE(isGrey || colour == kBlue || colour == kOrange || colour == kVermilion);
+    }
+  }
+}
+
+// A sheet that was turned and cut out before its holes were found.
+TEST(Clean, TellsPlacesOnThePageThatCameIn) {
+  Drawing drawing(8);
+  drawing.Text(0);
+  drawing.Disc(80, 700, 18);
+  Dib sheet = drawing.Take();
+  const Dib scan = Rotate(sheet, 3, ExtremeInk(PageView(sheet), false));
+  CleanOptions options;
+  options.cropsSheet = true;
+  PageRecord record;
+  Dib overlay;
+  CleanPage(Duplicate(scan), options, &record, &overlay);
+  ASSERT_EQ(1u, record.holes.size());
+  const PageView view(scan);
+  EXPECT_EQ(view.width(), record.widthIn);
+  // 540 left and 177 above the middle, turned by 3 degrees.
+  const double x = view.width() / 2.0 - 540 * 0.99863 - 177 * 0.05234;
+  const double y = view.height() / 2.0 + 540 * 0.05234 - 177 * 0.99863;
+  EXPECT_NEAR(x, record.holes[0].x, 3);
+  EXPECT_NEAR(y, record.holes[0].y, 3);
+  EXPECT_EQ(230, ColourAt(overlay, static_cast<int>(x), static_cast<int>(y))[2]) << "the hole";
+  EXPECT_EQ(178, ColourAt(overlay, 5, 5)[0]) << "the surround";
 }
 
 TEST(Clean, DoesWhatTheOptionsSayAndNotesWhatItCannotDo) {

@@ -85,6 +85,38 @@ case_outputs() {
   [ -c /dev/full ] || fail "/dev/full was replaced"
 }
 
+case_overlay() {
+  expect 0 "$rastrel" clean "$letter" -o page.tif --overlay shown.png --json
+  grep -q '"overlay":"shown.png".*"widthIn":1165,"heightIn":1653.*"holesAt":\[{"x":1[0-9.]*,"y":[0-9.]*,"diameter":48.0,"side":"left"},.*"specks":[1-9]' out ||
+    fail "told: $(cat out)"
+  "$rastrel" info shown.png | grep -q "1165 x 1653 pixels, 8 bits, 200 dpi" || fail "$("$rastrel" info shown.png)"
+  expect 0 "$rastrel" clean "$letter" -o page.tif -v
+  grep -q "^    hole at the left: 48 pixels wide" out || fail "told: $(cat out)"
+  # Several pages: numbered, or in a folder.
+  expect 0 "$rastrel" apply "$letter" "$letter" -o two.tif -q
+  expect 0 "$rastrel" clean two.tif "$letter" -o three.tif --overlay many.png -q
+  [ "$(echo many*)" = "many-001.png many-002.png many-003.png" ] || fail "numbered: $(echo many*)"
+  expect 0 "$rastrel" clean two.tif "$letter" -o three.tif --overlay shown/ -q
+  [ "$(ls shown | xargs)" = "letter-1bit.png two-001.png two-002.png" ] || fail "in the folder: $(ls shown)"
+  cmp -s shown.png shown/letter-1bit.png || fail "overlays depend on where they go"
+  # Neither inputs nor outputs are lost, and a page without an output has no overlay.
+  cp shown.png input.png
+  local arguments
+  for arguments in "-o new.png --overlay new.png" "-o new.png --overlay ./new.png" "-o new.png --overlay new.tif" \
+    "-o new.png --overlay input.png --overwrite" "-o new/ --overlay new/"; do
+    # shellcheck disable=SC2086
+    expect 2 "$rastrel" clean input.png $arguments
+    grep -q -e "--overlay" err || fail "no reason: $(cat err)"
+  done
+  cmp -s shown.png input.png || fail "an input was lost"
+  expect 1 "$rastrel" clean "$letter" -o new.png --overlay no/such/folder.png
+  complains "no/such/folder.png"
+  [ ! -e new.png ] || fail "a page without its overlay"
+  expect 1 "$rastrel" clean missing.tif -o new.png --overlay new-overlay.png
+  [ ! -e new-overlay.png ] || fail "an overlay without a page"
+  no_leftovers
+}
+
 case_in_place() {
   cp "$letter" one.tif
   cp "$letter" two.tif
