@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 
 namespace rastrel::tool {
 namespace {
@@ -35,14 +36,13 @@ int PaintedRun(const PageView& page, const uint8_t* before, const uint8_t* after
 
 // How far in each row belongs to something at least `reach` rows tall. A border's rows may be cut short here
 // and there by light specks, so three rows in ten of any `reach` may be shorter. Beyond the page's ends a
-// margin counts as going on, where it has some rows on the page.
+// margin counts as going on.
 std::vector<int> TallRuns(const std::vector<int>& runs, int reach) {
   const int count = static_cast<int>(runs.size());
   std::vector<int> tall(runs.size(), 0);
   if (std::all_of(runs.begin(), runs.end(), [](int run) { return run == 0; })) return tall;
   std::vector<int> window;
-  const int least = std::min(count, std::max(2, reach / 24));
-  for (int first = least - reach; first <= count - least; ++first) {
+  for (int first = 1 - reach; first < count; ++first) {
     const int from = std::max(0, first);
     const int to = std::min(count, first + reach);
     window.assign(runs.begin() + from, runs.begin() + to);
@@ -56,14 +56,21 @@ std::vector<int> TallRuns(const std::vector<int>& runs, int reach) {
 }
 
 // The part of each painted run that is border: as far as it is tall, and a little beyond, where a slanted
-// border grows from row to row.
+// border grows from row to row. A few dark pixels in a corner are none.
 std::vector<int> BorderRuns(const std::vector<int>& runs, const PageView& page) {
   constexpr double kLeastHeightMm = 6;  // taller than a line of text
   constexpr double kBeyondMm = 1.5;
+  constexpr double kLeastSideMm = 0.7;  // of a square as large as the smallest border
   const int beyond = ToPixels(kBeyondMm, page);
   std::vector<int> border = TallRuns(runs, std::max(2, ToPixels(kLeastHeightMm, page)));
   for (size_t y = 0; y < runs.size(); ++y) {
     border[y] = border[y] == 0 ? 0 : std::min(runs[y], border[y] + beyond);
+  }
+  const int side = ToPixels(kLeastSideMm, page);
+  for (auto first = border.begin(); first != border.end();) {
+    const auto last = std::find(first, border.end(), 0);
+    if (std::accumulate(first, last, int64_t{0}) < int64_t{side} * side) std::fill(first, last, 0);
+    first = std::find_if(last, border.end(), [](int run) { return run != 0; });
   }
   return border;
 }

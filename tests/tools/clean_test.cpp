@@ -91,7 +91,8 @@ TEST(Clean, LeavesAGoodPageAsItIs) {
     drawing.Fill(0, 1000, 300, 1020);   // a line of text that runs into the edge
     drawing.Fill(60, 1200, 160, 1500);  // a picture in the left margin, and a heavy letter
     drawing.Fill(60, 60, 80, 100);
-    drawing.Fill(600, 1700, 602, 1740);  // a thin stroke
+    drawing.Fill(600, 1700, 602, 1740);      // a thin stroke
+    drawing.Fill(kWidth - 2, 0, kWidth, 2);  // a dot in a corner
     const Dib before = Duplicate(drawing.page());
     const Cleaned after(drawing.Take());
     EXPECT_TRUE(SamePixels(before, after.page)) << bits << " bits";
