@@ -82,51 +82,56 @@ class Margin {
   Dib strip_;
 };
 
-// Which cells of a margin are dark, and which of them a disc covers.
+// Which cells of a margin are dark, and which of them a disc covers. Rows are looked at when they are first
+// asked for.
 class HoleMap {
  public:
   HoleMap(const PageView& strip, const PageView& punched)
-      : width_(strip.width()),
-        height_(strip.height()),
-        pixelsPerMillimetre_(strip.resolution().x / 1000.0),
-        cells_(static_cast<size_t>(width_) * static_cast<size_t>(height_)) {
-    constexpr int kDarkBelow = 128;  // the brightness that the operations go by
-    const std::vector<uint8_t> table = BrightnessTable(strip);
-    std::vector<uint8_t> brightness(static_cast<size_t>(width_));
-    for (int y = 0; y < height_; ++y) {
-      const uint8_t* before = strip.PageRow(y);
-      const uint8_t* after = punched.PageRow(y);
-      const bool isPainted = std::memcmp(before, after, strip.stride()) != 0;
-      RowBrightness(strip, table, y, 0, width_, brightness.data());
-      for (int x = 0; x < width_; ++x) {
-        const bool isCovered = isPainted && !SamePixel(strip, before, after, x);
-        at(x, y) = static_cast<uint8_t>((brightness[static_cast<size_t>(x)] < kDarkBelow ? kDark : 0) |
-                                        (isCovered ? kCovered : 0));
-      }
-    }
-  }
+      : strip_(strip),
+        punched_(punched),
+        table_(BrightnessTable(strip)),
+        brightness_(static_cast<size_t>(strip.width())),
+        cells_(static_cast<size_t>(width()) * static_cast<size_t>(height())),
+        isKnown_(static_cast<size_t>(height())) {}
 
   static constexpr uint8_t kDark = 1, kCovered = 2, kSeen = 4;
 
+  int width() const { return strip_.width(); }
+  int height() const { return strip_.height(); }
   uint8_t& at(int x, int y) {
-    return cells_[static_cast<size_t>(y) * static_cast<size_t>(width_) + static_cast<size_t>(x)];
+    if (isKnown_[static_cast<size_t>(y)] == 0) LookAt(y);
+    return cells_[static_cast<size_t>(y) * static_cast<size_t>(width()) + static_cast<size_t>(x)];
   }
-  bool IsDark(int x, int y) const {
-    return x >= 0 && y >= 0 && x < width_ && y < height_ &&
-           (cells_[static_cast<size_t>(y) * static_cast<size_t>(width_) + static_cast<size_t>(x)] & kDark) !=
-               0;
+  bool IsDark(int x, int y) {
+    return x >= 0 && y >= 0 && x < width() && y < height() && (at(x, y) & kDark) != 0;
   }
-  int width() const { return width_; }
-  int height() const { return height_; }
+  bool IsPainted(int y) const {
+    return std::memcmp(strip_.PageRow(y), punched_.PageRow(y), strip_.stride()) != 0;
+  }
   int ToPixels(double millimetres) const {
-    return static_cast<int>(std::lround(millimetres * pixelsPerMillimetre_));
+    return static_cast<int>(std::lround(millimetres / 1000 * strip_.resolution().x));
   }
 
  private:
-  int width_;
-  int height_;
-  double pixelsPerMillimetre_;
+  void LookAt(int y) {
+    constexpr int kDarkBelow = 128;  // the brightness that the operations go by
+    isKnown_[static_cast<size_t>(y)] = 1;
+    const bool isPainted = IsPainted(y);
+    RowBrightness(strip_, table_, y, 0, width(), brightness_.data());
+    uint8_t* cells = &at(0, y);
+    for (int x = 0; x < width(); ++x) {
+      const bool isCovered = isPainted && !SamePixel(strip_, strip_.PageRow(y), punched_.PageRow(y), x);
+      cells[x] = static_cast<uint8_t>((brightness_[static_cast<size_t>(x)] < kDarkBelow ? kDark : 0) |
+                                      (isCovered ? kCovered : 0));
+    }
+  }
+
+  const PageView& strip_;
+  const PageView& punched_;
+  std::vector<uint8_t> table_;
+  std::vector<uint8_t> brightness_;
   std::vector<uint8_t> cells_;
+  std::vector<uint8_t> isKnown_;
 };
 
 // ---- what a hole looks like -------------------------------------------------------------------------------
@@ -195,7 +200,7 @@ double Misfit(const Blob& blob) {
 
 // Whether something about as heavy as the blob stands near it, and it is rather the dot of a large letter, a
 // bullet or part of an ornament.
-bool HasHeavyNeighbour(const Blob& blob, const HoleMap& map) {
+bool HasHeavyNeighbour(const Blob& blob, HoleMap& map) {
   constexpr double kNear = 1.5, kThick = 0.4;  // diameters
   const int near = static_cast<int>(std::lround(kNear * blob.diameter()));
   const int half = std::max(1, static_cast<int>(std::lround(kThick * blob.diameter() / 2)));
@@ -216,7 +221,7 @@ bool HasHeavyNeighbour(const Blob& blob, const HoleMap& map) {
 }
 
 // Whether the margin is empty above and below the blob.
-bool IsAlone(const Blob& blob, const HoleMap& map) {
+bool IsAlone(const Blob& blob, HoleMap& map) {
   constexpr double kFree = 2.5;   // diameters
   constexpr double kDirt = 0.01;  // of the pixels
   const int reach = static_cast<int>(std::lround(kFree * blob.diameter()));
@@ -242,7 +247,7 @@ bool AreOfOneRow(const Blob& a, const Blob& b, const HoleMap& map) {
 // The blobs that are holes. At the left, where pages are bound, what may be a hole is one. Elsewhere
 // ornaments, seals and the dots of headings are more likely: there a hole is really round, and either one of
 // a row or alone in its part of the margin.
-std::vector<Blob> PickHoles(std::vector<Blob> blobs, const HoleMap& map, const Margin& margin) {
+std::vector<Blob> PickHoles(std::vector<Blob> blobs, HoleMap& map, const Margin& margin) {
   struct Roundness {
     double misfit, sides, least, most;
   };
@@ -293,6 +298,7 @@ void EraseInMargin(const Dib& dib, Side side, double size, Ink ground, std::vect
   HoleMap map(before, after);
   std::vector<Blob> blobs;
   for (int y = 0; y < map.height(); ++y) {
+    if (!map.IsPainted(y)) continue;
     for (int x = 0; x < map.width(); ++x) {
       if ((map.at(x, y) & (HoleMap::kDark | HoleMap::kCovered | HoleMap::kSeen)) ==
           (HoleMap::kDark | HoleMap::kCovered)) {

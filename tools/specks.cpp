@@ -58,21 +58,33 @@ class BitMap {
   std::vector<uint64_t> bits_;
 };
 
+uint64_t EightBytes(const uint8_t* bytes) {
+  return uint64_t{bytes[0]} << 56 | uint64_t{bytes[1]} << 48 | uint64_t{bytes[2]} << 40 |
+         uint64_t{bytes[3]} << 32 | uint64_t{bytes[4]} << 24 | uint64_t{bytes[5]} << 16 |
+         uint64_t{bytes[6]} << 8 | uint64_t{bytes[7]};
+}
+
+// The dark ones of 64 pixels. Greys are dark below 128: their highest bits are gathered by a multiplication.
+uint64_t DarkOf64(const uint8_t* pixels, int bits) {
+  if (bits == 1) return ~EightBytes(pixels);
+  uint64_t dark = 0;
+  for (int i = 0; i < 8; ++i) {
+    const uint64_t flags = ~EightBytes(pixels + 8 * i) >> 7 & 0x0101010101010101;
+    dark = dark << 8 | flags * 0x0102040810204080 >> 56;
+  }
+  return dark;
+}
+
 // Fills the words of a row with the dark pixels of a row of a page.
 void DarkBits(const PageView& page, const uint8_t* row, uint64_t* words) {
   const auto width = static_cast<size_t>(page.width());
-  for (size_t first = 0; first < width; first += 64, ++words) {
-    const size_t count = std::min<size_t>(64, width - first);
-    uint64_t dark = 0;
-    if (page.bits() == 1) {
-      for (size_t i = 0; i < (count + 7) / 8; ++i) {
-        dark |= static_cast<uint64_t>(static_cast<uint8_t>(~row[first / 8 + i])) << (56 - 8 * i);
-      }
-    } else {
-      for (size_t i = 0; i < count; ++i) dark |= static_cast<uint64_t>(row[first + i] < 128) << (63 - i);
-    }
-    *words = dark & ~uint64_t{0} << (64 - count);
-  }
+  const size_t wordBytes = page.bits() == 1 ? 8 : 64;
+  for (size_t i = 0; i < width / 64; ++i) words[i] = DarkOf64(row + i * wordBytes, page.bits());
+  const size_t rest = width % 64;
+  if (rest == 0) return;
+  std::array<uint8_t, 64> last{};
+  std::memcpy(last.data(), row + width / 64 * wordBytes, page.bits() == 1 ? (rest + 7) / 8 : rest);
+  words[width / 64] = DarkOf64(last.data(), page.bits()) & ~uint64_t{0} << (64 - rest);
 }
 
 // How much of strokes there is in each square of 8 x 8 pixels.
@@ -324,14 +336,20 @@ class Rows {
   // Whether there are others than those of the row, as there are among dust.
   bool IsCrowded(const Box& box, bool isDown, int distance) const {
     const int around = distance * 3 / 4, own = 2 + distance / kSlope;
-    for (int y = box.top - around; y <= box.bottom + around; ++y) {
-      for (int x = box.left - around; x <= box.right + around; ++x) {
-        const bool isOwn = isDown ? x >= box.left - own && x <= box.right + own
-                                  : y >= box.top - own && y <= box.bottom + own;
-        if (!isOwn && candidates_.At({x, y})) return true;
+    const auto isEmpty = [&](int left, int top, int right, int bottom) {
+      for (int y = top; y <= bottom; ++y) {
+        for (int x = left; x <= right; x += 64) {
+          const uint64_t bits = candidates_.Bits(x, y);
+          if ((right - x < 63 ? bits >> (63 - (right - x)) : bits) != 0) return false;
+        }
       }
-    }
-    return false;
+      return true;
+    };
+    const Box all = {box.left - around, box.top - around, box.right + around, box.bottom + around};
+    return isDown ? !isEmpty(all.left, all.top, box.left - own - 1, all.bottom) ||
+                        !isEmpty(box.right + own + 1, all.top, all.right, all.bottom)
+                  : !isEmpty(all.left, all.top, all.right, box.top - own - 1) ||
+                        !isEmpty(all.left, box.bottom + own + 1, all.right, all.bottom);
   }
 
   const BitMap& dark_;
@@ -436,8 +454,11 @@ SpeckCount EraseSpecks(const Dib& dib, const Dib& filtered, Ink ground) {
   constexpr double kNear = 2, kFurthest = 6, kLargestDot = 0.6, kCell = 4;  // millimetres
   const PageView page(dib);
   const PageView after(filtered);
-  const auto toPixels = [&](double millimetres) {
-    return static_cast<int>(std::lround(millimetres / 1000 * page.resolution().x));
+  // Specks are a few pixels large: where a page says that these are tiny, no further than this is looked.
+  constexpr int kMostResolution = 1200 * 10000 / 254;  // a metre
+  const int resolution = std::min(page.resolution().x, kMostResolution);
+  const auto toPixels = [resolution](double millimetres) {
+    return static_cast<int>(std::lround(millimetres / 1000 * resolution));
   };
   BitMap dark(page.width(), page.height()), taken(page.width(), page.height());
   std::vector<uint64_t> rest(dark.words());
