@@ -173,13 +173,47 @@ Blob FollowBlob(HoleMap& map, int startX, int startY) {
   return blob;
 }
 
+// The first and last place of a profile without long low ends.
+std::pair<int, int> Span(const std::vector<int>& profile) {
+  constexpr double kLow = 0.12;   // of the highest
+  constexpr double kLong = 0.05;  // of the profile
+  const auto size = static_cast<int>(profile.size());
+  const int least = static_cast<int>(kLow * *std::max_element(profile.begin(), profile.end()));
+  const auto isHigh = [least](int count) { return count > least; };
+  const auto before =
+      static_cast<int>(std::find_if(profile.begin(), profile.end(), isHigh) - profile.begin());
+  const auto behind =
+      static_cast<int>(std::find_if(profile.rbegin(), profile.rend(), isHigh) - profile.rbegin());
+  const auto isLong = [size](int end) { return end > 1 + kLong * size; };
+  return {isLong(before) ? before : 0, size - 1 - (isLong(behind) ? behind : 0)};
+}
+
+// Takes away what the discs cover of thin lines that touch the blob: rules of lined paper.
+void TrimLines(Blob* blob, int halo) {
+  std::vector<int> columns(static_cast<size_t>(blob->width())), rows(static_cast<size_t>(blob->height()));
+  for (const auto& [x, y] : blob->places) {
+    ++columns[static_cast<size_t>(x - blob->left)];
+    ++rows[static_cast<size_t>(y - blob->top)];
+  }
+  const auto [firstColumn, lastColumn] = Span(columns);
+  const auto [firstRow, lastRow] = Span(rows);
+  blob->right = blob->left + lastColumn;
+  blob->left += firstColumn;
+  blob->bottom = blob->top + lastRow;
+  blob->top += firstRow;
+  std::erase_if(blob->places, [&](const std::pair<int, int>& place) {
+    return place.first < blob->left - halo || place.first > blob->right + halo ||
+           place.second < blob->top - halo || place.second > blob->bottom + halo;
+  });
+}
+
 // About as large and as round as a hole may be that is torn, worn or touched by a line.
 bool MayBeHole(const Blob& blob, const HoleMap& map) {
   const auto [shorter, longer] = std::minmax({blob.width(), blob.height()});
   const double fill = static_cast<double>(blob.places.size()) / (static_cast<double>(shorter) * longer);
   return shorter >= map.ToPixels(kLeastHole) && longer <= map.ToPixels(kMostHole) &&
          longer <= kLongestSides * shorter && fill >= kLeastFill && fill <= kMostFill &&
-         blob.contacts <= (shorter + longer) / 8;
+         blob.contacts <= (shorter + longer) / 5;
 }
 
 // How much the blob differs from the ellipse in its box, as a share of that.
@@ -303,6 +337,7 @@ void EraseInMargin(const Dib& dib, Side side, double size, Ink ground, std::vect
       if ((map.at(x, y) & (HoleMap::kDark | HoleMap::kCovered | HoleMap::kSeen)) ==
           (HoleMap::kDark | HoleMap::kCovered)) {
         blobs.push_back(FollowBlob(map, x, y));
+        TrimLines(&blobs.back(), map.ToPixels(kHalo));
       }
     }
   }

@@ -25,6 +25,7 @@ class Drawing {
     std::ranges::fill(PageView(page_).pixels(), uint8_t{0});
     Fill(0, 0, width, height, /*isDark=*/false);
   }
+  explicit Drawing(Dib page) : page_(std::move(page)) {}
   void Fill(int left, int top, int right, int bottom, bool isDark = true) {
     const PageView view(page_);
     for (int y = top; y < bottom; ++y) PaintRow(view, y, left, right, ExtremeInk(view, !isDark));
@@ -162,10 +163,11 @@ TEST(Clean, ErasesHolesInEveryMargin) {
   CleanOptions options;
   options.removesSpecks = options.deskews = false;
   for (const int bits : {1, 8, 24}) {
+    Drawing clean(bits);
+    clean.Text(0);
     for (const auto& [side, places] : rows) {
       SCOPED_TRACE(::testing::Message() << bits << " bits, " << NameOf(side) << ", " << places.size());
-      Drawing clean(bits), dirty(bits);
-      for (Drawing* drawing : {&clean, &dirty}) drawing->Text(0);
+      Drawing dirty(Duplicate(clean.page()));
       std::vector<std::pair<int, int>> centres;
       for (const int place : places) {
         const bool isUpright = side == Side::kLeft || side == Side::kRight;
@@ -185,6 +187,27 @@ TEST(Clean, ErasesHolesInEveryMargin) {
                   std::ranges::count(centres, std::pair(static_cast<int>(hole.x), static_cast<int>(hole.y))));
       }
     }
+  }
+}
+
+TEST(Clean, ErasesHolesOfLinedPaperUpToTheirEdges) {
+  for (const int bits : {1, 8, 24}) {
+    Drawing before(bits), clean(bits);
+    for (Drawing* drawing : {&before, &clean}) {
+      drawing->Text(0);
+      for (int y = 50; y < kHeight; y += 41) drawing->Fill(0, y, kWidth, y + 2);
+    }
+    for (const int y : {256, 870, 1480}) before.Disc(kWidth - 72, y, 20);
+    const Cleaned after(before.Take());
+    EXPECT_EQ(3u, after.record.holes.size()) << bits << " bits";
+    EXPECT_EQ(255, BrightnessAt(after.page, kWidth - 72, 870));
+    // Beside the holes and a halo of 0.4 mm nothing changed.
+    clean.Fill(kWidth - 95, 0, kWidth - 49, kHeight, false);
+    const PageView view(after.page);
+    for (int y = 0; y < kHeight; ++y) {
+      PaintRow(view, y, kWidth - 95, kWidth - 49, ExtremeInk(view, /*light=*/true));
+    }
+    EXPECT_TRUE(SamePixels(clean.page(), after.page)) << bits << " bits";
   }
 }
 
