@@ -285,7 +285,7 @@ std::vector<Blob> PickHoles(std::vector<Blob> blobs, HoleMap& map, const Margin&
   struct Roundness {
     double misfit, sides, least, most;
   };
-  constexpr Roundness kInRow = {0.15, 1.35, 3, 11}, kByItself = {0.09, 1.2, 3.5, 9.5};
+  constexpr Roundness kInRow = {0.15, 1.35, 3, 11}, kByItself = {0.11, 1.2, 3.5, 9.5};
   const auto isRound = [&](const Blob& blob, const Roundness& wanted) {
     const auto [shorter, longer] = std::minmax({blob.width(), blob.height()});
     return longer <= wanted.sides * shorter && shorter >= map.ToPixels(wanted.least) &&

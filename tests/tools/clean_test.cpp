@@ -224,11 +224,15 @@ TEST(Clean, LeavesWhatOnlyResemblesHoles) {
     page.Fill(1160, 690, 1181, 711, false);
     for (int i = 0; i < 30; ++i) page.Fill(1160 - i, 1000 + i, 1161 + i, 1001 + i);  // a wedge
     page.Disc(1170, 1300, 34);                                                       // larger than holes are
+    for (const int y : {480, 880}) {                                                 // ovals in a row
+      page.Disc(1163, y, 15);
+      page.Disc(1177, y, 15);
+    }
+    page.Disc(1165, 1500, 16);  // and a rounder one alone
+    page.Disc(1175, 1500, 16);
   };
   const auto drawBottom = [](Drawing& page) {
     for (int x = 400; x < 800; x += 50) page.Disc(x, kHeight - 70, 14);  // a row of dots
-    page.Disc(100, kHeight - 70, 13);                                    // an oval
-    page.Disc(120, kHeight - 70, 13);
   };
   for (const int bits : {1, 8, 24}) {
     Drawing drawing(bits);
