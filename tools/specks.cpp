@@ -13,7 +13,6 @@ namespace {
 
 struct Place {
   int x, y;
-  bool operator==(const Place&) const = default;
 };
 
 // ---- maps of a page ---------------------------------------------------------------------------------------
@@ -187,11 +186,13 @@ struct Group {
 
   const Place* begin() const { return places.data(); }
   const Place* end() const { return places.data() + size; }
-  bool Has(Place place) const { return std::find(begin(), end(), place) != end(); }
 };
 
-// The group at a dark pixel, unless it has more than `most` pixels.
+// The group at a dark pixel, unless it has more than `most` pixels or reaches far.
 bool Follow(const BitMap& dark, Place start, size_t most, Group* group) {
+  constexpr int kReach = 15;
+  std::array<uint32_t, 2 * kReach + 1> seen{};  // a bit for each place around the start
+  seen[kReach] = 1u << kReach;
   group->places[0] = start;
   group->size = 1;
   Box& box = group->box;
@@ -199,9 +200,16 @@ bool Follow(const BitMap& dark, Place start, size_t most, Group* group) {
   for (size_t i = 0; i < group->size; ++i) {
     const auto [x, y] = group->places[i];
     for (int ny = y - 1; ny <= y + 1; ++ny) {
+      const uint64_t row = dark.Bits(x - 1, ny);
       for (int nx = x - 1; nx <= x + 1; ++nx) {
-        if (!dark.At({nx, ny}) || group->Has({nx, ny})) continue;
+        if ((row >> (62 - (nx - x)) & 1) == 0) continue;
+        const int across = nx - start.x, down = ny - start.y;
+        if (std::max(std::abs(across), std::abs(down)) > kReach) return false;
+        uint32_t& line = seen[static_cast<size_t>(down + kReach)];
+        const uint32_t bit = 1u << (across + kReach);
+        if ((line & bit) != 0) continue;
         if (group->size == most) return false;
+        line |= bit;
         group->places[group->size++] = {nx, ny};
         box = {std::min(box.left, nx), std::min(box.top, ny), std::max(box.right, nx),
                std::max(box.bottom, ny)};
