@@ -77,7 +77,9 @@ TEST(StraightenDIB, MixesPagesOfGreysThroughTheirTable) {
           const bool isNewGrey = i % 4 == 0;
           block[40 + i] = isGrey && !isNewGrey ? block[39 + i] : static_cast<uint8_t>(engine());
         }
-        for (const int quality : {0, kSmooth}) ExpectAsReference(TestDib(block), 21, quality, 0x4080C0);
+        for (const double angle : {0.0, 21.0}) {
+          for (const int quality : {0, kSmooth}) ExpectAsReference(TestDib(block), angle, quality, 0x4080C0);
+        }
       }
     }
   }
@@ -176,14 +178,23 @@ TEST(StraightenDIB, PutsEveryToneWhereItBelongs) {
   }
 }
 
-// Stems, bars, slopes, rings and dots in lines, of strokes 2 to 4 pixels wide, at no angle of their own.
-TestDib TextPage() {
+// Less than can be seen of a turn changes nothing.
+TEST(StraightenDIB, LeavesThePageAtTinyAngles) {
+  const TestDib page = TestDib::Random(24, 300, 200, 1);
+  for (const double angle : {1e-7, -1e-6, 1e-5}) {
+    EXPECT_EQ(page.Pixels(), Straightened(page, angle, kSmooth).Pixels()) << angle;
+  }
+}
+
+// Stems, bars, slopes, rings and dots in lines, of strokes 2 to 4 pixels wide (`weight` 1) or about 2 (0.7),
+// at no angle of their own.
+TestDib TextPage(double weight = 1) {
   TestDib page = TestDib::Plain(MakeHeader(1, 900, 700), 1);
   std::mt19937 random(11);
   for (int top = 40; top < 650; top += 34) {
     for (int left = 40; left < 840; left += 18) {
       const auto kind = random() % 8;
-      const double half = 1 + static_cast<double>(random() % 100) / 100;  // of a stroke's width
+      const double half = weight * (1 + static_cast<double>(random() % 100) / 100);  // of a stroke's width
       for (int y = 0; y < 24; ++y) {
         for (int x = 0; x < 16; ++x) {
           const double ring = std::fabs(std::hypot(x - 7.3, (y - 15.6) * 0.9) - 5.7);
@@ -209,13 +220,18 @@ int64_t InkOf(const TestDib& page) {
 }
 
 TEST(StraightenDIB, KeepsTheWeightOfStrokes) {
-  const TestDib page = TextPage();
-  const auto ink = static_cast<double>(InkOf(page));
-  ASSERT_GT(ink, 50000);
-  for (const double angle :
-       {0.05, 0.1, -0.3, 0.4, 0.7, -1.2, 2.2, 3.7, -5.0, 8.0, 14.0, 26.6, 45.0, 93.7, -178.0}) {
-    EXPECT_NEAR(1, static_cast<double>(InkOf(Straightened(page, angle, kSmooth))) / ink, 0.01) << angle;
+  for (const double weight : {0.7, 1.0}) {
+    const TestDib page = TextPage(weight);
+    const auto ink = static_cast<double>(InkOf(page));
+    for (const double angle : {0.05, 0.1, -0.3, 0.4, 0.7, -1.2, 2.2, 3.7, -5.0, 8.0, 26.6, 45.0, -178.0}) {
+      EXPECT_NEAR(1, static_cast<double>(InkOf(Straightened(page, angle, kSmooth))) / ink, 0.01)
+          << weight << ", " << angle;
+    }
   }
+}
+
+TEST(StraightenDIB, RoundsCornersAsEveryPixelOnItsOwn) {
+  for (const double angle : {0.7, -3.7, 26.6}) ExpectAsReference(TextPage(), angle, kSmooth, kWhiteGround);
 }
 
 TEST(StraightenDIB, KeepsLoneDotsOfDitheredTones) {
@@ -288,9 +304,9 @@ TEST(StraightenDIB, KeepsResolutionsWithTheirSides) {
     header.biXPelsPerMeter = 8000;
     header.biYPelsPerMeter = 4000;
   });
-  for (const double angle : {0.0, 3.7, -44.0, 91.0, 180.0, 272.0}) {
+  for (const double angle : {0.0, 3.7, -44.0, 44.99995, 45.0, 91.0, 180.0, 272.0}) {
     const BITMAPINFOHEADER turned = Straightened(page, angle, 0).header();
-    const bool isAcross = angle == 91 || angle == 272;
+    const bool isAcross = angle == 45 || angle == 91 || angle == 272;
     EXPECT_EQ(isAcross ? 4000 : 8000, turned.biXPelsPerMeter) << angle;
     EXPECT_EQ(isAcross ? 8000 : 4000, turned.biYPelsPerMeter) << angle;
   }

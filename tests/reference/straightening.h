@@ -111,21 +111,24 @@ inline Block Straighten(const Block& block, double angle, int quality, uint32_t 
     const int64_t up = 2 * row + 1 - evenHeight;
     for (int column = 0; column < width; ++column) {
       const int64_t right = 2 * column + 1 - evenWidth;
-      const int64_t x = part(right, cosine) + part(up, sine) + (sourceWidth - 1) * kOne / 2;
-      const int64_t y = part(right, -sine) + part(up, cosine) + (sourceHeight - 1) * kOne / 2;
+      const int64_t exactX = part(right, cosine) + part(up, sine) + (sourceWidth - 1) * kOne / 2;
+      const int64_t exactY = part(right, -sine) + part(up, cosine) + (sourceHeight - 1) * kOne / 2;
+      const bool isMixed = isSmooth && page.bits != 1;
+      const int64_t x = exactX + (isMixed ? kOne / 512 : 0), y = exactY + (isMixed ? kOne / 512 : 0);
       const int64_t left = x >> 15, below = y >> 15, fx = x - left * kOne, fy = y - below * kOne;
-      const int nearest = source.Pixel(left + (fx >= kOne / 2), below + (fy >= kOne / 2));
+      const int nearest = source.Pixel((exactX + kOne / 2) >> 15, (exactY + kOne / 2) >> 15);
       int pixel = nearest;
       const int four[] = {source.Pixel(left, below), source.Pixel(left + 1, below),
                           source.Pixel(left, below + 1), source.Pixel(left + 1, below + 1)};
       if (isSmooth && page.bits == 1) {
-        const int64_t ones = (four[0] * (kOne - fx) + four[1] * fx) * (kOne - fy) +
-                             (four[2] * (kOne - fx) + four[3] * fx) * fy;
+        const int ones = four[0] + four[1] + four[2] + four[3];
+        const bool isLone = (ones == 1 && nearest == 1) || (ones == 3 && nearest == 0);
+        const int64_t share = std::max(fx, kOne - fx) * std::max(fy, kOne - fy);
         bool areInSquares = true;
         for (const int64_t i : {0, 1, 2, 3}) {
           areInSquares = areInSquares && IsInSquare(source, left + i % 2, below + i / 2);
         }
-        if (2 * ones != kOne * kOne && areInSquares) pixel = 2 * ones > kOne * kOne;
+        if (isLone && areInSquares && share / 65536 < 16384 * 42 / 100) pixel = 1 - nearest;
       } else if (isSmooth) {
         pixel = 0;
         const int64_t r = fx / 128, u = fy / 128;
