@@ -357,6 +357,31 @@ RASTREL_API int RASTREL_CALL IsImageBlank(HGLOBAL dib, int tolerance, COLORREF b
  * error. */
 RASTREL_API int RASTREL_CALL DetectSkewAngle(HGLOBAL dib, int darkForeground, int showProgress, HWND parent);
 
+/* How MeasureSkew is to measure: `range` is how far a page may be turned to either side, in degrees, 0 for 15
+ * and 45 at most; `polarity` is 1 for dark text on a light ground, 2 for light text on a dark one, 0 to let it
+ * find out. */
+typedef struct SkewOptions {
+  double range;
+  int polarity;
+} SkewOptions;
+
+/* What it finds: by how many degrees the lines rise to the right, how sure that is (0 to 1), whether there is
+ * enough on the page to tell at all, and which polarity was measured (1 or 2). */
+typedef struct SkewResult {
+  double angle;
+  double confidence;
+  int hasStructure;
+  int polarity;
+} SkewResult;
+
+/* Measures the skew of a page of 1, 4, 8 or 24 bits to hundredths of a degree, in pixels: where the
+ * resolutions in x and y differ the angle is not that on paper. A page turned back by RotateDIB with minus the
+ * angle is straight. Null `options` are all 0. An angle of little confidence is best not used: of those
+ * above 0.5 none was wrong by a third of a degree in our tests. A page that shows no lines has no structure, no
+ * angle and no confidence, and is no failure. Returns 1, or 0 and error 8 (null handle or result, bad
+ * options), 17 cannot be locked, 9 header size, 18 compressed, 19 bad size, 13 other depths, 1 no memory. */
+RASTREL_API int RASTREL_CALL MeasureSkew(HGLOBAL dib, const SkewOptions* options, SkewResult* result);
+
 /* Shears a page by `shift` pixels: sideways when `horizontal` is non-zero (a positive shift moves the top
  * edge to the right), else by columns (a positive shift moves the right edge up; depths other than 1, 4, 8
  * and 24 come out blank). The page grows by |shift|; what is uncovered is 0. `corners` receives where the old

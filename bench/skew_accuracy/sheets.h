@@ -1,0 +1,20 @@
+// What stands on the pages that the accuracy of MeasureSkew is measured on.
+#ifndef RASTREL_BENCH_SKEW_ACCURACY_SHEETS_H
+#define RASTREL_BENCH_SKEW_ACCURACY_SHEETS_H
+
+#include "bench/skew_accuracy/painter.h"
+
+namespace rastrel::accuracy {
+
+struct Kind {
+  const char* name;
+  bool hasSkew;  // or else there is nothing to find
+  void (*draw)(Painter&, Random&);
+};
+
+extern const Kind kKinds[];
+extern const int kKindCount;
+
+}  // namespace rastrel::accuracy
+
+#endif

@@ -1,0 +1,360 @@
+#include "cleanup/page_strips.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "cleanup/darkness.h"
+#include "platform/processor.h"
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+namespace rastrel {
+namespace {
+
+constexpr int kGroup = 8;   // pixels
+constexpr int kBeyond = 4;  // cells of 0 above and below each strip
+
+// ---- the grid ---------------------------------------------------------------------------------------------
+
+constexpr int kRowsPerInch = 140;  // a cell is no higher than that
+constexpr int kLeastRows = 900;    // on a page that is large enough
+constexpr int kMostRows = 6000;
+constexpr int kMostStrips = 500;  // sums of their ink fit 15 bits
+constexpr int kMostRowsPerCell = 24;
+constexpr int kWidestStrip = 3;  // of the usual width
+static_assert(kMostStrips * PageInk::kMostInk <= INT16_MAX);
+
+// A page whose shorter side is an A4 sheet's has about this many dots per inch.
+int LikelyDotsPerInch(const Header& header) {
+  return std::max(1, std::min(header.biWidth, header.biHeight) / 8);
+}
+
+// What the header says, unless the page would be many times smaller or larger than an A4 sheet.
+int DotsPerInch(const Header& header) {
+  constexpr int kOff = 5;
+  const int likely = LikelyDotsPerInch(header);
+  const int64_t dots = (int64_t{header.biYPelsPerMeter} * 254 + 5000) / 10000;
+  const bool isLikely = dots * kOff >= likely && dots <= int64_t{likely} * kOff;
+  return isLikely ? static_cast<int>(dots) : likely;
+}
+
+// ---- sums of groups ---------------------------------------------------------------------------------------
+
+#ifdef __SSE2__
+
+// Adds the sums of 8 bytes each.
+void AddByteGroups(const uint8_t* bytes, int groups, uint16_t* sums) {
+  const __m128i zero = _mm_setzero_si128();
+  int i = 0;
+  for (; i + 8 <= groups; i += 8, bytes += 64) {
+    const auto pair = [&](int k) {
+      return _mm_sad_epu8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + 16 * k)), zero);
+    };
+    const __m128i low = _mm_packs_epi32(pair(0), pair(1));
+    const __m128i high = _mm_packs_epi32(pair(2), pair(3));
+    auto* const sum = reinterpret_cast<__m128i*>(sums + i);
+    // Every other 16 bits of these are 0.
+    const __m128i eight = _mm_packs_epi32(low, high);
+    _mm_storeu_si128(sum, _mm_add_epi16(_mm_loadu_si128(sum), eight));
+  }
+  for (; i < groups; ++i, bytes += 8) {
+    const __m128i eight = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(bytes));
+    sums[i] = static_cast<uint16_t>(sums[i] + _mm_cvtsi128_si32(_mm_sad_epu8(eight, zero)));
+  }
+}
+
+// Adds the sums of 24 bytes each, divided by 3.
+void AddTripleGroups(const uint8_t* bytes, int groups, uint16_t* sums) {
+  const __m128i zero = _mm_setzero_si128();
+  for (int i = 0; i < groups; ++i, bytes += 24) {
+    const __m128i low = _mm_sad_epu8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes)), zero);
+    const __m128i high = _mm_sad_epu8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(bytes + 16)), zero);
+    const __m128i sum = _mm_add_epi32(_mm_add_epi32(low, high), _mm_srli_si128(low, 8));
+    sums[i] = static_cast<uint16_t>(sums[i] + static_cast<uint32_t>(_mm_cvtsi128_si32(sum)) / 3);
+  }
+}
+
+#else
+
+void AddByteGroups(const uint8_t* bytes, int groups, uint16_t* sums) {
+  for (int i = 0; i < groups; ++i, bytes += kGroup) {
+    int sum = 0;
+    for (int k = 0; k < kGroup; ++k) sum += bytes[k];
+    sums[i] = static_cast<uint16_t>(sums[i] + sum);
+  }
+}
+
+void AddTripleGroups(const uint8_t* bytes, int groups, uint16_t* sums) {
+  for (int i = 0; i < groups; ++i, bytes += 3 * kGroup) {
+    int sum = 0;
+    for (int k = 0; k < 3 * kGroup; ++k) sum += bytes[k];
+    sums[i] = static_cast<uint16_t>(sums[i] + sum / 3);
+  }
+}
+
+#endif
+
+// Adds the set bits of each byte.
+RASTREL_ALSO_AVX2 void AddBitGroups(const uint8_t* bytes, int groups, uint16_t* sums) {
+  for (int i = 0; i < groups; ++i) {
+    auto bits = static_cast<uint8_t>(bytes[i] - (bytes[i] >> 1 & 0x55));
+    bits = static_cast<uint8_t>((bits & 0x33) + (bits >> 2 & 0x33));
+    sums[i] = static_cast<uint16_t>(sums[i] + ((bits + (bits >> 4)) & 0x0F));
+  }
+}
+
+// ---- lightness --------------------------------------------------------------------------------------------
+
+// How light each index of a page is; an index that the colour table lacks is black.
+std::array<uint8_t, 256> LightnessTable(const LockedDib& page) {
+  RGBQUAD colours[256];
+  std::array<uint8_t, 256> table = {};
+  const unsigned count = std::min(DIBNumColors(&page.header()), 1u << page.bits());
+  page.ReadPalette(count, kBlack, colours);
+  for (unsigned i = 0; i < count; ++i) {
+    table[i] = static_cast<uint8_t>(ToneOf(colours[i].rgbBlue, colours[i].rgbGreen, colours[i].rgbRed));
+  }
+  return table;
+}
+
+// Adds the groups' lightness over one row. Indices are looked up in pieces that stay in the cache.
+class GroupReader {
+ public:
+  explicit GroupReader(const LockedDib& page) : bits_(page.bits()) {
+    if (bits_ > 8) return;
+    table_ = LightnessTable(page);
+    isReversed_ = bits_ == 1 && table_[1] < table_[0];
+    isBlank_ = bits_ == 1 && table_[1] == table_[0];
+    isPlain_ = bits_ == 8;
+    for (unsigned i = 0; i < 256; ++i) isPlain_ = isPlain_ && table_[i] == i;
+  }
+
+  // The sum of a group of the lightest pixels.
+  unsigned Most() const { return bits_ == 1 ? kGroup : 255 * kGroup; }
+  bool isReversed() const { return isReversed_; }
+
+  void AddRow(const uint8_t* row, int groups, uint16_t* sums) const {
+    if (bits_ == 24) return AddTripleGroups(row, groups, sums);
+    if (isPlain_) return AddByteGroups(row, groups, sums);
+    if (bits_ == 1) return isBlank_ ? void() : AddBitGroups(row, groups, sums);
+    constexpr int kPiece = 256;
+    uint8_t lightness[kPiece * kGroup];
+    for (int done = 0; done < groups; done += kPiece) {
+      const int count = std::min(kPiece, groups - done);
+      LookUp(row + static_cast<size_t>(done) * bits_, count * kGroup, lightness);
+      AddByteGroups(lightness, count, sums + done);
+    }
+  }
+
+ private:
+  void LookUp(const uint8_t* row, int pixels, uint8_t* lightness) const {
+    if (bits_ == 8) {
+      for (int x = 0; x < pixels; ++x) lightness[x] = table_[row[x]];
+    } else {
+      for (int x = 0; x < pixels; x += 2) {
+        lightness[x] = table_[row[x / 2] >> 4];
+        lightness[x + 1] = table_[row[x / 2] & 15];
+      }
+    }
+  }
+
+  unsigned bits_;
+  std::array<uint8_t, 256> table_ = {};
+  bool isReversed_ = false;
+  bool isBlank_ = false;
+  bool isPlain_ = false;
+};
+
+// ---- ink --------------------------------------------------------------------------------------------------
+
+using Histogram = std::array<uint32_t, 256>;
+
+Histogram CountValues(const StripCells& cells) {
+  Histogram counts = {};
+  for (int i = 0; i < cells.strips; ++i) {
+    for (int y = 0; y < cells.rows; ++y) ++counts[cells.Strip(i)[y]];
+  }
+  return counts;
+}
+
+// The least value that `share` of those from `first` on do not exceed; 0 when there are none.
+int Quantile(const Histogram& counts, int first, double share) {
+  uint64_t all = 0;
+  for (int i = first; i < 256; ++i) all += counts[i];
+  uint64_t below = 0;
+  for (int i = first; i < 256; ++i) {
+    below += counts[i];
+    if (below > 0 && static_cast<double>(below) >= share * static_cast<double>(all)) return i;
+  }
+  return 0;
+}
+
+struct Least {
+  static uint8_t Of(uint8_t a, uint8_t b) { return std::min(a, b); }
+};
+struct Most {
+  static uint8_t Of(uint8_t a, uint8_t b) { return std::max(a, b); }
+};
+
+// Makes each value that of the window of `length` that begins with it, where `count` windows begin. The
+// windows double in length until they overlap.
+template <class Extreme>
+void SlideWindow(int count, int length, uint8_t* __restrict values, uint8_t* __restrict other) {
+  int reach = 1;
+  uint8_t *from = values, *to = other;
+  while (reach < length) {
+    const int step = std::min(reach, length - reach);
+    const int valid = count + length - reach - step;
+    const uint8_t* const __restrict source = from;
+    uint8_t* const __restrict target = to;
+    for (int i = 0; i < valid; ++i) target[i] = Extreme::Of(source[i], source[i + step]);
+    std::swap(from, to);
+    reach += step;
+  }
+  if (from != values) std::memcpy(values, from, static_cast<size_t>(count));
+}
+
+void Smooth(const uint8_t* column, int rows, int half, uint8_t* smoothed) {
+  const int length = 2 * half + 1;
+  int sum = 0;
+  for (int i = -half; i < half; ++i) sum += column[std::clamp(i, 0, rows - 1)];
+  for (int y = 0; y < rows; ++y) {
+    sum += column[std::min(y + half, rows - 1)];
+    smoothed[y] = static_cast<uint8_t>(sum / length);
+    sum -= column[std::max(y - half, 0)];
+  }
+}
+
+// The level below which a column of cells does not fall within any window of `length` around a cell: its
+// ground. Beyond its ends it goes on as the darkest. `ground` and `scratch` have room for two windows more.
+void FindGround(const uint8_t* column, int rows, int length, int smooth, uint8_t* ground, uint8_t* scratch) {
+  const auto beyond = static_cast<size_t>(length - 1);
+  std::memset(ground, 255, beyond);
+  Smooth(column, rows, smooth, ground + beyond);
+  std::memset(ground + beyond + rows, 255, beyond);
+  SlideWindow<Least>(rows + length - 1, length, ground, scratch);
+  SlideWindow<Most>(rows, length, ground, scratch);
+}
+
+// The cells' lightness from 0 to 255. `groupSums` has room for every group of a row.
+void ReadLightness(const LockedDib& page, const ConstRows& rows, const StripGrid& grid, uint16_t* groupSums,
+                   const StripCells& cells) {
+  const GroupReader reader(page);
+  const int groups = grid.strips * grid.groupsPerStrip;
+  const uint64_t most =
+      uint64_t{reader.Most()} * static_cast<unsigned>(grid.groupsPerStrip * grid.rowsPerCell);
+  const uint64_t factor = (uint64_t{255} << 32) / most + 1;
+  const uint8_t flip = reader.isReversed() ? 255 : 0;
+  const size_t offset = static_cast<size_t>(grid.left) / kGroup * page.bits();
+  for (int y = 0; y < cells.rows; ++y) {
+    std::fill_n(groupSums, groups, uint16_t{0});
+    for (int i = 0; i < grid.rowsPerCell; ++i)
+      reader.AddRow(rows.PageRow(grid.top + y * grid.rowsPerCell + i) + offset, groups, groupSums);
+    const uint16_t* group = groupSums;
+    uint8_t* cell = cells.first + y;
+    for (int strip = 0; strip < cells.strips; ++strip, cell += cells.stride) {
+      uint32_t sum = 0;
+      for (int i = 0; i < grid.groupsPerStrip; ++i) sum += *group++;
+      *cell = static_cast<uint8_t>((sum * factor >> 32) ^ flip);
+    }
+  }
+}
+
+Polarity FindPolarity(const StripCells& lightness) {
+  const Histogram counts = CountValues(lightness);
+  const int ground = Quantile(counts, 0, 0.5);
+  const int darkest = Quantile(counts, 0, 0.01);
+  const int lightest = Quantile(counts, 0, 0.99);
+  return ground - darkest >= lightest - ground ? Polarity::kDarkInk : Polarity::kLightInk;
+}
+
+template <class Change>
+void ChangeCells(const StripCells& cells, Change change) {
+  for (int i = 0; i < cells.strips; ++i) {
+    uint8_t* const strip = cells.Strip(i);
+    for (int y = 0; y < cells.rows; ++y) strip[y] = change(strip[y]);
+  }
+}
+
+// Takes the ground off each strip, and pictures, where the ground is darker than the page's. Returns the
+// share of the cells that pictures are. `scratch` has room for two strips and four lines.
+double RemoveGround(const StripCells& cells, int pageGround, int tallestLine, uint8_t* scratch) {
+  constexpr int kDarker = 20;
+  constexpr double kSmoothLines = 3.0 / 70;  // wider than the dots of most screens, narrower than a gap
+  const int picture = pageGround + std::max(kDarker, (255 - pageGround) / 8);
+  const int smooth = std::max(1, static_cast<int>(tallestLine * kSmoothLines));
+  uint8_t* const ground = scratch;
+  uint8_t* const other = scratch + cells.rows + 2 * tallestLine;
+  int64_t pictures = 0;
+  for (int i = 0; i < cells.strips; ++i) {
+    uint8_t* const strip = cells.Strip(i);
+    FindGround(strip, cells.rows, tallestLine, smooth, ground, other);
+    for (int y = 0; y < cells.rows; ++y) {
+      const bool isPicture = ground[y] >= picture;
+      pictures += isPicture;
+      strip[y] = static_cast<uint8_t>(isPicture ? 0 : std::max(0, strip[y] - ground[y]));
+    }
+  }
+  return static_cast<double>(pictures) / (static_cast<double>(cells.strips) * cells.rows);
+}
+
+}  // namespace
+
+StripGrid GridOfPage(const Header& header) {
+  const int dots = DotsPerInch(header);
+  StripGrid grid = {};
+  grid.rowsPerCell =
+      std::clamp(std::min(dots / kRowsPerInch, header.biHeight / kLeastRows), 1, kMostRowsPerCell);
+  const int wanted = header.biWidth / (kGroup * kMostStrips) + 1;
+  grid.groupsPerStrip = std::clamp(wanted, grid.rowsPerCell, kWidestStrip * grid.rowsPerCell);
+  const int allStrips = header.biWidth / (kGroup * grid.groupsPerStrip);
+  const int allRows = header.biHeight / grid.rowsPerCell;
+  grid.strips = std::min(allStrips, kMostStrips);
+  grid.rows = std::min(allRows, kMostRows);
+  grid.left = (allStrips - grid.strips) / 2 * kGroup * grid.groupsPerStrip;
+  grid.top = (allRows - grid.rows) / 2 * grid.rowsPerCell;
+  grid.rowsPerInch = std::max(1, dots / grid.rowsPerCell);
+  return grid;
+}
+
+PageInk::PageInk(const StripGrid& grid) : grid_(grid) {
+  constexpr double kTallestLine = 0.35;  // inches
+  tallestLine_ = std::clamp(static_cast<int>(grid.rowsPerInch * kTallestLine), 12, 200);
+  const auto stride = (static_cast<size_t>(grid.rows) + 2 * kBeyond) / 64 + 1;
+  cells_ = {nullptr, (stride | 1) * 64, grid.strips, grid.rows};
+}
+
+uint64_t PageInk::BytesNeeded() const {
+  const uint64_t groups = static_cast<unsigned>(grid_.strips * grid_.groupsPerStrip);
+  const uint64_t scratch = 2 * (static_cast<unsigned>(grid_.rows) + uint64_t{2} * tallestLine_);
+  return groups * sizeof(uint16_t) + scratch + uint64_t{cells_.stride} * static_cast<unsigned>(cells_.strips);
+}
+
+InkFound PageInk::Find(const LockedDib& page, const ConstRows& rows, Polarity polarity, uint8_t* bytes) {
+  constexpr int kLeastInk = 6;
+  constexpr double kHeavy = 0.8;  // of the ink is less
+  auto* const groupSums = reinterpret_cast<uint16_t*>(bytes);
+  uint8_t* const scratch =
+      bytes + static_cast<size_t>(grid_.strips) * grid_.groupsPerStrip * sizeof(uint16_t);
+  cells_.first = scratch + 2 * (cells_.rows + 2 * tallestLine_) + kBeyond;
+  ReadLightness(page, rows, grid_, groupSums, cells_);
+  if (polarity == Polarity::kFound) polarity = FindPolarity(cells_);
+  const uint8_t flip = polarity == Polarity::kDarkInk ? 255 : 0;
+  ChangeCells(cells_, [flip](uint8_t value) { return static_cast<uint8_t>(value ^ flip); });
+  // Black and white have no grey ground between them, but pictures of dots.
+  const int pageGround = page.bits() == 1 ? 0 : Quantile(CountValues(cells_), 0, 0.5);
+  const double pictureShare = RemoveGround(cells_, pageGround, tallestLine_, scratch);
+
+  const int heavy = Quantile(CountValues(cells_), kLeastInk, kHeavy);
+  if (heavy == 0) return {polarity, false, pictureShare};
+  std::array<uint8_t, 256> levels;
+  for (int i = 0; i < 256; ++i)
+    levels[static_cast<size_t>(i)] = static_cast<uint8_t>(std::min(i, heavy) * kMostInk / heavy);
+  ChangeCells(cells_, [&levels](uint8_t value) { return levels[value]; });
+  return {polarity, true, pictureShare};
+}
+
+}  // namespace rastrel
