@@ -9,7 +9,6 @@ namespace {
 
 constexpr int kFinePhases = 4;
 constexpr int kCoarsePhases = 2;
-constexpr double kBeyondSteepest = 0.1;  // slopes that the search may stray to
 
 RASTREL_ALSO_AVX2 void AddFour(const uint8_t* __restrict a, const uint8_t* __restrict b,
                                const uint8_t* __restrict c, const uint8_t* __restrict d, int rows,
@@ -34,9 +33,8 @@ RASTREL_ALSO_AVX2 void Interpolate(const uint8_t* __restrict ink, int rows, uint
   }
 }
 
-// The same at half the resolution: a cell from four rows of two strips.
-void Reduce(const uint8_t* __restrict left, const uint8_t* __restrict right, int rows,
-            uint8_t* __restrict reduced) {
+// The same at half the resolution: a cell from four rows of two strips, which may be the same.
+void Reduce(const uint8_t* left, const uint8_t* right, int rows, uint8_t* __restrict reduced) {
   for (int y = 0; y < rows; ++y, left += 2, right += 2) {
     const int outer = left[-1] + right[-1] + left[2] + right[2];
     const int inner = left[0] + right[0] + left[1] + right[1];
@@ -48,7 +46,7 @@ void Reduce(const uint8_t* __restrict left, const uint8_t* __restrict right, int
 
 ShiftedStrips::ShiftedStrips(int strips, int rows, int phases, double pitch, double steepest)
     : strips_(strips), phases_(phases), pitch_(pitch) {
-  pad_ = static_cast<int>((steepest + kBeyondSteepest) * Arm()) + 4;
+  pad_ = static_cast<int>(steepest * Arm() + kRowsBeyondSteepest) + 2;
   // An odd number of cache lines, so that the strips do not all fall into one set of the cache.
   const auto stride = (static_cast<size_t>(rows + 2 * pad_) / 64 + 1) | 1;
   cells_ = {nullptr, stride * 64, strips * phases, rows};
@@ -59,10 +57,12 @@ ShiftedStrips ShiftedStrips::Fine(const StripGrid& grid, double steepest) {
 }
 
 ShiftedStrips ShiftedStrips::Coarse(const StripGrid& grid, double steepest) {
-  return {grid.strips / 2, grid.rows / 2, kCoarsePhases, grid.Pitch(), steepest};
+  if (!IsSteep(steepest)) return {grid.strips / 2, grid.rows / 2, kCoarsePhases, grid.Pitch(), steepest};
+  return {grid.strips, grid.rows / 2, kCoarsePhases, grid.Pitch() / 2, steepest};
 }
 
 void ShiftedStrips::Fill(const StripCells& ink, uint8_t* bytes) {
+  const int merged = ink.strips / strips_;
   cells_.first = bytes + pad_;
   for (int i = 0; i < strips_; ++i) {
     const auto phase = [&](int k) { return cells_.Strip(i * phases_ + k); };
@@ -70,7 +70,7 @@ void ShiftedStrips::Fill(const StripCells& ink, uint8_t* bytes) {
       Interpolate(ink.Strip(i), rows(), phase(0), phase(1), phase(2), phase(3));
     } else {
       for (int k = 0; k < kCoarsePhases; ++k)
-        Reduce(ink.Strip(2 * i) + k, ink.Strip(2 * i + 1) + k, rows(), phase(k));
+        Reduce(ink.Strip(merged * i) + k, ink.Strip(merged * (i + 1) - 1) + k, rows(), phase(k));
     }
   }
 }

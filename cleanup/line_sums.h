@@ -15,9 +15,12 @@ namespace rastrel {
 // the steepest slope needs.
 class ShiftedStrips {
  public:
+  // Slopes may go beyond the steepest by as many rows, at the ends of the page's lines.
+  static constexpr int kRowsBeyondSteepest = 8;
+
   // As many strips as the grid has, in four phases.
   static ShiftedStrips Fine(const StripGrid& grid, double steepest);
-  // Half as many, of cells of twice the size, in two.
+  // Half as many, of cells of twice the size, in two. For steep slopes only the height of the cells doubles.
   static ShiftedStrips Coarse(const StripGrid& grid, double steepest);
 
   uint64_t BytesNeeded() const {

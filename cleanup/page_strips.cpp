@@ -120,7 +120,7 @@ std::array<uint8_t, 256> LightnessTable(const LockedDib& page) {
   return table;
 }
 
-// Adds the groups' lightness over one row. Indices are looked up in pieces that stay in the cache.
+// Adds the groups' lightness over one row.
 class GroupReader {
  public:
   explicit GroupReader(const LockedDib& page) : bits_(page.bits()) {
@@ -129,7 +129,10 @@ class GroupReader {
     isReversed_ = bits_ == 1 && table_[1] < table_[0];
     isBlank_ = bits_ == 1 && table_[1] == table_[0];
     isPlain_ = bits_ == 8;
-    for (unsigned i = 0; i < 256; ++i) isPlain_ = isPlain_ && table_[i] == i;
+    for (unsigned i = 0; i < 256; ++i) {
+      isPlain_ = isPlain_ && table_[i] == i;
+      ofByte_[i] = static_cast<uint16_t>(bits_ == 8 ? table_[i] : table_[i >> 4] + table_[i & 15]);
+    }
   }
 
   // The sum of a group of the lightest pixels.
@@ -139,30 +142,24 @@ class GroupReader {
   void AddRow(const uint8_t* row, int groups, uint16_t* sums) const {
     if (bits_ == 24) return AddTripleGroups(row, groups, sums);
     if (isPlain_) return AddByteGroups(row, groups, sums);
-    if (bits_ == 1) return isBlank_ ? void() : AddBitGroups(row, groups, sums);
-    constexpr int kPiece = 256;
-    uint8_t lightness[kPiece * kGroup];
-    for (int done = 0; done < groups; done += kPiece) {
-      const int count = std::min(kPiece, groups - done);
-      LookUp(row + static_cast<size_t>(done) * bits_, count * kGroup, lightness);
-      AddByteGroups(lightness, count, sums + done);
-    }
+    if (bits_ == 8) return LookUpGroups<8>(row, groups, sums);
+    if (bits_ == 4) return LookUpGroups<4>(row, groups, sums);
+    if (!isBlank_) AddBitGroups(row, groups, sums);
   }
 
  private:
-  void LookUp(const uint8_t* row, int pixels, uint8_t* lightness) const {
-    if (bits_ == 8) {
-      for (int x = 0; x < pixels; ++x) lightness[x] = table_[row[x]];
-    } else {
-      for (int x = 0; x < pixels; x += 2) {
-        lightness[x] = table_[row[x / 2] >> 4];
-        lightness[x + 1] = table_[row[x / 2] & 15];
-      }
+  template <int Bytes>
+  void LookUpGroups(const uint8_t* row, int groups, uint16_t* sums) const {
+    for (int i = 0; i < groups; ++i, row += Bytes) {
+      int sum = 0;
+      for (int k = 0; k < Bytes; ++k) sum += ofByte_[row[k]];
+      sums[i] = static_cast<uint16_t>(sums[i] + sum);
     }
   }
 
   unsigned bits_;
   std::array<uint8_t, 256> table_ = {};
+  std::array<uint16_t, 256> ofByte_ = {};  // the lightness of the pixels in a byte
   bool isReversed_ = false;
   bool isBlank_ = false;
   bool isPlain_ = false;
@@ -303,13 +300,14 @@ double RemoveGround(const StripCells& cells, int pageGround, int tallestLine, ui
 
 }  // namespace
 
-StripGrid GridOfPage(const Header& header) {
+StripGrid GridOfPage(const Header& header, double steepest) {
   const int dots = DotsPerInch(header);
   StripGrid grid = {};
   grid.rowsPerCell =
       std::clamp(std::min(dots / kRowsPerInch, header.biHeight / kLeastRows), 1, kMostRowsPerCell);
+  const int usual = IsSteep(steepest) ? (grid.rowsPerCell + 1) / 2 : grid.rowsPerCell;
   const int wanted = header.biWidth / (kGroup * kMostStrips) + 1;
-  grid.groupsPerStrip = std::clamp(wanted, grid.rowsPerCell, kWidestStrip * grid.rowsPerCell);
+  grid.groupsPerStrip = std::clamp(wanted, usual, kWidestStrip * grid.rowsPerCell);
   const int allStrips = header.biWidth / (kGroup * grid.groupsPerStrip);
   const int allRows = header.biHeight / grid.rowsPerCell;
   grid.strips = std::min(allStrips, kMostStrips);

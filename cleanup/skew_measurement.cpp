@@ -152,10 +152,10 @@ constexpr int kLeastRows = 32;
 ErrorCode Measure(const LockedDib& page, const ConstRows& rows, double range, Polarity polarity,
                   SkewResult* result) {
   *result = {0, 0, 0, static_cast<int>(polarity == Polarity::kFound ? Polarity::kDarkInk : polarity)};
-  const StripGrid grid = GridOfPage(page.header());
+  const double steepest = TangentOfDegrees(range);
+  const StripGrid grid = GridOfPage(page.header(), steepest);
   if (grid.strips < kLeastStrips || grid.rows < kLeastRows) return ErrSuccess;
 
-  const double steepest = TangentOfDegrees(range);
   PageInk ink(grid);
   ShiftedStrips coarse = ShiftedStrips::Coarse(grid, steepest);
   ShiftedStrips fine = ShiftedStrips::Fine(grid, steepest);

@@ -11,6 +11,7 @@ constexpr int kBands = 8;     // of the page's height
 constexpr int kSamples = 33;  // of slopes
 constexpr int kMiddle = kSamples / 2;
 constexpr double kStepRows = 0.5;  // from slope to slope, at the ends of the page's lines
+static_assert(kMiddle * kStepRows <= ShiftedStrips::kRowsBeyondSteepest);
 
 // ---- the top of a curve -----------------------------------------------------------------------------------
 

@@ -6,6 +6,7 @@
 RASTREL_BUILD_PACKAGES=(g++ cmake ninja-build pkg-config)
 RASTREL_TOOL_PACKAGES=(libtiff-dev libpng-dev libjpeg62-turbo-dev libtbb-dev libfmt-dev nlohmann-json3-dev libcli11-dev)
 RASTREL_TEST_PACKAGES=(googletest libgtest-dev libgmock-dev libbenchmark-dev g++-multilib)
+RASTREL_ACCURACY_PACKAGES=(libfreetype-dev fonts-liberation fonts-dejavu-core)
 RASTREL_LINT_PACKAGES=(clang-format)
 RASTREL_WINDOWS_PACKAGES=(g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine64 xvfb xauth)
 

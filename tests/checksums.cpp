@@ -256,6 +256,11 @@ void RecordTone(HGLOBAL page) {
 void RecordCleanup(HGLOBAL page, int width, int height) {
   for (const int dark : {0, 1}) {
     RecordNumber(With("DetectSkewAngle", {dark}), [&] { return DetectSkewAngle(page, dark, 0, nullptr); });
+    Record(With("MeasureSkew", {dark}), [&](Checksum& sum) {
+      const SkewOptions options = {dark == 0 ? 0.0 : 40.0, dark == 0 ? 0 : 1};
+      SkewResult result = {};
+      sum.Add(MeasureSkew(page, &options, &result)).Add(&result, sizeof(result));
+    });
     RecordPage(With("DeskewDIB", {dark}), [&] { return DeskewDIB(page, dark, 0, nullptr, 1); });
     for (const int margin : {0, 3}) {
       Record(With("CropToEdges", {dark, margin}), [&](Checksum& sum) {

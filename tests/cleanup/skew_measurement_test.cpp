@@ -1,0 +1,262 @@
+#include <gtest/gtest.h>
+#include <rastrel.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+
+#include "tests/support/faults.h"
+#include "tests/support/test_dib.h"
+
+namespace rastrel::testing {
+namespace {
+
+constexpr double kRadians = 0.017453292519943295;
+
+// Fills a page by what `isInk` says of the middle of each pixel; 0 is ink and all bits set are ground.
+template <class IsInk>
+TestDib Paint(int bits, int width, int height, int dotsPerInch, IsInk isInk) {
+  BITMAPINFOHEADER header = MakeHeader(bits, width, height);
+  header.biXPelsPerMeter = header.biYPelsPerMeter = static_cast<int32_t>(dotsPerInch / 0.0254);
+  TestDib page(header);
+  Bytes block = page.block();
+  const size_t stride = page.pixelBytes() / static_cast<size_t>(height);
+  for (int y = 0; y < height; ++y) {
+    uint8_t* row = &block[40 + 4 * header.biClrUsed + stride * static_cast<size_t>(height - 1 - y)];
+    for (int x = 0; x < width; ++x) {
+      if (isInk(x + 0.5, y + 0.5)) continue;
+      const int bit = x * bits;
+      if (bits >= 8) std::memset(row + bit / 8, 255, static_cast<size_t>(bits / 8));
+      if (bits < 8)
+        row[bit / 8] = static_cast<uint8_t>(row[bit / 8] | ((1 << bits) - 1) << (8 - bits - bit % 8));
+    }
+  }
+  page.SetBlock(block);
+  page.Settle();
+  return page;
+}
+
+// Twelve lines an inch of strokes and bars in place of letters, with a margin all around.
+struct Print {
+  double width, height, inch, cosine, sine;
+  Print(int w, int h, int dotsPerInch, double degrees)
+      : width(w),
+        height(h),
+        inch(dotsPerInch),
+        cosine(std::cos(degrees * kRadians)),
+        sine(std::sin(degrees * kRadians)) {}
+
+  bool operator()(double x, double y) const {
+    const double u = ((x - width / 2) * cosine - (y - height / 2) * sine) / inch;
+    const double v = ((x - width / 2) * sine + (y - height / 2) * cosine) / inch;
+    if (std::abs(u) > width / inch / 2 - 0.6 || std::abs(v) > height / inch / 2 - 0.6) return false;
+    const double line = std::floor(v * 6), inLine = v * 6 - line;
+    const double letter = std::floor(u * 12), inLetter = u * 12 - letter;
+    const uint32_t hash = (static_cast<uint32_t>(static_cast<int>(letter) + 500) * 2654435761u) ^
+                          (static_cast<uint32_t>(static_cast<int>(line) + 500) * 2246822519u);
+    if (inLine > 0.5 || hash >> 29 == 0 || inLetter > 0.75) return false;
+    return inLetter < 0.2 || ((hash >> 9 & 1) != 0 && inLine < 0.1) ||
+           ((hash >> 10 & 1) != 0 && inLine > 0.4);
+  }
+};
+
+TestDib Printed(int bits, double degrees, int dotsPerInch = 100, double widthInches = 8,
+                double heightInches = 10) {
+  const int width = static_cast<int>(widthInches * dotsPerInch),
+            height = static_cast<int>(heightInches * dotsPerInch);
+  return Paint(bits, width, height, dotsPerInch, Print(width, height, dotsPerInch, degrees));
+}
+
+SkewResult Measured(const TestDib& page, SkewOptions options = {0, 0}) {
+  SkewResult result = {99, 99, 99, 99};
+  SetRastrelError(kErrorBefore);
+  EXPECT_EQ(1, MeasureSkew(page.handle(), &options, &result));
+  EXPECT_EQ(kErrorBefore, RastrelError());
+  EXPECT_TRUE(page.Unchanged());
+  EXPECT_TRUE(result.confidence >= 0 && result.confidence <= 1);
+  EXPECT_LE(std::abs(result.angle), options.range == 0 ? 15 : options.range);
+  return result;
+}
+
+void ExpectAngle(double degrees, const SkewResult& result, double tolerance = 0.05) {
+  EXPECT_NEAR(degrees, result.angle, tolerance);
+  EXPECT_GT(result.confidence, 0.8);
+  EXPECT_EQ(1, result.hasStructure);
+}
+
+TEST(MeasureSkew, FindsTheAngleAtEveryDepth) {
+  for (const int bits : {1, 4, 8, 24}) {
+    for (const double degrees : {0.0, 0.04, -0.3, 1.234, -7.9, 14.2}) {
+      SCOPED_TRACE(::testing::Message() << bits << " bits, " << degrees);
+      ExpectAngle(degrees, Measured(Printed(bits, degrees)));
+    }
+  }
+}
+
+TEST(MeasureSkew, FindsItAtEveryResolutionAndSize) {
+  for (const auto& [dots, width, height] : {std::tuple{60, 8.0, 10.0},
+                                            {75, 8.0, 10.0},
+                                            {150, 8.0, 10.0},
+                                            {200, 5.0, 3.0},
+                                            {300, 4.0, 6.0},
+                                            {600, 3.0, 4.0},
+                                            {200, 11.0, 2.0},
+                                            {100, 24.0, 8.0}}) {
+    SCOPED_TRACE(::testing::Message() << dots << " dots, " << width << " x " << height);
+    ExpectAngle(-2.5, Measured(Printed(1, -2.5, dots, width, height)), 0.1);
+  }
+  // Resolutions that are not there or cannot be.
+  for (const int perMetre : {0, -1, 1, 1000000, INT32_MAX, INT32_MIN}) {
+    const TestDib page = Printed(8, 3.3, 200, 5, 7).With([perMetre](BITMAPINFOHEADER& header) {
+      header.biYPelsPerMeter = perMetre;
+    });
+    ExpectAngle(3.3, Measured(page));
+  }
+}
+
+TEST(MeasureSkew, LooksAsFarAsTheRangeSays) {
+  for (const double degrees : {-34.0, 22.0, 30.0}) {
+    SCOPED_TRACE(degrees);
+    ExpectAngle(degrees, Measured(Printed(1, degrees, 200, 6, 7), {45, 0}), 0.1);
+  }
+  ExpectAngle(2, Measured(Printed(1, 2), {3, 0}));
+  Measured(Printed(1, 2), {1, 0});
+  Measured(Printed(1, 2), {1e-300, 0});
+  Measured(Printed(1, 30));
+}
+
+TEST(MeasureSkew, TakesNegativesAndMirroredPagesAlike) {
+  for (const int bits : {1, 8, 24}) {
+    const TestDib page = Printed(bits, 4.2);
+    const SkewResult result = Measured(page);
+    EXPECT_EQ(1, result.polarity);
+    Bytes block = page.block();
+    for (size_t i = 40 + 4 * page.header().biClrUsed; i < block.size(); ++i)
+      block[i] = static_cast<uint8_t>(~block[i]);
+    const TestDib negative(block);
+    for (const int polarity : {0, 2}) {
+      const SkewResult other = Measured(negative, {0, polarity});
+      EXPECT_EQ(2, other.polarity);
+      EXPECT_NEAR(result.angle, other.angle, 0.003);
+      EXPECT_NEAR(result.confidence, other.confidence, 0.1);
+    }
+    EXPECT_EQ(1, Measured(negative, {0, 1}).polarity);
+    ExpectAngle(-4.2, Measured(TestDib(FlipDIBHorizontal(page.handle()))));
+    ExpectAngle(-4.2, Measured(TestDib(FlipDIBVertical(page.handle()))));
+  }
+}
+
+TEST(MeasureSkew, ReadsColoursFromTheTable) {
+  const TestDib page = Printed(8, -1.5);
+  const SkewResult result = Measured(page);
+  // A table from white to black, one of two colours that are no greys, and one that ends early: the rest is
+  // black.
+  Bytes block = page.block();
+  for (size_t i = 0; i < 256; ++i) std::memset(&block[40 + 4 * i], static_cast<int>(255 - i), 3);
+  EXPECT_EQ(2, Measured(TestDib(block)).polarity);
+  EXPECT_NEAR(result.angle, Measured(TestDib(block)).angle, 0.003);
+  const RGBQUAD brown = {20, 40, 60, 0}, yellow = {150, 240, 240, 0};
+  std::memcpy(&block[40], &brown, 4);
+  std::memcpy(&block[40 + 4 * 255], &yellow, 4);
+  ExpectAngle(-1.5, Measured(TestDib(block)));
+  for (const int bits : {1, 4, 8}) {
+    TestDib plain = Printed(bits, 2);
+    Bytes same = plain.block();
+    std::memset(&same[40], 77, size_t{4} << bits);
+    const SkewResult none = Measured(TestDib(same));
+    EXPECT_EQ(0, none.hasStructure) << bits;
+    EXPECT_EQ(0, none.angle) << bits;
+  }
+}
+
+TEST(MeasureSkew, IsNotMisledByWhatIsNotText) {
+  const Print print(1200, 1500, 150, 1.7);
+  const auto expect = [&print](auto isMark) {
+    for (const int bits : {1, 8})
+      ExpectAngle(1.7, Measured(Paint(bits, 1200, 1500, 150,
+                                      [&](double x, double y) { return print(x, y) || isMark(x, y); })));
+  };
+  const auto in = [](double value, double from, double to) { return from <= value && value < to; };
+  expect([&](double x, double y) { return x < 60 || x > 1150 || y < 40 || y > 1440; });
+  expect([&](double x, double y) { return std::hypot(x - 60, std::abs(y - 750) - 300) < 20; });
+  // A picture of dots that stand in straight rows, and one in rough stripes.
+  expect([&](double x, double y) {
+    return in(x, 300, 800) && in(y, 500, 1000) && (static_cast<int>(x) + static_cast<int>(y)) % 4 < 2 &&
+           static_cast<int>(y) % 4 < 3;
+  });
+  expect([&](double x, double y) {
+    return in(x, 300, 800) && in(y, 500, 900) && std::sin(x / 19 + y / 7) > -0.3;
+  });
+  expect([&](double x, double) { return in(x, 500, 504); });
+  std::mt19937 random(3);
+  expect([&](double, double) { return random() % 60 == 0; });
+}
+
+TEST(MeasureSkew, SaysWhenAPageDoesNotTell) {
+  std::mt19937 random(1);
+  const auto expectNone = [](const TestDib& page) {
+    const SkewResult result = Measured(page);
+    EXPECT_LT(result.confidence, 0.3);
+    EXPECT_TRUE(result.hasStructure == 1 || result.angle == 0);
+  };
+  for (const int bits : {1, 8}) {
+    for (const auto& [width, height] :
+         {std::pair{1, 1}, {1, 900}, {900, 1}, {127, 31}, {128, 32}, {900, 1200}}) {
+      SCOPED_TRACE(::testing::Message() << bits << " bits, " << width << " x " << height);
+      expectNone(Paint(bits, width, height, 100, [](double, double) { return false; }));
+      expectNone(Paint(bits, width, height, 100, [](double, double) { return true; }));
+      for (const unsigned oneIn : {2u, 9u, 200u, 30000u})
+        expectNone(Paint(bits, width, height, 100, [&](double, double) { return random() % oneIn == 0; }));
+    }
+    expectNone(Paint(bits, 900, 1200, 100,
+                     [](double x, double y) { return std::sin(x / 50) * std::sin(y / 70) > 0.2; }));
+    expectNone(
+        Paint(bits, 900, 1200, 100, [](double x, double y) { return x + 40 * std::sin(y / 90) > 500; }));
+  }
+  for (const int bits : {1, 4, 8, 24}) expectNone(TestDib::Random(bits, 700, 900, 5));
+}
+
+TEST(MeasureSkew, RefusesInItsOrder) {
+  const TestDib page = Printed(8, 1);
+  SkewResult result = {7, 7, 7, 7};
+  const auto error = [&result](HGLOBAL dib, const SkewOptions& options, SkewResult* to) {
+    SetRastrelError(kErrorBefore);
+    EXPECT_EQ(0, MeasureSkew(dib, &options, to));
+    EXPECT_EQ(7, result.angle);
+    return RastrelError();
+  };
+  EXPECT_EQ(ErrParameter, error(page.handle(), {0, 0}, nullptr));
+  for (const SkewOptions& options : {SkewOptions{-0.1, 0},
+                                     {45.1, 0},
+                                     {std::numeric_limits<double>::quiet_NaN(), 0},
+                                     {std::numeric_limits<double>::infinity(), 0},
+                                     {0, -1},
+                                     {0, 3}})
+    EXPECT_EQ(ErrParameter, error(page.handle(), options, &result));
+  struct Case {
+    uint32_t size, compression;
+    int width, bits, error;
+  };
+  for (const Case& c : {Case{12, 1, 0, 7, ErrFileFormat}, Case{40, 1, 0, 7, ErrCompressed},
+                        Case{40, 0, 0, 7, ErrDIBSize}, Case{40, 0, -5, 8, ErrDIBSize},
+                        Case{40, 0, 100, 7, ErrBitsPerPixel}, Case{40, 0, 100, 16, ErrBitsPerPixel}}) {
+    const TestDib other = page.With([&c](BITMAPINFOHEADER& header) {
+      header.biSize = c.size;
+      header.biCompression = c.compression;
+      header.biWidth = c.width;
+      header.biBitCount = static_cast<uint16_t>(c.bits);
+    });
+    EXPECT_EQ(c.error, error(other.handle(), {0, 0}, &result));
+  }
+  // Whether it went well, as what an operation on blocks would return: freeing this handle does nothing.
+  const auto measure = [](HGLOBAL dib) {
+    SkewResult found;
+    return MeasureSkew(dib, nullptr, &found) != 0 ? reinterpret_cast<HGLOBAL>(uintptr_t{1}) : nullptr;
+  };
+  ExpectRefusals({ErrParameter, ErrLockMemory, ErrDIBSize}, {1, 4, 8, 24}, measure);
+  ExpectEveryFault(host::Fault::kAllocation, page, ErrNoMemory, measure);
+}
+
+}  // namespace
+}  // namespace rastrel::testing
