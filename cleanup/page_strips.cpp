@@ -280,6 +280,7 @@ void ChangeCells(const StripCells& cells, Change change) {
 // share of the cells that pictures are. `scratch` has room for two strips and four lines.
 double RemoveGround(const StripCells& cells, int pageGround, int tallestLine, uint8_t* scratch) {
   constexpr int kDarker = 20;
+  constexpr int kBlack = 215;                // what is around a sheet is no picture
   constexpr double kSmoothLines = 3.0 / 70;  // wider than the dots of most screens, narrower than a gap
   const int picture = pageGround + std::max(kDarker, (255 - pageGround) / 8);
   const int smooth = std::max(1, static_cast<int>(tallestLine * kSmoothLines));
@@ -291,7 +292,7 @@ double RemoveGround(const StripCells& cells, int pageGround, int tallestLine, ui
     FindGround(strip, cells.rows, tallestLine, smooth, ground, other);
     for (int y = 0; y < cells.rows; ++y) {
       const bool isPicture = ground[y] >= picture;
-      pictures += isPicture;
+      pictures += isPicture && ground[y] < kBlack;
       strip[y] = static_cast<uint8_t>(isPicture ? 0 : std::max(0, strip[y] - ground[y]));
     }
   }

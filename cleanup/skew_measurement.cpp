@@ -141,7 +141,7 @@ double Between(double none, double full, double value) {
 double Confidence(const RoughSkew& rough, double errorDegrees, double pictureShare) {
   return Between(1.3, 1.9, rough.contrast) * Between(0.75, 0.9, rough.agreement) *
          Between(0.7, 1.5, rough.spread) * Between(0.16, 0.03, errorDegrees) *
-         Between(0.9, 0.7, pictureShare);
+         Between(0.6, 0.4, pictureShare);
 }
 
 constexpr double kLeastConfidence = 0.1;  // below it a page has no structure
