@@ -28,15 +28,15 @@ constexpr int kWidestStrip = 3;  // of the usual width
 static_assert(kMostStrips * PageInk::kMostInk <= INT16_MAX);
 
 // A page whose shorter side is an A4 sheet's has about this many dots per inch.
-int LikelyDotsPerInch(const Header& header) {
-  return std::max(1, std::min(header.biWidth, header.biHeight) / 8);
+int LikelyDotsPerInch(const LockedDib& page) {
+  return std::max(1, std::min(page.width(), page.height()) / 8);
 }
 
 // What the header says, unless the page would be many times smaller or larger than an A4 sheet.
-int DotsPerInch(const Header& header) {
+int DotsPerInch(const LockedDib& page) {
   constexpr int kOff = 5;
-  const int likely = LikelyDotsPerInch(header);
-  const int64_t dots = (int64_t{header.biYPelsPerMeter} * 254 + 5000) / 10000;
+  const int likely = LikelyDotsPerInch(page);
+  const int64_t dots = (int64_t{page.header().biYPelsPerMeter} * 254 + 5000) / 10000;
   const bool isLikely = dots * kOff >= likely && dots <= int64_t{likely} * kOff;
   return isLikely ? static_cast<int>(dots) : likely;
 }
@@ -301,16 +301,16 @@ double RemoveGround(const StripCells& cells, int pageGround, int tallestLine, ui
 
 }  // namespace
 
-StripGrid GridOfPage(const Header& header, double steepest) {
-  const int dots = DotsPerInch(header);
+StripGrid GridOfPage(const LockedDib& page, double steepest) {
+  const int dots = DotsPerInch(page);
   StripGrid grid = {};
   grid.rowsPerCell =
-      std::clamp(std::min(dots / kRowsPerInch, header.biHeight / kLeastRows), 1, kMostRowsPerCell);
+      std::clamp(std::min(dots / kRowsPerInch, page.height() / kLeastRows), 1, kMostRowsPerCell);
   const int usual = IsSteep(steepest) ? (grid.rowsPerCell + 1) / 2 : grid.rowsPerCell;
-  const int wanted = header.biWidth / (kGroup * kMostStrips) + 1;
+  const int wanted = page.width() / (kGroup * kMostStrips) + 1;
   grid.groupsPerStrip = std::clamp(wanted, usual, kWidestStrip * grid.rowsPerCell);
-  const int allStrips = header.biWidth / (kGroup * grid.groupsPerStrip);
-  const int allRows = header.biHeight / grid.rowsPerCell;
+  const int allStrips = page.width() / (kGroup * grid.groupsPerStrip);
+  const int allRows = page.height() / grid.rowsPerCell;
   grid.strips = std::min(allStrips, kMostStrips);
   grid.rows = std::min(allRows, kMostRows);
   grid.left = (allStrips - grid.strips) / 2 * kGroup * grid.groupsPerStrip;

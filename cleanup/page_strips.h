@@ -24,7 +24,7 @@ struct StripGrid {
 // Cells of about 1/150 inch in height, eight times as wide; what is left over at the right and at the bottom
 // is left out, and so is what is far from the middle of a huge page. The header's resolution counts where it
 // is likely.
-StripGrid GridOfPage(const Header& header, double steepest);
+StripGrid GridOfPage(const LockedDib& page, double steepest);
 
 // Whether lines of such a slope want narrower strips, or else they are smeared into the gaps between them.
 constexpr bool IsSteep(double slope) { return slope > 0.4; }

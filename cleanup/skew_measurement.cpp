@@ -153,7 +153,7 @@ ErrorCode Measure(const LockedDib& page, const ConstRows& rows, double range, Po
                   SkewResult* result) {
   *result = {0, 0, 0, static_cast<int>(polarity == Polarity::kFound ? Polarity::kDarkInk : polarity)};
   const double steepest = TangentOfDegrees(range);
-  const StripGrid grid = GridOfPage(page.header(), steepest);
+  const StripGrid grid = GridOfPage(page, steepest);
   if (grid.strips < kLeastStrips || grid.rows < kLeastRows) return ErrSuccess;
 
   PageInk ink(grid);
