@@ -20,6 +20,20 @@ RASTREL_ALSO_AVX2 void AddOne(const uint8_t* __restrict strip, int rows, int16_t
   for (int y = 0; y < rows; ++y) sums[y] = static_cast<int16_t>(sums[y] + strip[y]);
 }
 
+// What has clones must not be seen outside: the linker would export what picks one.
+RASTREL_ALSO_AVX2 void AddMore(const int16_t* __restrict other, int rows, int16_t* __restrict sums) {
+  for (int y = 0; y < rows; ++y) sums[y] = static_cast<int16_t>(sums[y] + other[y]);
+}
+
+RASTREL_ALSO_AVX2 double SquareDifferences(const int16_t* sums, int rows) {
+  int64_t sharpness = 0;
+  for (int y = 2; y < rows; ++y) {
+    const int difference = sums[y] - sums[y - 2];
+    sharpness += difference * difference;
+  }
+  return static_cast<double>(sharpness);
+}
+
 // Quadratic B-splines: values 3/8 and 1/8 of a cell above and below each cell. They blur by the same amount
 // at any place, or else slopes that shift all strips by whole cells would look sharper than others.
 RASTREL_ALSO_AVX2 void Interpolate(const uint8_t* __restrict ink, int rows, uint8_t* __restrict a,
@@ -94,17 +108,8 @@ void ShiftedStrips::Sum(double slope, int section, int sections, int16_t* sums) 
   for (; i < end; ++i) AddOne(Shifted(i, slope), rows(), sums);
 }
 
-RASTREL_ALSO_AVX2 void AddSums(const int16_t* __restrict other, int rows, int16_t* __restrict sums) {
-  for (int y = 0; y < rows; ++y) sums[y] = static_cast<int16_t>(sums[y] + other[y]);
-}
+void AddSums(const int16_t* other, int rows, int16_t* sums) { AddMore(other, rows, sums); }
 
-RASTREL_ALSO_AVX2 double Sharpness(const int16_t* sums, int rows) {
-  int64_t sharpness = 0;
-  for (int y = 2; y < rows; ++y) {
-    const int difference = sums[y] - sums[y - 2];
-    sharpness += difference * difference;
-  }
-  return static_cast<double>(sharpness);
-}
+double Sharpness(const int16_t* sums, int rows) { return SquareDifferences(sums, rows); }
 
 }  // namespace rastrel

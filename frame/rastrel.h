@@ -358,8 +358,8 @@ RASTREL_API int RASTREL_CALL IsImageBlank(HGLOBAL dib, int tolerance, COLORREF b
 RASTREL_API int RASTREL_CALL DetectSkewAngle(HGLOBAL dib, int darkForeground, int showProgress, HWND parent);
 
 /* How MeasureSkew is to measure: `range` is how far a page may be turned to either side, in degrees, 0 for 15
- * and 45 at most; `polarity` is 1 for dark text on a light ground, 2 for light text on a dark one, 0 to let it
- * find out. */
+ * and 45 at most; `polarity` is 1 for dark text on a light ground, 2 for light text on a dark one, 0 to let
+ * it find out. */
 typedef struct SkewOptions {
   double range;
   int polarity;
@@ -375,11 +375,12 @@ typedef struct SkewResult {
 } SkewResult;
 
 /* Measures the skew of a page of 1, 4, 8 or 24 bits to hundredths of a degree, in pixels: where the
- * resolutions in x and y differ the angle is not that on paper. A page turned back by RotateDIB with minus the
- * angle is straight. Null `options` are all 0. An angle of little confidence is best not used: of those
- * above 0.5 none was wrong by a third of a degree in our tests. A page that shows no lines has no structure, no
- * angle and no confidence, and is no failure. Returns 1, or 0 and error 8 (null handle or result, bad
- * options), 17 cannot be locked, 9 header size, 18 compressed, 19 bad size, 13 other depths, 1 no memory. */
+ * resolutions in x and y differ the angle is not that on paper. A page turned back by RotateDIB with minus
+ * the angle is straight. Null `options` are all 0. Leave a page as it is when the confidence is below 0.5: of
+ * the angles above that none was wrong by a third of a degree in our tests, but a photograph that fills the
+ * page may be taken for text (docs/skew.md). A page that shows no lines has no structure, no angle and no
+ * confidence, and is no failure. Returns 1, or 0 and error 8 (null handle or result, bad options), 17 cannot
+ * be locked, 9 header size, 18 compressed, 19 bad size, 13 other depths, 1 no memory. */
 RASTREL_API int RASTREL_CALL MeasureSkew(HGLOBAL dib, const SkewOptions* options, SkewResult* result);
 
 /* Shears a page by `shift` pixels: sideways when `horizontal` is non-zero (a positive shift moves the top
