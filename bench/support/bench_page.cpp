@@ -74,8 +74,8 @@ TestDib MakePage(int bits, Tone toneOf) {
 
 }  // namespace
 
-TestDib BenchPage(int bits) {
-  std::mt19937 random(1);
+TestDib BenchPage(int bits, unsigned seed) {
+  std::mt19937 random(seed);
   return MakePage(bits, [&random](int x, int y, int) {
     const auto noise = static_cast<uint32_t>(random());
     if (noise % 20000 == 0) return static_cast<uint8_t>(IsInk(x, y) ? 255 : 0);

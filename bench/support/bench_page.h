@@ -12,8 +12,8 @@ constexpr int kPageWidth = 2480;
 constexpr int kPageHeight = 3508;
 
 // A page of text-like lines, some specks, two punch holes, a black right edge, turned by about 2 degrees. At
-// 8 and 24 bits ink and ground have a little noise.
-testing::TestDib BenchPage(int bits);
+// 8 and 24 bits ink and ground have a little noise. The seed decides where specks and noise are.
+testing::TestDib BenchPage(int bits, unsigned seed = 1);
 
 // A page full of soft shapes of every tone, as a photograph has them.
 testing::TestDib BenchPhoto(int bits);
