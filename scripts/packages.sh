@@ -8,7 +8,7 @@ RASTREL_TOOL_PACKAGES=(libtiff-dev libpng-dev libjpeg62-turbo-dev libtbb-dev lib
 RASTREL_TEST_PACKAGES=(googletest libgtest-dev libgmock-dev libbenchmark-dev g++-multilib)
 RASTREL_ACCURACY_PACKAGES=(libfreetype-dev fonts-liberation fonts-dejavu-core)
 RASTREL_LINT_PACKAGES=(clang-format)
-RASTREL_PEER_PACKAGES=(libleptonica-dev libopencv-dev unpaper libbenchmark-dev python3)
+RASTREL_PEER_PACKAGES=(libleptonica-dev libopencv-dev unpaper libbenchmark-dev time python3)
 RASTREL_WINDOWS_PACKAGES=(g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine64 xvfb xauth)
 
 # Installs those of the packages named that are not there. As another user than root it asks sudo.
