@@ -45,7 +45,10 @@ TEST(ScaleMonoRect, EqualsThePlainVersion) {
       width = pick(1, width + 20);
       height = pick(1, height + 20);
     }
-    const int newWidth = round % 3 == 0 ? width : isWide ? pick(1, 30000) : pick(1, 400);
+    const int newWidth = round % 3 == 0   ? width
+                         : round % 7 == 0 ? (width + 1) / 2
+                         : isWide         ? pick(1, 30000)
+                                          : pick(1, 400);
     const int newHeight = pick(1, 200);
     ASSERT_EQ(Rounded(reference::ScaleMonoRect(page.block(), left, top, width, height, newWidth, newHeight)),
               TestDib(ScaleMonoRect(LockedDib(page.handle()), left, top, width, height, newWidth, newHeight))
