@@ -154,11 +154,13 @@ int main(int argc, char** argv) {
       for (size_t i = 0; i < operations.size(); ++i) {
         if (operations[i].bits != bits) continue;
         records[i]["milliseconds"].push_back(Milliseconds(operations[i], page));
-        if (megapixels == kMegapixels[std::size(kMegapixels) - 1]) {
-          const Memory memory = MemoryOf(operations[i], page);
-          records[i]["result"] = memory.result;
-          records[i]["peak"] = memory.peak;
-        }
+      }
+      if (megapixels != kMegapixels[std::size(kMegapixels) - 1]) continue;
+      for (size_t i = 0; i < operations.size(); ++i) {
+        if (operations[i].bits != bits) continue;
+        const Memory memory = MemoryOf(operations[i], page);
+        records[i]["result"] = memory.result;
+        records[i]["peak"] = memory.peak;
       }
     }
   }
