@@ -87,14 +87,17 @@ template <int kThreshold, bool kEveryPixel>
     const TwoDigits one = Add(LeftNeighbours(ones + at), RightNeighbours(ones + at), above ^ below);
     const TwoDigits two = Add(LeftNeighbours(twos + at), RightNeighbours(twos + at), above & below);
     const uint64_t carry = two.ones & one.twos;
-    const Counts set = {one.ones, two.ones ^ one.twos, two.twos ^ carry, two.twos & carry};
-
+    const uint64_t fourOrMore = two.twos | carry;
     const uint64_t before = LoadWord(result + at);
-    uint64_t after = set.Above<kThreshold>() | (before & set.Above<kThreshold - 1>());
-    if constexpr (!kEveryPixel) {
-      const uint64_t keep = set.fours | set.eights;
-      after = (after & ~keep) | (before & keep);
+    if constexpr (!kEveryPixel && kThreshold >= 4) {
+      // All that look like specks are below the threshold: the pixel becomes clear, however few they are.
+      const uint64_t cleared = before & fourOrMore;
+      std::memcpy(result + at, &cleared, sizeof(cleared));
+      continue;
     }
+    const Counts set = {one.ones, two.ones ^ one.twos, two.twos ^ carry, two.twos & carry};
+    uint64_t after = set.Above<kThreshold>() | (before & set.Above<kThreshold - 1>());
+    if constexpr (!kEveryPixel) after = (after & ~fourOrMore) | (before & fourOrMore);
     std::memcpy(result + at, &after, sizeof(after));
   }
 }
