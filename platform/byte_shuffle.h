@@ -7,7 +7,7 @@
 #include "platform/processor.h"
 
 #if defined(__x86_64__) || defined(__i386__)
-#include <tmmintrin.h>
+#include <immintrin.h>
 #endif
 
 namespace rastrel {
@@ -22,6 +22,20 @@ RASTREL_FOR_SSSE3 inline ShuffleBytes Shuffled(ShuffleBytes bytes, ShuffleBytes 
 #else
   ShuffleBytes result = {};
   for (int i = 0; i < 16; ++i) result[i] = bytes[places[i]];
+  return result;
+#endif
+}
+
+using WideShuffleBytes = uint8_t __attribute__((vector_size(32)));
+
+// The same in each half by itself. Call it only where HasAvx2.
+RASTREL_FOR_AVX2 inline WideShuffleBytes ShuffledInHalves(WideShuffleBytes bytes, WideShuffleBytes places) {
+#if defined(__x86_64__) || defined(__i386__)
+  return reinterpret_cast<WideShuffleBytes>(
+      _mm256_shuffle_epi8(reinterpret_cast<__m256i>(bytes), reinterpret_cast<__m256i>(places)));
+#else
+  WideShuffleBytes result = {};
+  for (int i = 0; i < 32; ++i) result[i] = bytes[i / 16 * 16 + places[i]];
   return result;
 #endif
 }

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstring>
 
+#include "platform/byte_shuffle.h"
 #include "platform/processor.h"
 
 namespace rastrel {
@@ -21,7 +22,7 @@ constexpr uint32_t kSmoothing5x5 = 2;
 constexpr unsigned kGreys = 256;
 constexpr uint64_t kSpareRows = 5;
 
-// ---- eight pixels at a time -------------------------------------------------------------------------------
+// ---- a byte for each pixel --------------------------------------------------------------------------------
 
 // A byte of pixels as eight bytes, 255 for each set bit, the leftmost pixel first in memory.
 constexpr std::array<uint64_t, 256> kExpanded = [] {
@@ -34,13 +35,45 @@ constexpr std::array<uint64_t, 256> kExpanded = [] {
   return words;
 }();
 
-constexpr uint64_t kOnes = 0x0101010101010101;
+// Writes a byte for each pixel of `bytes` bytes: `white`, or 0. `flip` is 0 where set bits are white, 255
+// where others are.
+using Expansion = void (*)(const uint8_t* bits, size_t bytes, uint8_t flip, uint8_t white, uint8_t* pixels);
 
-// `flip` is 0 where set bits are white, 255 where others are. Padding is expanded like pixels: a row of bits
-// always has as much of it as the row of bytes.
-void ExpandRow(const uint8_t* bits, uint8_t flip, size_t stride, uint8_t* grey) {
+void ExpandBytes(const uint8_t* bits, size_t bytes, uint8_t flip, uint8_t white, uint8_t* pixels) {
+  const uint64_t whites = white * uint64_t{0x0101010101010101};
+  for (size_t i = 0; i < bytes; ++i) {
+    const uint64_t eight = kExpanded[bits[i] ^ flip] & whites;
+    std::memcpy(pixels + 8 * i, &eight, sizeof(eight));
+  }
+}
+
+// The same for 32 pixels at a time: each byte of them has the byte of bits in which its pixel is.
+RASTREL_FOR_AVX2 void ExpandWords(const uint8_t* bits, size_t bytes, uint8_t flip, uint8_t white,
+                                  uint8_t* pixels) {
+  using Words = uint32_t __attribute__((vector_size(32)));
+  using Pixels = WideShuffleBytes;
+  constexpr Pixels kByte = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1,
+                            2, 2, 2, 2, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3};
+  constexpr Pixels kBit = {128, 64, 32, 16, 8, 4, 2, 1, 128, 64, 32, 16, 8, 4, 2, 1,
+                           128, 64, 32, 16, 8, 4, 2, 1, 128, 64, 32, 16, 8, 4, 2, 1};
+  const size_t words = bytes / sizeof(uint32_t);
+  for (size_t i = 0; i < words; ++i) {
+    uint32_t word;
+    std::memcpy(&word, bits + 4 * i, sizeof(word));
+    const auto bytesOfPixels = ShuffledInHalves(reinterpret_cast<Pixels>(word - Words{}), kByte);
+    const auto isSet = reinterpret_cast<Pixels>((bytesOfPixels & kBit) == kBit);
+    const Pixels result = (isSet ^ flip) & white;
+    std::memcpy(pixels + 32 * i, &result, sizeof(result));
+  }
+  ExpandBytes(bits + 4 * words, bytes % 4, flip, white, pixels + 32 * words);
+}
+
+Expansion BestExpansion() { return HasAvx2() ? ExpandWords : ExpandBytes; }
+
+// Padding is expanded like pixels: a row of bits always has as much of it as the row of bytes.
+void ExpandRow(Expansion expand, const uint8_t* bits, uint8_t flip, size_t stride, uint8_t* grey) {
   const size_t whole = stride / 8;
-  for (size_t i = 0; i < whole; ++i) std::memcpy(grey + 8 * i, &kExpanded[bits[i] ^ flip], 8);
+  expand(bits, whole, flip, 255, grey);
   if (stride % 8 != 0) std::memcpy(grey + 8 * whole, &kExpanded[bits[whole] ^ flip], stride % 8);
 }
 
@@ -63,10 +96,33 @@ struct Kernel5x5 {
 constexpr size_t kGroup = 4;
 constexpr size_t kMargin = 8;
 
+// The weighted sum of a column for each count of its cells: the centre's plus twice that of the pair next to
+// it, and for the pair beyond by itself. Both are below 16, so that a shuffle looks them up.
+struct ColumnTable {
+  std::array<uint8_t, 32> inner, outer;  // twice the same 16
+};
+template <class Kernel>
+constexpr ColumnTable TableFor(int dx) {
+  ColumnTable table{};
+  for (size_t i = 0; i < 32; ++i) {
+    const auto count = static_cast<unsigned>(i % 16);
+    const auto& weights = Kernel::kWeights[dx];
+    table.inner[i] = static_cast<uint8_t>(count % 2 * weights[0] + count / 2 * weights[1]);
+    if constexpr (Kernel::kReach > 1) table.outer[i] = static_cast<uint8_t>(count * weights[2]);
+  }
+  return table;
+}
+
 // Two cells a lane: their sums and products are below 256, so that nothing is carried from one to the other.
 using CellPairs = uint16_t __attribute__((vector_size(32)));
 
 constexpr uint64_t RoundedUp(uint64_t value, uint64_t unit) { return (value + unit - 1) / unit * unit; }
+
+RASTREL_FOR_AVX2 inline WideShuffleBytes LoadPixels(const uint8_t* from) {
+  WideShuffleBytes pixels;
+  std::memcpy(&pixels, from, sizeof(pixels));
+  return pixels;
+}
 
 // What a smoothing works on: the last rows of cells and the sums of columns.
 template <class Kernel>
@@ -85,25 +141,32 @@ class SmoothingRows {
   SmoothingRows(uint8_t* buffer, int width)
       : buffer_(buffer),
         width_(static_cast<size_t>(width)),
-        rowBytes_(static_cast<size_t>(RowBytes(width))) {}
+        rowBytes_(static_cast<size_t>(RowBytes(width))),
+        expand_(BestExpansion()) {}
 
   // Writes the cells of a row in place of those of the oldest one. The copies at the ends are of whole
   // groups, with what pads the last one: the neighbour of pixel 0 is pixel 3. Kept: callers compare bytes.
   void Read(const uint8_t* bits, uint8_t flip, int row) {
     uint8_t* cells = Cells(row);
-    const size_t bytes = (width_ + 7) / 8;
-    for (size_t i = 0; i < bytes; ++i) {
-      const uint64_t eight = kExpanded[bits[i] ^ flip] & kOnes;
-      std::memcpy(cells + 8 * i, &eight, sizeof(eight));
-    }
+    expand_(bits, (width_ + 7) / 8, flip, 1, cells);
     uint8_t* end = cells + RoundedUp(width_, kGroup);
     std::memcpy(cells - kGroup, cells, kGroup);
     std::memcpy(end, end - kGroup, kGroup);
   }
 
   // Smooths the row in the middle of those that were read, up to `last`. Above the first one it comes again.
-  [[gnu::always_inline]] void Smooth(int last, uint8_t* __restrict grey) const {
+  // Sums are worked out, or, where HasAvx2, may be looked up.
+  void Smooth(int last, uint8_t* grey) const {
     SumColumns(last - kReach);
+    SumRow(grey);
+  }
+  RASTREL_FOR_AVX2 void SmoothByTables(int last, uint8_t* grey) const {
+    LookUpColumns(last - kReach);
+    SumRow(grey);
+  }
+
+ private:
+  [[gnu::always_inline]] void SumRow(uint8_t* __restrict grey) const {
     const uint8_t* sums[kSums];
     for (int dx = 0; dx < kSums; ++dx) sums[dx] = Sums(dx);
     for (size_t x = 0; x < width_; ++x) {
@@ -114,7 +177,6 @@ class SmoothingRows {
     }
   }
 
- private:
   uint8_t* At(int i) const { return buffer_ + static_cast<size_t>(i) * rowBytes_ + kMargin; }
   uint8_t* Cells(int row) const { return At(row < 0 ? 0 : row % kRows); }
   uint8_t* Sums(int dx) const { return At(kRows + dx); }
@@ -141,17 +203,36 @@ class SmoothingRows {
     }
   }
 
+  RASTREL_FOR_AVX2 void LookUpColumns(int centre) const {
+    using Pixels = WideShuffleBytes;
+    const uint8_t* cells[kRows];
+    for (int i = 0; i < kRows; ++i) cells[i] = Cells(centre - kReach + i) - kMargin;
+    uint8_t* sums[kSums];
+    Pixels inner[kSums], outer[kSums];
+    for (int dx = 0; dx < kSums; ++dx) {
+      sums[dx] = Sums(dx) - kMargin;
+      inner[dx] = LoadPixels(TableFor<Kernel>(dx).inner.data());
+      outer[dx] = LoadPixels(TableFor<Kernel>(dx).outer.data());
+    }
+    for (size_t at = 0; at < rowBytes_; at += sizeof(Pixels)) {
+      const Pixels innerPair = LoadPixels(cells[kReach - 1] + at) + LoadPixels(cells[kReach + 1] + at);
+      const Pixels innerCount = LoadPixels(cells[kReach] + at) + innerPair + innerPair;
+      for (int dx = 0; dx < kSums; ++dx) {
+        Pixels sum = ShuffledInHalves(inner[dx], innerCount);
+        if constexpr (kReach > 1) {
+          const Pixels outerPair = LoadPixels(cells[0] + at) + LoadPixels(cells[kRows - 1] + at);
+          if (Kernel::kWeights[dx][kReach] != 0) sum += ShuffledInHalves(outer[dx], outerPair);
+        }
+        std::memcpy(sums[dx] + at, &sum, sizeof(sum));
+      }
+    }
+  }
+
   uint8_t* buffer_;
   size_t width_;
   size_t rowBytes_;
+  Expansion expand_;
 };
-
-RASTREL_ALSO_AVX2 void SmoothRow(const SmoothingRows<Kernel3x3>& rows, int last, uint8_t* grey) {
-  rows.Smooth(last, grey);
-}
-RASTREL_ALSO_AVX2 void SmoothRow(const SmoothingRows<Kernel5x5>& rows, int last, uint8_t* grey) {
-  rows.Smooth(last, grey);
-}
 
 template <class Kernel>
 ErrorCode SmoothPage(const ConstRows& page, uint8_t flip, const Rows& result) {
@@ -160,10 +241,15 @@ ErrorCode SmoothPage(const ConstRows& page, uint8_t flip, const Rows& result) {
 
   SmoothingRows<Kernel> rows(buffer.bytes(), page.width);
   const auto width = static_cast<size_t>(page.width);
+  const bool byTables = HasAvx2();
   for (int y = 0; y < page.height; ++y) {
     uint8_t* grey = result.StoredRow(y);
     rows.Read(page.StoredRow(y), flip, y);
-    SmoothRow(rows, y, grey);
+    if (byTables) {
+      rows.SmoothByTables(y, grey);
+    } else {
+      rows.Smooth(y, grey);
+    }
     std::memset(grey + width, 0, result.stride - width);
   }
   return ErrSuccess;
@@ -237,6 +323,7 @@ GreyPage::GreyPage(const Header& header) : NewBlock(GreyPageBytes(header), Conte
 
 ErrorCode TurnMonoGrey(const ConstRows& page, bool setIsWhite, uint32_t method, const Rows& result) {
   const uint8_t flip = setIsWhite ? 0 : 0xFF;
+  const Expansion expand = BestExpansion();
   switch (MethodFor(page.height, method)) {
     case kSmoothing3x3:
       return SmoothPage<Kernel3x3>(page, flip, result);
@@ -244,7 +331,7 @@ ErrorCode TurnMonoGrey(const ConstRows& page, bool setIsWhite, uint32_t method, 
       return SmoothPage<Kernel5x5>(page, flip, result);
     default:
       for (int y = 0; y < page.height; ++y) {
-        ExpandRow(page.StoredRow(y), flip, result.stride, result.StoredRow(y));
+        ExpandRow(expand, page.StoredRow(y), flip, result.stride, result.StoredRow(y));
       }
       return ErrSuccess;
   }
