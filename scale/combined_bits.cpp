@@ -27,14 +27,21 @@ struct BitFunction {
   }
 };
 
+// What happens to the bits: AND of both by itself, what most pages laid on one another ask for and as fast as
+// memory, any other function, or two by a mask.
+enum class Way { kAnd, kAny, kThroughMask };
+
 struct BitTask {
   BitFunction kept;
   BitFunction blackened;  // what the source becomes where the mask is black
   uint64_t maskConstant, maskBits;
 
-  template <bool kMasked>
+  bool IsAnd() const { return (kept.constant | kept.source | kept.destination | ~kept.both) == 0; }
+
+  template <Way kWay>
   uint64_t Combined(uint64_t s, uint64_t m, uint64_t d) const {
-    if constexpr (!kMasked) return kept(s, d);
+    if constexpr (kWay == Way::kAnd) return s & d;
+    if constexpr (kWay == Way::kAny) return kept(s, d);
     const uint64_t white = maskConstant ^ (m & maskBits);
     return (kept(s, d) & white) | (blackened(s, d) & ~white);
   }
@@ -144,13 +151,13 @@ struct MovedRow {
   }
 };
 
-template <bool kMoved, bool kMasked>
+template <bool kMoved, Way kWay>
 [[gnu::always_inline]] inline void CombineRow(const BitTask& task, const TouchedBytes& bytes,
                                               const uint8_t* source, const uint8_t* mask,
                                               uint8_t* __restrict row) {
   const MovedRow<kMoved> from(source, bytes.left), through(mask, bytes.left);
   const auto combined = [&](uint64_t s, uint64_t m, uint64_t d) __attribute__((always_inline)) {
-    return task.Combined<kMasked>(s, m, d);
+    return task.Combined<kWay>(s, m, d);
   };
   // The last word overlaps others, so that it is worked out while the row is as it was.
   const size_t last = static_cast<size_t>(bytes.count) - 8;
@@ -166,7 +173,7 @@ template <bool kMoved, bool kMasked>
   row[0] = static_cast<uint8_t>((row[0] & bytes.firstBits) | (firstBefore & ~bytes.firstBits));
 }
 
-template <bool kMoved, bool kMasked>
+template <bool kMoved, Way kWay>
 [[gnu::always_inline]] inline void CombineRows(const Combination& task, const BitTask& bitTask,
                                                const TouchedBytes& touched) {
   const BitTask functions = bitTask;  // copies, which no store to a row can change
@@ -175,34 +182,41 @@ template <bool kMoved, bool kMasked>
     const auto sourceY = static_cast<int>(task.down.source + y);
     const auto destinationY = static_cast<int>(task.down.destination + y);
     const uint8_t* source = task.source.rows.PageRow(sourceY) + bytes.source;
-    const uint8_t* mask = kMasked ? task.mask->rows.PageRow(sourceY) + bytes.source : source;
-    CombineRow<kMoved, kMasked>(functions, bytes, source, mask,
-                                task.destination.rows.PageRow(destinationY) + bytes.first);
+    const uint8_t* mask =
+        kWay == Way::kThroughMask ? task.mask->rows.PageRow(sourceY) + bytes.source : source;
+    CombineRow<kMoved, kWay>(functions, bytes, source, mask,
+                             task.destination.rows.PageRow(destinationY) + bytes.first);
   }
 }
 
 using RowsPass = void (*)(const Combination& task, const BitTask& bitTask, const TouchedBytes& bytes);
 
-template <bool kMoved, bool kMasked>
+template <bool kMoved, Way kWay>
 void NarrowRows(const Combination& task, const BitTask& bitTask, const TouchedBytes& bytes) {
-  CombineRows<kMoved, kMasked>(task, bitTask, bytes);
+  CombineRows<kMoved, kWay>(task, bitTask, bytes);
 }
-template <bool kMoved, bool kMasked>
+template <bool kMoved, Way kWay>
 RASTREL_FOR_AVX2 void WideRows(const Combination& task, const BitTask& bitTask, const TouchedBytes& bytes) {
-  CombineRows<kMoved, kMasked>(task, bitTask, bytes);
+  CombineRows<kMoved, kWay>(task, bitTask, bytes);
 }
 
-// By whether there is AVX2, whether bits move, and whether there is a mask.
-constexpr RowsPass kPasses[2][2][2] = {
-    {{NarrowRows<false, false>, NarrowRows<false, true>}, {NarrowRows<true, false>, NarrowRows<true, true>}},
-    {{WideRows<false, false>, WideRows<false, true>}, {WideRows<true, false>, WideRows<true, true>}}};
+// By whether bits move, and by the way.
+constexpr RowsPass kPasses[2][3] = {
+    {NarrowRows<false, Way::kAnd>, NarrowRows<false, Way::kAny>, NarrowRows<false, Way::kThroughMask>},
+    {NarrowRows<true, Way::kAnd>, NarrowRows<true, Way::kAny>, NarrowRows<true, Way::kThroughMask>}};
+constexpr RowsPass kWidePasses[2][3] = {
+    {WideRows<false, Way::kAnd>, WideRows<false, Way::kAny>, WideRows<false, Way::kThroughMask>},
+    {WideRows<true, Way::kAnd>, WideRows<true, Way::kAny>, WideRows<true, Way::kThroughMask>}};
 
 }  // namespace
 
 bool CombineAsBits(const Combination& task) {
   const TouchedBytes bytes(task);
   if (bytes.count < 8 || !CombinesAsBits(task)) return false;
-  kPasses[HasAvx2()][bytes.left != 0][task.mask != nullptr](task, BitTaskFor(task), bytes);
+  const BitTask bitTask = BitTaskFor(task);
+  const Way way = task.mask != nullptr ? Way::kThroughMask : bitTask.IsAnd() ? Way::kAnd : Way::kAny;
+  const auto& passes = HasAvx2() ? kWidePasses : kPasses;
+  passes[bytes.left != 0][static_cast<int>(way)](task, bitTask, bytes);
   return true;
 }
 

@@ -36,7 +36,8 @@ TestDib AnyPage(int bits, int width, int height, std::mt19937& random) {
   BITMAPINFOHEADER header = MakeHeader(bits, width, height);
   if (Next(random, 4) == 0) header.biClrUsed = bits > 8 ? 3 : 1 + Next(random, 3) * ((1u << bits) + 4) / 2;
   Bytes block = TestDib::Random(header, Next(random)).block();
-  const unsigned kind = Next(random, 6), alike = Next(random, 248);
+  const bool isBlackAndWhite = bits == 1 && Next(random, 2) == 0;  // as most are
+  const unsigned kind = isBlackAndWhite ? 0 : Next(random, 6), alike = Next(random, 248);
   for (size_t i = 40; i < 40 + 4 * header.biClrUsed && kind != 0; ++i) {
     const unsigned any = Next(random);
     block[i] = static_cast<uint8_t>(kind == 1   ? any % 2 * 255
