@@ -27,6 +27,11 @@ def package_version(name):
     return output("dpkg-query", "-W", "-f=${Version}", name).split("+")[0]
 
 
+def revision():
+    changed = subprocess.run(["git", "diff", "--quiet", "HEAD", "--", ":!docs"], check=False).returncode != 0
+    return output("git", "rev-parse", "--short", "HEAD") + (" with changes" if changed else "")
+
+
 def number(value):
     return f"{value:.3g}" if value < 100 else f"{value:.0f}"
 
@@ -181,11 +186,10 @@ def main():
     for name in ("peers", "growth", "whole"):
         with open(f"{folder}/{name}.json") as file:
             data[name] = json.load(file)
-    revision = output("git", "describe", "--always", "--dirty")
     lines = [
         "# Performance", "",
         "Written by `scripts/bench.sh` from one run of it; not edited by hand.", "",
-        f"{datetime.date.today():%d %B %Y}, revision {revision}. {processor()}, {data['whole']['cores']} cores; "
+        f"{datetime.date.today():%d %B %Y}, revision {revision()}. {processor()}, {data['whole']['cores']} cores; "
         f"{output('g++', '--version').splitlines()[0]}. Leptonica {package_version('libleptonica-dev')}, "
         f"OpenCV {data['peers']['versions']['OpenCV']}, unpaper {data['whole']['unpaper']}, all from Debian.", "",
         "## One operation", "",
