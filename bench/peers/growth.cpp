@@ -1,5 +1,7 @@
 // How time and memory grow with the area of a page: rastrel_growth FILE writes JSON.
 #include <malloc.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
@@ -133,6 +135,37 @@ Memory MemoryOf(const Operation& operation, const TestDib& page) {
   return {resultBytes / pageBytes, peak / pageBytes};
 }
 
+struct Measured {
+  double milliseconds = 0;
+  Memory memory = {};
+};
+
+// Measures the operations on pages of one size in a process of its own, in which no earlier page has left its
+// traces. Empty when that fails.
+std::vector<Measured> Measure(const std::vector<Operation>& operations, int bits, int megapixels) {
+  std::vector<Measured> all(operations.size());
+  int ends[2];
+  if (pipe(ends) != 0) return {};
+  const pid_t child = fork();
+  if (child == 0) {
+    const TestDib page = PageOfArea(bits, megapixels);
+    for (size_t i = 0; i < operations.size(); ++i) {
+      if (operations[i].bits == bits) all[i].milliseconds = Milliseconds(operations[i], page);
+    }
+    for (size_t i = 0; i < operations.size(); ++i) {
+      if (operations[i].bits == bits) all[i].memory = MemoryOf(operations[i], page);
+    }
+    const size_t bytes = all.size() * sizeof(Measured);
+    _exit(write(ends[1], all.data(), bytes) == static_cast<ssize_t>(bytes) ? 0 : 1);
+  }
+  close(ends[1]);
+  const ssize_t received = read(ends[0], all.data(), all.size() * sizeof(Measured));
+  close(ends[0]);
+  waitpid(child, nullptr, 0);
+  if (received != static_cast<ssize_t>(all.size() * sizeof(Measured))) return {};
+  return all;
+}
+
 }  // namespace
 }  // namespace rastrel::bench
 
@@ -150,17 +183,13 @@ int main(int argc, char** argv) {
   }
   for (const int bits : {1, 8, 24}) {
     for (const int megapixels : kMegapixels) {
-      const TestDib page = PageOfArea(bits, megapixels);
+      const std::vector<Measured> all = Measure(operations, bits, megapixels);
+      if (all.empty()) return 1;
       for (size_t i = 0; i < operations.size(); ++i) {
         if (operations[i].bits != bits) continue;
-        records[i]["milliseconds"].push_back(Milliseconds(operations[i], page));
-      }
-      if (megapixels != kMegapixels[std::size(kMegapixels) - 1]) continue;
-      for (size_t i = 0; i < operations.size(); ++i) {
-        if (operations[i].bits != bits) continue;
-        const Memory memory = MemoryOf(operations[i], page);
-        records[i]["result"] = memory.result;
-        records[i]["peak"] = memory.peak;
+        records[i]["milliseconds"].push_back(all[i].milliseconds);
+        records[i]["result"] = all[i].memory.result;  // the largest page's stay
+        records[i]["peak"] = all[i].memory.peak;
       }
     }
   }
