@@ -114,7 +114,7 @@ class Cleaning {
     if (options_.trims) TryRemoving(Removed::kBorder, "trim", &Cleaning::Trim);
     if (options_.erasesHoles) TryRemoving(Removed::kHole, "holes", &Cleaning::EraseHoles);
     if (options_.removesSpecks) TryRemoving(Removed::kSpeck, "specks", &Cleaning::RemoveSpecks);
-    if (options_.deskews && !record_.isTurned) Try("deskew", &Cleaning::Deskew);
+    if (options_.deskew != Deskew::kOff && !record_.isTurned) Try("deskew", &Cleaning::Deskew);
     record_.isBlank = IsBlank(page_, record_.isTextDark, options_.blankPercent);
     return std::move(page_);
   }
@@ -155,17 +155,18 @@ class Cleaning {
     PageRecord seen;
     Cleaning(Duplicate(page_), options, &seen).Finish();
     if (!seen.isTurned) return;
-    page_ = Rotate(page_, -*seen.skew, ExtremeInk(PageView(page_), /*light=*/false));
+    page_ = Straighten(page_, -*seen.skew, ExtremeInk(PageView(page_), /*light=*/false));
     place_.degrees = -*seen.skew;
     place_.widthTurned = PageView(page_).width();
     place_.heightTurned = PageView(page_).height();
     record_.skew = seen.skew;
+    record_.skewConfidence = seen.skewConfidence;
     record_.isTurned = true;
   }
 
   void CropSheet() {
     RequireDarkText();
-    if (options_.deskews) TurnScan();
+    if (options_.deskew != Deskew::kOff) TurnScan();
     const Area sheet = SheetArea(page_, ParseStep("crop-sheet").values);
     const int width = sheet.right - sheet.left, height = sheet.bottom - sheet.top;
     record_.isCropped = width < PageView(page_).width() || height < PageView(page_).height();
@@ -229,14 +230,41 @@ class Cleaning {
         throw NotHere{"its resolutions across and down differ"};
       }
     }
-    const Skew skew = MeasureSkew(page_, record_.isTextDark, options_.deskewsFinely);
-    record_.skew = skew.degrees;
-    if (skew.degrees == 0) return;
-    if (std::abs(skew.degrees) > options_.mostSkew) {
-      throw NotHere{fmt::format("{:.1f} degrees are too many for skew", skew.degrees)};
-    }
-    page_ = Rotate(page_, -skew.degrees, Ground());
+    options_.deskew == Deskew::kWhole ? DeskewByWholeDegrees() : DeskewFinely();
+  }
+
+  void DeskewByWholeDegrees() {
+    const int degrees = DetectSkewAngle(page_.handle(), record_.isTextDark, 0, nullptr);
+    record_.skew = degrees;
+    if (degrees == 0) return;
+    RequireLessThanMost(degrees);
+    page_ = Rotate(page_, -degrees, Ground());
     record_.isTurned = true;
+  }
+
+  void DeskewFinely() {
+    constexpr double kUsualRange = 15, kLeastTurn = 0.05;
+    const SkewOptions options = {.range = std::max(kUsualRange, options_.mostSkew),
+                                 .polarity = record_.isTextDark ? 1 : 2};
+    SkewResult skew = {};
+    if (::MeasureSkew(page_.handle(), &options, &skew) == 0) throw PageError(LibraryError());
+    record_.skewConfidence = skew.confidence;
+    if (skew.hasStructure == 0) throw NotHere{"the page shows no lines to go by"};
+    record_.skew = skew.angle;
+    if (std::abs(skew.angle) <= kLeastTurn) return;
+    if (skew.confidence < kCertain) {
+      throw NotHere{
+          fmt::format("{:.2f} degrees are not certain (confidence {:.2f})", skew.angle, skew.confidence)};
+    }
+    RequireLessThanMost(skew.angle);
+    page_ = Straighten(page_, -skew.angle, Ground());
+    record_.isTurned = true;
+  }
+
+  void RequireLessThanMost(double degrees) const {
+    if (std::abs(degrees) > options_.mostSkew) {
+      throw NotHere{fmt::format("{:.1f} degrees are too many for skew", degrees)};
+    }
   }
 
   Dib page_;
@@ -284,6 +312,7 @@ void ExaminePage(Dib page, PageRecord* record) {
   PageRecord examined;
   CleanPage(std::move(page), options, &examined);
   record->skew = examined.skew;
+  record->skewConfidence = examined.skewConfidence;
   record->isBlank = examined.isBlank;
   record->times.insert(record->times.end(), examined.times.begin(), examined.times.end());
   for (const Skipped& skipped : examined.skipped) {

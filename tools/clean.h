@@ -15,6 +15,10 @@ namespace rastrel::tool {
 
 enum class TextTone { kAuto, kDark, kLight };
 
+// By whole degrees as DeskewDIB does it, or to hundredths where these are certain.
+enum class Deskew { kOff, kWhole, kFine };
+constexpr double kCertain = 0.5;  // of a measured skew, the least confidence that a page is turned with
+
 struct CleanOptions {
   TextTone text = TextTone::kAuto;
   bool cropsSheet = false;
@@ -24,9 +28,8 @@ struct CleanOptions {
   bool removesSpecks = true;
   int speckLevel = 30;
   bool filtersFully = false;
-  bool deskews = true;
-  bool deskewsFinely = true;
-  double mostSkew = 20;         // degrees; more is not taken for skew
+  Deskew deskew = Deskew::kFine;
+  double mostSkew = 15;         // degrees; more is not taken for skew
   double blankPercent = 0.1;    // a page is blank with less ink
   std::vector<Step> reduction;  // empty, or the step that makes pages black and white
 };
@@ -47,7 +50,8 @@ struct PageRecord {
   int width = 0, height = 0, bits = 0;
   double dpiX = 0, dpiY = 0;
   bool isTextDark = true;
-  std::optional<double> skew;  // found, in degrees; turned back unless `skipped` says otherwise
+  std::optional<double> skew;            // found, in degrees; turned back unless `skipped` says otherwise
+  std::optional<double> skewConfidence;  // 0 to 1, where it was measured finely
   bool isTurned = false;
   bool isCropped = false;
   int64_t trimmedLeft = 0, trimmedRight = 0;  // pixels

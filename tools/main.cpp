@@ -124,11 +124,23 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
                [&steps](double value) { steps.speckLevel = static_cast<int>(value); });
   clean->add_flag("--speck-full", steps.filtersFully,
                   "Filter every pixel: smooths, and may cost thin strokes (off)");
-  AddSwitch(clean, "deskew", &steps.deskews, "Leave skewed pages as they are");
-  clean->add_flag_callback(
-      "--whole-degrees", [&steps] { steps.deskewsFinely = false; },
-      "Turn by whole degrees only (off: to a tenth of a degree)");
-  clean->add_option("--max-skew", steps.mostSkew, "Degrees beyond which a page is not turned (20)")
+  clean
+      ->add_option_function<std::string>(
+          "--deskew",
+          [&steps](const std::string& text) {
+            constexpr std::string_view kWays[] = {"off", "whole", "fine"};
+            const Parameter way = {.name = "deskew", .help = "", .choices = kWays};
+            steps.deskew = static_cast<Deskew>(ParseValue(way, text, "--deskew"));
+          },
+          "How skewed pages are turned: fine, to hundredths of a degree where these are certain;\n"
+          "whole, by whole degrees without smoothing; off (fine)")
+      ->type_name("HOW")
+      ->trigger_on_parse();
+  clean
+      ->add_flag_callback(
+          "--no-deskew", [&steps] { steps.deskew = Deskew::kOff; }, "Leave skewed pages as they are")
+      ->trigger_on_parse();
+  clean->add_option("--max-skew", steps.mostSkew, "Degrees beyond which a page is not turned (15)")
       ->check(CLI::Range(0.0, 45.0))
       ->type_name("N");
   clean
@@ -156,7 +168,7 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
   AddFromTable(clean, "--brightness", "halftone", "brightness", "0; with --reduce threshold or ordered",
                [reduction](double value) { reduction->brightness = value; });
   for (const char* name : {"--text", "--crop-sheet", "--no-trim", "--no-holes", "--holes", "--no-specks",
-                           "--speck-level", "--speck-full", "--no-deskew", "--whole-degrees", "--max-skew",
+                           "--speck-level", "--speck-full", "--deskew", "--no-deskew", "--max-skew",
                            "--drop-blank", "--reduce", "--brightness"}) {
     clean->get_option(name)->group(group);
   }

@@ -46,6 +46,13 @@ Dib RunRotate(const Dib& page, const Values& values) {
   return Rotate(page, values[0], ground);
 }
 
+Dib RunStraighten(const Dib& page, const Values& values) {
+  const PageView view(page);
+  const COLORREF ground = ColourOf(view, ExtremeInk(view, static_cast<int>(values[3]) == kWhite));
+  const int quality = static_cast<int>(values[1]) | (values[2] == 1 ? STRAIGHTEN_SAME_SIZE : 0);
+  return Checked(StraightenDIB(page.handle(), values[0], quality, ground));
+}
+
 // RotateDIB90 and its siblings are RotateDIB by that angle.
 template <int Degrees>
 Dib RunQuarterTurn(const Dib& page, const Values& values) {
@@ -441,6 +448,21 @@ constexpr Parameter kRotate[] = {{.name = "angle",
                                   .most = 360,
                                   .isWhole = false},
                                  kFill};
+constexpr std::string_view kQualities[] = {"nearest"sv, "smooth"sv};
+constexpr std::string_view kSizes[] = {"whole"sv, "same"sv};
+constexpr Parameter kStraighten[] = {
+    {.name = "angle",
+     .help = "degrees, counter-clockwise",
+     .isRequired = true,
+     .least = -360,
+     .most = 360,
+     .isWhole = false},
+    {.name = "quality",
+     .help = "how a pixel is made of those where it came from",
+     .defaultValue = 1,
+     .choices = kQualities},
+    {.name = "size", .help = "of the whole turned page, or the page's own", .choices = kSizes},
+    kFill};
 constexpr Parameter kQuarterTurn[] = {kFill};
 constexpr Parameter kSkew[] = {
     {.name = "direction",
@@ -555,6 +577,10 @@ constexpr Operation kOperations[] = {
     {"rotate", "Turns the page by any angle.",
      "The result holds the whole turned page; its width and height are even numbers.", "1, 4, 8, 24", kRotate,
      RunRotate},
+    {"straighten", "Turns the page by any angle, smoothly.",
+     "Pages of 8 bits are smoothed when their colours are greys; strokes of black-and-white pages keep their "
+     "weight.",
+     "1, 4, 8, 24", kStraighten, RunStraighten},
     {"rotate90", "Turns the page by 90 degrees counter-clockwise.",
      "Sizes come out even, and a line of pixels may be lost.", "1, 4, 8, 24", kQuarterTurn,
      RunQuarterTurn<90>},

@@ -291,6 +291,15 @@ Ink GroundInk(const PageView& page, bool light) {
   return ink;
 }
 
+COLORREF ColourOf(const PageView& page, Ink ink) {
+  const auto colour = [](unsigned red, unsigned green, unsigned blue) {
+    return static_cast<COLORREF>(red | green << 8 | blue << 16);
+  };
+  if (page.bits() == 24) return colour(ink.bytes[2], ink.bytes[1], ink.bytes[0]);
+  const RGBQUAD entry = page.palette()[ink.bytes[0]];
+  return colour(entry.rgbRed, entry.rgbGreen, entry.rgbBlue);
+}
+
 void PaintRow(const PageView& page, int y, int from, int to, Ink ink) {
   uint8_t* row = page.PageRow(y);
   if (page.bits() == 24) {
@@ -324,6 +333,10 @@ Dib Rotate(const Dib& page, double degrees, Ink ground) {
     throw PageError(fmt::format("sides of more than {} pixels cannot be turned", kMaxTurnedSide));
   }
   return OnGround(page, ground, [&] { return Checked(RotateDIB(page.handle(), degrees)); });
+}
+
+Dib Straighten(const Dib& page, double degrees, Ink ground) {
+  return Checked(StraightenDIB(page.handle(), degrees, 1, ColourOf(PageView(page), ground)));
 }
 
 Dib Upright(Dib page, int orientation) {

@@ -102,6 +102,8 @@ struct Ink {
   uint8_t bytes[3] = {0, 0, 0};
 };
 
+COLORREF ColourOf(const PageView& page, Ink ink);
+
 // Bytes from row to row.
 uint64_t StrideOf(int64_t width, int bits);
 
@@ -154,6 +156,8 @@ Dib OnGround(const Dib& page, Ink ground, Operation operation) {
 }
 // RotateDIB with `ground` around the turned page.
 Dib Rotate(const Dib& page, double degrees, Ink ground);
+// StraightenDIB with smooth edges: the result holds the whole page, with `ground` around it.
+Dib Straighten(const Dib& page, double degrees, Ink ground);
 
 // Undoes a picture's orientation as TIFF and EXIF number it (1 to 8; 1 and others change nothing).
 Dib Upright(Dib page, int orientation);

@@ -32,7 +32,8 @@ Json ToJson(const PageReport& report, Command command) {
   json["bits"] = record.bits;
   json["dpi"] = record.dpiX;
   if (record.dpiX != record.dpiY) json["dpiDown"] = record.dpiY;
-  if (record.skew) json["skew"] = Rounded(*record.skew, 10);
+  if (record.skew) json["skew"] = Rounded(*record.skew, 100);
+  if (record.skewConfidence) json["skewConfidence"] = Rounded(*record.skewConfidence, 100);
   if (command != Command::kApply) json["blank"] = record.isBlank;
   if (command == Command::kClean) {
     json["dropped"] = report.isDropped;
@@ -73,6 +74,10 @@ std::string Dots(const PageRecord& record) {
   return fmt::format("{:g} x {:g} dpi", record.dpiX, record.dpiY);
 }
 
+bool IsSkewKnown(const PageRecord& record) {
+  return record.skew && record.skewConfidence.value_or(1) >= kCertain;
+}
+
 // What was done to one page, in words.
 std::string Deeds(const PageReport& report) {
   if (report.isDropped) return "blank, left out";
@@ -80,7 +85,7 @@ std::string Deeds(const PageReport& report) {
   std::string text;
   const auto add = [&text](std::string deed) { text += (text.empty() ? "" : ", ") + deed; };
   if (record.isCropped) add("sheet cut out");
-  if (record.isTurned) add(fmt::format("turned by {:.1f} degrees", -record.skew.value_or(0)));
+  if (record.isTurned) add(fmt::format("turned by {:.2f} degrees", -record.skew.value_or(0)));
   if (record.trimmedPixels() > 0) add("border trimmed");
   if (!record.holes.empty())
     add(fmt::format("{} hole{} erased", record.holes.size(), record.holes.size() == 1 ? "" : "s"));
@@ -168,7 +173,7 @@ void Reporter::PrintLine(const PageReport& report) {
     if (!report.error.empty()) return;
     fmt::print("{}: {} x {} pixels, {} bit{}, {}, skew {}{}\n", PageName(report), record.width, record.height,
                record.bits, record.bits == 1 ? "" : "s", record.dpiX > 0 ? Dots(record) : "no resolution",
-               record.skew ? fmt::format("{:.1f}", *record.skew) : "unknown",
+               IsSkewKnown(record) ? fmt::format("{:.2f}", *record.skew) : "unknown",
                record.isBlank ? ", blank" : "");
     if (options_.isVerbose) PrintSteps(record);
     return;

@@ -132,97 +132,6 @@ bool LooksLikePicture(const PageView& page, const std::vector<int>& runs, bool f
   return std::sqrt(std::max(0.0, squares / count - mean * mean)) > kUneven;
 }
 
-// ---- skew -------------------------------------------------------------------------------------------------
-
-constexpr int kStripWidth = 16;   // pixels; a row of one strip is one count
-constexpr double kMargin = 0.08;  // of the page, at each side: what is left of a border is no text
-
-// How many pixels of text each row of each strip of columns has, strip by strip.
-class StripCounts {
- public:
-  StripCounts(const PageView& page, bool isTextDark)
-      : strips_((page.width() + kStripWidth - 1) / kStripWidth),
-        height_(page.height()),
-        margin_(static_cast<int>(kMargin * height_)),
-        counts_(static_cast<size_t>(strips_) * static_cast<size_t>(height_)) {
-    const std::vector<uint8_t> table = BrightnessTable(page);
-    if (page.bits() == 1) {
-      CountBits(page, (table[1] < kDark) == isTextDark);
-    } else {
-      CountBrightness(page, table, isTextDark);
-    }
-  }
-
-  // The squared differences of neighbouring row sums, along lines that rise by `degrees` to the right.
-  double Sharpness(double degrees) const {
-    const double slope = std::tan(degrees * 3.14159265358979323846 / 180);
-    std::vector<uint16_t> sums(static_cast<size_t>(height_), 0);
-    const auto sideStrips = static_cast<int>(kMargin * strips_);
-    for (int strip = sideStrips; strip < strips_ - sideStrips; ++strip) {
-      const double across = (strip - strips_ / 2) * double{kStripWidth};
-      const int shift = static_cast<int>(std::lround(-slope * across));
-      const uint8_t* counts = counts_.data() + static_cast<size_t>(strip) * static_cast<size_t>(height_);
-      const int first = std::max(0, -shift);
-      const int last = std::min(height_, height_ - shift);
-      for (int y = first; y < last; ++y) {
-        sums[static_cast<size_t>(y)] =
-            static_cast<uint16_t>(sums[static_cast<size_t>(y)] + counts[y + shift]);
-      }
-    }
-    double sharpness = 0;
-    for (int y = margin_ + 1; y < height_ - margin_; ++y) {
-      const double difference = sums[static_cast<size_t>(y)] - sums[static_cast<size_t>(y) - 1];
-      sharpness += difference * difference;
-    }
-    return sharpness;
-  }
-
- private:
-  uint8_t& at(int strip, int y) {
-    return counts_[static_cast<size_t>(strip) * static_cast<size_t>(height_) + static_cast<size_t>(y)];
-  }
-
-  // In parts of the word at once: std::popcount is a call on processors of the first generation.
-  static uint8_t BitsOf(unsigned word) {
-    word = word - (word >> 1 & 0x5555);
-    word = (word & 0x3333) + (word >> 2 & 0x3333);
-    word = (word + (word >> 4)) & 0x0F0F;
-    return static_cast<uint8_t>((word + (word >> 8)) & 0x1F);
-  }
-
-  void CountBits(const PageView& page, bool isSetText) {
-    const auto flip = static_cast<uint16_t>(isSetText ? 0 : 0xFFFF);
-    const int rest = page.width() % kStripWidth;
-    const auto lastMask = static_cast<uint16_t>(rest == 0 ? 0xFFFF : 0xFFFF << (kStripWidth - rest));
-    for (int y = 0; y < height_; ++y) {
-      const uint8_t* row = page.PageRow(y);
-      for (int strip = 0; strip < strips_; ++strip, row += 2) {
-        auto pixels = static_cast<uint16_t>((row[0] << 8 | row[1]) ^ flip);
-        if (strip == strips_ - 1) pixels &= lastMask;
-        at(strip, y) = BitsOf(pixels);
-      }
-    }
-  }
-
-  void CountBrightness(const PageView& page, const std::vector<uint8_t>& table, bool isTextDark) {
-    std::vector<uint8_t> row(static_cast<size_t>(strips_) * kStripWidth, isTextDark ? 255 : 0);
-    for (int y = 0; y < height_; ++y) {
-      RowBrightness(page, table, y, 0, page.width(), row.data());
-      const uint8_t* pixel = row.data();
-      for (int strip = 0; strip < strips_; ++strip) {
-        int count = 0;
-        for (int i = 0; i < kStripWidth; ++i, ++pixel) count += *pixel < kDark;
-        at(strip, y) = static_cast<uint8_t>(isTextDark ? count : kStripWidth - count);
-      }
-    }
-  }
-
-  int strips_;
-  int height_;
-  int margin_;  // rows at the top and bottom
-  std::vector<uint8_t> counts_;
-};
-
 }  // namespace
 
 bool IsDarkPage(const Dib& dib) {
@@ -280,40 +189,6 @@ BorderResult PaintBorders(const Dib& dib, const Dib& source, const Dib& trimmed,
     result.right += page.width() - fromRight;
   }
   return result;
-}
-
-Skew MeasureSkew(const Dib& dib, bool isTextDark, bool isFine) {
-  constexpr int kWidest = 65535;      // sums of wider rows would overflow
-  constexpr double kGain = 1.25;      // a turn must make the rows this much sharper
-  constexpr double kLeastTurn = 0.2;  // degrees; less is not seen, and a turn costs some sharpness
-  constexpr int kFurthest = 20;       // degrees looked at beside those that were found
-  Skew skew;
-  skew.found = DetectSkewAngle(dib.handle(), isTextDark, 0, nullptr);
-  const PageView page(dib);
-  if (page.width() > kWidest) {
-    skew.degrees = skew.found;
-    return skew;
-  }
-  const StripCounts counts(page, isTextDark);
-  const double straight = counts.Sharpness(0);
-  double best = straight;
-  double bestDegrees = 0;
-  const auto weigh = [&](double degrees) {
-    const double sharpness = counts.Sharpness(degrees);
-    if (sharpness <= best) return;
-    best = sharpness;
-    bestDegrees = degrees;
-  };
-  weigh(skew.found);
-  for (int half = -2 * kFurthest; half <= 2 * kFurthest; ++half) {
-    if (isFine || half % 2 == 0) weigh(half / 2.0);
-  }
-  if (isFine) {
-    const double centre = bestDegrees;
-    for (int tenth = -5; tenth <= 5; ++tenth) weigh(std::round(centre * 10 + tenth) / 10);
-  }
-  if (best > kGain * straight && std::abs(bestDegrees) > kLeastTurn - 0.01) skew.degrees = bestDegrees;
-  return skew;
 }
 
 }  // namespace rastrel::tool

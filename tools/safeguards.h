@@ -22,16 +22,6 @@ struct BorderResult {
 // stand tall enough to be a border. A line of text or a rule that runs into the edge is not.
 BorderResult PaintBorders(const Dib& page, const Dib& before, const Dib& trimmed, Ink ground);
 
-struct Skew {
-  int found = 0;       // what DetectSkewAngle returned
-  double degrees = 0;  // by how much the lines rise to the right; 0 where nothing would be gained by a turn
-};
-// Measures the skew to a tenth of a degree. DetectSkewAngle knows whole degrees, and takes a picture or the
-// line of a column for text at times: its angle and those from -20 to 20 degrees are weighed by how sharply
-// rows of text and rows of ground stand apart along them. With `isFine` off only whole degrees are
-// considered.
-Skew MeasureSkew(const Dib& page, bool isTextDark, bool isFine);
-
 }  // namespace rastrel::tool
 
 #endif

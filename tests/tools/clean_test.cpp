@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <map>
+#include <random>
 #include <tuple>
 
 #include "safeguards.h"
@@ -111,13 +112,13 @@ TEST(Clean, TurnsPagesStraightOnTheirOwnGround) {
         for (uint8_t& byte : PageView(drawing.page()).pixels()) byte ^= isTextDark ? 0 : 0xFF;
         const Cleaned after(drawing.Take());
         EXPECT_EQ(isTextDark, after.record.isTextDark);
-        EXPECT_NEAR(degrees, after.record.skew.value_or(0), 0.11);
+        EXPECT_NEAR(degrees, after.record.skew.value_or(0), 0.08);
         EXPECT_TRUE(after.record.isTurned);
         EXPECT_EQ(isTextDark ? 255 : 0, BrightnessAt(after.page, 0, 0));
         EXPECT_EQ(isTextDark, DarkPixels(after.page) < kWidth * kHeight / 2);
         PageRecord again;
         ExaminePage(Duplicate(after.page), &again);
-        EXPECT_NEAR(0, again.skew.value_or(99), 0.11);
+        EXPECT_NEAR(0, again.skew.value_or(99), 0.08);
         EXPECT_EQ(0, after.record.trimmedPixels());
         EXPECT_TRUE(after.record.holes.empty());
       }
@@ -161,7 +162,8 @@ TEST(Clean, ErasesHolesInEveryMargin) {
                       {Side::kRight, {900}},
                       {Side::kBottom, {620}}};
   CleanOptions options;
-  options.removesSpecks = options.deskews = false;
+  options.removesSpecks = false;
+  options.deskew = Deskew::kOff;
   for (const int bits : {1, 8, 24}) {
     Drawing clean(bits);
     clean.Text(0);
@@ -257,7 +259,7 @@ TEST(Clean, CutsASkewedSheetOutOfItsSurround) {
     options.cropsSheet = true;
     const Cleaned after(Duplicate(scan), options);
     EXPECT_TRUE(after.record.isCropped && after.record.isTurned);
-    EXPECT_NEAR(3, after.record.skew.value_or(0), 0.11);
+    EXPECT_NEAR(3, after.record.skew.value_or(0), 0.08);
     EXPECT_NEAR(kWidth, PageView(after.page).width(), 4);
     EXPECT_NEAR(kHeight, PageView(after.page).height(), 4);
     EXPECT_NEAR(1, static_cast<double>(DarkPixels(after.page)) / static_cast<double>(DarkPixels(sheet)), 0.2);
@@ -341,8 +343,7 @@ TEST(Clean, LeavesTheDotsOfDitheredPictures) {
   for (int y = 200; y < 700; ++y) {
     for (int x = 200; x < 700; ++x) view.PageRow(y)[x] = static_cast<uint8_t>((x - 200) * 255 / 499);
   }
-  CleanOptions options;
-  options.deskews = false;
+  const CleanOptions options;
   for (const char* method : {"dither:fs,1", "dither:jjn,1", "halftone:ordered"}) {
     const Step step = ParseStep(method);
     const Dib page = step.operation->run(grey.page(), step.values);
@@ -436,17 +437,18 @@ TEST(Clean, DoesWhatTheOptionsSayAndNotesWhatItCannotDo) {
   drawing.Disc(80, 700, 18);
   const Dib page = drawing.Take();
   CleanOptions options;
-  options.trims = options.erasesHoles = options.deskews = false;
+  options.trims = options.erasesHoles = false;
+  options.deskew = Deskew::kOff;
   const Cleaned nothing(Duplicate(page), options);
   EXPECT_TRUE(SamePixels(page, nothing.page));
   ASSERT_EQ(1u, nothing.record.skipped.size());
   EXPECT_EQ("specks", nothing.record.skipped[0].step) << "on a colour page";
 
-  options.deskews = true;
+  options.deskew = Deskew::kFine;
   options.mostSkew = 2;
   const Cleaned measured(Duplicate(page), options);
   EXPECT_TRUE(SamePixels(page, measured.page));
-  EXPECT_NEAR(3, measured.record.skew.value_or(0), 0.11);
+  EXPECT_NEAR(3, measured.record.skew.value_or(0), 0.08);
 
   for (const char* reduction : {"halftone:threshold", "halftone:ordered", "dither:fs,1", "dither:jjn,1"}) {
     options.reduction = {ParseStep(reduction)};
@@ -462,6 +464,32 @@ TEST(Clean, DoesWhatTheOptionsSayAndNotesWhatItCannotDo) {
   const Cleaned unmeasured(Duplicate(page));
   EXPECT_TRUE(SamePixels(page, unmeasured.page));
   EXPECT_EQ(3u, unmeasured.record.skipped.size());
+}
+
+TEST(Clean, TurnsByWholeDegreesOrOnlyByAnglesThatAreCertain) {
+  Drawing rule(8);
+  for (int x = 100; x < kWidth - 100; ++x) {
+    const int y = 800 - static_cast<int>(std::lround(std::tan(3.2 * 3.14159265358979 / 180) * x));
+    rule.Fill(x, y, x + 1, y + 2);
+  }
+  CleanOptions options;
+  options.trims = options.erasesHoles = options.removesSpecks = false;
+  options.deskew = Deskew::kWhole;
+  const Cleaned whole(rule.Take(), options);
+  EXPECT_EQ(3, whole.record.skew);
+  EXPECT_TRUE(whole.record.isTurned);
+  EXPECT_FALSE(whole.record.skewConfidence);
+
+  Drawing noise(8);
+  std::mt19937 random(5);
+  for (uint8_t& byte : PageView(noise.page()).pixels()) byte = random() % 40 == 0 ? 0 : 255;
+  const Dib before = Duplicate(noise.page());
+  options.deskew = Deskew::kFine;
+  const Cleaned left(noise.Take(), options);
+  EXPECT_TRUE(SamePixels(before, left.page));
+  EXPECT_LT(left.record.skewConfidence.value_or(1), kCertain);
+  ASSERT_EQ(1u, left.record.skipped.size());
+  EXPECT_EQ("deskew", left.record.skipped[0].step);
 }
 
 TEST(Clean, GivesTwoColourPagesTheirColoursBack) {
@@ -488,7 +516,8 @@ TEST(PaintBorders, LeavesAPictureThatBleedsOffThePage) {
   }
   const Dib before = Duplicate(drawing.page());
   CleanOptions options;
-  options.removesSpecks = options.deskews = false;
+  options.removesSpecks = false;
+  options.deskew = Deskew::kOff;
   const Cleaned after(drawing.Take(), options);
   EXPECT_TRUE(SamePixels(before, after.page));
   EXPECT_EQ("trim", after.record.skipped.at(0).step);

@@ -260,8 +260,8 @@ case_options() {
 case_info() {
   expect 0 "$rastrel" info "$letter" "$samples/report-grey.png" "$samples/catalogue-colour.jpg"
   local want
-  for want in "1165 x 1653 pixels, 1 bit, 200 dpi, skew -2.[234]$" "874 x 1240 pixels, 8 bits, 150 dpi, skew 1.[678]$" \
-    "874 x 1240 pixels, 24 bits, 150 dpi, skew 3.[012]$"; do
+  for want in "1165 x 1653 pixels, 1 bit, 200 dpi, skew -2.[23][0-9]$" "874 x 1240 pixels, 8 bits, 150 dpi, skew 1.[67][0-9]$" \
+    "874 x 1240 pixels, 24 bits, 150 dpi, skew 3.[01][0-9]$"; do
     grep -q "$want" out || fail "no '$want' in: $(cat out)"
   done
   expect 0 "$rastrel" info "$letter" -v
@@ -270,7 +270,7 @@ case_info() {
   [ ! -s out ] || fail "--quiet is not: $(cat out)"
   complains "missing.tif"
   expect 0 "$rastrel" clean "$letter" -o straight.png
-  "$rastrel" info straight.png | grep -q "skew 0.0$" || fail "still skewed: $("$rastrel" info straight.png)"
+  "$rastrel" info straight.png | grep -q "skew -\?0.0[0-5]$" || fail "still skewed: $("$rastrel" info straight.png)"
 }
 
 "case_$3"

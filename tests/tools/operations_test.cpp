@@ -57,19 +57,20 @@ TEST(ParseStep, SaysWhatIsWrong) {
 
 // Every entry works, or says why not, at every depth, and leaves the page it was given as it was.
 TEST(Operations, RunOnTheDepthsTheyNameAndLeaveTheirInputAlone) {
-  const char* const samples[] = {"rotate:3.5",  "rotate:45,black",
-                                 "rotate90",    "rotate180",
-                                 "rotate270",   "skew:h,9",
-                                 "skew:v,-9",   "deskew",
-                                 "trim",        "holes:0",
-                                 "clean",       "clean:60,yes",
-                                 "dither",      "halftone:ordered,10",
-                                 "grey",        "flip:h",
-                                 "flip:v",      "turn:-1",
-                                 "invert",      "expand",
-                                 "to24",        "holes:auto",
-                                 "crop:3,2,20", "crop-sheet:1",
-                                 "scale:30",    "scale:percent=150,method=cubic",
+  const char* const samples[] = {"rotate:3.5",     "rotate:45,black",
+                                 "rotate90",       "rotate180",
+                                 "straighten:3.5", "straighten:45,nearest,same",
+                                 "rotate270",      "skew:h,9",
+                                 "skew:v,-9",      "deskew",
+                                 "trim",           "holes:0",
+                                 "clean",          "clean:60,yes",
+                                 "dither",         "halftone:ordered,10",
+                                 "grey",           "flip:h",
+                                 "flip:v",         "turn:-1",
+                                 "invert",         "expand",
+                                 "to24",           "holes:auto",
+                                 "crop:3,2,20",    "crop-sheet:1",
+                                 "scale:30",       "scale:percent=150,method=cubic",
                                  "scale-grey:2"};
   for (const std::string text : samples) {
     const Step step = ParseStep(text);
@@ -100,14 +101,17 @@ TEST(Operations, UncoveredCornersAreOfTheColourAskedFor) {
       const Dib page = MakePage(200, 100, bits, {11811, 11811});
       const Ink opposite = ExtremeInk(PageView(page), fill == "black");
       for (int y = 0; y < 100; ++y) PaintRow(PageView(page), y, 0, 200, opposite);
-      const Dib turned = FindOperation("rotate")->run(page, ParseStep("rotate:30," + fill).values);
-      const PageView view(turned);
-      uint8_t brightness[2];
-      const std::vector<uint8_t> table = BrightnessTable(view);
-      RowBrightness(view, table, 0, 0, 1, brightness);
-      RowBrightness(view, table, view.height() / 2, view.width() / 2, view.width() / 2 + 1, brightness + 1);
-      EXPECT_EQ(fill == "white" ? 255 : 0, brightness[0]) << bits << " bits";
-      EXPECT_EQ(fill == "white" ? 0 : 255, brightness[1]) << bits << " bits";
+      for (const std::string way : {"rotate:30,", "straighten:30,fill="}) {
+        const Step step = ParseStep(way + fill);
+        const Dib turned = step.operation->run(page, step.values);
+        const PageView view(turned);
+        uint8_t brightness[2];
+        const std::vector<uint8_t> table = BrightnessTable(view);
+        RowBrightness(view, table, 0, 0, 1, brightness);
+        RowBrightness(view, table, view.height() / 2, view.width() / 2, view.width() / 2 + 1, brightness + 1);
+        EXPECT_EQ(fill == "white" ? 255 : 0, brightness[0]) << bits << " bits";
+        EXPECT_EQ(fill == "white" ? 0 : 255, brightness[1]) << bits << " bits";
+      }
     }
   }
 }
