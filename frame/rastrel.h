@@ -279,8 +279,8 @@ RASTREL_API HGLOBAL RASTREL_CALL RotateDIB270(HGLOBAL dib);
  *   quality 0  takes the nearest source pixel.
  *   quality 1  mixes the four source pixels around by their distance (bilinear), the background's among them
  *              at the page's edges. At 1 bit the nearest is taken, or the three others' colour where it is
- *              less than 42 % of that: strokes keep their weight, and dots and hairlines every pixel. Pages of 4 and 8 bits
- *              are mixed if their colour table has only greys, and a mixture becomes the nearest of these.
+ *              less than 42 % of that: strokes keep their weight, and dots and hairlines every pixel. Pages
+ * of 4 and 8 bits are mixed if their colour table has only greys, and a mixture becomes the nearest of these.
  *              Else the nearest source pixel is taken, as indices of colours cannot be mixed.
  *
  * The result holds the whole turned page: with W, H and r for its width, height and angle after the nearest
