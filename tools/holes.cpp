@@ -232,11 +232,11 @@ double Misfit(const Blob& blob) {
   return static_cast<double>(inside + cells - 2 * inBoth) / static_cast<double>(std::max<int64_t>(inside, 1));
 }
 
-// Whether something about as heavy as the blob stands near it, and it is rather the dot of a large letter, a
+// Whether something about as heavy as the blob stands reach it, and it is rather the dot of a large letter, a
 // bullet or part of an ornament.
 bool HasHeavyNeighbour(const Blob& blob, HoleMap& map) {
   constexpr double kNear = 1.5, kThick = 0.4;  // diameters
-  const int near = static_cast<int>(std::lround(kNear * blob.diameter()));
+  const int reach = static_cast<int>(std::lround(kNear * blob.diameter()));
   const int half = std::max(1, static_cast<int>(std::lround(kThick * blob.diameter() / 2)));
   const int step = std::max(1, half / 3);
   const auto isHeavy = [&](int x, int y) {
@@ -245,8 +245,8 @@ bool HasHeavyNeighbour(const Blob& blob, HoleMap& map) {
     }
     return true;
   };
-  for (int y = blob.top - near; y <= blob.bottom + near; y += step) {
-    for (int x = blob.left; x <= blob.right + near; x += step) {
+  for (int y = blob.top - reach; y <= blob.bottom + reach; y += step) {
+    for (int x = blob.left; x <= blob.right + reach; x += step) {
       const bool isBeside = x > blob.right + half || y < blob.top - half || y > blob.bottom + half;
       if (isBeside && isHeavy(x, y)) return true;
     }

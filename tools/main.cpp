@@ -83,6 +83,19 @@ void AddSwitch(CLI::App* app, const std::string& name, bool* isOn, const std::st
   app->add_flag_callback("--" + name, [isOn] { *isOn = true; })->trigger_on_parse()->group("");
 }
 
+// An option that takes one of some words, by its place in the list.
+template <class Use>
+CLI::Option* AddChoice(CLI::App* app, const std::string& option, std::span<const std::string_view> choices,
+                       Use use, const std::string& help) {
+  return app->add_option_function<std::string>(
+      option,
+      [option, choices, use](const std::string& text) {
+        const Parameter parameter = {.name = option, .help = "", .choices = choices};
+        use(static_cast<int>(ParseValue(parameter, text, option)));
+      },
+      help);
+}
+
 // What is asked for around the steps of `clean`, until all of it is read.
 struct Reduction {
   std::string method;
@@ -102,15 +115,10 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
 
   CleanOptions& steps = options->clean;
   const std::string group = "Steps";
-  clean
-      ->add_option_function<std::string>(
-          "--text",
-          [&steps](const std::string& text) {
-            constexpr std::string_view kTones[] = {"auto", "dark", "light"};
-            const Parameter tone = {.name = "text", .help = "", .choices = kTones};
-            steps.text = static_cast<TextTone>(ParseValue(tone, text, "--text"));
-          },
-          "Dark or light text, or auto: by what most of the page is (auto)")
+  constexpr static std::string_view kTones[] = {"auto", "dark", "light"};
+  AddChoice(
+      clean, "--text", kTones, [&steps](int tone) { steps.text = static_cast<TextTone>(tone); },
+      "Dark or light text, or auto: by what most of the page is (auto)")
       ->type_name("TONE");
   clean->add_flag("--crop-sheet", steps.cropsSheet, "Cut the sheet out of a dark surround first (off)");
   AddSwitch(clean, "trim", &steps.trims, "Leave dark borders at the left and right");
@@ -124,16 +132,11 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
                [&steps](double value) { steps.speckLevel = static_cast<int>(value); });
   clean->add_flag("--speck-full", steps.filtersFully,
                   "Filter every pixel: smooths, and may cost thin strokes (off)");
-  clean
-      ->add_option_function<std::string>(
-          "--deskew",
-          [&steps](const std::string& text) {
-            constexpr std::string_view kWays[] = {"off", "whole", "fine"};
-            const Parameter way = {.name = "deskew", .help = "", .choices = kWays};
-            steps.deskew = static_cast<Deskew>(ParseValue(way, text, "--deskew"));
-          },
-          "How skewed pages are turned: fine, to hundredths of a degree where these are certain;\n"
-          "whole, by whole degrees without smoothing; off (fine)")
+  constexpr static std::string_view kWays[] = {"off", "whole", "fine"};
+  AddChoice(
+      clean, "--deskew", kWays, [&steps](int way) { steps.deskew = static_cast<Deskew>(way); },
+      "How skewed pages are turned: fine, to hundredths of a degree where these are certain;\n"
+      "whole, by whole degrees without smoothing; off (fine)")
       ->type_name("HOW")
       ->trigger_on_parse();
   clean

@@ -5,12 +5,12 @@
 #include <cmath>
 #include <cstring>
 #include <map>
-#include <mutex>
 #include <numeric>
 
 #include <fmt/format.h>
 
 #include "page_io.h"
+#include "system.h"
 
 namespace rastrel::tool {
 namespace {
@@ -261,14 +261,16 @@ class NamedPages {
  public:
   // The first page of the file, which stays as long as this object.
   const Dib& First(const std::string& path) {
-    const std::lock_guard lock(mutex_);
-    Dib& page = pages_[path];
-    if (!page) page = FirstPage(path);
-    return page;
+    const Dib* first = nullptr;
+    Exclusively([&] {
+      Dib& page = pages_[path];
+      if (!page) page = FirstPage(path);
+      first = &page;
+    });
+    return *first;
   }
 
  private:
-  std::mutex mutex_;
   std::map<std::string, Dib> pages_;
 };
 

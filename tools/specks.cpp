@@ -246,12 +246,12 @@ bool AlmostTouches(const Candidate& candidate, const BitMap& dark) {
 
 // Full stops and the dots of i are no thinner than the strokes beside them. A group is a dot where those are
 // about as thin as it is: less than two pixels.
-bool IsBesideThinStrokes(const Candidate& candidate, StrokeMap* strokes, int near) {
+bool IsBesideThinStrokes(const Candidate& candidate, StrokeMap* strokes, int reach) {
   constexpr int kLeastPixels = 6;
   constexpr double kThin = 0.45;  // 1 - 1 / t where strokes are t pixels thick
   const Box& box = candidate.box;
   const StrokeMap::Strokes there =
-      strokes->In(box.left - near, box.top - near, box.right + near, box.bottom + near);
+      strokes->In(box.left - reach, box.top - reach, box.right + reach, box.bottom + reach);
   return there.pixels >= kLeastPixels && there.solid <= kThin * there.pixels;
 }
 
@@ -270,9 +270,9 @@ class Rows {
         Place hit = {0, 0};
         const bool isHit =
             isDown ? LookDown(candidate.box, direction, &hit) : LookAcross(candidate.box, direction, &hit);
-        Group near;
-        if (!isHit || !IsDot(hit, &near)) continue;
-        const Place next = near.box.middle2();
+        Group close;
+        if (!isHit || !IsDot(hit, &close)) continue;
+        const Place next = close.box.middle2();
         const Place step = {next.x - middle.x, next.y - middle.y};
         if ((HasDot({middle.x - step.x, middle.y - step.y}) || HasDot({next.x + step.x, next.y + step.y})) &&
             !IsCrowded(candidate.box, isDown, std::abs(isDown ? step.y : step.x) / 2)) {

@@ -31,6 +31,9 @@ bool CanDrawOnScreen();
 // of ending the process.
 void OnInterruption(void (*handler)(int signal));
 
+// Calls `work` when no other thread is in a call of this.
+void Exclusively(const std::function<void()>& work);
+
 // Calls `work` with 0 to count - 1, on that many threads at once (0: as many as there are cores) where the
 // system's build of the command has threads. What a call returns is called in turn, in order, one at a time.
 using Finish = std::function<void()>;

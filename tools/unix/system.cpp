@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <mutex>
 #include <thread>
 
 namespace rastrel::tool {
@@ -31,6 +32,12 @@ void OnInterruption(void (*handler)(int signal)) {
     // A signal that was ignored when we were started (nohup) stays ignored.
     if (std::signal(signal, handler) == SIG_IGN) std::signal(signal, SIG_IGN);
   }
+}
+
+void Exclusively(const std::function<void()>& work) {
+  static std::mutex mutex;
+  const std::lock_guard lock(mutex);
+  work();
 }
 
 // As many results are in memory as there are threads; a few more wait for their turn to be finished.

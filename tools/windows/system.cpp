@@ -52,6 +52,8 @@ void OnInterruption(void (*handler)(int signal)) {
   for (const int signal : {SIGINT, SIGTERM, SIGBREAK}) std::signal(signal, handler);
 }
 
+void Exclusively(const std::function<void()>& work) { work(); }
+
 // One after the other: the compiler's library for the system's own threads has none of its own.
 void RunInOrder(size_t count, unsigned /*threads*/, const std::function<Finish(size_t)>& work) {
   for (size_t i = 0; i < count; ++i) work(i)();
