@@ -277,12 +277,14 @@ void ChangeCells(const StripCells& cells, Change change) {
 }
 
 // Takes the ground off each strip, and pictures, where the ground is darker than the page's. Returns the
-// share of the cells that pictures are. `scratch` has room for two strips and four lines.
+// share of the cells whose ground is not the page's: a photograph that fills the page has a ground of its own
+// in many, and as many are lighter as are darker. `scratch` has room for two strips and four lines.
 double RemoveGround(const StripCells& cells, int pageGround, int tallestLine, uint8_t* scratch) {
   constexpr int kDarker = 20;
   constexpr int kBlack = 215;                // what is around a sheet is no picture
   constexpr double kSmoothLines = 3.0 / 70;  // wider than the dots of most screens, narrower than a gap
-  const int picture = pageGround + std::max(kDarker, (255 - pageGround) / 8);
+  const int darker = std::max(kDarker, (255 - pageGround) / 8);
+  const int picture = pageGround + darker;
   const int smooth = std::max(1, static_cast<int>(tallestLine * kSmoothLines));
   uint8_t* const ground = scratch;
   uint8_t* const other = scratch + cells.rows + 2 * tallestLine;
@@ -292,7 +294,7 @@ double RemoveGround(const StripCells& cells, int pageGround, int tallestLine, ui
     FindGround(strip, cells.rows, tallestLine, smooth, ground, other);
     for (int y = 0; y < cells.rows; ++y) {
       const bool isPicture = ground[y] >= picture;
-      pictures += isPicture && ground[y] < kBlack;
+      pictures += (isPicture && ground[y] < kBlack) || ground[y] <= pageGround - darker;
       strip[y] = static_cast<uint8_t>(isPicture ? 0 : std::max(0, strip[y] - ground[y]));
     }
   }

@@ -43,7 +43,7 @@ enum class Polarity { kFound = 0, kDarkInk = 1, kLightInk = 2 };
 struct InkFound {
   Polarity polarity;
   bool any;
-  double pictureShare;  // of the page, where there is no ground that ink could stand on
+  double pictureShare;  // of the page, where the ground is not that of the page
 };
 
 // How much ink the cells of a page hold: how far each stands out, for dark or light, from the ground above

@@ -141,7 +141,7 @@ double Between(double none, double full, double value) {
 double Confidence(const RoughSkew& rough, double errorDegrees, double pictureShare) {
   return Between(1.3, 1.9, rough.contrast) * Between(0.75, 0.9, rough.agreement) *
          Between(0.7, 1.5, rough.spread) * Between(0.16, 0.03, errorDegrees) *
-         Between(0.6, 0.4, pictureShare);
+         Between(0.5, 0.35, pictureShare);
 }
 
 constexpr double kLeastConfidence = 0.1;  // below it a page has no structure
@@ -179,6 +179,7 @@ ErrorCode Measure(const LockedDib& page, const ConstRows& rows, double range, Po
   curves.Sample(coarse, sums, values);
   const RoughSkew rough = curves.Find();
   const SkewPeak peak = FindSkewPeak(fine, rough.slope, steepest, sums);
+  if (std::abs(peak.slope) >= steepest) return ErrSuccess;  // the peak is beyond the range, if there is one
   const double error = DegreesOfTangent(std::min(peak.error, 1.0));
   result->confidence = Confidence(rough, error, found.pictureShare);
   result->hasStructure = result->confidence >= kLeastConfidence ? 1 : 0;

@@ -121,9 +121,9 @@ TEST(MeasureSkew, LooksAsFarAsTheRangeSays) {
     ExpectAngle(degrees, Measured(Printed(1, degrees, 200, 6, 7), {45, 0}), 0.1);
   }
   ExpectAngle(2, Measured(Printed(1, 2), {3, 0}));
-  Measured(Printed(1, 2), {1, 0});
-  Measured(Printed(1, 2), {1e-300, 0});
-  Measured(Printed(1, 30));
+  for (const double range : {1.0, 1.9, 1e-300})
+    EXPECT_LT(Measured(Printed(1, 2), {range, 0}).confidence, 0.5);
+  EXPECT_LT(Measured(Printed(1, 30)).confidence, 0.5);
 }
 
 TEST(MeasureSkew, TakesNegativesAndMirroredPagesAlike) {
@@ -215,6 +215,21 @@ TEST(MeasureSkew, SaysWhenAPageDoesNotTell) {
         Paint(bits, 900, 1200, 100, [](double x, double y) { return x + 40 * std::sin(y / 90) > 500; }));
   }
   for (const int bits : {1, 4, 8, 24}) expectNone(TestDib::Random(bits, 700, 900, 5));
+}
+
+// Soft lights and shades, with some wires across that have a slope of their own.
+TEST(MeasureSkew, DoesNotTakeAPhotographForPrint) {
+  constexpr int kWidth = 800, kHeight = 1000;
+  TestDib page(MakeHeader(8, kWidth, kHeight));
+  Bytes block = page.block();
+  for (int y = 0; y < kHeight; ++y) {
+    for (int x = 0; x < kWidth; ++x) {
+      const double tone = 130 + 70 * std::sin(x / 60.0) * std::sin(y / 90.0);
+      const bool isWire = std::fmod(y + x * 0.1 + 300, 230) < 6;
+      block[40 + 1024 + static_cast<size_t>(y * kWidth + x)] = static_cast<uint8_t>(isWire ? 30 : tone);
+    }
+  }
+  EXPECT_LT(Measured(TestDib(block)).confidence, 0.5);
 }
 
 TEST(MeasureSkew, RefusesInItsOrder) {
