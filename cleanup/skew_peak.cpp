@@ -152,42 +152,53 @@ void SampleSlopes(const ShiftedStrips& strips, double middle, double step, const
 
 // ---- parts that go together -------------------------------------------------------------------------------
 
+struct SectionsTop : Top {
+  // How far another top may be from it, in samples, and still be the same. The steeper the lines are the more
+  // do the widths of strips move the tops of narrow parts.
+  double mostOff;
+  SectionsTop(const Top& top, double slope) : Top(top), mostOff(0.4 + top.error + 25 * slope * slope) {}
+  bool IsNear(double other) const { return std::abs(other - place) <= mostOff; }
+};
+
 // What two halves share: how much sharper they are together than by themselves. Where lines go on from one to
-// the other it has its peak at the same slope as the halves. Columns of text whose lines are not level with
+// the other it has its peak at the same slope as the sections. Columns of text whose lines are not level with
 // each other share something, too, but at a slope of its own, which must not count.
-bool GoTogether(const BandCurves& apart, const Curve& shared, const Curve& left, const Curve& right) {
+bool GoTogether(const SectionsTop& sections, const Curve& shared, const Curve& left, const Curve& right) {
   constexpr double kLeastShared = 0.4;  // of what two equal halves would share
-  constexpr double kErrors = 2.5;
-  constexpr double kLeastOff = 0.8, kMostOff = 8;  // samples
-  const Top top = FindTop(apart);
-  const double mostOff = std::min(kLeastOff + kErrors * top.error, kMostOff);
-  const int nearest = static_cast<int>(top.place + 0.5);
-  const int reach = static_cast<int>(mostOff) + 2;
+  constexpr double kFarthest = 8;       // samples
+  const int nearest = static_cast<int>(sections.place + 0.5);
+  const int reach = static_cast<int>(std::min(sections.mostOff, kFarthest)) + 2;
   const int first = std::max(0, nearest - reach), last = std::min(kSamples - 1, nearest + reach);
   const auto* const peak = std::max_element(shared.begin() + first, shared.begin() + last + 1);
   if (peak == shared.begin() + first || peak == shared.begin() + last) return false;
   const double equal = 2 * std::sqrt(left[Highest(left)] * right[Highest(right)]);
   return *peak >= kLeastShared * equal &&
-         std::abs(TopNear(shared, static_cast<size_t>(peak - shared.begin())) - top.place) <= mostOff;
+         sections.IsNear(TopNear(shared, static_cast<size_t>(peak - shared.begin())));
 }
 
 // The curves of a part as a whole where its halves go together, else of the halves by themselves.
-void Settle(const PartCurves& curves, int part, BandCurves* settled) {
+void Settle(const PartCurves& curves, int part, const SectionsTop& sections, BandCurves* settled) {
   const BandCurves& whole = curves.parts[part];
   if (part >= kFirstSection) {
     *settled = whole;
     return;
   }
-  Settle(curves, 2 * part + 1, settled);
+  Settle(curves, 2 * part + 1, sections, settled);
   BandCurves other;
-  Settle(curves, 2 * part + 2, &other);
+  Settle(curves, 2 * part + 2, sections, &other);
   settled->Add(other, 1);
   const BandCurves &left = curves.parts[2 * part + 1], &right = curves.parts[2 * part + 2];
   BandCurves& shared = other;
   shared = whole;
   shared.Add(left, -1);
   shared.Add(right, -1);
-  if (GoTogether(*settled, shared.Sum(), left.Sum(), right.Sum())) settled->Add(shared, 1);
+  if (GoTogether(sections, shared.Sum(), left.Sum(), right.Sum())) settled->Add(shared, 1);
+}
+
+// The samples above half of the curve's height.
+int Breadth(const Curve& curve) {
+  const double half = (curve[Highest(curve)] + *std::min_element(curve.begin(), curve.end())) / 2;
+  return static_cast<int>(std::count_if(curve.begin(), curve.end(), [half](double v) { return v > half; }));
 }
 
 }  // namespace
@@ -203,12 +214,16 @@ SkewPeak FindSkewPeak(const ShiftedStrips& strips, double slope, double steepest
   Top top = {};
   for (int round = 0; round < kRounds; ++round) {
     SampleSlopes(strips, slope, step, bandRows, sums, &curves);
-    Settle(curves, 0, &settled);
+    settled = curves.parts[kFirstSection];
+    for (int part = kFirstSection + 1; part < kParts; ++part) settled.Add(curves.parts[part], 1);
+    const SectionsTop sections(FindTop(settled), slope);
+    Settle(curves, 0, sections, &settled);
     top = FindTop(settled);
+    if (!sections.IsNear(top.place)) top = sections;
     slope = std::clamp(slope + (top.place - kMiddle) * step, -steepest, steepest);
     if (std::abs(top.place - kMiddle) <= kNearMiddle) break;
   }
-  return {slope, top.error * step};
+  return {slope, top.error * step, Breadth(settled.Sum()) * step};
 }
 
 }  // namespace rastrel

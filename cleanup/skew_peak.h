@@ -8,7 +8,8 @@ namespace rastrel {
 
 struct SkewPeak {
   double slope;
-  double error;  // how far the slope may be off, judged from what leaving out parts of the page changes
+  double error;    // how far the slope may be off, judged from what leaving out parts of the page changes
+  double breadth;  // of the peak, in slope, at half its height
 };
 
 constexpr int kPeakSections = 8;  // of the page's width
