@@ -51,13 +51,6 @@ double TopOf(const Curve& curve) {
   return best + std::clamp(-slant / (2 * bend), -2.0, 2.0);
 }
 
-// The place of the top of the parabola through a sample and its neighbours.
-double TopNear(const Curve& curve, size_t i) {
-  const double before = curve[i - 1], here = curve[i], after = curve[i + 1];
-  const double bend = before - 2 * here + after;
-  return bend < 0 ? static_cast<double>(i) + (before - after) / 2 / bend : static_cast<double>(i);
-}
-
 // ---- curves of parts of the page --------------------------------------------------------------------------
 
 // The curve of a part of the page's width, band by band of its height.
@@ -165,15 +158,13 @@ struct SectionsTop : Top {
 // each other share something, too, but at a slope of its own, which must not count.
 bool GoTogether(const SectionsTop& sections, const Curve& shared, const Curve& left, const Curve& right) {
   constexpr double kLeastShared = 0.4;  // of what two equal halves would share
-  constexpr double kFarthest = 8;       // samples
   const int nearest = static_cast<int>(sections.place + 0.5);
-  const int reach = static_cast<int>(std::min(sections.mostOff, kFarthest)) + 2;
+  const int reach = static_cast<int>(sections.mostOff) + 2;
   const int first = std::max(0, nearest - reach), last = std::min(kSamples - 1, nearest + reach);
   const auto* const peak = std::max_element(shared.begin() + first, shared.begin() + last + 1);
   if (peak == shared.begin() + first || peak == shared.begin() + last) return false;
   const double equal = 2 * std::sqrt(left[Highest(left)] * right[Highest(right)]);
-  return *peak >= kLeastShared * equal &&
-         sections.IsNear(TopNear(shared, static_cast<size_t>(peak - shared.begin())));
+  return *peak >= kLeastShared * equal && sections.IsNear(static_cast<double>(peak - shared.begin()));
 }
 
 // The curves of a part as a whole where its halves go together, else of the halves by themselves.
