@@ -145,7 +145,7 @@ double Confidence(const RoughSkew& rough, double errorDegrees, double pictureSha
 }
 
 constexpr double kLeastConfidence = 0.1;  // below it a page has no structure
-constexpr double kErrorOfBreadth = 0.12;
+constexpr double kErrorOfBreadth = 0.13, kErrorOfLevel = 0.075;
 constexpr int kLeastStrips = 16;
 constexpr int kLeastRows = 32;
 
@@ -182,8 +182,12 @@ ErrorCode Measure(const LockedDib& page, const ConstRows& rows, double range, Po
   const SkewPeak peak = FindSkewPeak(fine, rough.slope, steepest, sums);
   if (std::abs(peak.slope) >= steepest) return ErrSuccess;  // the peak is beyond the range, if there is one
   // A broad peak that a few lines make cannot be placed well, however well they agree.
-  const double fewLines = kErrorOfBreadth * peak.breadth / std::sqrt(std::max(1.0, rough.spread));
-  const double error = DegreesOfTangent(std::min(std::max(peak.error, fewLines), 1.0));
+  double broad = kErrorOfBreadth * peak.breadth / std::sqrt(std::max(1.0, rough.spread));
+  // Nor can one of short lines that rise by less than a pixel: in black and white they are level.
+  const bool isLevel = std::abs(peak.slope) * 2 * fine.Arm() < kPeakSections;
+  if (page.bits() == 1 && grid.rowsPerCell == 1 && isLevel)
+    broad = std::max(broad, kErrorOfLevel * peak.breadth);
+  const double error = DegreesOfTangent(std::min(std::max(peak.error, broad), 1.0));
   result->confidence = Confidence(rough, error, found.pictureShare);
   result->hasStructure = result->confidence >= kLeastConfidence ? 1 : 0;
   if (result->hasStructure != 0) result->angle = std::clamp(DegreesOfTangent(peak.slope), -range, range);
