@@ -377,10 +377,10 @@ typedef struct SkewResult {
 /* Measures the skew of a page of 1, 4, 8 or 24 bits to hundredths of a degree, in pixels: where the
  * resolutions in x and y differ the angle is not that on paper. A page turned back by RotateDIB with minus
  * the angle is straight. Null `options` are all 0. Leave a page as it is when the confidence is below 0.5: of
- * the angles above that none was wrong by a third of a degree in our tests, but a photograph that fills the
- * page may be taken for text (docs/skew.md). A page that shows no lines has no structure, no angle and no
- * confidence, and is no failure. Returns 1, or 0 and error 8 (null handle or result, bad options), 17 cannot
- * be locked, 9 header size, 18 compressed, 19 bad size, 13 other depths, 1 no memory. */
+ * the angles above that none was wrong by a quarter of a degree in our tests, but a photograph that fills the
+ * page may, rarely, be taken for text (docs/skew.md). A page that shows no lines has no structure, no angle
+ * and no confidence, and is no failure. Returns 1, or 0 and error 8 (null handle or result, bad options), 17
+ * cannot be locked, 9 header size, 18 compressed, 19 bad size, 13 other depths, 1 no memory. */
 RASTREL_API int RASTREL_CALL MeasureSkew(HGLOBAL dib, const SkewOptions* options, SkewResult* result);
 
 /* Shears a page by `shift` pixels: sideways when `horizontal` is non-zero (a positive shift moves the top
