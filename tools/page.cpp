@@ -36,6 +36,20 @@ void PutIndex(uint8_t* row, int bits, int x, unsigned index) {
   byte = static_cast<uint8_t>((byte & ~mask) | index << shift);
 }
 
+// Sets or clears the bits of columns `from` up to `to`.
+void PutBits(uint8_t* row, int from, int to, bool isSet) {
+  if (from >= to) return;
+  const auto put = [&](int byte, int mask) {
+    row[byte] = static_cast<uint8_t>(isSet ? row[byte] | mask : row[byte] & ~mask);
+  };
+  const int first = from / 8, last = (to - 1) / 8;
+  const int firstMask = 0xFF >> from % 8, lastMask = 0xFF << (7 - (to - 1) % 8);
+  if (first == last) return put(first, firstMask & lastMask);
+  put(first, firstMask);
+  std::memset(row + first + 1, isSet ? 0xFF : 0, static_cast<size_t>(last - first - 1));
+  put(last, lastMask);
+}
+
 bool IsGrey(const RGBQUAD& entry) {
   return entry.rgbBlue == entry.rgbGreen && entry.rgbGreen == entry.rgbRed;
 }
@@ -223,6 +237,12 @@ std::vector<uint8_t> BrightnessTable(const PageView& page) {
   return table;
 }
 
+uint8_t Brightness(const PageView& page, const std::vector<uint8_t>& table, const uint8_t* row, int x) {
+  if (page.bits() != 24) return table[GetIndex(row, page.bits(), x)];
+  row += 3 * static_cast<size_t>(x);
+  return static_cast<uint8_t>((row[0] + row[1] + row[2]) / 3);
+}
+
 void RowBrightness(const PageView& page, const std::vector<uint8_t>& table, int y, int from, int to,
                    uint8_t* out) {
   const uint8_t* row = page.PageRow(y);
@@ -306,6 +326,8 @@ void PaintRow(const PageView& page, int y, int from, int to, Ink ink) {
     for (int x = from; x < to; ++x) std::memcpy(row + 3 * static_cast<size_t>(x), ink.bytes, 3);
   } else if (page.bits() == 8) {
     if (from < to) std::memset(row + from, ink.bytes[0], static_cast<size_t>(to - from));
+  } else if (page.bits() == 1) {
+    PutBits(row, from, to, (ink.bytes[0] & 1) != 0);
   } else {
     for (int x = from; x < to; ++x) PutIndex(row, page.bits(), x, ink.bytes[0]);
   }

@@ -133,7 +133,9 @@ Dib NarrowTo4(const Dib& page);
 
 // Brightness of each index of a page of up to 8 bits, (B + G + R) / 3 as the cleanup operations take it.
 std::vector<uint8_t> BrightnessTable(const PageView& page);
-// Writes the brightness of columns `from` up to `to` of a page row; `table` is from BrightnessTable.
+// The brightness of one pixel of a row of a page; `table` is from BrightnessTable.
+uint8_t Brightness(const PageView& page, const std::vector<uint8_t>& table, const uint8_t* row, int x);
+// Writes the brightness of columns `from` up to `to` of a page row.
 void RowBrightness(const PageView& page, const std::vector<uint8_t>& table, int y, int from, int to,
                    uint8_t* out);
 

@@ -41,16 +41,21 @@ std::vector<int> TallRuns(const std::vector<int>& runs, int reach) {
   const int count = static_cast<int>(runs.size());
   std::vector<int> tall(runs.size(), 0);
   if (std::all_of(runs.begin(), runs.end(), [](int run) { return run == 0; })) return tall;
-  std::vector<int> window;
+  std::vector<int> window;  // sorted
+  const auto placeOf = [&](int run) { return std::lower_bound(window.begin(), window.end(), run); };
   for (int first = 1 - reach; first < count; ++first) {
     const int from = std::max(0, first);
     const int to = std::min(count, first + reach);
-    window.assign(runs.begin() + from, runs.begin() + to);
-    const auto low = window.begin() + (to - from) * 3 / 10;
-    std::nth_element(window.begin(), low, window.end());
-    if (*low == 0) continue;
+    const int* const leaving = first > 0 ? &runs[static_cast<size_t>(first - 1)] : nullptr;
+    const int* const entering = first + reach <= count ? &runs[static_cast<size_t>(to - 1)] : nullptr;
+    if (leaving == nullptr || entering == nullptr || *leaving != *entering) {
+      if (leaving != nullptr) window.erase(placeOf(*leaving));
+      if (entering != nullptr) window.insert(placeOf(*entering), *entering);
+    }
+    const int low = window[static_cast<size_t>((to - from) * 3 / 10)];
+    if (low == 0) continue;
     for (int y = from; y < to; ++y)
-      tall[static_cast<size_t>(y)] = std::max(tall[static_cast<size_t>(y)], *low);
+      tall[static_cast<size_t>(y)] = std::max(tall[static_cast<size_t>(y)], low);
   }
   return tall;
 }
@@ -132,6 +137,45 @@ bool LooksLikePicture(const PageView& page, const std::vector<int>& runs, bool f
   return std::sqrt(std::max(0.0, squares / count - mean * mean)) > kUneven;
 }
 
+// ---- darkness ---------------------------------------------------------------------------------------------
+
+struct Shades {
+  int64_t dark = 0, all = 0;
+
+  Shades& operator+=(const Shades& other) {
+    dark += other.dark;
+    all += other.all;
+    return *this;
+  }
+  Shades& operator-=(const Shades& other) {
+    dark -= other.dark;
+    all -= other.all;
+    return *this;
+  }
+};
+
+// Of every fourth pixel of a row, from a column up to another.
+Shades ShadesOf(const PageView& page, const std::vector<uint8_t>& table, int y, int from, int to) {
+  const uint8_t* row = page.PageRow(y);
+  const int first = (from + 3) / 4, last = to / 4 + (to % 4 != 0);
+  if (first >= last) return {};
+  Shades shades = {0, last - first};
+  if (page.bits() != 1) {
+    for (int i = first; i < last; ++i) shades.dark += Brightness(page, table, row, 4 * i) < kDark;
+    return shades;
+  }
+  int64_t ones = 0;
+  int i = first;
+  if (i % 2 != 0) ones += row[i++ / 2] >> 3 & 1;
+  int inBytes = 0;
+  for (; i + 1 < last; i += 2) inBytes += (row[i / 2] >> 7) + (row[i / 2] >> 3 & 1);
+  ones += inBytes;
+  if (i < last) ones += row[i / 2] >> 7;
+  if (table[0] < kDark) shades.dark += shades.all - ones;
+  if (table[1] < kDark) shades.dark += ones;
+  return shades;
+}
+
 }  // namespace
 
 bool IsDarkPage(const Dib& dib) {
@@ -139,23 +183,22 @@ bool IsDarkPage(const Dib& dib) {
   const PageView page(dib);
   const std::vector<uint8_t> table = BrightnessTable(page);
   const int width = page.width(), height = page.height();
-  std::vector<uint8_t> row(static_cast<size_t>(width));
-  int64_t dark[2] = {}, all[2] = {};  // around, and in the middle
+  // The first and second tenth of the page from an edge; what lies in the second does not count.
+  const auto firstTenth = [](int size) { return static_cast<int>((int64_t{size} + 9) / 10); };
+  const auto secondTenth = [](int size) { return static_cast<int>((int64_t{size} * 2 + 9) / 10); };
+  Shades around, middle;
   for (int y = 0; y < height; y += 8) {
-    RowBrightness(page, table, y, 0, width, row.data());
-    for (int x = 0; x < width; x += 4) {
-      const int fromEdge = std::min({x * 10 / width, (width - 1 - x) * 10 / width, y * 10 / height,
-                                     (height - 1 - y) * 10 / height});  // in tenths of the page
-      if (fromEdge == 1) continue;
-      const size_t part = fromEdge == 0 ? 0 : 1;
-      dark[part] += row[static_cast<size_t>(x)] < kDark;
-      ++all[part];
-    }
+    const int fromEdge = std::min(y, height - 1 - y);
+    around += ShadesOf(page, table, y, 0, width);
+    if (fromEdge < firstTenth(height)) continue;
+    around -= ShadesOf(page, table, y, firstTenth(width), width - firstTenth(width));
+    if (fromEdge < secondTenth(height)) continue;
+    middle += ShadesOf(page, table, y, secondTenth(width), width - secondTenth(width));
   }
-  const auto isMostlyDark = [&](size_t part) {
-    return static_cast<double>(dark[part]) > kMostly * static_cast<double>(all[part]);
+  const auto isMostlyDark = [](const Shades& part) {
+    return static_cast<double>(part.dark) > kMostly * static_cast<double>(part.all);
   };
-  return isMostlyDark(0) && isMostlyDark(1);
+  return isMostlyDark(around) && isMostlyDark(middle);
 }
 
 BorderResult PaintBorders(const Dib& dib, const Dib& source, const Dib& trimmed, Ink ground) {
