@@ -145,44 +145,85 @@ struct Columns {
   std::array<uint16_t, 1 + kColumns> shortX, shortY;
 };
 
-// Returns the columns with such flags.
-uint64_t ColumnsOf(unsigned flag, const ColumnFlags& flags) {
+// Returns the columns whose flag is 1.
+uint64_t ColumnsOf(const ColumnFlags& flags) {
   // The product has bit 8 n of the eight at bit 63 - n, and nothing else among the highest eight.
-  constexpr uint64_t kLowBits = 0x0101010101010101;
   constexpr uint64_t kGather = 0x8040201008040201;
   uint64_t columns = 0;
   for (const uint64_t eight : flags) {
-    columns = columns << 8 | ((eight >> std::countr_zero(flag) & kLowBits) * kGather) >> 56;
+    columns = columns << 8 | (eight * kGather) >> 56;
   }
   return columns;
 }
 
-RASTREL_ALSO_AVX2 void FlagRunStarts(const uint16_t* __restrict columnX, const uint16_t* __restrict columnY,
-                                     uint16_t rowX, uint16_t rowY, uint8_t* __restrict flags) {
+// Flags where the whole number of a coordinate is another than that of the column before, by one bit of it.
+// Returns the least and the greatest fraction.
+RASTREL_ALSO_AVX2 void FlagSteps(const uint16_t* __restrict columns, uint16_t row, uint8_t* __restrict flags,
+                                 int16_t* __restrict least, int16_t* __restrict greatest) {
+  int16_t low = kPixel - 1, high = 0;
   for (int n = 0; n < kColumns; ++n) {
-    const auto x = static_cast<uint16_t>((columnX[n] + rowX) ^ (columnX[n + 1] + rowX));
-    const auto y = static_cast<uint16_t>((columnY[n] + rowY) ^ (columnY[n + 1] + rowY));
-    flags[n] = static_cast<uint8_t>((~x | y) >> kFraction & 1);
+    const auto before = static_cast<uint16_t>(columns[n] + row);
+    const auto here = static_cast<uint16_t>(columns[n + 1] + row);
+    flags[n] = static_cast<uint8_t>(static_cast<uint16_t>(before ^ here) >> kFraction);
+    const auto fraction = static_cast<int16_t>(here & (kPixel - 1));
+    low = std::min(low, fraction);
+    high = std::max(high, fraction);
   }
+  *least = low;
+  *greatest = high;
 }
 
-// Along a row the pixels come in runs that lie side by side in the source. Returns where they start.
-uint64_t RunStarts(const Columns& columns, Place row) {
-  ColumnFlags flags;
-  FlagRunStarts(columns.shortX.data(), columns.shortY.data(), static_cast<uint16_t>(row.x),
-                static_cast<uint16_t>(row.y), reinterpret_cast<uint8_t*>(flags.data()));
-  return ColumnsOf(1, flags) | kLeftmost;
-}
+// The columns at which a coordinate steps on. They stay the same from row to row, while no column's fraction
+// reaches the next whole number: for many rows where angles are small.
+class Steps {
+ public:
+  bool Hold(int32_t row) const { return ((row - row_ + low_) & (kPixel - 1)) < span_; }
+  void Find(const uint16_t* columns, int32_t row) {
+    ColumnFlags flags;
+    int16_t high = 0;
+    FlagSteps(columns, static_cast<uint16_t>(row), reinterpret_cast<uint8_t*>(flags.data()), &low_, &high);
+    columns_ = ColumnsOf(flags);
+    row_ = row;
+    span_ = kPixel - high + low_;
+  }
+  void Forget() { span_ = 0; }
+  uint64_t columns() const { return columns_; }
+  // By how many whole numbers a row is further on than the first one that had these steps.
+  int WholeOf(int32_t row) const { return PixelAt(row - row_ + low_); }
+
+ private:
+  uint64_t columns_ = 0;
+  int32_t row_ = 0;
+  int16_t low_ = 0;
+  int span_ = 0;
+};
+
+// Along a row the pixels come in runs that lie side by side in the source.
+class RunStarts {
+ public:
+  void Forget() {
+    x_.Forget();
+    y_.Forget();
+  }
+  // Returns whether they are others than the row's before.
+  bool Find(const Columns& columns, Place row) {
+    const bool holdsX = x_.Hold(row.x), holdsY = y_.Hold(row.y);
+    if (!holdsX) x_.Find(columns.shortX.data(), row.x);
+    if (!holdsY) y_.Find(columns.shortY.data(), row.y);
+    return !holdsX || !holdsY;
+  }
+  uint64_t columns() const { return ~x_.columns() | y_.columns() | kLeftmost; }
+  Place WholeOf(Place row) const { return {x_.WholeOf(row.x), y_.WholeOf(row.y)}; }
+
+ private:
+  Steps x_, y_;
+};
 
 // ---- tiles of 1 bit ---------------------------------------------------------------------------------------
 
-// How pixels lie among the four source pixels around each.
-constexpr unsigned kBetween = 1;  // even the nearest covers little of it
-constexpr unsigned kRight = 2;    // nearer to the right two
-constexpr unsigned kUpper = 4;
-
-RASTREL_ALSO_AVX2 void Classify(const uint16_t* __restrict columnX, const uint16_t* __restrict columnY,
-                                uint16_t rowX, uint16_t rowY, uint8_t* __restrict classes) {
+// Flags pixels between four source pixels, of which even the nearest covers little.
+RASTREL_ALSO_AVX2 void FlagBetween(const uint16_t* __restrict columnX, const uint16_t* __restrict columnY,
+                                   uint16_t rowX, uint16_t rowY, uint8_t* __restrict flags) {
   constexpr int kLow = kPixel - 1;
   constexpr int kLittle = (1 << (2 * kFraction - 16)) * 42 / 100;
   for (int n = 0; n < kColumns; ++n) {
@@ -194,8 +235,7 @@ RASTREL_ALSO_AVX2 void Classify(const uint16_t* __restrict columnX, const uint16
     const auto shareX = static_cast<uint16_t>((x ^ ((right - 1) & kLow)) + 1 - right);
     const auto shareY = static_cast<uint16_t>((y ^ ((upper - 1) & kLow)) + 1 - upper);
     const auto share = static_cast<uint16_t>((uint32_t{shareX} * shareY) >> 16);
-    const auto isBetween = static_cast<uint16_t>(static_cast<uint16_t>(share - kLittle) >> 15);
-    classes[n] = static_cast<uint8_t>(isBetween | right << 1 | upper << 2);
+    flags[n] = static_cast<uint8_t>(static_cast<uint16_t>(share - kLittle) >> 15);
   }
 }
 
@@ -205,9 +245,11 @@ constexpr int kSpareWords = 1;  // before and behind all rows
 using BitPlane = std::array<uint64_t, kBoxSide * kRowWords + 2 * kSpareWords>;
 
 // Finds the corners of what is at least two pixels wide: four pixels, the left lower one of which is marked,
-// one unlike the three others and each in a square of four that are alike. `others` is for work.
+// one unlike the three others and each in a square of four that are alike. `most` are those whose three
+// others are set; `squares` and `others` are for work.
 RASTREL_ALSO_AVX2 void FindCorners(const BitPlane& rows, int height, BitPlane& __restrict corners,
-                                   BitPlane& __restrict squares, BitPlane& __restrict others) {
+                                   BitPlane& __restrict most, BitPlane& __restrict squares,
+                                   BitPlane& __restrict others) {
   const auto onRight = [](const BitPlane& plane, int i) { return plane[i] << 1 | plane[i + 1] >> 63; };
   const auto onLeft = [](const BitPlane& plane, int i) { return plane[i] >> 1 | plane[i - 1] << 63; };
   const int end = kSpareWords + (height - 1) * kRowWords;
@@ -219,8 +261,49 @@ RASTREL_ALSO_AVX2 void FindCorners(const BitPlane& rows, int height, BitPlane& _
   for (int i = kSpareWords; i < end; ++i) squares[i] = others[i] | onLeft(others, i);
   for (int i = end - 1; i >= kSpareWords + kRowWords; --i) squares[i] |= squares[i - kRowWords];
   for (int i = kSpareWords; i < end; ++i) others[i] = squares[i] & onRight(squares, i);
-  for (int i = kSpareWords; i < end - kRowWords; ++i) corners[i] &= others[i] & others[i + kRowWords];
+  for (int i = kSpareWords; i < end - kRowWords; ++i) {
+    const int above = i + kRowWords;
+    corners[i] &= others[i] & others[above];
+    most[i] = corners[i] & ((rows[i] & onRight(rows, i)) | (rows[above] & onRight(rows, above)));
+  }
 }
+
+// The runs of a row.
+class BitRuns {
+ public:
+  void Forget() { starts_.Forget(); }
+
+  // Calls take(x, y, own) for each: where in the buffer its pixels would begin if all columns were of it, and
+  // the columns that are.
+  template <class Take>
+  void ForEach(const Columns& columns, Place row, Take take) {
+    if (starts_.Find(columns, row)) List(columns, row);
+    const Place whole = starts_.WholeOf(row);
+    for (int i = 0; i < count_; ++i) take(runs_[i].x + whole.x, runs_[i].y + whole.y, runs_[i].own);
+  }
+
+ private:
+  struct Run {
+    int x, y;
+    uint64_t own;
+  };
+
+  void List(const Columns& columns, Place row) {
+    const Place whole = starts_.WholeOf(row);
+    uint64_t starts = starts_.columns();
+    for (count_ = 0; starts != 0; ++count_) {
+      const int n = std::countl_zero(starts);
+      starts &= kOnes >> n >> 1;
+      const uint64_t behind = starts == 0 ? 0 : kOnes >> std::countl_zero(starts);
+      runs_[count_] = {PixelAt(row.x + columns.x[n]) - n - whole.x, PixelAt(row.y + columns.y[n]) - whole.y,
+                       kOnes >> n & ~behind};
+    }
+  }
+
+  RunStarts starts_;
+  std::array<Run, kColumns> runs_;
+  int count_ = 0;
+};
 
 class BitTile {
  public:
@@ -230,7 +313,13 @@ class BitTile {
   // Words of the buffer are words of the page, with room for columns left of the box.
   static Point Origin(const Box& box) { return {(box.left - kColumns / 2) & -kColumns, box.bottom - 1}; }
 
-  void Load(const Box& box, const Columns& columns) {
+  void SetColumns(const Columns& columns) {
+    columns_ = columns;
+    nearestRuns_.Forget();
+    lowerLeftRuns_.Forget();
+  }
+
+  void Load(const Box& box) {
     const Point origin = Origin(box);
     const auto left = static_cast<int>(box.left - origin.x);
     const int first = (left - 1) / kColumns, last = (left + box.width) / kColumns;
@@ -246,22 +335,21 @@ class BitTile {
       for (int i = first; i <= last; ++i) words[i] = SourceWord(from, origin.x / kColumns + i);
     }
     FindUniformRows(left, left + box.width, height);
-    if (isSmooth_ && alikeUntil_[0] < height) FindCorners(rows_, height, corners_, work_[0], work_[1]);
-    columns_ = columns;
+    if (alikeUntil_[0] < height) FindRowsWithCorners(height);
   }
 
-  void Fill(const Place* places, const Rows& to, bool /*isRoomy*/) const {
+  void Fill(const Place* places, const Rows& to, bool /*isRoomy*/) {
     for (int i = 0; i < to.height; ++i) FillRow(places[i], to.width, to.StoredRow(i));
   }
 
  private:
   static int IndexOf(int row) { return kSpareWords + row * kRowWords; }
 
-  void FillRow(Place row, int count, uint8_t* to) const {
+  void FillRow(Place row, int count, uint8_t* to) {
     const auto [lowest, highest] = std::minmax(columns_.y.front(), columns_.y.back());
     const int bottom = PixelAt(row.y + lowest);
     const int top = PixelAt(row.y + highest) + 1;
-    uint64_t pixels = alikeUntil_[bottom] > top ? colours_[bottom] : Turned(row);
+    uint64_t pixels = alikeUntil_[bottom] > top ? colours_[bottom] : Turned(row, bottom, top);
     if (count < kColumns) pixels &= ~(kOnes >> count);
     pixels = __builtin_bswap64(pixels);
     std::memcpy(to, &pixels, count > kColumns / 2 ? 8 : 4);
@@ -300,53 +388,42 @@ class BitTile {
     }
   }
 
-  // 64 pixels of a row of the buffer from a column on, and as many from the next one on.
-  struct Pair {
-    uint64_t left, right;
-
-    Pair(const BitPlane& plane, int x, int y) {
-      const uint64_t* const words = &plane[IndexOf(y) + x / kColumns];
-      const int shift = x % kColumns;
-      const uint64_t behind = words[1] >> (63 - shift);
-      left = words[0] << shift | behind >> 1;
-      right = left << 1 | (behind & 1);
+  void FindRowsWithCorners(int height) {
+    noCornersUntil_.fill(height);
+    if (!isSmooth_) return;
+    FindCorners(rows_, height, corners_, most_, work_[0], work_[1]);
+    int end = height;
+    for (int row = height - 3; row > 0; --row) {
+      const uint64_t* const words = &corners_[IndexOf(row)];
+      if ((words[0] | words[1] | words[2] | words[3]) != 0) end = row;
+      noCornersUntil_[row] = end;
     }
-    Pair() : left(0), right(0) {}
-  };
+  }
 
-  uint64_t Turned(Place row) const {
-    uint64_t starts = RunStarts(columns_, row);
-    Pair lower, upper;
-    uint64_t corners = 0;
-    while (starts != 0) {
-      const int n = std::countl_zero(starts);
-      const uint64_t onward = kOnes >> n;
-      starts &= onward >> 1;
-      const int x = PixelAt(row.x + columns_.x[n]) - n;
-      const int y = PixelAt(row.y + columns_.y[n]);
-      const auto take = [onward](uint64_t& pixels, uint64_t from) { pixels ^= (pixels ^ from) & onward; };
-      const Pair here(rows_, x, y), above(rows_, x, y + 1);
-      take(lower.left, here.left);
-      take(lower.right, here.right);
-      take(upper.left, above.left);
-      take(upper.right, above.right);
-      take(corners, Pair(corners_, x, y).left);
-    }
+  // 64 pixels of a row of a plane, from a column on.
+  static uint64_t PixelsAt(const BitPlane& plane, int x, int y) {
+    const uint64_t* const words = &plane[IndexOf(y) + x / kColumns];
+    const int shift = x % kColumns;
+    return words[0] << shift | words[1] >> 1 >> (63 - shift);
+  }
 
-    ColumnFlags classes;
-    Classify(&columns_.shortX[1], &columns_.shortY[1], static_cast<uint16_t>(row.x),
-             static_cast<uint16_t>(row.y), reinterpret_cast<uint8_t*>(classes.data()));
-    const uint64_t isRight = ColumnsOf(kRight, classes);
-    const auto nearer = [isRight](Pair pixels) {
-      return pixels.left ^ ((pixels.left ^ pixels.right) & isRight);
-    };
-    const uint64_t below = nearer(lower);
-    const uint64_t nearest = below ^ ((below ^ nearer(upper)) & ColumnsOf(kUpper, classes));
-    if (!isSmooth_) return nearest;
+  // The pixels of a row that the buffer's rows from `bottom` to `top` are needed for.
+  uint64_t Turned(Place row, int bottom, int top) {
+    uint64_t nearest = 0;
+    nearestRuns_.ForEach(columns_, {row.x + kPixel / 2, row.y + kPixel / 2},
+                         [&](int x, int y, uint64_t own) { nearest |= PixelsAt(rows_, x, y) & own; });
+    if (noCornersUntil_[bottom] >= top) return nearest;
+    uint64_t corners = 0, most = 0;
+    lowerLeftRuns_.ForEach(columns_, row, [&](int x, int y, uint64_t own) {
+      corners |= PixelsAt(corners_, x, y) & own;
+      most |= PixelsAt(most_, x, y) & own;
+    });
+    if (corners == 0) return nearest;
     // One of the four is unlike the others, and weighs less than they do.
-    const uint64_t most = ((lower.left & lower.right) & (upper.left | upper.right)) |
-                          ((lower.left | lower.right) & (upper.left & upper.right));
-    return nearest ^ ((nearest ^ most) & corners & ColumnsOf(kBetween, classes));
+    ColumnFlags flags;
+    FlagBetween(&columns_.shortX[1], &columns_.shortY[1], static_cast<uint16_t>(row.x),
+                static_cast<uint16_t>(row.y), reinterpret_cast<uint8_t*>(flags.data()));
+    return nearest ^ ((nearest ^ most) & corners & ColumnsOf(flags));
   }
 
   ConstPlane page_;
@@ -354,12 +431,14 @@ class BitTile {
   uint64_t background_;
   Columns columns_;
   BitPlane rows_ = {};
-  BitPlane corners_ = {};
+  BitRuns nearestRuns_, lowerLeftRuns_;
+  BitPlane corners_ = {}, most_ = {};
   std::array<BitPlane, 2> work_ = {};
   // Of each row the colour of its first needed pixel, and the row above from which on not all are of that
   // colour: itself, if it has others.
   std::array<uint64_t, kBoxSide> colours_;
   std::array<int, kBoxSide> alikeUntil_;
+  std::array<int, kBoxSide> noCornersUntil_;  // of each row, the row above from which on there are some
 };
 
 // ---- tiles of bytes ---------------------------------------------------------------------------------------
@@ -429,7 +508,16 @@ class ByteTile {
 
   static Point Origin(const Box& box) { return {box.left, box.bottom}; }
 
-  void Load(const Box& box, const Columns& columns) {
+  void SetColumns(const Columns& columns) {
+    columns_ = columns;
+    starts_.Forget();
+    for (int i = 0; i < kColumns * kChannels; ++i) {
+      bytes_.x[i] = columns.shortX[1 + i / kChannels];
+      bytes_.y[i] = columns.shortY[1 + i / kChannels];
+    }
+  }
+
+  void Load(const Box& box) {
     const auto left = static_cast<int>(std::clamp<int64_t>(-box.left, 0, box.width));
     const auto right = static_cast<int>(std::clamp<int64_t>(page_.width - box.left, left, box.width));
     for (int row = 0; row < box.height; ++row) {
@@ -444,11 +532,6 @@ class ByteTile {
       LoadPixels(from, box.left + left, right - left, to + left * kChannels);
       FillBackground(to + right * kChannels, box.width - right);
     }
-    columns_ = columns;
-    for (int i = 0; i < kColumns * kChannels; ++i) {
-      bytes_.x[i] = columns.shortX[1 + i / kChannels];
-      bytes_.y[i] = columns.shortY[1 + i / kChannels];
-    }
   }
 
   // `to` has room for more bytes behind its pixels where `isRoomy`.
@@ -458,7 +541,8 @@ class ByteTile {
     for (int i = 0; i < to.height; ++i) {
       const Place place = {places[i].x + half, places[i].y + half};
       uint8_t* const bytes = kBits == 4 || !isRoomy ? row_.data() : to.StoredRow(i);
-      turnRow(buffer_.data(), RunStarts(columns_, place), columns_, bytes_, place, to.width, bytes);
+      starts_.Find(columns_, place);
+      turnRow(buffer_.data(), starts_.columns(), columns_, bytes_, place, to.width, bytes);
       if constexpr (kChannels == 1) {
         if (table_ != nullptr) LookUp(table_->indices, to.width, bytes);
       }
@@ -506,6 +590,7 @@ class ByteTile {
   const GreyTable* table_;
   std::array<uint8_t, kChannels> background_;
   Columns columns_;
+  RunStarts starts_;
   ByteColumns<kChannels> bytes_ = {};
   std::array<uint8_t, kColumns * kChannels + kAtOnce> row_;
   std::array<uint8_t, kBoxSide* kStride + 2 * kAtOnce> buffer_ = {};
@@ -513,46 +598,64 @@ class ByteTile {
 
 // ---- the pass over the page -------------------------------------------------------------------------------
 
+Columns ColumnsFrom(const Walk& walk, int64_t left) {
+  const Point first = walk.OfColumn(left);
+  Columns columns;
+  for (int n = 0; n < kColumns; ++n) {
+    const Point column = walk.OfColumn(left + n);
+    columns.x[n] = static_cast<int32_t>(column.x - first.x);
+    columns.y[n] = static_cast<int32_t>(column.y - first.y);
+    columns.shortX[n + 1] = static_cast<uint16_t>(columns.x[n]);
+    columns.shortY[n + 1] = static_cast<uint16_t>(columns.y[n]);
+  }
+  columns.shortX[0] = columns.shortY[0] = 0;
+  return columns;
+}
+
+template <class Tile>
+void FillTile(const Walk& walk, int64_t left, int bottom, bool isRoomy, Tile* tile, const Rows& to) {
+  // Coordinates go one way along rows and columns, so that the corners bound the tile's.
+  const Point first = walk.OfColumn(left), last = walk.OfColumn(left + kColumns - 1);
+  const Point lowest = walk.OfRow(bottom), highest = walk.OfRow(bottom + kRows - 1);
+  const auto bound = [](int64_t a, int64_t b, int64_t c, int64_t d) {
+    const int64_t low = (std::min(a, b) + std::min(c, d)) >> kFraction;
+    const int64_t high = (std::max(a, b) + std::max(c, d)) >> kFraction;
+    return std::pair(low, static_cast<int>(high - low) + 2);
+  };
+  const auto [boxLeft, width] = bound(first.x, last.x, lowest.x, highest.x);
+  const auto [boxBottom, height] = bound(first.y, last.y, lowest.y, highest.y);
+  const Box box = {boxLeft, boxBottom, width, height};
+  const Point origin = Tile::Origin(box);
+  tile->Load(box);
+  std::array<Place, kRows> places;
+  for (int i = 0; i < to.height; ++i) {
+    const Point row = walk.OfRow(bottom + i);
+    places[i] = {static_cast<int32_t>(row.x + first.x - origin.x * kPixel),
+                 static_cast<int32_t>(row.y + first.y - origin.y * kPixel)};
+  }
+  tile->Fill(places.data(), to, isRoomy);
+}
+
 template <class Tile>
 void FillPage(const Walk& walk, unsigned bits, Tile tile, const Rows& result) {
+  // Tiles above each other share their columns; of more rows than these the source would leave the caches.
+  constexpr int kBandRows = 8 * kRows;
   const auto usedBytes = static_cast<size_t>(uint64_t{static_cast<uint32_t>(result.width)} * bits / 8);
-  for (int bottom = 0; bottom < result.height; bottom += kRows) {
-    const int rows = std::min(kRows, result.height - bottom);
-    for (int i = 0; i < rows; ++i) {
-      std::memset(result.StoredRow(bottom + i) + usedBytes, 0, result.stride - usedBytes);
+  for (int64_t band = 0; band < result.height; band += kBandRows) {
+    const int64_t end = std::min<int64_t>(band + kBandRows, result.height);
+    for (int64_t y = band; y < end; ++y) {
+      std::memset(result.StoredRow(static_cast<int>(y)) + usedBytes, 0, result.stride - usedBytes);
     }
     for (int64_t left = 0; left < result.width; left += kColumns) {
-      // Coordinates go one way along rows and columns, so that the corners bound the tile's.
-      const Point first = walk.OfColumn(left), last = walk.OfColumn(left + kColumns - 1);
-      const Point lowest = walk.OfRow(bottom), highest = walk.OfRow(bottom + kRows - 1);
-      const auto bound = [](int64_t a, int64_t b, int64_t c, int64_t d) {
-        const int64_t low = (std::min(a, b) + std::min(c, d)) >> kFraction;
-        const int64_t high = (std::max(a, b) + std::max(c, d)) >> kFraction;
-        return std::pair(low, static_cast<int>(high - low) + 2);
-      };
-      const auto [boxLeft, width] = bound(first.x, last.x, lowest.x, highest.x);
-      const auto [boxBottom, height] = bound(first.y, last.y, lowest.y, highest.y);
-      Columns columns;
-      for (int n = 0; n < kColumns; ++n) {
-        const Point column = walk.OfColumn(left + n);
-        columns.x[n] = static_cast<int32_t>(column.x - first.x);
-        columns.y[n] = static_cast<int32_t>(column.y - first.y);
-        columns.shortX[n + 1] = static_cast<uint16_t>(columns.x[n]);
-        columns.shortY[n + 1] = static_cast<uint16_t>(columns.y[n]);
-      }
-      columns.shortX[0] = columns.shortY[0] = 0;
-      const Box box = {boxLeft, boxBottom, width, height};
-      const Point origin = Tile::Origin(box);
-      tile.Load(box, columns);
-      std::array<Place, kRows> places;
-      for (int i = 0; i < rows; ++i) {
-        const Point row = walk.OfRow(bottom + i);
-        places[i] = {static_cast<int32_t>(row.x + first.x - origin.x * kPixel),
-                     static_cast<int32_t>(row.y + first.y - origin.y * kPixel)};
-      }
+      tile.SetColumns(ColumnsFrom(walk, left));
       const auto count = static_cast<int>(std::min<int64_t>(kColumns, result.width - left));
-      uint8_t* const to = result.StoredRow(bottom) + static_cast<size_t>(left * bits / 8);
-      tile.Fill(places.data(), {to, result.stride, count, rows}, left + kColumns + kAtOnce <= result.width);
+      const bool isRoomy = left + kColumns + kAtOnce <= result.width;
+      for (int64_t y = band; y < end; y += kRows) {
+        const auto bottom = static_cast<int>(y);
+        uint8_t* const to = result.StoredRow(bottom) + static_cast<size_t>(left * bits / 8);
+        const auto rows = static_cast<int>(std::min<int64_t>(kRows, end - y));
+        FillTile(walk, left, bottom, isRoomy, &tile, Rows{to, result.stride, count, rows});
+      }
     }
   }
 }
