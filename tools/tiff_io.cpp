@@ -338,6 +338,37 @@ void CopyRow(const PageView& page, int y, const Form& form, size_t bytes, uint8_
   std::transform(in, in + bytes, out, [flip](uint8_t byte) { return static_cast<uint8_t>(byte ^ flip); });
 }
 
+// A strip at a time: libtiff has a faster deflate for that than for rows.
+bool WriteStrips(TIFF* file, const PageView& page, const Form& form) {
+  uint32_t rowsPerStrip = 0;
+  TIFFGetField(file, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
+  const auto rowBytes = static_cast<size_t>(TIFFScanlineSize(file));
+  std::vector<uint8_t> strip(rowBytes * rowsPerStrip);
+  const int rows = static_cast<int>(rowsPerStrip);
+  for (int first = 0; first < page.height(); first += rows) {
+    const int last = std::min(page.height(), first + rows);
+    uint8_t* out = strip.data();
+    for (int y = first; y < last; ++y, out += rowBytes) CopyRow(page, y, form, rowBytes, out);
+    const auto size = static_cast<tmsize_t>(out - strip.data());
+    if (TIFFWriteEncodedStrip(file, static_cast<uint32_t>(first / rows), strip.data(), size) < 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// The one strip of a fax page, without a copy of the page and a buffer of libtiff's that would hold another.
+bool WriteFaxRows(TIFF* file, const PageView& page, const Form& form) {
+  constexpr tmsize_t kBufferBytes = 1 << 16;
+  if (TIFFWriteBufferSetup(file, nullptr, kBufferBytes) == 0) return false;
+  std::vector<uint8_t> row(static_cast<size_t>(TIFFScanlineSize(file)));
+  for (int y = 0; y < page.height(); ++y) {
+    CopyRow(page, y, form, row.size(), row.data());
+    if (TIFFWriteScanline(file, row.data(), static_cast<uint32_t>(y), 0) < 0) return false;
+  }
+  return true;
+}
+
 template <class Value>
 void CopyField(TIFF* from, TIFF* to, uint32_t tag) {
   Value value{};
@@ -419,21 +450,9 @@ EncodedTiff EncodeTiff(const Dib& page, const WriteOptions& options) {
   TiffHandle file = OpenMemory(&memory, "w", &messages);
   if (!file) NotWritten(messages);
   SetForm(file.get(), view, form, options);
-  // A strip at a time: libtiff has a faster deflate for that than for rows.
-  uint32_t rowsPerStrip = 0;
-  TIFFGetField(file.get(), TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
-  const auto rowBytes = static_cast<size_t>(TIFFScanlineSize(file.get()));
-  std::vector<uint8_t> strip(rowBytes * rowsPerStrip);
-  const int rows = static_cast<int>(rowsPerStrip);
-  for (int first = 0; first < view.height(); first += rows) {
-    const int last = std::min(view.height(), first + rows);
-    uint8_t* out = strip.data();
-    for (int y = first; y < last; ++y, out += rowBytes) CopyRow(view, y, form, rowBytes, out);
-    const auto size = static_cast<tmsize_t>(out - strip.data());
-    if (TIFFWriteEncodedStrip(file.get(), static_cast<uint32_t>(first / rows), strip.data(), size) < 0) {
-      NotWritten(messages);
-    }
-  }
+  const bool isWritten = form.compression == COMPRESSION_CCITTFAX4 ? WriteFaxRows(file.get(), view, form)
+                                                                   : WriteStrips(file.get(), view, form);
+  if (!isWritten) NotWritten(messages);
   if (TIFFFlush(file.get()) == 0 || !messages.error.empty()) NotWritten(messages);
   file.reset();
   return bytes;
