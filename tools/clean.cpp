@@ -211,7 +211,8 @@ class Cleaning {
     if (options_.filtersFully) {
       page_ = std::move(filtered);
     } else {
-      const SpeckCount erased = EraseSpecks(page_, filtered, GroundInk(PageView(page_), /*light=*/true));
+      const Ink ground = GroundInk(PageView(page_), /*light=*/true);
+      const SpeckCount erased = EraseSpecks(page_, std::move(filtered), ground);
       record_.specks = erased.specks;
       record_.speckPixels = erased.pixels;
     }

@@ -5,6 +5,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -36,9 +37,6 @@ class BitMap {
     return x >= 0 && y >= 0 && x < width_ && y < height_ &&
            (Row(y)[static_cast<size_t>(x) / 64] >> (63 - x % 64) & 1) != 0;
   }
-  void Set(Place place) {
-    Row(place.y)[static_cast<size_t>(place.x) / 64] |= uint64_t{1} << (63 - place.x % 64);
-  }
   // 64 pixels of a row, from column x on, which may lie outside.
   uint64_t Bits(int x, int y) const {
     if (y < 0 || y >= height_) return 0;
@@ -57,10 +55,59 @@ class BitMap {
   std::vector<uint64_t> bits_;
 };
 
+// The same with few bits set, of which only words that have some take memory.
+class SparseBitMap {
+ public:
+  struct Word {
+    int index;
+    uint64_t bits;
+  };
+
+  explicit SparseBitMap(int height) : rows_(static_cast<size_t>(height)) {}
+
+  const std::vector<Word>& Row(int y) const { return rows_[static_cast<size_t>(y)]; }
+  void Add(int y, Word word) {
+    std::vector<Word>& row = rows_[static_cast<size_t>(y)];
+    const auto place = row.begin() + (From(row, word.index) - row.begin());
+    if (place != row.end() && place->index == word.index) {
+      place->bits |= word.bits;
+    } else {
+      row.insert(place, word);
+    }
+  }
+  void Set(Place place) { Add(place.y, {place.x / 64, uint64_t{1} << (63 - place.x % 64)}); }
+  bool At(Place place) const {
+    const std::vector<Word>& row = Row(place.y);
+    const auto word = From(row, place.x / 64);
+    return word != row.end() && word->index == place.x / 64 && (word->bits >> (63 - place.x % 64) & 1) != 0;
+  }
+  // Whether any is set of columns `left` to `right` of a row, which may lie outside.
+  bool HasAny(int y, int left, int right) const {
+    left = std::max(left, 0);
+    if (y < 0 || y >= static_cast<int>(rows_.size()) || left > right) return false;
+    const std::vector<Word>& row = Row(y);
+    for (auto word = From(row, left / 64); word != row.end() && word->index <= right / 64; ++word) {
+      uint64_t bits = word->bits;
+      if (word->index == left / 64) bits &= ~uint64_t{0} >> left % 64;
+      if (word->index == right / 64) bits &= ~uint64_t{0} << (63 - right % 64);
+      if (bits != 0) return true;
+    }
+    return false;
+  }
+
+ private:
+  static std::vector<Word>::const_iterator From(const std::vector<Word>& row, int index) {
+    return std::lower_bound(row.begin(), row.end(), index,
+                            [](const Word& word, int wanted) { return word.index < wanted; });
+  }
+
+  std::vector<std::vector<Word>> rows_;
+};
+
 uint64_t EightBytes(const uint8_t* bytes) {
-  return uint64_t{bytes[0]} << 56 | uint64_t{bytes[1]} << 48 | uint64_t{bytes[2]} << 40 |
-         uint64_t{bytes[3]} << 32 | uint64_t{bytes[4]} << 24 | uint64_t{bytes[5]} << 16 |
-         uint64_t{bytes[6]} << 8 | uint64_t{bytes[7]};
+  uint64_t word = 0;
+  std::memcpy(&word, bytes, sizeof(word));
+  return std::endian::native == std::endian::little ? __builtin_bswap64(word) : word;
 }
 
 // The dark ones of 64 pixels. Greys are dark below 128: their highest bits are gathered by a multiplication.
@@ -225,6 +272,23 @@ struct Candidate {
   Box box;
 };
 
+// The dark pixels that the filter has made light.
+SparseBitMap TakenPixels(const PageView& page, const Dib& filtered) {
+  const PageView after(filtered);
+  SparseBitMap taken(page.height());
+  std::vector<uint64_t> dark((static_cast<size_t>(page.width()) + 63) / 64), rest(dark.size());
+  for (int y = 0; y < page.height(); ++y) {
+    if (std::memcmp(page.PageRow(y), after.PageRow(y), page.stride()) == 0) continue;
+    DarkBits(page, page.PageRow(y), dark.data());
+    DarkBits(page, after.PageRow(y), rest.data());
+    for (size_t i = 0; i < dark.size(); ++i) {
+      const uint64_t bits = dark[i] & ~rest[i];
+      if (bits != 0) taken.Add(y, {static_cast<int>(i), bits});
+    }
+  }
+  return taken;
+}
+
 // ---- what is no speck -------------------------------------------------------------------------------------
 
 // The dots of small heavy type may be flat, but are close to something: a full stop to a letter, and the dot
@@ -260,7 +324,7 @@ bool IsBesideThinStrokes(const Candidate& candidate, StrokeMap* strokes, int rea
 class Rows {
  public:
   // Dots are looked for up to `furthest` pixels away.
-  Rows(const BitMap& dark, const BitMap& candidates, int furthest, int largestDot)
+  Rows(const BitMap& dark, const SparseBitMap& candidates, int furthest, int largestDot)
       : dark_(dark), candidates_(candidates), furthest_(furthest), largestDot_(largestDot) {}
 
   bool Have(const Candidate& candidate) const {
@@ -346,10 +410,7 @@ class Rows {
     const int around = distance * 3 / 4, own = 2 + distance / kSlope;
     const auto isEmpty = [&](int left, int top, int right, int bottom) {
       for (int y = top; y <= bottom; ++y) {
-        for (int x = left; x <= right; x += 64) {
-          const uint64_t bits = candidates_.Bits(x, y);
-          if ((right - x < 63 ? bits >> (63 - (right - x)) : bits) != 0) return false;
-        }
+        if (candidates_.HasAny(y, left, right)) return false;
       }
       return true;
     };
@@ -361,7 +422,7 @@ class Rows {
   }
 
   const BitMap& dark_;
-  const BitMap& candidates_;
+  const SparseBitMap& candidates_;
   int furthest_, largestDot_;
 };
 
@@ -458,33 +519,32 @@ class Patterns {
 
 }  // namespace
 
-SpeckCount EraseSpecks(const Dib& dib, const Dib& filtered, Ink ground) {
+SpeckCount EraseSpecks(const Dib& dib, Dib filtered, Ink ground) {
   constexpr double kNear = 2, kFurthest = 6, kLargestDot = 0.6, kCell = 4;  // millimetres
   const PageView page(dib);
-  const PageView after(filtered);
   // Specks are a few pixels large: where a page says that these are tiny, no further than this is looked.
   constexpr int kMostResolution = 1200 * 10000 / 254;  // a metre
   const int resolution = std::min(page.resolution().x, kMostResolution);
   const auto toPixels = [resolution](double millimetres) {
     return static_cast<int>(std::lround(millimetres / 1000 * resolution));
   };
-  BitMap dark(page.width(), page.height()), taken(page.width(), page.height());
-  std::vector<uint64_t> rest(dark.words());
-  for (int y = 0; y < page.height(); ++y) {
-    uint64_t* row = dark.Row(y);
-    DarkBits(page, page.PageRow(y), row);
-    if (std::memcmp(page.PageRow(y), after.PageRow(y), page.stride()) == 0) continue;
-    DarkBits(page, after.PageRow(y), rest.data());
-    for (size_t i = 0; i < rest.size(); ++i) taken.Row(y)[i] = row[i] & ~rest[i];
+  const SparseBitMap taken = TakenPixels(page, filtered);
+  std::optional<PageView> after;
+  if (page.bits() == 1) {
+    filtered.Reset();
+  } else {
+    after.emplace(filtered);
   }
+  BitMap dark(page.width(), page.height());
+  for (int y = 0; y < page.height(); ++y) DarkBits(page, page.PageRow(y), dark.Row(y));
 
   std::vector<Candidate> candidates;
-  BitMap dots(page.width(), page.height());  // their pixels
+  SparseBitMap dots(page.height());  // their pixels
   Group group;
   for (int y = 0; y < page.height(); ++y) {
-    for (size_t i = 0; i < taken.words(); ++i) {
-      for (uint64_t word = taken.Row(y)[i]; word != 0; word &= word - 1) {
-        const Place start = {static_cast<int>(i) * 64 + 63 - std::countr_zero(word), y};
+    for (const auto& [index, bits] : taken.Row(y)) {
+      for (uint64_t word = bits; word != 0; word &= word - 1) {
+        const Place start = {index * 64 + 63 - std::countr_zero(word), y};
         if (dots.At(start) || !Follow(dark, start, kSmallest, &group)) continue;
         const auto count =
             std::count_if(group.begin(), group.end(), [&](Place place) { return taken.At(place); });
@@ -510,7 +570,7 @@ SpeckCount EraseSpecks(const Dib& dib, const Dib& filtered, Ink ground) {
       if (page.bits() == 1 || !taken.At({x, y})) {
         PaintRow(page, y, x, x + 1, ground);
       } else {
-        page.PageRow(y)[x] = after.PageRow(y)[x];
+        page.PageRow(y)[x] = after->PageRow(y)[x];
       }
       ++result.pixels;
     }

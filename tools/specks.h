@@ -16,8 +16,8 @@ struct SpeckCount {
 // Lightens in `page` the groups of dark pixels that the speck filter has taken for the most part in
 // `filtered`. Strokes keep their ends and corners, and groups stay that belong to something: dots beside
 // strokes as thin as they are, rows of dots, and patterns of dots. For 1-bit black-and-white pages and 8-bit
-// greys.
-SpeckCount EraseSpecks(const Dib& page, const Dib& filtered, Ink ground);
+// greys. `filtered` is freed as early as it can be.
+SpeckCount EraseSpecks(const Dib& page, Dib filtered, Ink ground);
 
 }  // namespace rastrel::tool
 
