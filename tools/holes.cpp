@@ -91,16 +91,16 @@ class HoleMap {
         punched_(punched),
         table_(BrightnessTable(strip)),
         brightness_(static_cast<size_t>(strip.width())),
-        cells_(static_cast<size_t>(width()) * static_cast<size_t>(height())),
-        isKnown_(static_cast<size_t>(height())) {}
+        cells_(static_cast<size_t>(height())) {}
 
   static constexpr uint8_t kDark = 1, kCovered = 2, kSeen = 4;
 
   int width() const { return strip_.width(); }
   int height() const { return strip_.height(); }
   uint8_t& at(int x, int y) {
-    if (isKnown_[static_cast<size_t>(y)] == 0) LookAt(y);
-    return cells_[static_cast<size_t>(y) * static_cast<size_t>(width()) + static_cast<size_t>(x)];
+    std::vector<uint8_t>& row = cells_[static_cast<size_t>(y)];
+    if (row.empty()) row = LookAt(y);
+    return row[static_cast<size_t>(x)];
   }
   bool IsDark(int x, int y) {
     return x >= 0 && y >= 0 && x < width() && y < height() && (at(x, y) & kDark) != 0;
@@ -113,25 +113,24 @@ class HoleMap {
   }
 
  private:
-  void LookAt(int y) {
+  std::vector<uint8_t> LookAt(int y) {
     constexpr int kDarkBelow = 128;  // the brightness that the operations go by
-    isKnown_[static_cast<size_t>(y)] = 1;
     const bool isPainted = IsPainted(y);
     RowBrightness(strip_, table_, y, 0, width(), brightness_.data());
-    uint8_t* cells = &at(0, y);
+    std::vector<uint8_t> cells(static_cast<size_t>(width()));
     for (int x = 0; x < width(); ++x) {
       const bool isCovered = isPainted && !SamePixel(strip_, strip_.PageRow(y), punched_.PageRow(y), x);
-      cells[x] = static_cast<uint8_t>((brightness_[static_cast<size_t>(x)] < kDarkBelow ? kDark : 0) |
-                                      (isCovered ? kCovered : 0));
+      cells[static_cast<size_t>(x)] = static_cast<uint8_t>(
+          (brightness_[static_cast<size_t>(x)] < kDarkBelow ? kDark : 0) | (isCovered ? kCovered : 0));
     }
+    return cells;
   }
 
   const PageView& strip_;
   const PageView& punched_;
   std::vector<uint8_t> table_;
   std::vector<uint8_t> brightness_;
-  std::vector<uint8_t> cells_;
-  std::vector<uint8_t> isKnown_;
+  std::vector<std::vector<uint8_t>> cells_;
 };
 
 // ---- what a hole looks like -------------------------------------------------------------------------------
