@@ -23,23 +23,40 @@ Dib Run(std::string_view operation, const Dib& page, const Values& values = {}) 
 constexpr int kFillsLightSpecks = 80;
 
 // TrimBlackBorder walks in from the right through what lies behind a row of 1 bit, which may be the row
-// above, and ends a margin at the first light speck. This is the page with dark pixels behind its rows and
-// without light specks.
-Dib PrepareForTrim(const Dib& page) {
-  const PageView from(page);
+// above, and ends a margin at the first light speck. This is some rows of the page with dark pixels behind
+// them and without light specks.
+Dib PrepareForTrim(const PageView& from, int top, int bottom) {
   const size_t rowBytes = static_cast<size_t>(from.width() + 7) / 8;
   const auto width =
       static_cast<int64_t>(rowBytes / 4 * 4 + 3) * 8;  // byte width / 8 is the last of its own row
-  const Dib wide = MakePage(width, from.height(), 1, from.resolution());
+  const Dib wide = MakePage(width, bottom - top, 1, from.resolution());
   const PageView to(wide);
   const auto lastMask = static_cast<uint8_t>(0xFF << (rowBytes * 8 - static_cast<size_t>(from.width())));
-  for (int y = 0; y < from.height(); ++y) {
-    uint8_t* row = to.PageRow(y);
+  for (int y = top; y < bottom; ++y) {
+    uint8_t* row = to.PageRow(y - top);
     std::memset(row, 0, to.stride());
     std::memcpy(row, from.PageRow(y), rowBytes);
     row[rowBytes - 1] &= lastMask;
   }
   return Checked(CleanImage(wide.handle(), kFillsLightSpecks, 0), "no memory");
+}
+
+PaintedRuns RunsOfTrim(const Dib& dib) {
+  // Rows are trimmed each for itself. Without light specks they need the rows around, so that bands overlap.
+  constexpr int kBandRows = 256;
+  const PageView page(dib);
+  PaintedRuns runs;
+  if (page.bits() != 1) {
+    AddPaintedRuns(page, dib, Run("trim", dib), 0, page.height(), &runs);
+    return runs;
+  }
+  for (int first = 0; first < page.height(); first += kBandRows) {
+    const int last = std::min(page.height(), first + kBandRows);
+    const int top = std::max(0, first - 1), bottom = std::min(page.height(), last + 1);
+    const Dib band = PrepareForTrim(page, top, bottom);
+    AddPaintedRuns(page, band, Run("trim", band), first - top, last - top, &runs);
+  }
+  return runs;
 }
 
 // A two-colour page, worked on as black and white with the darker colour as entry 0, which is what the
@@ -69,31 +86,45 @@ class AsBlackAndWhite {
   bool isActive_ = false;
 };
 
-// The library's count of ink on 1-bit pages takes in padding.
-void WhitenPadding(const PageView& page) {
-  const auto firstByte = static_cast<size_t>(page.width() / 8);
-  if (firstByte == page.stride()) return;
-  for (int y = 0; y < page.height(); ++y) {
-    uint8_t* row = page.PageRow(y);
-    row[firstByte] = static_cast<uint8_t>(row[firstByte] | 0xFF >> page.width() % 8);
-    std::memset(row + firstByte + 1, 0xFF, page.stride() - firstByte - 1);
+// The library's count of ink on 1-bit pages takes in padding. Whitens it, and puts it back at the end.
+class WhitePadding {
+ public:
+  explicit WhitePadding(const PageView& page) : page_(page) {
+    if (page.bits() != 1 || start_ == page.stride()) return;
+    for (int y = 0; y < page.height(); ++y) {
+      uint8_t* row = page.PageRow(y);
+      before_.insert(before_.end(), row + start_, row + page.stride());
+      row[start_] = static_cast<uint8_t>(row[start_] | 0xFF >> page.width() % 8);
+      std::memset(row + start_ + 1, 0xFF, page.stride() - start_ - 1);
+    }
   }
-}
+  ~WhitePadding() {
+    const size_t count = page_.stride() - start_;
+    for (size_t i = 0; i < before_.size(); i += count) {
+      std::memcpy(page_.PageRow(static_cast<int>(i / count)) + start_, &before_[i], count);
+    }
+  }
+  WhitePadding(const WhitePadding&) = delete;
+  WhitePadding& operator=(const WhitePadding&) = delete;
+
+ private:
+  const PageView& page_;
+  size_t start_ = static_cast<size_t>(page_.width() / 8);  // of bytes with padding
+  std::vector<uint8_t> before_;
+};
 
 bool IsBlank(const Dib& page, bool isTextDark, double percent) {
   constexpr int kInkBelow = 80;  // percent of the paper's brightness
-  const Dib copy = isTextDark ? Duplicate(page) : Run("invert", page);
-  COLORREF ink = 0;
-  {
-    const PageView view(copy);
-    if (view.bits() == 1) WhitenPadding(view);
-    const Ink ground = GroundInk(view, /*light=*/true);
-    const std::vector<uint8_t> table = BrightnessTable(view);
-    const unsigned paper = view.bits() == 24 ? (ground.bytes[0] + ground.bytes[1] + ground.bytes[2]) / 3u
-                                             : table[ground.bytes[0]];
-    ink = paper * kInkBelow / 100 * 0x010101u;
-  }
-  return IsImageBlank(copy.handle(), static_cast<int>(std::lround(percent * 10)), ink) == 1;
+  const Dib negative = isTextDark ? Dib() : Run("invert", page);
+  const Dib& dark = isTextDark ? page : negative;
+  const PageView view(dark);
+  const WhitePadding padding(view);
+  const Ink ground = GroundInk(view, /*light=*/true);
+  const std::vector<uint8_t> table = BrightnessTable(view);
+  const unsigned paper =
+      view.bits() == 24 ? (ground.bytes[0] + ground.bytes[1] + ground.bytes[2]) / 3u : table[ground.bytes[0]];
+  const COLORREF ink = paper * kInkBelow / 100 * 0x010101u;
+  return IsImageBlank(dark.handle(), static_cast<int>(std::lround(percent * 10)), ink) == 1;
 }
 
 // A page on its way through the steps.
@@ -178,9 +209,7 @@ class Cleaning {
 
   void Trim() {
     RequireDarkText();
-    const Dib prepared = PageView(page_).bits() == 1 ? PrepareForTrim(page_) : Dib();
-    const Dib& before = prepared ? prepared : page_;
-    const BorderResult result = PaintBorders(page_, before, Run("trim", before), Ground());
+    const BorderResult result = PaintBorders(page_, RunsOfTrim(page_), Ground());
     record_.trimmedLeft = result.left;
     record_.trimmedRight = result.right;
     if (result.isPictureLeft || result.isPictureRight)

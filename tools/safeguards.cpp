@@ -201,21 +201,23 @@ bool IsDarkPage(const Dib& dib) {
   return isMostlyDark(around) && isMostlyDark(middle);
 }
 
-BorderResult PaintBorders(const Dib& dib, const Dib& source, const Dib& trimmed, Ink ground) {
-  const PageView page(dib);
+void AddPaintedRuns(const PageView& page, const Dib& source, const Dib& trimmed, int from, int to,
+                    PaintedRuns* runs) {
   const PageView before(source);
   const PageView after(trimmed);
-  const auto height = static_cast<size_t>(page.height());
-  std::vector<int> left(height), right(height);
-  for (int y = 0; y < page.height(); ++y) {
+  for (int y = from; y < to; ++y) {
     const uint8_t* old = before.PageRow(y);
     const uint8_t* painted = after.PageRow(y);
-    if (std::memcmp(old, painted, page.stride()) == 0) continue;
-    left[static_cast<size_t>(y)] = PaintedRun(page, old, painted, true);
-    right[static_cast<size_t>(y)] = PaintedRun(page, old, painted, false);
+    const bool isPainted = std::memcmp(old, painted, page.stride()) != 0;
+    runs->left.push_back(isPainted ? PaintedRun(page, old, painted, true) : 0);
+    runs->right.push_back(isPainted ? PaintedRun(page, old, painted, false) : 0);
   }
-  left = BorderRuns(left, page);
-  right = BorderRuns(right, page);
+}
+
+BorderResult PaintBorders(const Dib& dib, const PaintedRuns& runs, Ink ground) {
+  const PageView page(dib);
+  const auto height = static_cast<size_t>(page.height());
+  std::vector<int> left = BorderRuns(runs.left, page), right = BorderRuns(runs.right, page);
   BorderResult result;
   result.isPictureLeft = LooksLikePicture(page, left, true);
   result.isPictureRight = LooksLikePicture(page, right, false);

@@ -4,6 +4,7 @@
 #define RASTREL_TOOLS_SAFEGUARDS_H
 
 #include <cstdint>
+#include <vector>
 
 #include "page.h"
 
@@ -18,9 +19,18 @@ struct BorderResult {
   bool isPictureLeft = false;   // a dark margin was left alone because it looks like a picture
   bool isPictureRight = false;
 };
-// Paints in `page`, with `ground`, the margins that are dark in `before` and painted in `trimmed`, where they
-// stand tall enough to be a border. A line of text or a rule that runs into the edge is not.
-BorderResult PaintBorders(const Dib& page, const Dib& before, const Dib& trimmed, Ink ground);
+// How far trimming paints each row of a page, top row first, from its left and its right end.
+struct PaintedRuns {
+  std::vector<int> left, right;
+};
+// Adds those of some rows of `page`: rows `from` up to `to` of `before` and of `trimmed`, which are as wide
+// or wider.
+void AddPaintedRuns(const PageView& page, const Dib& before, const Dib& trimmed, int from, int to,
+                    PaintedRuns* runs);
+
+// Paints in `page`, with `ground`, the margins that trimming has painted, where they stand tall enough to be
+// a border. A line of text or a rule that runs into the edge is not.
+BorderResult PaintBorders(const Dib& page, const PaintedRuns& runs, Ink ground);
 
 }  // namespace rastrel::tool
 
