@@ -127,6 +127,15 @@ bool IsBlank(const Dib& page, bool isTextDark, double percent) {
   return IsImageBlank(dark.handle(), static_cast<int>(std::lround(percent * 10)), ink) == 1;
 }
 
+int64_t ChangedPixels(const Dib& before, const Dib& after) {
+  const PageView from(before), to(after);
+  int64_t changed = 0;
+  for (int y = 0; y < from.height(); ++y) {
+    for (int x = 0; x < from.width(); ++x) changed += !SamePixel(from, from.PageRow(y), to.PageRow(y), x);
+  }
+  return changed;
+}
+
 // A page on its way through the steps.
 class Cleaning {
  public:
@@ -209,11 +218,16 @@ class Cleaning {
 
   void Trim() {
     RequireDarkText();
+    constexpr int kLeastSide = 32;  // of a page that has an edge and a middle
+    if (place_.widthIn < kLeastSide || place_.heightIn < kLeastSide) throw NotHere{"the page is too small"};
     const BorderResult result = PaintBorders(page_, RunsOfTrim(page_), Ground());
     record_.trimmedLeft = result.left;
     record_.trimmedRight = result.right;
-    if (result.isPictureLeft || result.isPictureRight)
-      throw NotHere{"what is dark at the edge looks like a picture"};
+    if (result.isTooMuch) throw NotHere{"what is dark at the edges is more than a border"};
+    if (result.isPictureLeft || result.isPictureRight) {
+      throw NotHere{fmt::format("what is dark at the {} edge looks like a picture",
+                                result.isPictureLeft ? "left" : "right")};
+    }
   }
 
   void EraseHoles() {
@@ -238,6 +252,7 @@ class Cleaning {
     if (!record_.isTextDark) Negate();
     Dib filtered = Run("clean", page_, values);
     if (options_.filtersFully) {
+      record_.speckPixels = ChangedPixels(page_, filtered);
       page_ = std::move(filtered);
     } else {
       const Ink ground = GroundInk(PageView(page_), /*light=*/true);
@@ -331,6 +346,7 @@ Dib CleanPage(Dib page, const CleanOptions& options, PageRecord* record, Dib* ov
       continue;
     }
     const StepTimer timer(record, "reduce");
+    record->isReduced = true;
     page = step.operation->run(page, step.values);
   }
   return page;

@@ -54,6 +54,7 @@ struct PageRecord {
   std::optional<double> skewConfidence;  // 0 to 1, where it was measured finely
   bool isTurned = false;
   bool isCropped = false;
+  bool isReduced = false;                     // to black and white
   int64_t trimmedLeft = 0, trimmedRight = 0;  // pixels
   std::vector<Hole> holes;                    // where they were on the page as it came in
   int64_t specks = 0, speckPixels = 0;

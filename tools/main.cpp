@@ -18,6 +18,17 @@ using namespace rastrel::tool;
 constexpr int kExitUsage = 2;
 constexpr size_t kHelpWidth = 70;
 
+// CLI::Range takes "nan" for a number in every range.
+CLI::Validator Between(double least, double most) {
+  const auto check = [=](const std::string& text) {
+    double value = 0;
+    const bool isInside = CLI::detail::lexical_cast(text, value) && value >= least && value <= most;
+    return isInside ? std::string()
+                    : fmt::format("'{}' is not a number from {:g} to {:g}", text, least, most);
+  };
+  return {check, fmt::format("{:g} to {:g}", least, most), "between"};
+}
+
 // An option whose range, default and help are those of an operation's parameter.
 template <class Use>
 CLI::Option* AddFromTable(CLI::App* app, const std::string& option, const char* operation,
@@ -62,7 +73,7 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
       ->type_name("NAME");
   app->add_flag("--overwrite", options->overwrites, "Let an output replace an input");
   app->add_option("--dpi", options->dpi, "Dots per inch of files that do not say (300, with a warning)")
-      ->check(CLI::Range(20.0, 20000.0))
+      ->check(Between(20, 20000))
       ->type_name("N");
   app->add_option("--quality", options->write.jpegQuality,
                   "Compress grey and colour pages in TIFF files as JPEG of this quality, 1 to 100\n"
@@ -144,7 +155,7 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
           "--no-deskew", [&steps] { steps.deskew = Deskew::kOff; }, "Leave skewed pages as they are")
       ->trigger_on_parse();
   clean->add_option("--max-skew", steps.mostSkew, "Degrees beyond which a page is not turned (15)")
-      ->check(CLI::Range(0.0, 45.0))
+      ->check(Between(0, 45))
       ->type_name("N");
   clean
       ->add_option_function<double>(
@@ -154,7 +165,7 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
             options->clean.blankPercent = percent;
           },
           "Leave out pages with less ink than that percentage of the page,\nin steps of 0.1 (off)")
-      ->check(CLI::Range(0.1, 100.0))
+      ->check(Between(0.1, 100))
       ->type_name("PERCENT");
   clean
       ->add_option_function<std::string>(

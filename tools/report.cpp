@@ -13,7 +13,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-double Rounded(double value, double steps) { return std::round(value * steps) / steps; }
+double Rounded(double value, double steps) { return std::round(value * steps) / steps + 0.0; }  // no -0.0
 
 Json ToJson(const PageReport& report, Command command) {
   const PageRecord& record = report.record;
@@ -90,6 +90,8 @@ std::string Deeds(const PageReport& report) {
   if (!record.holes.empty())
     add(fmt::format("{} hole{} erased", record.holes.size(), record.holes.size() == 1 ? "" : "s"));
   if (record.specks > 0) add("specks removed");
+  if (record.specks == 0 && record.speckPixels > 0) add("filtered");
+  if (record.isReduced) add("made black and white");
   return text.empty() ? "nothing to do" : text;
 }
 

@@ -80,6 +80,18 @@ std::vector<int> BorderRuns(const std::vector<int>& runs, const PageView& page) 
   return border;
 }
 
+// A border begins in a corner or goes along much of the page. What stands between is a tab or a picture.
+void KeepAtCorners(std::vector<int>* runs) {
+  constexpr std::ptrdiff_t kLong = 4;  // in one: the part of the page's height
+  const auto height = static_cast<std::ptrdiff_t>(runs->size());
+  for (auto first = runs->begin(); first != runs->end();) {
+    const auto last = std::find(first, runs->end(), 0);
+    const bool isAtCorner = first == runs->begin() || last == runs->end();
+    if (!isAtCorner && (last - first) * kLong < height) std::fill(first, last, 0);
+    first = std::find_if(last, runs->end(), [](int run) { return run != 0; });
+  }
+}
+
 // Lets borders take their soft edge along: what is neither as dark as they are nor as light as the ground.
 // Where an edge is nearly level, rows beside the border have some of it as well.
 void AddSoftEdge(const PageView& page, Ink ground, bool fromLeft, std::vector<int>* runs) {
@@ -111,12 +123,15 @@ void AddSoftEdge(const PageView& page, Ink ground, bool fromLeft, std::vector<in
 // A scanner's background is evenly dark. A picture that bleeds off the page is not, and what is deep enough
 // for one is looked at. 1-bit pictures are not dark in one piece.
 bool LooksLikePicture(const PageView& page, const std::vector<int>& runs, bool fromLeft) {
-  constexpr double kDeep = 0.08;  // of the page's width, on average
-  constexpr double kUneven = 20;  // standard deviation of brightness
+  constexpr double kDeep = 0.04;  // of the page's width, on average where there is a margin
+  constexpr double kUneven = 15;  // standard deviation of brightness
   constexpr int kBorder = 100;    // the brightness below which margins are painted
-  double depth = 0;
-  for (const int run : runs) depth += run;
-  if (page.bits() == 1 || depth < kDeep * page.width() * page.height()) return false;
+  double depth = 0, rows = 0;
+  for (const int run : runs) {
+    depth += run;
+    rows += run > 0;
+  }
+  if (page.bits() == 1 || rows == 0 || depth < kDeep * page.width() * rows) return false;
   const std::vector<uint8_t> table = BrightnessTable(page);
   std::vector<uint8_t> row(static_cast<size_t>(page.width()));
   double count = 0, sum = 0, squares = 0;
@@ -223,6 +238,15 @@ BorderResult PaintBorders(const Dib& dib, const PaintedRuns& runs, Ink ground) {
   result.isPictureRight = LooksLikePicture(page, right, false);
   if (result.isPictureLeft) left.assign(height, 0);
   if (result.isPictureRight) right.assign(height, 0);
+  KeepAtCorners(&left);
+  KeepAtCorners(&right);
+  constexpr int64_t kMost = 3;  // in one: the part of the page
+  const int64_t area = std::accumulate(left.begin(), left.end(), int64_t{0}) +
+                       std::accumulate(right.begin(), right.end(), int64_t{0});
+  if (area * kMost > int64_t{page.width()} * page.height()) {
+    result.isTooMuch = true;
+    return result;
+  }
   AddSoftEdge(page, ground, true, &left);
   AddSoftEdge(page, ground, false, &right);
   for (int y = 0; y < page.height(); ++y) {

@@ -18,6 +18,7 @@ struct BorderResult {
   int64_t left = 0, right = 0;  // pixels painted
   bool isPictureLeft = false;   // a dark margin was left alone because it looks like a picture
   bool isPictureRight = false;
+  bool isTooMuch = false;  // nothing was painted: it would have been more than a third of the page
 };
 // How far trimming paints each row of a page, top row first, from its left and its right end.
 struct PaintedRuns {

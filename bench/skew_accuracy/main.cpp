@@ -22,8 +22,8 @@ namespace {
 constexpr int kResolutions[] = {100, 150, 200, 300, 400, 600};
 
 struct Options {
-  uint64_t first = 5000;
-  int pages = 24;
+  uint64_t first = 7000;
+  int pages = 12;
   const char* kind = nullptr;
   double range = 0;
   bool isListed = false;

@@ -466,6 +466,29 @@ TEST(Clean, DoesWhatTheOptionsSayAndNotesWhatItCannotDo) {
   EXPECT_EQ(3u, unmeasured.record.skipped.size());
 }
 
+// A photograph on part of the page, a thumb tab, a black half, and pages as thin as a line are no borders.
+TEST(Clean, LeavesWhatIsDarkAtTheEdgeAndNoBorder) {
+  for (const int bits : {1, 8, 24}) {
+    Drawing tab(bits), half(bits), line(bits, 900, 8);
+    tab.Fill(kWidth - 90, 700, kWidth, 900);
+    half.Fill(0, 0, kWidth / 2, kHeight);
+    line.Fill(0, 0, 900, 8);
+    for (Drawing* drawing : {&tab, &half, &line}) {
+      const Dib before = Duplicate(drawing->page());
+      const Cleaned after(drawing->Take());
+      EXPECT_TRUE(SamePixels(before, after.page)) << bits << " bits";
+      EXPECT_EQ(0, after.record.trimmedPixels());
+    }
+  }
+  Drawing photograph(8);
+  const PageView view(photograph.page());
+  for (int y = 400; y < 900; ++y) {
+    for (int x = kWidth - 300; x < kWidth; ++x) view.PageRow(y)[x] = static_cast<uint8_t>((x + y) % 90);
+  }
+  const Dib before = Duplicate(photograph.page());
+  EXPECT_TRUE(SamePixels(before, Cleaned(photograph.Take()).page));
+}
+
 TEST(Clean, TurnsByWholeDegreesOrOnlyByAnglesThatAreCertain) {
   Drawing rule(8);
   for (int x = 100; x < kWidth - 100; ++x) {

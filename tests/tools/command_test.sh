@@ -33,7 +33,7 @@ case_usage() {
   expect 0 "$rastrel" apply --list
   local arguments
   for arguments in "" "polish x" "clean" "clean $letter" "clean $letter -o x.jpg" "clean $letter -o x" \
-    "clean $letter -o x.png --speck-level 19" "clean $letter -o x.png --holes -4" "clean $letter -o x.png -j 0" \
+    "clean $letter -o x.png --speck-level 19" "clean $letter -o x.png --holes -4" "clean $letter -o x.png -j 0" "clean $letter -o x.png --max-skew nan" \
     "clean $letter -o x.png --reduce paint" "clean $letter -o x.png --brightness 1.5" "apply -o x.png trim" \
     "apply $letter -o x.png scale" "apply $letter -o x.png trim $letter" "apply $letter -o x.png trim:1" "apply $letter -o x.png trim polish" "apply $letter -o x.png rotate:much"; do
     # shellcheck disable=SC2086
