@@ -5,11 +5,11 @@
 #include <cstring>
 #include <type_traits>
 
-#include "frame/bit_rows.h"
 #include "frame/dib.h"
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
-#include "platform/processor.h"
+#include "pixels/bit_rows.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 namespace {

@@ -8,8 +8,8 @@
 #include <cstdint>
 
 #include "cleanup/progress_window.h"
-#include "frame/bit_square.h"
 #include "frame/dib.h"
+#include "pixels/bit_square.h"
 
 namespace rastrel {
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "cleanup/darkness.h"
-#include "platform/processor.h"
+#include "pixels/processor.h"
 
 #ifdef __SSE2__
 #include <emmintrin.h>

@@ -7,7 +7,7 @@
 #include "frame/dib.h"
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
-#include "platform/bit_runs.h"
+#include "pixels/bit_runs.h"
 
 namespace rastrel {
 namespace {

@@ -11,7 +11,7 @@
 
 #include "frame/dib.h"
 #include "frame/rastrel.h"
-#include "platform/processor.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 namespace {

@@ -5,7 +5,7 @@
 #include "frame/dib.h"
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
-#include "platform/processor.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 namespace {

@@ -9,7 +9,7 @@
 #include "frame/device_context.h"
 #include "frame/dib.h"
 #include "frame/thread_state.h"
-#include "platform/colours.h"
+#include "pixels/colours.h"
 
 namespace rastrel {
 namespace {

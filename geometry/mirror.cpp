@@ -9,7 +9,7 @@
 #include "geometry/bitmap_bits.h"
 #include "geometry/dib_extent.h"
 #include "geometry/reversal.h"
-#include "platform/processor.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 namespace {

@@ -4,7 +4,7 @@
 #include <bit>
 #include <cstring>
 
-#include "platform/processor.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 namespace {

@@ -28,7 +28,7 @@
 #include "geometry/plane.h"
 #include "geometry/reversal.h"
 #include "geometry/transposition.h"
-#include "platform/processor.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 namespace {

@@ -3,7 +3,7 @@
 #define RASTREL_SCALE_COMBINATION_H
 
 #include "frame/dib.h"
-#include "platform/colours.h"
+#include "pixels/colours.h"
 
 namespace rastrel {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <new>
 
-#include "platform/pixel_runs.h"
+#include "pixels/pixel_runs.h"
 
 namespace rastrel {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "platform/processor.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 namespace {

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "frame/bit_rows.h"
-#include "frame/bit_square.h"
-#include "platform/processor.h"
+#include "pixels/bit_rows.h"
+#include "pixels/bit_square.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 namespace {

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "platform/byte_shuffle.h"
+#include "pixels/byte_shuffle.h"
 
 namespace rastrel {
 namespace {

@@ -7,7 +7,7 @@
 #include "frame/dib.h"
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
-#include "platform/colours.h"
+#include "pixels/colours.h"
 #include "scale/indexed_rows.h"
 #include "scale/mono_scaling.h"
 #include "scale/resampling.h"

@@ -9,7 +9,7 @@
 
 #include "frame/dib.h"
 #include "frame/rastrel.h"
-#include "platform/processor.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 namespace {

@@ -9,8 +9,8 @@
 #include <array>
 #include <cstring>
 
-#include "platform/byte_shuffle.h"
-#include "platform/processor.h"
+#include "pixels/byte_shuffle.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 namespace {

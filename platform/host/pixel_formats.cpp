@@ -4,8 +4,8 @@
 #include <cstring>
 #include <new>
 
-#include "platform/bit_runs.h"
-#include "platform/pixel_runs.h"
+#include "pixels/bit_runs.h"
+#include "pixels/pixel_runs.h"
 
 namespace rastrel::host {
 namespace {

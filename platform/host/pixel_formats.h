@@ -7,7 +7,7 @@
 #include <initializer_list>
 #include <memory>
 
-#include "platform/colours.h"
+#include "pixels/colours.h"
 
 namespace rastrel::host {
 

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/bit_runs.h"
+#include "pixels/bit_runs.h"
 #include "platform/host/device_objects.h"
 #include "platform/host/pixel_formats.h"
 #include "platform/host/screen.h"

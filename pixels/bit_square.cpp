@@ -1,8 +1,8 @@
-#include "frame/bit_square.h"
+#include "pixels/bit_square.h"
 
 #include <initializer_list>
 
-#include "platform/processor.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 namespace {

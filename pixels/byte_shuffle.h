@@ -1,10 +1,10 @@
 // Bytes of a vector put in any order.
-#ifndef RASTREL_PLATFORM_BYTE_SHUFFLE_H
-#define RASTREL_PLATFORM_BYTE_SHUFFLE_H
+#ifndef RASTREL_PIXELS_BYTE_SHUFFLE_H
+#define RASTREL_PIXELS_BYTE_SHUFFLE_H
 
 #include <cstdint>
 
-#include "platform/processor.h"
+#include "pixels/processor.h"
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <immintrin.h>

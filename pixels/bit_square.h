@@ -1,6 +1,6 @@
 // Squares of 64 x 64 bits.
-#ifndef RASTREL_FRAME_BIT_SQUARE_H
-#define RASTREL_FRAME_BIT_SQUARE_H
+#ifndef RASTREL_PIXELS_BIT_SQUARE_H
+#define RASTREL_PIXELS_BIT_SQUARE_H
 
 #include <cstdint>
 

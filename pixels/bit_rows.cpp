@@ -1,9 +1,9 @@
-#include "frame/bit_rows.h"
+#include "pixels/bit_rows.h"
 
 #include <cstring>
 
-#include "platform/bit_runs.h"
-#include "platform/processor.h"
+#include "pixels/bit_runs.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 namespace {

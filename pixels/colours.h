@@ -1,13 +1,13 @@
 // Colours, tables of them, and the search for the nearest entry of a table.
-#ifndef RASTREL_PLATFORM_COLOURS_H
-#define RASTREL_PLATFORM_COLOURS_H
+#ifndef RASTREL_PIXELS_COLOURS_H
+#define RASTREL_PIXELS_COLOURS_H
 
 #include <array>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/processor.h"
+#include "pixels/processor.h"
 
 namespace rastrel {
 

@@ -1,6 +1,6 @@
 // Runs of pixels of 1, 4, 8, 16, 24 or 32 bits within rows.
-#ifndef RASTREL_PLATFORM_PIXEL_RUNS_H
-#define RASTREL_PLATFORM_PIXEL_RUNS_H
+#ifndef RASTREL_PIXELS_PIXEL_RUNS_H
+#define RASTREL_PIXELS_PIXEL_RUNS_H
 
 #include <cstddef>
 #include <cstdint>

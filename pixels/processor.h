@@ -1,6 +1,6 @@
 // What the processor may offer beyond what the library is compiled for.
-#ifndef RASTREL_PLATFORM_PROCESSOR_H
-#define RASTREL_PLATFORM_PROCESSOR_H
+#ifndef RASTREL_PIXELS_PROCESSOR_H
+#define RASTREL_PIXELS_PROCESSOR_H
 
 // RASTREL_FOR_AVX2 and RASTREL_FOR_SSSE3 compile a function for these: call it only where the processor has
 // them. RASTREL_ALSO_AVX2 compiles one twice, and the loader picks; where loaders cannot, and under the

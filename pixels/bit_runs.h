@@ -1,6 +1,6 @@
 // Runs of bits within rows, at any offset. The first bit of a byte is its highest.
-#ifndef RASTREL_PLATFORM_BIT_RUNS_H
-#define RASTREL_PLATFORM_BIT_RUNS_H
+#ifndef RASTREL_PIXELS_BIT_RUNS_H
+#define RASTREL_PIXELS_BIT_RUNS_H
 
 #include <cstddef>
 #include <cstdint>

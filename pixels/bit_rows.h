@@ -1,6 +1,6 @@
 // Bits of rows, from any place on.
-#ifndef RASTREL_FRAME_BIT_ROWS_H
-#define RASTREL_FRAME_BIT_ROWS_H
+#ifndef RASTREL_PIXELS_BIT_ROWS_H
+#define RASTREL_PIXELS_BIT_ROWS_H
 
 #include <cstddef>
 #include <cstdint>
