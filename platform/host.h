@@ -23,7 +23,27 @@ typedef void* HBITMAP;
 typedef void* HPALETTE;
 typedef uint32_t COLORREF; /* red in the low byte, then green, then blue */
 
-/* The three records of a packed bitmap, laid out as they lie in memory and in files. */
+/* The records of a packed bitmap, laid out as they lie in memory and in files.
+ *
+ * Other imaging libraries declare some of these under the same names and with the same layout, and agree by
+ * _WINDOWS_ on who has done so. Their records are taken where their header stands first; where this one does,
+ * it declares all that they expect of whoever came before. A program whose other header goes by no such mark
+ * includes that one first and defines RASTREL_NO_HOST_RECORDS: no record is declared here then. */
+#ifndef _WINDOWS_
+#define _WINDOWS_
+#ifndef FALSE
+#define FALSE 0
+#define TRUE 1
+#endif
+typedef int32_t BOOL;
+typedef uint8_t BYTE;
+typedef uint16_t WORD;
+typedef uint32_t DWORD;
+typedef int32_t LONG;
+typedef int64_t INT64;
+typedef uint64_t UINT64;
+
+#ifndef RASTREL_NO_HOST_RECORDS
 typedef struct tagBITMAPINFOHEADER {
   uint32_t biSize;
   int32_t biWidth;
@@ -38,6 +58,27 @@ typedef struct tagBITMAPINFOHEADER {
   uint32_t biClrImportant;
 } BITMAPINFOHEADER;
 
+typedef struct tagRGBQUAD {
+  uint8_t rgbBlue;
+  uint8_t rgbGreen;
+  uint8_t rgbRed;
+  uint8_t rgbReserved;
+} RGBQUAD;
+
+typedef struct tagRGBTRIPLE {
+  uint8_t rgbtBlue;
+  uint8_t rgbtGreen;
+  uint8_t rgbtRed;
+} RGBTRIPLE;
+
+typedef struct tagBITMAPINFO {
+  BITMAPINFOHEADER bmiHeader;
+  RGBQUAD bmiColors[1];
+} BITMAPINFO;
+#endif
+#endif
+
+#ifndef RASTREL_NO_HOST_RECORDS
 typedef struct tagBITMAPCOREHEADER {
   uint32_t bcSize;
   uint16_t bcWidth;
@@ -45,13 +86,6 @@ typedef struct tagBITMAPCOREHEADER {
   uint16_t bcPlanes;
   uint16_t bcBitCount;
 } BITMAPCOREHEADER;
-
-typedef struct tagRGBQUAD {
-  uint8_t rgbBlue;
-  uint8_t rgbGreen;
-  uint8_t rgbRed;
-  uint8_t rgbReserved;
-} RGBQUAD;
 
 /* A device bitmap: rows from the top down, bmWidthBytes each, padded to 2 bytes. */
 typedef struct tagBITMAP {
@@ -88,6 +122,7 @@ typedef struct tagRECT {
   int32_t right;
   int32_t bottom;
 } RECT;
+#endif
 
 #define BI_RGB 0u
 #define BI_RLE8 1u

@@ -10,10 +10,6 @@
 #include <cstddef>
 #include <cstdint>
 
-using BOOL = int;
-using WORD = uint16_t;
-using DWORD = uint32_t;
-using LONG = int32_t;
 using UINT = uint32_t;
 using HANDLE = void*;
 using HINSTANCE = void*;
@@ -29,8 +25,6 @@ using LPCSTR = const char*;
 
 #define WINAPI
 #define CALLBACK
-constexpr BOOL FALSE = 0;
-constexpr BOOL TRUE = 1;
 
 // ---- the loader ----
 
@@ -196,11 +190,6 @@ constexpr COLORREF PALETTEINDEX(WORD index) { return 0x01000000u | index; }
 //
 // Colours go to a palette or a colour table by least squared distance, lowest index first; to 1 bit so to
 // black and white; to 5 bits a channel by dropping the low ones, and back by repeating the high ones.
-
-struct BITMAPINFO {
-  BITMAPINFOHEADER bmiHeader;
-  RGBQUAD bmiColors[1];
-};
 
 constexpr UINT DIB_RGB_COLORS = 0;
 constexpr DWORD CBM_INIT = 4;
