@@ -27,7 +27,7 @@ install(FILES ${PROJECT_BINARY_DIR}/RastrelConfig.cmake ${PROJECT_BINARY_DIR}/Ra
 file(RELATIVE_PATH RASTREL_PREFIX_FROM_PC /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 set(RASTREL_PRIVATE_LIBS "")
 if(NOT WIN32)
-  set(RASTREL_PRIVATE_LIBS "-lstdc++ -lpthread")
+  set(RASTREL_PRIVATE_LIBS "-lstdc++ -lm -lpthread")
 endif()
 configure_file(cmake/rastrel.pc.in ${PROJECT_BINARY_DIR}/rastrel.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/rastrel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 rastrel_install "${RASTREL_BUILD_PACKAGES[@]}" "${RASTREL_TOOL_PACKAGES[@]}" "${RASTREL_PEER_PACKAGES[@]}"
 
 build=build/peers
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DRASTREL_BUILD_TESTS=OFF -DRASTREL_BUILD_PEERS=ON >/dev/null
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DRASTREL_BUILD_BENCHMARKS=ON -DRASTREL_BUILD_PEERS=ON >/dev/null
 cmake --build "$build" --target rastrel_command rastrel_peers rastrel_growth rastrel_lean_clean rastrel_page_files
 
 echo

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Builds Rastrel and runs all of its tests: release, address and undefined-behaviour sanitizers, 32 bits, Windows (64 bits
 # under Wine; 32 bits too where there is a 32-bit Wine), the format check, and whether all builds make the same bytes.
-# Installs what is missing (Debian). With arguments only those are run: format release debug-sanitize 32-bit windows.
+# Installs what is missing (Debian). With arguments only those are run: format developer debug-sanitize 32-bit windows.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
-[ $# -gt 0 ] || set -- format release debug-sanitize 32-bit windows
+[ $# -gt 0 ] || set -- format developer debug-sanitize 32-bit windows
 packages=("${RASTREL_BUILD_PACKAGES[@]}" "${RASTREL_TOOL_PACKAGES[@]}" "${RASTREL_TEST_PACKAGES[@]}"
   "${RASTREL_LINT_PACKAGES[@]}")
 case " $* " in *" windows "*) packages+=("${RASTREL_WINDOWS_PACKAGES[@]}") ;; esac
