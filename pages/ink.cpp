@@ -1,0 +1,126 @@
+#include "pages/ink.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+#include <vector>
+
+namespace rastrel::pages {
+namespace {
+
+constexpr int kShareUnit = 256;  // darkness of a pixel below its paper: 0 as bright as the paper, 256 black
+
+// How often each darkness occurs, on a sample of the page's rows.
+using Darknesses = std::array<int, kShareUnit>;
+
+constexpr int kSampledRows = 256;  // enough for a histogram; spread over the page
+
+Darknesses CountDarknesses(const BytePlane& grey, const PaperMap& paper) {
+  std::array<uint32_t, 256> reciprocal{};
+  for (uint32_t i = 1; i < 256; ++i) reciprocal[i] = (kShareUnit * 65536 + i - 1) / i;
+  Darknesses counts{};
+  std::vector<uint8_t> ground(static_cast<size_t>(grey.width()));
+  const int step = std::max(grey.height() / kSampledRows, 1);
+  for (int y = step / 2; y < grey.height(); y += step) {
+    paper.BrightnessRow(y, ground);
+    const uint8_t* row = grey.Row(y);
+    const uint8_t* confidence = paper.confidence().Row(y / paper.cell());
+    for (int x = 0; x < grey.width(); ++x) {
+      if (confidence[x / paper.cell()] == PaperMap::kNotPaper) continue;
+      const uint8_t bright = ground[static_cast<size_t>(x)];
+      const int darkness =
+          bright > row[x] ? static_cast<int>((bright - row[x]) * reciprocal[bright] >> 16) : 0;
+      ++counts[static_cast<size_t>(std::min(darkness, kShareUnit - 1))];
+    }
+  }
+  return counts;
+}
+
+// The darkness that parts the histogram into two classes of least spread (Otsu): paper below it, ink from it
+// on.
+int PartingDarkness(const Darknesses& counts) {
+  int64_t total = 0, sum = 0;
+  for (int i = 0; i < kShareUnit; ++i) {
+    total += counts[static_cast<size_t>(i)];
+    sum += int64_t{i} * counts[static_cast<size_t>(i)];
+  }
+  int64_t below = 0, sumBelow = 0;
+  double best = -1;
+  int parting = kShareUnit / 2;
+  for (int i = 0; i + 1 < kShareUnit; ++i) {
+    below += counts[static_cast<size_t>(i)];
+    sumBelow += int64_t{i} * counts[static_cast<size_t>(i)];
+    const int64_t above = total - below;
+    if (below == 0 || above == 0) continue;
+    const double between = static_cast<double>(sum) * static_cast<double>(below) -
+                           static_cast<double>(sumBelow) * static_cast<double>(total);
+    const double spread = between * between / (static_cast<double>(below) * static_cast<double>(above));
+    if (spread > best) {
+      best = spread;
+      parting = i + 1;
+    }
+  }
+  return parting;
+}
+
+// Eight bytes of 0 or 1 as eight bits, the first in the highest: the factor moves byte i to bit 63 - i of the
+// product.
+uint64_t BitsOfBytes(const uint8_t* flags) {
+  constexpr uint64_t kGather =
+      std::endian::native == std::endian::little ? 0x8040201008040201u : 0x0102040810204080u;
+  uint64_t bytes;
+  std::memcpy(&bytes, flags, 8);
+  return bytes * kGather >> 56;
+}
+
+// The pixels that are as dark as their threshold or darker.
+void MarkDark(const uint8_t* row, const uint8_t* thresholds, uint8_t* flags, int width, uint64_t* bits) {
+  for (int x = 0; x < width; ++x) flags[x] = row[x] <= thresholds[x] ? 1 : 0;
+  const int words = (width + 63) / 64;
+  std::fill(flags + width, flags + words * 64, uint8_t{0});
+  for (int word = 0; word < words; ++word) {
+    uint64_t value = 0;
+    for (int i = 0; i < 8; ++i) value = value << 8 | BitsOfBytes(flags + word * 64 + i * 8);
+    bits[word] = value;
+  }
+}
+
+BitPlane DarkerThan(const BytePlane& grey, const PaperMap& paper, const BytePlane& thresholds) {
+  BitPlane mask(grey.width(), grey.height());
+  std::vector<uint8_t> row(static_cast<size_t>(grey.width()));
+  std::vector<uint8_t> flags(mask.wordsPerRow() * 64);
+  for (int y = 0; y < grey.height(); ++y) {
+    paper.SpreadRow(thresholds, y, row);
+    MarkDark(grey.Row(y), row.data(), flags.data(), grey.width(), mask.Row(y));
+  }
+  return mask;
+}
+
+// For each cell the grey value that is `darkness` below its paper.
+BytePlane ThresholdMap(const PaperMap& paper, int darkness) {
+  BytePlane map = paper.brightness();
+  for (uint8_t& value : map.bytes())
+    value = static_cast<uint8_t>(value * (kShareUnit - darkness) / kShareUnit);
+  return map;
+}
+
+}  // namespace
+
+BitPlane FindInk(const BytePlane& grey, const PaperMap& paper) {
+  if (grey.isEmpty() || paper.isEmpty()) return BitPlane(grey.width(), grey.height());
+  const int parting = PartingDarkness(CountDarknesses(grey, paper));
+  return DarkerThan(grey, paper, ThresholdMap(paper, parting));
+}
+
+BytePlane PictureOfInk(const BitPlane& ink) {
+  BytePlane picture(ink.width(), ink.height(), 255);
+  for (int y = 0; y < ink.height(); ++y) {
+    for (int x = 0; x < ink.width(); ++x) {
+      if (ink.Get(x, y)) picture.Row(y)[x] = 0;
+    }
+  }
+  return picture;
+}
+
+}  // namespace rastrel::pages

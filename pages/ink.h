@@ -1,0 +1,24 @@
+// The ink of a page: what is printed or written on it, pixel by pixel, judged against the paper around it.
+//
+// On pages with light text on dark ground, hand over the inverted page (see pages/polarity.h). The ink of a
+// 1-bit page is the page itself, its dark class.
+#ifndef RASTREL_PAGES_INK_H
+#define RASTREL_PAGES_INK_H
+
+#include "pages/paper.h"
+#include "pages/planes.h"
+
+namespace rastrel::pages {
+
+// Marks what is ink: darker than the paper around it by enough, as a whole stroke. Pale strokes stay where
+// darker parts belong to them, or where all of the page is pale; what shows through from behind, and stains,
+// are left out as far as they are weaker and softer. Areas that are not paper (a dark surround, a black bar)
+// count as ink, as they would on a 1-bit scan of the page.
+BitPlane FindInk(const BytePlane& grey, const PaperMap& paper);
+
+// The mask as a picture, ink black, paper white.
+BytePlane PictureOfInk(const BitPlane& ink);
+
+}  // namespace rastrel::pages
+
+#endif

@@ -1,0 +1,378 @@
+// How the paper is found
+//
+// The page is shrunk to blocks of 1, 2, 4 or 8 pixels (about a third of a millimetre), four by four of them
+// to a cell. Averaging takes the grain out, and a block between two letters still shows the bare paper.
+//
+//  1. Bright: of each cell, the brightness that a quarter of its blocks reach. Bare paper, wherever some is
+//  left.
+//  2. Closed: what is darker than its surroundings and narrower than kReach cells (ink, rules, bold letters)
+//  is
+//     raised to its surroundings. Steps of light that are wider (shadows, a stain, a glued slip) stay where
+//     they are.
+//  3. Seen: blocks within a tolerance of the closed map are paper. Their mean around a cell is its
+//  brightness: the
+//     middle of the grain, where 1 and 2 give its upper end.
+//  4. Dark and plain: cells far darker than the usual paper, with no writing on them, are not paper (a dark
+//     surround, a black area). Dark paper has writing on it, and a shadow gets there by degrees.
+//  5. Cells with nothing seen are filled in from the paper around them, and the map is smoothed.
+#include "pages/paper.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <functional>
+#include <vector>
+
+#include "pages/shrink.h"
+
+namespace rastrel::pages {
+namespace {
+
+constexpr int kBlocksInCell = 4;  // along each side
+constexpr int kReach =
+    3;  // cells to each side; at 300 dpi 7 x 16 pixels, 9 mm: wider than the strokes of titles
+constexpr int kRankOfBright =
+    4;  // of the 16 blocks of a cell, the fourth brightest: three may be flecks or glare
+constexpr int kRankOfDark = 15;      // the second darkest: one may be a speck
+constexpr int kMinTolerance = 6;     // grey levels: grain of paper averaged over a block
+constexpr int kToleranceShare = 10;  // or a tenth of the brightness, for uneven paper
+constexpr int kPlainContrast = 14;   // grey levels between bright and dark blocks; writing differs by more
+constexpr int kDarkShare = 3;        // a plain cell under a third of the usual brightness is no paper
+constexpr int kSmoothRounds = 2;
+
+// A map with one number a cell.
+struct Grid {
+  Grid(int columnCount, int rowCount, int value = 0)
+      : columns(columnCount),
+        rows(rowCount),
+        cells(static_cast<size_t>(columnCount) * static_cast<size_t>(rowCount), value) {}
+  int& At(int c, int r) {
+    return cells[static_cast<size_t>(r) * static_cast<size_t>(columns) + static_cast<size_t>(c)];
+  }
+  int At(int c, int r) const {
+    return cells[static_cast<size_t>(r) * static_cast<size_t>(columns) + static_cast<size_t>(c)];
+  }
+  int columns, rows;
+  std::vector<int> cells;
+};
+
+// Replaces each cell by the greatest (or smallest) of the cells up to `reach` away, along rows and columns.
+template <class Better>
+void Extreme(Grid& grid, int reach, Better better) {
+  const auto alongLine = [&](size_t start, size_t step, int count, std::vector<int>& line) {
+    for (int i = 0; i < count; ++i)
+      line[static_cast<size_t>(i)] = grid.cells[start + step * static_cast<size_t>(i)];
+    for (int i = 0; i < count; ++i) {
+      int best = line[static_cast<size_t>(i)];
+      for (int j = std::max(i - reach, 0); j <= std::min(i + reach, count - 1); ++j) {
+        if (better(line[static_cast<size_t>(j)], best)) best = line[static_cast<size_t>(j)];
+      }
+      grid.cells[start + step * static_cast<size_t>(i)] = best;
+    }
+  };
+  std::vector<int> line(static_cast<size_t>(std::max(grid.columns, grid.rows)));
+  const auto columns = static_cast<size_t>(grid.columns);
+  for (int r = 0; r < grid.rows; ++r) alongLine(static_cast<size_t>(r) * columns, 1, grid.columns, line);
+  for (int c = 0; c < grid.columns; ++c) alongLine(static_cast<size_t>(c), columns, grid.rows, line);
+}
+
+// Sums over the cells up to `reach` away.
+Grid SumAround(const Grid& grid, int reach) {
+  const auto alongLine = [reach](const std::vector<int>& from, std::vector<int>& to, size_t start,
+                                 size_t step, int count) {
+    int sum = 0;
+    for (int i = 0; i < std::min(reach, count); ++i) sum += from[start + step * static_cast<size_t>(i)];
+    for (int i = 0; i < count; ++i) {
+      if (i + reach < count) sum += from[start + step * static_cast<size_t>(i + reach)];
+      to[start + step * static_cast<size_t>(i)] = sum;
+      if (i >= reach) sum -= from[start + step * static_cast<size_t>(i - reach)];
+    }
+  };
+  Grid across = grid;
+  Grid around = grid;
+  const auto columns = static_cast<size_t>(grid.columns);
+  for (int r = 0; r < grid.rows; ++r)
+    alongLine(grid.cells, across.cells, static_cast<size_t>(r) * columns, 1, grid.columns);
+  for (int c = 0; c < grid.columns; ++c)
+    alongLine(across.cells, around.cells, static_cast<size_t>(c), columns, grid.rows);
+  return around;
+}
+
+// Pixels along the side of a block.
+int BlockFor(int width, int height, int dpi) {
+  constexpr std::array<int, 3> kFinestDpi = {110, 220, 440};      // up to here, blocks of 1, 2 and 4 pixels
+  constexpr std::array<int, 3> kLongestSide = {900, 1800, 4400};  // where nobody knows the resolution
+  const int longer = std::max(width, height);
+  int shift = 0;
+  while (shift < 3 && (dpi > 0 ? dpi > kFinestDpi[static_cast<size_t>(shift)]
+                               : longer > kLongestSide[static_cast<size_t>(shift)])) {
+    ++shift;
+  }
+  while (shift > 0 && std::min(width, height) < (kBlocksInCell << shift)) --shift;
+  return 1 << shift;
+}
+
+// The blocks of one cell, sorted, the brightest first; fewer than 16 at the edges of the page.
+struct CellBlocks {
+  std::array<uint8_t, kBlocksInCell * kBlocksInCell> values{};
+  int count = 0;
+
+  CellBlocks(const BytePlane& blocks, int column, int row) {
+    const int right = std::min((column + 1) * kBlocksInCell, blocks.width());
+    const int bottom = std::min((row + 1) * kBlocksInCell, blocks.height());
+    for (int y = row * kBlocksInCell; y < bottom; ++y) {
+      for (int x = column * kBlocksInCell; x < right; ++x)
+        values[static_cast<size_t>(count++)] = blocks.Row(y)[x];
+    }
+    std::sort(values.begin(), values.begin() + count, [](uint8_t a, uint8_t b) { return a > b; });
+  }
+  // The value at `rank` of 16, counted from the brightest.
+  int AtRank(int rank) const { return values[static_cast<size_t>((rank - 1) * count / 16)]; }
+};
+
+// The brightness that most cells with writing on them have; of all cells, where there is no writing.
+int UsualLevel(const Grid& closed, const Grid& written) {
+  const auto median = [&](bool all) {
+    std::array<int, 256> counts{};
+    int total = 0;
+    for (size_t i = 0; i < closed.cells.size(); ++i) {
+      if (!all && written.cells[i] == 0) continue;
+      ++counts[static_cast<size_t>(closed.cells[i])];
+      ++total;
+    }
+    int below = 0, level = 0;
+    while (level < 255 && (below += counts[static_cast<size_t>(level)]) * 2 < total) ++level;
+    return total * 50 < static_cast<int>(closed.cells.size()) && !all ? -1 : level;
+  };
+  const int ofWritten = median(false);
+  return ofWritten >= 0 ? ofWritten : median(true);
+}
+
+// Fills cells of weight 0 from the weighted cells around them, nearest ones first: windows double until all
+// are met.
+void FillIn(Grid& values, Grid& weights) {
+  for (int reach = 1;; reach *= 2) {
+    if (std::find(weights.cells.begin(), weights.cells.end(), 0) == weights.cells.end()) return;
+    Grid sums = values;
+    for (size_t i = 0; i < sums.cells.size(); ++i) sums.cells[i] *= weights.cells[i];
+    const Grid around = SumAround(sums, reach);
+    const Grid weightsAround = SumAround(weights, reach);
+    bool anySeen = false;
+    for (size_t i = 0; i < values.cells.size(); ++i) {
+      anySeen = anySeen || weights.cells[i] > 0;
+      if (weights.cells[i] > 0 || weightsAround.cells[i] == 0) continue;
+      values.cells[i] = around.cells[i] / weightsAround.cells[i];
+      weights.cells[i] = -1;  // filled in this round; the next one builds on it
+    }
+    for (int& weight : weights.cells) weight = weight < 0 ? 1 : weight;
+    if (!anySeen) return;
+  }
+}
+
+// Means over 3 x 3 cells.
+Grid Smoothed(const Grid& grid) {
+  const Grid sums = SumAround(grid, 1);
+  const Grid counts = SumAround(Grid(grid.columns, grid.rows, 1), 1);
+  Grid smooth = grid;
+  for (size_t i = 0; i < smooth.cells.size(); ++i)
+    smooth.cells[i] = (sums.cells[i] + counts.cells[i] / 2) / counts.cells[i];
+  return smooth;
+}
+
+// Between two neighbouring cells the map runs straight from middle to middle. Along a row: the place of pixel
+// x in units of 1 / (2 cell), its left cell, and the share of the right one, of 2 cell.
+struct Between {
+  int first, second;  // cells
+  int share;          // of the second, of 2 cell
+};
+Between CellsAround(int pixel, int cellShift, int cellCount) {
+  const int unit = 2 << cellShift;
+  const int place = 2 * pixel + 1 + unit / 2;  // from the middle of the cell before the first
+  const int right = place / unit;
+  return {std::max(right - 1, 0), std::min(right, cellCount - 1), place % unit};
+}
+
+}  // namespace
+
+uint8_t PaperMap::BrightnessAt(int x, int y) const {
+  const Between across = CellsAround(x, cellShift_, columns());
+  const Between down = CellsAround(y, cellShift_, rows());
+  const int unit = 2 << cellShift_;
+  const auto atColumn = [&](int c) {
+    return brightness_.Row(down.first)[c] * (unit - down.share) +
+           brightness_.Row(down.second)[c] * down.share;
+  };
+  const int sum = atColumn(across.first) * (unit - across.share) + atColumn(across.second) * across.share;
+  return static_cast<uint8_t>((sum + unit * unit / 2) >> (2 * cellShift_ + 2));
+}
+
+void PaperMap::BrightnessRow(int y, std::span<uint8_t> row) const { SpreadRow(brightness_, y, row); }
+
+void PaperMap::SpreadRow(const BytePlane& cells, int y, std::span<uint8_t> row) const {
+  const Between down = CellsAround(y, cellShift_, rows());
+  const int unit = 2 << cellShift_;
+  const int shift = 2 * cellShift_ + 2;
+  const int half = unit * unit / 2;
+  const uint8_t* upper = cells.Row(down.first);
+  const uint8_t* lower = cells.Row(down.second);
+  const auto atColumn = [&](int c) { return upper[c] * (unit - down.share) + lower[c] * down.share; };
+
+  // Stretches from one middle of a cell to the next; within one the value climbs by the same step each pixel.
+  const int pixels = static_cast<int>(std::min<size_t>(row.size(), static_cast<size_t>(width_)));
+  const int side = 1 << cellShift_;
+  for (int stretch = 0; stretch <= columns(); ++stretch) {
+    const int left = atColumn(std::max(stretch - 1, 0));
+    const int right = atColumn(std::min(stretch, columns() - 1));
+    const int start = stretch * side - side / 2;
+    const int step = 2 * (right - left);
+    const int begin = std::max(start, 0);
+    const int end = std::min(start + side, pixels);
+    int sum = left * unit + (right - left) * (2 * (begin - start) + 1) +
+              half;  // pixels are half a step off the middle
+    uint8_t* out = row.data();
+    for (int x = begin; x < end; ++x, sum += step) out[x] = static_cast<uint8_t>(sum >> shift);
+  }
+}
+
+PaperColour PaperMap::ColourOfCell(int column, int row) const {
+  const BytePlane& grey = brightness_;
+  const auto of = [&](const BytePlane& plane) { return (plane.isEmpty() ? grey : plane).Row(row)[column]; };
+  return {of(red_), of(green_), of(blue_)};
+}
+
+PaperColour PaperMap::ColourAt(int x, int y) const {
+  return ColourOfCell(std::min(x >> cellShift_, columns() - 1), std::min(y >> cellShift_, rows() - 1));
+}
+
+PaperMap FindPaper(const BytePlane& grey, int dpi) {
+  PaperMap paper;
+  if (grey.isEmpty()) return paper;
+  const int block = BlockFor(grey.width(), grey.height(), dpi);
+  const BytePlane blocks = ShrinkByMean(grey, block);
+  const int columns = (blocks.width() + kBlocksInCell - 1) / kBlocksInCell;
+  const int rows = (blocks.height() + kBlocksInCell - 1) / kBlocksInCell;
+
+  Grid bright(columns, rows), dark(columns, rows);
+  for (int r = 0; r < rows; ++r) {
+    for (int c = 0; c < columns; ++c) {
+      const CellBlocks cell(blocks, c, r);
+      bright.At(c, r) = cell.AtRank(kRankOfBright);
+      dark.At(c, r) = cell.AtRank(kRankOfDark);
+    }
+  }
+  Grid closed = bright;
+  Extreme(closed, kReach, std::greater<int>());
+  Extreme(closed, kReach, std::less<int>());
+
+  // Blocks that look like the paper around them.
+  Grid sums(columns, rows), counts(columns, rows);
+  for (int r = 0; r < rows; ++r) {
+    for (int c = 0; c < columns; ++c) {
+      const int ground = closed.At(c, r);
+      const int tolerance = std::max(kMinTolerance, ground / kToleranceShare);
+      const int right = std::min((c + 1) * kBlocksInCell, blocks.width());
+      const int bottom = std::min((r + 1) * kBlocksInCell, blocks.height());
+      for (int y = r * kBlocksInCell; y < bottom; ++y) {
+        for (int x = c * kBlocksInCell; x < right; ++x) {
+          const int value = blocks.Row(y)[x];
+          if (value < ground - tolerance || value > ground + tolerance) continue;
+          sums.At(c, r) += value;
+          ++counts.At(c, r);
+        }
+      }
+    }
+  }
+
+  // Writing near by, and cells too dark and too plain to be paper.
+  Grid written(columns, rows);
+  for (size_t i = 0; i < written.cells.size(); ++i) {
+    written.cells[i] = closed.cells[i] - dark.cells[i] >= kPlainContrast ? 1 : 0;
+  }
+  const int level = UsualLevel(closed, written);
+  const Grid writtenAround = SumAround(written, 1);
+  BytePlane confidence(columns, rows);
+  const Grid countsAround = SumAround(counts, 1);
+  const Grid sumsAround = SumAround(sums, 1);
+  Grid brightness = closed;
+  Grid weights(columns, rows, 1);
+  for (int r = 0; r < rows; ++r) {
+    for (int c = 0; c < columns; ++c) {
+      const bool darkAndPlain = closed.At(c, r) * kDarkShare < level && writtenAround.At(c, r) == 0;
+      const int seen = countsAround.At(c, r);
+      if (seen > 0) brightness.At(c, r) = (sumsAround.At(c, r) + seen / 2) / seen;
+      if (darkAndPlain || seen == 0) {
+        weights.At(c, r) = 0;
+      }
+      confidence.Row(r)[c] = static_cast<uint8_t>(
+          darkAndPlain ? PaperMap::kNotPaper
+                       : std::min(255, 1 + counts.At(c, r) * 254 / (kBlocksInCell * kBlocksInCell)));
+    }
+  }
+  FillIn(brightness, weights);
+  for (int i = 0; i < kSmoothRounds; ++i) brightness = Smoothed(brightness);
+
+  paper.width_ = grey.width();
+  paper.height_ = grey.height();
+  paper.cellShift_ = 0;
+  while ((1 << paper.cellShift_) < block * kBlocksInCell) ++paper.cellShift_;
+  paper.level_ = static_cast<uint8_t>(std::max(level, 1));
+  paper.brightness_ = BytePlane(columns, rows);
+  for (size_t i = 0; i < brightness.cells.size(); ++i) {
+    paper.brightness_.bytes()[i] = static_cast<uint8_t>(std::clamp(brightness.cells[i], 1, 255));
+  }
+  paper.confidence_ = std::move(confidence);
+  return paper;
+}
+
+void FindPaperColour(PaperMap& paper, const BytePlane& grey, const ColourRows& colours) {
+  if (paper.isEmpty()) return;
+  const int columns = paper.columns(), rows = paper.rows();
+  const int cell = paper.cell();
+  const int step = std::max(cell / 8, 1);  // an eighth of a cell apart: 64 samples of each
+  std::array<Grid, 3> sums{Grid(columns, rows), Grid(columns, rows), Grid(columns, rows)};
+  Grid counts(columns, rows);
+  for (int y = 0; y < paper.height(); y += step) {
+    const uint8_t* greyRow = grey.Row(y);
+    const uint8_t* row = colours.topRow + y * colours.stride;
+    for (int x = 0; x < paper.width(); x += step) {
+      const int c = x / cell, r = y / cell;
+      const int ground = paper.brightness_.Row(r)[c];
+      if (paper.confidence_.Row(r)[c] == PaperMap::kNotPaper) continue;
+      if (std::abs(greyRow[x] - ground) > std::max(kMinTolerance, ground / kToleranceShare)) continue;
+      const uint8_t* pixel = row + static_cast<ptrdiff_t>(x) * colours.bytesPerPixel;
+      for (size_t i = 0; i < 3; ++i) sums[i].At(c, r) += pixel[i];
+      ++counts.At(c, r);
+    }
+  }
+  const Grid countsAround = SumAround(counts, 1);
+  std::array<BytePlane*, 3> planes{&paper.blue_, &paper.green_, &paper.red_};
+  for (size_t i = 0; i < 3; ++i) {
+    const Grid sumsAround = SumAround(sums[i], 1);
+    Grid colour(columns, rows, paper.level_), weights(columns, rows);
+    for (size_t j = 0; j < colour.cells.size(); ++j) {
+      const int seen = countsAround.cells[j];
+      if (seen > 0) colour.cells[j] = (sumsAround.cells[j] + seen / 2) / seen;
+      weights.cells[j] = seen > 0 ? 1 : 0;
+    }
+    FillIn(colour, weights);
+    for (int round = 0; round < kSmoothRounds; ++round) colour = Smoothed(colour);
+    *planes[i] = BytePlane(columns, rows);
+    for (size_t j = 0; j < colour.cells.size(); ++j)
+      planes[i]->bytes()[j] = static_cast<uint8_t>(colour.cells[j]);
+  }
+}
+
+BytePlane PictureOfPaper(const PaperMap& paper, int factor) {
+  BytePlane picture((paper.width() + factor - 1) / factor, (paper.height() + factor - 1) / factor);
+  for (int y = 0; y < picture.height(); ++y) {
+    for (int x = 0; x < picture.width(); ++x) {
+      const int pageX = x * factor, pageY = y * factor;
+      const bool isPaper =
+          paper.confidence().Row(pageY / paper.cell())[pageX / paper.cell()] != PaperMap::kNotPaper;
+      picture.Row(y)[x] = isPaper ? paper.BrightnessAt(pageX, pageY) : uint8_t{0};
+    }
+  }
+  return picture;
+}
+
+}  // namespace rastrel::pages

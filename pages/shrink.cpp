@@ -1,0 +1,53 @@
+#include "pages/shrink.h"
+
+#include <algorithm>
+#include <bit>
+#include <span>
+#include <vector>
+
+namespace rastrel::pages {
+namespace {
+
+// The sums of `factor` rows from `y` on, column by column; 64 x 255 at most, with the columns added up too.
+// Beyond the page its last row and column go on.
+void AddRows(const BytePlane& page, int y, int factor, std::span<uint16_t> sums) {
+  const int width = page.width();
+  const uint8_t* first = page.Row(y);
+  for (int x = 0; x < width; ++x) sums[static_cast<size_t>(x)] = first[x];
+  for (int i = 1; i < factor; ++i) {
+    const uint8_t* row = page.Row(std::min(y + i, page.height() - 1));
+    uint16_t* sum = sums.data();
+    for (int x = 0; x < width; ++x) sum[x] = static_cast<uint16_t>(sum[x] + row[x]);
+  }
+  for (size_t x = static_cast<size_t>(width); x < sums.size(); ++x) sums[x] = sums[x - 1];
+}
+
+void AddPairs(const uint16_t* __restrict from, uint16_t* __restrict to, int count) {
+  for (int i = 0; i < count; ++i) to[i] = static_cast<uint16_t>(from[2 * i] + from[2 * i + 1]);
+}
+
+}  // namespace
+
+BytePlane ShrinkByMean(const BytePlane& page, int factor) {
+  if (factor <= 1 || page.isEmpty()) return page;
+  const int width = (page.width() + factor - 1) / factor;
+  const int height = (page.height() + factor - 1) / factor;
+  const unsigned area = static_cast<unsigned>(factor * factor);
+  const int shift = std::countr_zero(area);
+  BytePlane small(width, height);
+  std::vector<uint16_t> sums(static_cast<size_t>(width) * static_cast<size_t>(factor));
+  std::vector<uint16_t> pairs(sums.size());
+  for (int y = 0; y < height; ++y) {
+    AddRows(page, y * factor, factor, sums);
+    for (int part = factor / 2; part >= 1; part /= 2) {
+      AddPairs(sums.data(), pairs.data(), width * part);
+      sums.swap(pairs);
+    }
+    uint8_t* out = small.Row(y);
+    for (int x = 0; x < width; ++x)
+      out[x] = static_cast<uint8_t>((sums[static_cast<size_t>(x)] + area / 2) >> shift);
+  }
+  return small;
+}
+
+}  // namespace rastrel::pages
