@@ -6,14 +6,20 @@
 #include <cstring>
 #include <vector>
 
+#include "pages/grow.h"
+#include "pages/parting.h"
+
 namespace rastrel::pages {
 namespace {
 
 constexpr int kShareUnit = 256;  // darkness of a pixel below its paper: 0 as bright as the paper, 256 black
 
 // How often each darkness occurs, on a sample of the page's rows.
-using Darknesses = std::array<int, kShareUnit>;
+using Darknesses = std::array<int64_t, kShareUnit>;
 
+// A stroke is ink if it gets this much darker somewhere than what parts ink from paper, in percent:
+// show-through and the grain of dark paper are even, and stay under it.
+constexpr int kSeedPercent = 130;
 constexpr int kSampledRows = 256;  // enough for a histogram; spread over the page
 
 Darknesses CountDarknesses(const BytePlane& grey, const PaperMap& paper) {
@@ -35,33 +41,6 @@ Darknesses CountDarknesses(const BytePlane& grey, const PaperMap& paper) {
     }
   }
   return counts;
-}
-
-// The darkness that parts the histogram into two classes of least spread (Otsu): paper below it, ink from it
-// on.
-int PartingDarkness(const Darknesses& counts) {
-  int64_t total = 0, sum = 0;
-  for (int i = 0; i < kShareUnit; ++i) {
-    total += counts[static_cast<size_t>(i)];
-    sum += int64_t{i} * counts[static_cast<size_t>(i)];
-  }
-  int64_t below = 0, sumBelow = 0;
-  double best = -1;
-  int parting = kShareUnit / 2;
-  for (int i = 0; i + 1 < kShareUnit; ++i) {
-    below += counts[static_cast<size_t>(i)];
-    sumBelow += int64_t{i} * counts[static_cast<size_t>(i)];
-    const int64_t above = total - below;
-    if (below == 0 || above == 0) continue;
-    const double between = static_cast<double>(sum) * static_cast<double>(below) -
-                           static_cast<double>(sumBelow) * static_cast<double>(total);
-    const double spread = between * between / (static_cast<double>(below) * static_cast<double>(above));
-    if (spread > best) {
-      best = spread;
-      parting = i + 1;
-    }
-  }
-  return parting;
 }
 
 // Eight bytes of 0 or 1 as eight bits, the first in the highest: the factor moves byte i to bit 63 - i of the
@@ -109,8 +88,12 @@ BytePlane ThresholdMap(const PaperMap& paper, int darkness) {
 
 BitPlane FindInk(const BytePlane& grey, const PaperMap& paper) {
   if (grey.isEmpty() || paper.isEmpty()) return BitPlane(grey.width(), grey.height());
-  const int parting = PartingDarkness(CountDarknesses(grey, paper));
-  return DarkerThan(grey, paper, ThresholdMap(paper, parting));
+  const int parting = PartingValue(CountDarknesses(grey, paper));
+  const int seed = std::min(parting * kSeedPercent / 100, kShareUnit - 1);
+  const BitPlane all = DarkerThan(grey, paper, ThresholdMap(paper, parting));
+  BitPlane ink = DarkerThan(grey, paper, ThresholdMap(paper, seed));
+  GrowInto(all, ink);
+  return ink;
 }
 
 BytePlane PictureOfInk(const BitPlane& ink) {

@@ -1,19 +1,20 @@
 // How the paper is found
 //
-// The page is shrunk to blocks of 1, 2, 4 or 8 pixels (about a third of a millimetre), four by four of them
-// to a cell. Averaging takes the grain out, and a block between two letters still shows the bare paper.
+// The page is shrunk to blocks of 1, 2, 4 or 8 pixels, about a third of a millimetre. Averaging takes the
+// grain out, and a block between two letters still shows the bare paper. Two by two blocks are a cell.
 //
-//  1. Bright: of each cell, the brightness that a quarter of its blocks reach. Bare paper, wherever some is
-//  left.
-//  2. Closed: what is darker than its surroundings and narrower than kReach cells (ink, rules, bold letters)
-//  is
-//     raised to its surroundings. Steps of light that are wider (shadows, a stain, a glued slip) stay where
-//     they are.
-//  3. Seen: blocks within a tolerance of the closed map are paper. Their mean around a cell is its
-//  brightness: the
-//     middle of the grain, where 1 and 2 give its upper end.
+//  1. Bright: the brightest block of each cell.
+//  2. Closed: what is darker than its surroundings on both sides and narrow is raised to them, once for
+//  narrow things
+//     (strokes: kFineReach) and once for wide ones (bold letters, bars: kWideReach). Where the two differ
+//     little, the narrow map is right: shadows, stains, a glued slip are paper, and the text on them is
+//     judged by them. Where they differ by as much as ink does, what stands there is ink, and the wide map is
+//     right.
+//  3. Seen: blocks within a tolerance of that map are paper. Their mean around a cell is its brightness: the
+//  middle
+//     of the grain, of which 1 and 2 give the upper end.
 //  4. Dark and plain: cells far darker than the usual paper, with no writing on them, are not paper (a dark
-//     surround, a black area). Dark paper has writing on it, and a shadow gets there by degrees.
+//     surround, a black area). Dark paper has writing on it.
 //  5. Cells with nothing seen are filled in from the paper around them, and the map is smoothed.
 #include "pages/paper.h"
 
@@ -23,21 +24,21 @@
 #include <functional>
 #include <vector>
 
+#include "pages/parting.h"
 #include "pages/shrink.h"
 
 namespace rastrel::pages {
 namespace {
 
-constexpr int kBlocksInCell = 4;  // along each side
-constexpr int kReach =
-    3;  // cells to each side; at 300 dpi 7 x 16 pixels, 9 mm: wider than the strokes of titles
-constexpr int kRankOfBright =
-    4;  // of the 16 blocks of a cell, the fourth brightest: three may be flecks or glare
-constexpr int kRankOfDark = 15;      // the second darkest: one may be a speck
+constexpr int kBlocksInCell = 2;  // along each side
+constexpr int kFineReach = 2;  // cells to each side: 5 of them, 3 mm, are wider than strokes of text and pens
+constexpr int kWideReach = 8;  // 17 cells, 12 mm: wider than the strokes of titles
+constexpr int kRimOfInk = 1;   // cells
 constexpr int kMinTolerance = 6;     // grey levels: grain of paper averaged over a block
 constexpr int kToleranceShare = 10;  // or a tenth of the brightness, for uneven paper
 constexpr int kPlainContrast = 14;   // grey levels between bright and dark blocks; writing differs by more
 constexpr int kDarkShare = 3;        // a plain cell under a third of the usual brightness is no paper
+constexpr int kShareUnit = 256;      // darkness as a share of the paper's brightness
 constexpr int kSmoothRounds = 2;
 
 // A map with one number a cell.
@@ -56,24 +57,51 @@ struct Grid {
   std::vector<int> cells;
 };
 
-// Replaces each cell by the greatest (or smallest) of the cells up to `reach` away, along rows and columns.
-template <class Better>
-void Extreme(Grid& grid, int reach, Better better) {
-  const auto alongLine = [&](size_t start, size_t step, int count, std::vector<int>& line) {
-    for (int i = 0; i < count; ++i)
-      line[static_cast<size_t>(i)] = grid.cells[start + step * static_cast<size_t>(i)];
-    for (int i = 0; i < count; ++i) {
-      int best = line[static_cast<size_t>(i)];
-      for (int j = std::max(i - reach, 0); j <= std::min(i + reach, count - 1); ++j) {
-        if (better(line[static_cast<size_t>(j)], best)) best = line[static_cast<size_t>(j)];
-      }
-      grid.cells[start + step * static_cast<size_t>(i)] = best;
-    }
-  };
-  std::vector<int> line(static_cast<size_t>(std::max(grid.columns, grid.rows)));
-  const auto columns = static_cast<size_t>(grid.columns);
-  for (int r = 0; r < grid.rows; ++r) alongLine(static_cast<size_t>(r) * columns, 1, grid.columns, line);
-  for (int c = 0; c < grid.columns; ++c) alongLine(static_cast<size_t>(c), columns, grid.rows, line);
+// Each cell takes the greatest (Take = std::max) or smallest value up to `reach` cells away along rows and
+// columns. Windows of 1, 2, 4 ... cells are put together from two of half the width.
+template <class Take>
+void SpreadAlong(std::vector<uint8_t>& line, std::vector<uint8_t>& half, size_t unit, size_t reach,
+                 Take take) {
+  // line[i] covers line[i .. i + covered); the line is padded by `reach` units on both sides with neutral
+  // values.
+  const size_t wanted = 2 * reach + 1;
+  size_t covered = 1;
+  while (covered < wanted) {
+    const size_t shift = std::min(covered, wanted - covered);
+    const size_t count = line.size() - shift * unit;
+    const uint8_t* from = line.data();
+    uint8_t* to = half.data();
+    for (size_t i = 0; i < count; ++i) to[i] = take(from[i], from[i + shift * unit]);
+    std::copy(line.begin() + static_cast<ptrdiff_t>(count), line.end(),
+              half.begin() + static_cast<ptrdiff_t>(count));
+    line.swap(half);
+    covered += shift;
+  }
+}
+
+template <class Take>
+void Spread(BytePlane& plane, int reach, uint8_t neutral, Take take) {
+  const auto width = static_cast<size_t>(plane.width()), height = static_cast<size_t>(plane.height());
+  const auto pad = static_cast<size_t>(reach);
+  std::vector<uint8_t> line(width + 2 * pad), half(line.size());
+  for (int y = 0; y < plane.height(); ++y) {
+    std::fill(line.begin(), line.end(), neutral);
+    std::copy_n(plane.Row(y), width, line.begin() + static_cast<ptrdiff_t>(pad));
+    SpreadAlong(line, half, 1, pad, take);
+    std::copy_n(line.begin(), width, plane.Row(y));
+  }
+  // Down the columns: the whole plane as one line, a row being the unit.
+  std::vector<uint8_t> all((height + 2 * pad) * width, neutral), other(all.size());
+  std::copy(plane.bytes().begin(), plane.bytes().end(), all.begin() + static_cast<ptrdiff_t>(pad * width));
+  SpreadAlong(all, other, width, pad, take);
+  std::copy_n(all.begin(), width * height, plane.bytes().begin());
+}
+
+// Raises what is darker than its surroundings and narrower than 2 * reach + 1 cells.
+BytePlane Closed(BytePlane bright, int reach) {
+  Spread(bright, reach, 0, [](uint8_t a, uint8_t b) { return a > b ? a : b; });
+  Spread(bright, reach, 255, [](uint8_t a, uint8_t b) { return a < b ? a : b; });
+  return bright;
 }
 
 // Sums over the cells up to `reach` away.
@@ -112,37 +140,76 @@ int BlockFor(int width, int height, int dpi) {
   return 1 << shift;
 }
 
-// The blocks of one cell, sorted, the brightest first; fewer than 16 at the edges of the page.
-struct CellBlocks {
-  std::array<uint8_t, kBlocksInCell * kBlocksInCell> values{};
-  int count = 0;
-
-  CellBlocks(const BytePlane& blocks, int column, int row) {
-    const int right = std::min((column + 1) * kBlocksInCell, blocks.width());
-    const int bottom = std::min((row + 1) * kBlocksInCell, blocks.height());
-    for (int y = row * kBlocksInCell; y < bottom; ++y) {
-      for (int x = column * kBlocksInCell; x < right; ++x)
-        values[static_cast<size_t>(count++)] = blocks.Row(y)[x];
+// The brightest and the darkest block of each cell.
+struct Ends {
+  explicit Ends(const BytePlane& blocks)
+      : bright((blocks.width() + 1) / kBlocksInCell, (blocks.height() + 1) / kBlocksInCell), dark(bright) {
+    for (int r = 0; r < bright.height(); ++r) {
+      const uint8_t* upper = blocks.Row(2 * r);
+      const uint8_t* lower = blocks.Row(std::min(2 * r + 1, blocks.height() - 1));
+      uint8_t* most = bright.Row(r);
+      uint8_t* least = dark.Row(r);
+      const int whole = blocks.width() / kBlocksInCell;
+      for (int c = 0; c < whole; ++c) {
+        most[c] =
+            std::max(std::max(upper[2 * c], upper[2 * c + 1]), std::max(lower[2 * c], lower[2 * c + 1]));
+        least[c] =
+            std::min(std::min(upper[2 * c], upper[2 * c + 1]), std::min(lower[2 * c], lower[2 * c + 1]));
+      }
+      if (whole < bright.width()) {
+        most[whole] = std::max(upper[2 * whole], lower[2 * whole]);
+        least[whole] = std::min(upper[2 * whole], lower[2 * whole]);
+      }
     }
-    std::sort(values.begin(), values.begin() + count, [](uint8_t a, uint8_t b) { return a > b; });
   }
-  // The value at `rank` of 16, counted from the brightest.
-  int AtRank(int rank) const { return values[static_cast<size_t>((rank - 1) * count / 16)]; }
+  BytePlane bright, dark;
 };
 
+// How dark ink usually is against the paper, of kShareUnit: the middle of what is darker than the threshold
+// that parts the cells' darkest blocks best (Otsu).
+int UsualDarkness(const BytePlane& closed, const BytePlane& dark) {
+  std::array<int64_t, kShareUnit> counts{};
+  for (size_t i = 0; i < dark.bytes().size(); ++i) {
+    const int ground = std::max<int>(closed.bytes()[i], 1);
+    ++counts[static_cast<size_t>(std::max(ground - dark.bytes()[i], 0) * (kShareUnit - 1) / ground)];
+  }
+  const int parting = PartingValue(counts);
+  int64_t total = 0;
+  for (int i = parting; i < kShareUnit; ++i) total += counts[static_cast<size_t>(i)];
+  int64_t seen = 0;
+  int darkness = parting;
+  while (darkness < kShareUnit - 1 && (seen += counts[static_cast<size_t>(darkness)]) * 2 < total) ++darkness;
+  return darkness;
+}
+
+// Puts the wide map where the fine one is lower by as much as ink is, and beside it: the rims of a bold
+// letter are only half as dark.
+void TakeInkOut(BytePlane& fine, const BytePlane& wide, const BytePlane& dark) {
+  const int inkDarkness = UsualDarkness(wide, dark);
+  BytePlane isInk(fine.width(), fine.height());
+  for (size_t i = 0; i < wide.bytes().size(); ++i) {
+    const int ground = wide.bytes()[i];
+    isInk.bytes()[i] = (ground - fine.bytes()[i]) * kShareUnit > ground * inkDarkness ? 1 : 0;
+  }
+  Spread(isInk, kRimOfInk, 0, [](uint8_t a, uint8_t b) { return a > b ? a : b; });
+  for (size_t i = 0; i < wide.bytes().size(); ++i) {
+    if (isInk.bytes()[i] != 0) fine.bytes()[i] = wide.bytes()[i];
+  }
+}
+
 // The brightness that most cells with writing on them have; of all cells, where there is no writing.
-int UsualLevel(const Grid& closed, const Grid& written) {
+int UsualLevel(const BytePlane& closed, const Grid& written) {
   const auto median = [&](bool all) {
     std::array<int, 256> counts{};
     int total = 0;
-    for (size_t i = 0; i < closed.cells.size(); ++i) {
+    for (size_t i = 0; i < written.cells.size(); ++i) {
       if (!all && written.cells[i] == 0) continue;
-      ++counts[static_cast<size_t>(closed.cells[i])];
+      ++counts[static_cast<size_t>(closed.bytes()[i])];
       ++total;
     }
     int below = 0, level = 0;
     while (level < 255 && (below += counts[static_cast<size_t>(level)]) * 2 < total) ++level;
-    return total * 50 < static_cast<int>(closed.cells.size()) && !all ? -1 : level;
+    return total * 50 < static_cast<int>(written.cells.size()) && !all ? -1 : level;
   };
   const int ofWritten = median(false);
   return ofWritten >= 0 ? ofWritten : median(true);
@@ -249,26 +316,16 @@ PaperMap FindPaper(const BytePlane& grey, int dpi) {
   if (grey.isEmpty()) return paper;
   const int block = BlockFor(grey.width(), grey.height(), dpi);
   const BytePlane blocks = ShrinkByMean(grey, block);
-  const int columns = (blocks.width() + kBlocksInCell - 1) / kBlocksInCell;
-  const int rows = (blocks.height() + kBlocksInCell - 1) / kBlocksInCell;
-
-  Grid bright(columns, rows), dark(columns, rows);
-  for (int r = 0; r < rows; ++r) {
-    for (int c = 0; c < columns; ++c) {
-      const CellBlocks cell(blocks, c, r);
-      bright.At(c, r) = cell.AtRank(kRankOfBright);
-      dark.At(c, r) = cell.AtRank(kRankOfDark);
-    }
-  }
-  Grid closed = bright;
-  Extreme(closed, kReach, std::greater<int>());
-  Extreme(closed, kReach, std::less<int>());
+  const Ends ends(blocks);
+  const int columns = ends.bright.width(), rows = ends.bright.height();
+  BytePlane closed = Closed(ends.bright, kFineReach);
+  TakeInkOut(closed, Closed(ends.bright, kWideReach), ends.dark);
 
   // Blocks that look like the paper around them.
   Grid sums(columns, rows), counts(columns, rows);
   for (int r = 0; r < rows; ++r) {
     for (int c = 0; c < columns; ++c) {
-      const int ground = closed.At(c, r);
+      const int ground = closed.Row(r)[c];
       const int tolerance = std::max(kMinTolerance, ground / kToleranceShare);
       const int right = std::min((c + 1) * kBlocksInCell, blocks.width());
       const int bottom = std::min((r + 1) * kBlocksInCell, blocks.height());
@@ -286,18 +343,19 @@ PaperMap FindPaper(const BytePlane& grey, int dpi) {
   // Writing near by, and cells too dark and too plain to be paper.
   Grid written(columns, rows);
   for (size_t i = 0; i < written.cells.size(); ++i) {
-    written.cells[i] = closed.cells[i] - dark.cells[i] >= kPlainContrast ? 1 : 0;
+    written.cells[i] = closed.bytes()[i] - ends.dark.bytes()[i] >= kPlainContrast ? 1 : 0;
   }
   const int level = UsualLevel(closed, written);
   const Grid writtenAround = SumAround(written, 1);
   BytePlane confidence(columns, rows);
   const Grid countsAround = SumAround(counts, 1);
   const Grid sumsAround = SumAround(sums, 1);
-  Grid brightness = closed;
+  Grid brightness(columns, rows);
+  std::copy(closed.bytes().begin(), closed.bytes().end(), brightness.cells.begin());
   Grid weights(columns, rows, 1);
   for (int r = 0; r < rows; ++r) {
     for (int c = 0; c < columns; ++c) {
-      const bool darkAndPlain = closed.At(c, r) * kDarkShare < level && writtenAround.At(c, r) == 0;
+      const bool darkAndPlain = closed.Row(r)[c] * kDarkShare < level && writtenAround.At(c, r) == 0;
       const int seen = countsAround.At(c, r);
       if (seen > 0) brightness.At(c, r) = (sumsAround.At(c, r) + seen / 2) / seen;
       if (darkAndPlain || seen == 0) {

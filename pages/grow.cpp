@@ -1,0 +1,74 @@
+#include "pages/grow.h"
+
+#include <utility>
+
+namespace rastrel::pages {
+namespace {
+
+// Spreads seeds along a row of the mask, towards lower bits in the first pass and higher bits in the second.
+// A carry takes a run that reaches the end of its word into the next word.
+void GrowAlong(const uint64_t* mask, uint64_t* seeds, size_t words) {
+  uint64_t carry = 0;  // the highest bit, if the run before goes on into this word
+  for (size_t i = 0; i < words; ++i) {
+    uint64_t grown = (seeds[i] | carry) & mask[i];
+    if (grown != 0) {
+      // Runs of the mask that are reached: by doubling steps, through pixels of which all on the way are in
+      // the mask.
+      uint64_t open = mask[i];
+      for (int step = 1; step < 64; step *= 2) {
+        grown |= grown >> step & open;
+        open &= open >> step;
+      }
+    }
+    seeds[i] |= grown;
+    carry = (grown & 1) << 63;
+  }
+  carry = 0;
+  for (size_t i = words; i-- > 0;) {
+    uint64_t grown = (seeds[i] | carry) & mask[i];
+    if (grown != 0) {
+      uint64_t open = mask[i];
+      for (int step = 1; step < 64; step *= 2) {
+        grown |= grown << step & open;
+        open &= open << step;
+      }
+    }
+    seeds[i] |= grown;
+    carry = grown >> 63;
+  }
+}
+
+// Takes over seeds from the row above or below; tells whether there were new ones.
+bool GrowFrom(const uint64_t* neighbour, const uint64_t* mask, uint64_t* seeds, size_t words) {
+  uint64_t anyNew = 0;
+  for (size_t i = 0; i < words; ++i) {
+    uint64_t near = neighbour[i] | neighbour[i] >> 1 | neighbour[i] << 1;
+    if (i > 0) near |= neighbour[i - 1] << 63;
+    if (i + 1 < words) near |= neighbour[i + 1] >> 63;
+    const uint64_t fresh = near & mask[i] & ~seeds[i];
+    seeds[i] |= fresh;
+    anyNew |= fresh;
+  }
+  if (anyNew != 0) GrowAlong(mask, seeds, words);
+  return anyNew != 0;
+}
+
+}  // namespace
+
+void GrowInto(const BitPlane& mask, BitPlane& seeds) {
+  const size_t words = mask.wordsPerRow();
+  const int height = mask.height();
+  for (int y = 0; y < height; ++y) GrowAlong(mask.Row(y), seeds.Row(y), words);
+  // Down and up by turns. Strokes that wind need more turns, but letters are done after two or three.
+  bool grown = height > 1;
+  for (bool down = true; grown; down = !down) {
+    grown = false;
+    for (int i = 1; i < height; ++i) {
+      const int y = down ? i : height - 1 - i;
+      if (GrowFrom(seeds.Row(down ? y - 1 : y + 1), mask.Row(y), seeds.Row(y), words)) grown = true;
+    }
+    if (down) grown = true;  // the way up is still to go
+  }
+}
+
+}  // namespace rastrel::pages
