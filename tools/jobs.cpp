@@ -1,4 +1,4 @@
-#include "jobs.h"
+#include "tools/jobs.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -9,9 +9,9 @@
 
 #include <fmt/format.h>
 
-#include "output_file.h"
-#include "paths.h"
-#include "system.h"
+#include "formats/output_file.h"
+#include "formats/paths.h"
+#include "tools/system.h"
 
 namespace rastrel::tool {
 namespace {
@@ -19,7 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr double kAssumedDpi = 300;
-constexpr double kLeastDpi = 20, kMostDpi = 20000;  // outside these a file's resolution means nothing
 
 // ---- the plan ---------------------------------------------------------------------------------------------
 
@@ -176,23 +175,26 @@ struct Finished {
   std::unique_ptr<OutputFile> overlay;             // likewise
 };
 
-// Discs of 6 mm around holes of 5 to 7 mm.
-constexpr double kUsualHoles = 8;
-
-// Replaces a resolution that is missing or means nothing. Returns whether one had to be assumed.
-bool CompleteResolution(const Dib& dib, double dpi) {
+void Describe(const Dib& dib, CleanRecord* record) {
   const PageView page(dib);
-  const auto isSound = [](int32_t value) {
-    const double dots = DotsPerInch(value);
-    return dots >= kLeastDpi && dots <= kMostDpi;
-  };
-  auto& x = page.header().biXPelsPerMeter;
-  auto& y = page.header().biYPelsPerMeter;
-  const bool hasX = isSound(x), hasY = isSound(y);
-  if (hasX && hasY) return false;
-  const int32_t known = hasX ? x : hasY ? y : PixelsPerMetre(dpi > 0 ? dpi : kAssumedDpi);
-  x = y = known;
-  return !hasX && !hasY && dpi <= 0;
+  record->width = page.width();
+  record->height = page.height();
+  record->bits = page.bits();
+  record->dpiX = DotsPerInch(page.resolution().x);
+  record->dpiY = DotsPerInch(page.resolution().y);
+}
+
+void TakeExamination(Examination found, CleanRecord* record) {
+  record->width = found.width;
+  record->height = found.height;
+  record->bits = found.bits;
+  record->dpiX = found.dpiX;
+  record->dpiY = found.dpiY;
+  record->skew = found.skew;
+  record->skewConfidence = found.skewConfidence;
+  record->isBlank = found.isBlank;
+  record->times.insert(record->times.end(), found.times.begin(), found.times.end());
+  record->skipped = std::move(found.skipped);
 }
 
 class Jobs {
@@ -240,17 +242,13 @@ class Jobs {
       for (const Source& source : task.sources) pages.push_back(Load(source, &finished));
       switch (options_.command) {
         case Command::kInfo:
-          DescribePage(pages[0], &report.record);
-          CompleteResolution(pages[0], options_.dpi);
-          ExaminePage(std::move(pages[0]), &report.record);
+          TakeExamination(ExaminePage(std::move(pages[0])), &report.record);
           return finished;
         case Command::kClean: {
-          CleanOptions clean = options_.clean;
-          // On a resolution that is only assumed holes are not measured.
-          if (!finished.fileWithoutDpi.empty() && !clean.holeSize) clean.holeSize = kUsualHoles;
           Dib overlay;
-          pages[0] = CleanPage(std::move(pages[0]), clean, &report.record,
+          pages[0] = CleanPage(std::move(pages[0]), options_.clean, &report.record,
                                task.overlay.empty() ? nullptr : &overlay);
+          if (report.record.isResolutionAssumed) finished.fileWithoutDpi = report.file;
           report.isDropped = options_.dropsBlank && report.record.isBlank;
           if (overlay && !report.isDropped) WriteOverlay(overlay, task.overlay, &finished);
           break;
@@ -259,7 +257,7 @@ class Jobs {
           pages = Apply(std::move(pages), &report.record);
           break;
       }
-      DescribePage(pages[0], &report.record);
+      Describe(pages[0], &report.record);
       if (report.isDropped) return finished;
       const StepTimer timer(&report.record, "save");
       Encode(pages, plan_.outputs[task.output], &finished);
@@ -277,7 +275,7 @@ class Jobs {
       if (!source.error.empty()) throw PageError(source.error);
       const StepTimer timer(&finished->report.record, "load");
       Dib page = ReadPage(file, source.format, source.place);
-      if (options_.command != Command::kInfo && CompleteResolution(page, options_.dpi)) {
+      if (options_.command == Command::kApply && CompleteResolution(page, options_.dpi)) {
         finished->fileWithoutDpi = file;
       }
       return page;
@@ -287,7 +285,7 @@ class Jobs {
     }
   }
 
-  std::vector<Dib> Apply(std::vector<Dib> pages, PageRecord* record) const {
+  std::vector<Dib> Apply(std::vector<Dib> pages, CleanRecord* record) const {
     for (const Step& step : options_.chain) {
       const std::string name(step.operation->name);
       const StepTimer timer(record, name);

@@ -6,12 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "clean.h"
-#include "operations.h"
-#include "page_io.h"
-#include "report.h"
+#include "formats/page_io.h"
+#include "pages/clean.h"
+#include "tools/operations.h"
+#include "tools/report.h"
 
 namespace rastrel::tool {
+
+using namespace formats;
 
 struct JobOptions {
   Command command = Command::kClean;

@@ -1,18 +1,21 @@
 // The `rastrel` command.
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-#include "jobs.h"
-#include "operations.h"
-#include "output_file.h"
+#include "formats/output_file.h"
+#include "tools/jobs.h"
+#include "tools/operations.h"
+#include "tools/system.h"
 
 namespace {
 
+using namespace rastrel;
 using namespace rastrel::tool;
 
 constexpr int kExitUsage = 2;
@@ -108,12 +111,12 @@ CLI::Option* AddChoice(CLI::App* app, const std::string& option, std::span<const
 }
 
 // What is asked for around the steps of `clean`, until all of it is read.
-struct Reduction {
-  std::string method;
+struct ReductionWords {
+  pages::Reduction method = pages::Reduction::kNone;
   double brightness = 0;
 };
 
-CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
+CLI::App* AddClean(CLI::App* app, JobOptions* options, ReductionWords* reduction) {
   CLI::App* clean = app->add_subcommand("clean", "Make straight, clean pages of scanned ones");
   clean->add_option("inputs", options->inputs, RASTREL_READS " files")->required()->type_name("IN...");
   AddOutputOptions(clean, options);
@@ -136,7 +139,9 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
   AddNo(clean, "holes", &steps.erasesHoles, "Leave punch holes");
   AddFromTable(clean, "--holes", "holes", "size", "auto; 8 without a resolution", [&steps](double value) {
     steps.erasesHoles = true;
-    steps.holeSize = value;
+    steps.measuresHolesAnyway = value == kAutomaticHoles;
+    steps.holeSize.reset();
+    if (value != kAutomaticHoles) steps.holeSize = static_cast<int>(value);
   })->trigger_on_parse();
   AddSwitch(clean, "specks", &steps.removesSpecks, "Leave specks on black-and-white and grey pages");
   AddFromTable(clean, "--speck-level", "clean", "level", "30",
@@ -145,14 +150,14 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
                   "Filter every pixel: smooths, and may cost thin strokes (off)");
   constexpr static std::string_view kWays[] = {"off", "whole", "fine"};
   AddChoice(
-      clean, "--deskew", kWays, [&steps](int way) { steps.deskew = static_cast<Deskew>(way); },
+      clean, "--deskew", kWays, [&steps](int way) { steps.deskew = static_cast<Deskewing>(way); },
       "How skewed pages are turned: fine, to hundredths of a degree where these are certain;\n"
       "whole, by whole degrees without smoothing; off (fine)")
       ->type_name("HOW")
       ->trigger_on_parse();
   clean
       ->add_flag_callback(
-          "--no-deskew", [&steps] { steps.deskew = Deskew::kOff; }, "Leave skewed pages as they are")
+          "--no-deskew", [&steps] { steps.deskew = Deskewing::kOff; }, "Leave skewed pages as they are")
       ->trigger_on_parse();
   clean->add_option("--max-skew", steps.mostSkew, "Degrees beyond which a page is not turned (15)")
       ->check(Between(0, 45))
@@ -167,17 +172,11 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
           "Leave out pages with less ink than that percentage of the page,\nin steps of 0.1 (off)")
       ->check(Between(0.1, 100))
       ->type_name("PERCENT");
-  clean
-      ->add_option_function<std::string>(
-          "--reduce",
-          [reduction](const std::string& text) {
-            if (text != "none" && text != "threshold" && text != "ordered" && text != "fs" && text != "jjn") {
-              throw UsageError(
-                  fmt::format("--reduce: '{}' is not one of none, threshold, ordered, fs, jjn", text));
-            }
-            reduction->method = text == "none" ? "" : text;
-          },
-          "Make grey and colour pages black and white: threshold, ordered, fs, jjn (none)")
+  constexpr static std::string_view kReductions[] = {"none", "threshold", "ordered", "fs", "jjn"};
+  AddChoice(
+      clean, "--reduce", kReductions,
+      [reduction](int method) { reduction->method = static_cast<pages::Reduction>(method); },
+      "Make grey and colour pages black and white: threshold, ordered, fs, jjn (none)")
       ->type_name("HOW");
   AddFromTable(clean, "--brightness", "halftone", "brightness", "0; with --reduce threshold or ordered",
                [reduction](double value) { reduction->brightness = value; });
@@ -189,13 +188,12 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, Reduction* reduction) {
   return clean;
 }
 
-std::vector<Step> ReductionSteps(const Reduction& reduction) {
-  if (reduction.method.empty()) return {};
-  const bool isDither = reduction.method == "fs" || reduction.method == "jjn";
+void TakeReduction(const ReductionWords& reduction, CleanOptions* clean) {
+  const bool isDither = reduction.method >= pages::Reduction::kFloydSteinberg;
   if (isDither && reduction.brightness != 0)
     throw UsageError("--brightness works with --reduce threshold or ordered");
-  return {ParseStep(isDither ? fmt::format("dither:{},1", reduction.method)
-                             : fmt::format("halftone:{},{:g}", reduction.method, reduction.brightness))};
+  clean->reduction = reduction.method;
+  clean->brightness = static_cast<int>(reduction.brightness);
 }
 
 // Sorts what stands on the command line of `apply` into files and, from the first operation on, operations.
@@ -215,6 +213,12 @@ void SortWords(const std::vector<std::string>& words, JobOptions* options) {
   if (options->inputs.empty()) throw UsageError("apply: no input file");
 }
 
+void RemoveUnfinished(int signal) {
+  RemoveUnfinishedFiles();
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("Straightens, trims, cleans and converts scanned pages.", "rastrel");
   app.set_version_flag("--version", "rastrel " RASTREL_VERSION);
@@ -223,7 +227,7 @@ int Run(int argc, char** argv) {
   app.get_formatter()->column_width(34);
 
   JobOptions options;
-  Reduction reduction;
+  ReductionWords reduction;
   CLI::App* clean = AddClean(&app, &options, &reduction);
 
   CLI::App* apply =
@@ -258,8 +262,9 @@ int Run(int argc, char** argv) {
   if (options.command == Command::kApply) SortWords(words, &options);
   if (options.command != Command::kInfo && options.output.empty())
     throw UsageError("no output: -o OUT is required");
-  options.clean.reduction = ReductionSteps(reduction);
-  WatchForInterruption();
+  TakeReduction(reduction, &options.clean);
+  options.clean.dpi = options.dpi;
+  OnInterruption(RemoveUnfinished);
   return RunJobs(options);
 }
 

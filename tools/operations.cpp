@@ -1,4 +1,4 @@
-#include "operations.h"
+#include "tools/operations.h"
 
 #include <algorithm>
 #include <charconv>
@@ -9,241 +9,85 @@
 
 #include <fmt/format.h>
 
-#include "page_io.h"
-#include "system.h"
+#include "formats/page_io.h"
+#include "pages/operations.h"
+#include "tools/system.h"
 
 namespace rastrel::tool {
+
+using namespace formats;
+
 namespace {
 
 // ---- running ----------------------------------------------------------------------------------------------
 
-std::string Count(int64_t number, std::string_view thing) {
-  return fmt::format("{} {}{}", number, thing, number == 1 ? "" : "s");
-}
+using Span = std::span<const Dib>;
 
-// What the operations say no to without a reason is asked here, so that there is one to tell.
-void RequireDepth(const Dib& page, std::initializer_list<int> depths) {
-  const int bits = PageView(page).bits();
-  if (std::find(depths.begin(), depths.end(), bits) == depths.end()) {
-    throw PageError(fmt::format("pages of {} are not taken", Count(bits, "bit")));
-  }
-}
-
-void RequireMoreBits(const Dib& page, int bits) {
-  if (PageView(page).bits() <= bits) {
-    throw PageError(fmt::format("the page has {} already", Count(PageView(page).bits(), "bit")));
-  }
-}
-
-constexpr int kWhite = 0;
-
-Ink GroundOf(const Dib& page, double fill) {
-  return ExtremeInk(PageView(page), static_cast<int>(fill) == kWhite);
-}
+Ground GroundFrom(double choice) { return choice == 0 ? Ground::kWhite : Ground::kBlack; }
+Direction DirectionFrom(double choice) { return choice == 0 ? Direction::kHorizontal : Direction::kVertical; }
+int Whole(double value) { return static_cast<int>(value); }
 
 Dib RunRotate(const Dib& page, const Values& values) {
-  const Ink ground = GroundOf(page, values[1]);
-  return Rotate(page, values[0], ground);
+  return Rotate(page, values[0], GroundOf(page, GroundFrom(values[1])));
 }
 
 Dib RunStraighten(const Dib& page, const Values& values) {
-  const PageView view(page);
-  const COLORREF ground = ColourOf(view, ExtremeInk(view, static_cast<int>(values[3]) == kWhite));
-  const int quality = static_cast<int>(values[1]) | (values[2] == 1 ? STRAIGHTEN_SAME_SIZE : 0);
-  return Checked(StraightenDIB(page.handle(), values[0], quality, ground));
+  return Straighten(page, values[0], GroundOf(page, GroundFrom(values[3])),
+                    {.isSmooth = values[1] == 1, .keepsSize = values[2] == 1});
 }
 
 // RotateDIB90 and its siblings are RotateDIB by that angle.
 template <int Degrees>
 Dib RunQuarterTurn(const Dib& page, const Values& values) {
-  const Ink ground = GroundOf(page, values[0]);
-  return Rotate(page, Degrees, ground);
+  return Rotate(page, Degrees, GroundOf(page, GroundFrom(values[0])));
 }
 
 Dib RunSkew(const Dib& page, const Values& values) {
-  const Ink ground = GroundOf(page, values[2]);
-  const int isHorizontal = values[0] == 0;
-  return OnGround(page, ground, [&] {
-    return Checked(SkewDIB(page.handle(), isHorizontal, static_cast<int>(values[1]), nullptr, nullptr));
-  });
+  return Skew(page, DirectionFrom(values[0]), Whole(values[1]), GroundOf(page, GroundFrom(values[2])));
 }
 
-Dib RunDeskew(const Dib& page, const Values& values) {
-  RequireDepth(page, {1, 8, 24});
-  const bool isDark = values[0] == 0;
-  const int degrees = DetectSkewAngle(page.handle(), isDark, 0, nullptr);
-  if (degrees == 0) return Duplicate(page);
-  const Ink ground = ExtremeInk(PageView(page), isDark);
-  return Rotate(page, -degrees, ground);
-}
-
-Dib RunTrim(const Dib& page, const Values&) {
-  RequireDepth(page, {1, 8, 24});
-  return Checked(TrimBlackBorder(page.handle()), "no memory");
-}
+Dib RunDeskew(const Dib& page, const Values& values) { return pages::Deskew(page, values[0] == 0); }
+Dib RunTrim(const Dib& page, const Values&) { return Trim(page); }
 
 Dib RunHoles(const Dib& page, const Values& values) {
-  RequireDepth(page, {1, 8, 24});
-  const Resolution resolution = PageView(page).resolution();
-  if (resolution.x != resolution.y) throw PageError("its resolutions across and down differ");
-  return Checked(values[0] == kAutomaticHoles
-                     ? AutoPunchHoleRemover(page.handle(), 0, nullptr)
-                     : PunchHoleRemover(page.handle(), static_cast<int>(values[0]), 0, nullptr),
-                 "no memory");
-}
-
-// On 1-bit pages the filter counts set bits: it takes specks away where those are the dark ones.
-template <class Filter>
-Dib WithLightFirst(const Dib& page, Filter filter) {
-  const auto exchange = [](const Dib& dib) {
-    const PageView view(dib);
-    std::swap(view.palette()[0], view.palette()[1]);
-    ExchangeWithZero(view, {{1, 0, 0}});
-  };
-  exchange(page);
-  Dib filtered = filter();
-  exchange(filtered);
-  exchange(page);
-  return filtered;
+  return FillHoles(page, values[0] == kAutomaticHoles ? std::nullopt : std::optional(Whole(values[0])));
 }
 
 Dib RunClean(const Dib& page, const Values& values) {
-  const auto filter = [&] {
-    return Checked(CleanImage(page.handle(), static_cast<int>(values[0]), static_cast<int>(values[1])),
-                   "only grey pages of 1 or 8 bits are taken; `grey` makes one");
-  };
-  const bool isDarkFirst = PageView(page).bits() == 1 && HasGreyRamp(PageView(page));
-  return isDarkFirst ? WithLightFirst(page, filter) : filter();
+  return Despeckle(page, Whole(values[0]), values[1] == 1);
 }
 
 Dib RunDither(const Dib& page, const Values& values) {
   constexpr int kDepths[] = {1, 4, 8};
-  const int bits = kDepths[static_cast<int>(values[1])];
-  const auto dither = values[0] == 0 ? DitherFS4 : DitherJJN;
-  RequireMoreBits(page, bits);
-  return Checked(dither(page.handle(), bits));
+  return Dither(page, values[0] == 0 ? Diffusion::kFloydSteinberg : Diffusion::kJarvisJudiceNinke,
+                kDepths[Whole(values[1])]);
 }
 
 Dib RunHalftone(const Dib& page, const Values& values) {
-  RequireDepth(page, {4, 8, 24});
-  const Dib grey = PageView(page).bits() == 24 ? ToGrey(page) : Dib();
-  uint16_t error = ErrSuccess;
-  const HGLOBAL result = Halftone((grey ? grey : page).handle(), static_cast<uint16_t>(values[0]),
-                                  static_cast<int>(values[1]), &error);
-  if (result == nullptr) SetRastrelError(error);
-  return Checked(result);
+  return pages::Halftone(page, static_cast<Halftoning>(Whole(values[0])), Whole(values[1]));
 }
 
-// SharpDither and its sibling.
 template <auto Dither>
 Dib RunBlockDither(const Dib& page, const Values& values) {
-  RequireMoreBits(page, values[0] == 0 ? 1 : 4);
-  return Checked(Dither(page.handle(), values[0] == 0 ? 1 : 4));
+  return Dither(page, values[0] == 0 ? 1 : 4);
 }
 
 Dib RunGrey(const Dib& page, const Values& values) {
-  Dib wide;
-  {
-    const PageView view(page);
-    // Of a page of 1 bit the library does not look at the colours.
-    if (view.bits() == 4 || (view.bits() == 1 && !HasGreyRamp(view))) wide = WidenTo8(page);
-  }
-  Dib grey = Checked(ConvColorDIBtoGrayscale((wide ? wide : page).handle(), values[0] == 0,
-                                             static_cast<uint32_t>(values[1])));
-  UseGreyRamp(PageView(grey));
-  return grey;
+  return Grey(page, values[0] == 0 ? GreyFormula::kWeighted : GreyFormula::kAverage, Whole(values[1]));
 }
 
-Dib RunFlip(const Dib& page, const Values& values) {
-  return Checked((values[0] == 0 ? FlipDIBHorizontal : FlipDIBVertical)(page.handle()), "no memory");
-}
-
-Dib RunTurn(const Dib& page, const Values& values) {
-  return Checked(TurnDIB(page.handle(), static_cast<int>(values[0])));
-}
-
-Dib RunInvert(const Dib& page, const Values&) {
-  Dib negative = Duplicate(page);
-  const PageView view(negative);
-  if (view.bits() == 24) {
-    for (uint8_t& byte : view.pixels()) byte = static_cast<uint8_t>(~byte);
-  } else {
-    InvertDIBPalette(negative.handle());
-    UseGreyRamp(view);
-  }
-  return negative;
-}
-
+Dib RunFlip(const Dib& page, const Values& values) { return Flip(page, DirectionFrom(values[0])); }
+Dib RunTurn(const Dib& page, const Values& values) { return Turn(page, Whole(values[0])); }
+Dib RunInvert(const Dib& page, const Values&) { return Invert(page); }
 // Pages are expanded as they are read.
 Dib RunExpand(const Dib& page, const Values&) { return Duplicate(page); }
-
-Dib RunTo24(const Dib& page, const Values&) {
-  const int bits = PageView(page).bits();
-  if (bits == 24) return Duplicate(page);
-  const Dib wide = bits < 8 ? WidenTo8(page) : Dib();
-  return Checked(Convert8to24((wide ? wide : page).handle()));
-}
-
-// Tiles are cut at whole groups of 32 bits in a row.
-int64_t TileStep(const Dib& page) { return 32 / std::gcd(PageView(page).bits(), 32); }
+Dib RunTo24(const Dib& page, const Values&) { return To24(page); }
 
 std::vector<Dib> RunSplit(const Dib& page, const Values& values) {
-  const int width = static_cast<int>(values[0]);
-  const int height = values[1] == 0 ? width : static_cast<int>(values[1]);
-  if (width % TileStep(page) != 0) {
-    throw PageError(fmt::format("tiles of a page of {} are a multiple of {} pixels wide",
-                                Count(PageView(page).bits(), "bit"), TileStep(page)));
-  }
-  HGLOBAL array = nullptr;
-  int grid[2] = {};
-  if (SplitDIB(page.handle(), width, height, &array, grid) == 0) throw PageError("no memory");
-  const Dib owner(array);
-  const auto* handles = static_cast<const HGLOBAL*>(GlobalLock(array));
-  std::vector<Dib> tiles;
-  // The library counts from the bottom, people read from the top.
-  for (int row = grid[1] - 1; row >= 0; --row) {
-    for (int column = 0; column < grid[0]; ++column) tiles.emplace_back(handles[row * grid[0] + column]);
-  }
-  return tiles;
+  return Split(page, Whole(values[0]), Whole(values[1]));
 }
 
-// Throws where joining the tiles would not give a picture.
-void CheckGrid(std::span<const Dib> tiles, size_t columns) {
-  if (tiles.size() % columns != 0) {
-    throw PageError(
-        fmt::format("{} cannot fill rows of {}", Count(static_cast<int64_t>(tiles.size()), "page"), columns));
-  }
-  const PageView first(tiles[0]);
-  for (size_t i = 0; i < tiles.size(); ++i) {
-    const PageView tile(tiles[i]), above(tiles[i % columns]), left(tiles[i - i % columns]);
-    const auto colours = tile.palette();
-    const auto isSame = [](RGBQUAD a, RGBQUAD b) { return std::memcmp(&a, &b, 3) == 0; };
-    if (tile.bits() != first.bits() ||
-        !std::equal(colours.begin(), colours.end(), first.palette().begin(), first.palette().end(), isSame)) {
-      throw PageError(fmt::format("page {} differs from the first in depth or colours", i + 1));
-    }
-    if (tile.width() != above.width() || tile.height() != left.height()) {
-      throw PageError(fmt::format("page {} has another size than its row or column", i + 1));
-    }
-    if (i % columns != columns - 1 && tile.width() % TileStep(tiles[i]) != 0) {
-      throw PageError(fmt::format("pages of {} are joined where they are a multiple of {} pixels wide",
-                                  Count(tile.bits(), "bit"), TileStep(tiles[i])));
-    }
-  }
-}
-
-Dib RunMerge(std::span<const Dib> tiles, const Values& values) {
-  const auto columns = static_cast<size_t>(values[0]);
-  CheckGrid(tiles, columns);
-  const size_t rows = tiles.size() / columns;
-  const Dib array(GlobalAlloc(GMEM_MOVEABLE, tiles.size() * sizeof(HGLOBAL)));
-  auto* handles = static_cast<HGLOBAL*>(GlobalLock(array.handle()));
-  if (handles == nullptr) throw PageError("no memory");
-  for (size_t i = 0; i < tiles.size(); ++i) {
-    handles[(rows - 1 - i / columns) * columns + i % columns] = tiles[i].handle();
-  }
-  return Checked(MergeDIBs(array.handle(), static_cast<int>(columns), static_cast<int>(rows)), "no memory");
-}
+Dib RunMerge(Span tiles, const Values& values) { return Merge(tiles, static_cast<size_t>(values[0])); }
 
 Dib FirstPage(const std::string& path) {
   try {
@@ -280,92 +124,26 @@ Dib RunCombine(const Dib& page, const Values& values) {
   static const Dib kNoMask;
   const Dib& source = values.files->First(values.texts[0]);
   const Dib& mask = values.texts[4].empty() ? kNoMask : values.files->First(values.texts[4]);
-  if (mask) {
-    const PageView stencil(mask), other(source);
-    if (stencil.width() != other.width() || stencil.height() != other.height()) {
-      throw PageError(fmt::format("the mask has {} x {} pixels, the page laid on has {} x {}",
-                                  stencil.width(), stencil.height(), other.width(), other.height()));
-    }
-  }
-  Dib result = Duplicate(page);
-  HGLOBAL destination = result.handle();
-  if (CombineDIB(static_cast<int>(values[1]), static_cast<int>(values[2]), &destination, source.handle(),
-                 mask.handle(), values[3] == 0) == 0) {
-    throw PageError(LibraryError());
-  }
-  return result;
-}
-
-// A rectangle of a page, with the sides inclusive.
-Dib Crop(const Dib& page, int left, int top, int right, int bottom) {
-  Dib result = Checked(CropDIB(page.handle(), left, top, right, bottom));
-  GlobalUnlock(result.handle());  // the lock that CropDIB leaves
-  return result;
+  return Combine(page, source, mask,
+                 {.x = Whole(values[1]),
+                  .y = Whole(values[2]),
+                  .how = values[3] == 0 ? Combination::kDarkest : Combination::kOver});
 }
 
 Dib RunCrop(const Dib& page, const Values& values) {
-  const auto left = static_cast<int>(values[0]), top = static_cast<int>(values[1]);
+  Area area = {Whole(values[0]), Whole(values[1]), 0, 0};
   const PageView view(page);
-  const int width = values[2] == 0 ? view.width() - left : static_cast<int>(values[2]);
-  const int height = values[3] == 0 ? view.height() - top : static_cast<int>(values[3]);
-  if (width < 1 || height < 1 || left + width > view.width() || top + height > view.height()) {
-    throw PageError(fmt::format("the rectangle does not lie inside the {} x {} pixels of the page",
-                                view.width(), view.height()));
-  }
-  return Crop(page, left, top, left + width - 1, top + height - 1);
-}
-
-// Black and white by a threshold in the middle.
-Dib BlackAndWhite(const Dib& page) {
-  constexpr double kThreshold = 0;
-  return PageView(page).bits() == 1 ? Duplicate(page) : FindOperation("halftone")->run(page, {{kThreshold}});
-}
-
-// The page row at which the rows of `part` stand in `whole`, from column `left` on.
-int FindRows(const Dib& whole, int left, const Dib& part) {
-  const Dib columns = Crop(whole, left, 0, left + PageView(part).width() - 1, PageView(whole).height() - 1);
-  const PageView rows(columns), wanted(part);
-  const int last = rows.height() - wanted.height();
-  int bottom = 0;  // counted from the bottom, as rows lie
-  while (bottom < last && std::memcmp(rows.pixels().data() + static_cast<size_t>(bottom) * rows.stride(),
-                                      wanted.pixels().data(), wanted.pixels().size()) != 0) {
-    ++bottom;
-  }
-  return last - bottom;
-}
-
-// Where the sheet is, from its left edge to the first column that has too little of it.
-Area FindSheet(const Dib& seen, double share, int margin, int isSheetZero) {
-  uint32_t right = 0;
-  const Dib sheet = Checked(CropToEdges(seen.handle(), share, &right, margin, isSheetZero, 1));
-  const PageView view(sheet);
-  const int left = static_cast<int>(right) - view.width();
-  const int top = FindRows(seen, left, sheet);
-  return {left, top, static_cast<int>(right), top + view.height()};
+  area.right = values[2] == 0 ? view.width() : area.left + Whole(values[2]);
+  area.bottom = values[3] == 0 ? view.height() : area.top + Whole(values[3]);
+  return Crop(page, area);
 }
 
 Dib RunCropSheet(const Dib& page, const Values& values) {
-  const Area sheet = SheetArea(page, values);
-  return Crop(page, sheet.left, sheet.top, sheet.right - 1, sheet.bottom - 1);
+  return Crop(page,
+              SheetArea(page, {.share = values[0], .margin = Whole(values[1]), .isLight = values[2] == 0}));
 }
 
-std::vector<Dib> RunCut(const Dib& page, const Values& values) {
-  const auto rows = static_cast<int>(values[0]);
-  const int height = PageView(page).height();
-  if (rows >= height) throw PageError(fmt::format("the page has {}", Count(height, "row")));
-  HGLOBAL lower = nullptr, upper = nullptr;
-  if (CutDIB(page.handle(), rows, &lower, &upper) == 0) throw PageError("no memory");
-  std::vector<Dib> pieces;
-  pieces.emplace_back(upper);
-  pieces.emplace_back(lower);
-  for (const Dib& piece : pieces) {
-    const PageView view(piece);
-    view.header().biSizeImage = static_cast<uint32_t>(view.pixels().size());
-  }
-  return pieces;
-}
-
-int Scaled(int length, double factor) { return static_cast<int>(std::lround(length * factor)); }
+std::vector<Dib> RunCut(const Dib& page, const Values& values) { return Cut(page, Whole(values[0])); }
 
 void CheckScale(const Values& values) {
   const auto [width, height, percent, dpi, method] = values.numbers;
@@ -376,52 +154,11 @@ void CheckScale(const Values& values) {
 
 Dib RunScale(const Dib& page, const Values& values) {
   const auto [width, height, percent, dpi, method] = values.numbers;
-  const PageView view(page);
-  const Resolution old = view.resolution();
-  double across = percent / 100, down = percent / 100;
-  if (dpi > 0) {
-    across = dpi / DotsPerInch(old.x);
-    down = dpi / DotsPerInch(old.y);
-  } else if (percent == 0) {
-    across = (width > 0 ? width / view.width() : height / view.height());
-    down = height > 0 ? height / view.height() : across;
-  }
-  constexpr int kMostSide = 0xFFFF;
-  const int newWidth = std::max(Scaled(view.width(), across), 1);
-  const int newHeight = std::max(Scaled(view.height(), down), 1);
-  if (std::max({view.width(), view.height(), newWidth, newHeight}) > kMostSide) {
-    throw PageError(fmt::format("{} x {} pixels to {} x {}: sides of more than {} are not scaled",
-                                view.width(), view.height(), newWidth, newHeight, kMostSide));
-  }
-  CheckSize(newWidth, newHeight, view.bits());
-  const auto scale = [&, isCubic = method == 1] {
-    SetRastrelError(ErrNoMemory);  // scaling of 1-bit pages sets none
-    return Checked(ScaleDIB(page.handle(), isCubic, newWidth, newHeight));
-  };
-  // Enlarged pages of 1 bit may end in a row and a column of 0.
-  Dib result = view.bits() == 1 ? OnGround(page, ExtremeInk(view, /*light=*/true), scale) : scale();
-  BITMAPINFOHEADER& header = PageView(result).header();
-  header.biSizeImage = static_cast<uint32_t>(PageView(result).pixels().size());
-  if (dpi > 0) header.biXPelsPerMeter = header.biYPelsPerMeter = PixelsPerMetre(dpi);
-  return result;
+  return Scale(page, {width, height, percent, dpi, method == 1});
 }
 
 Dib RunScaleGrey(const Dib& page, const Values& values) {
-  constexpr int kMostSide = 0x7FFF;
-  const auto across = static_cast<int16_t>(values[0]);
-  const auto down = values[1] == 0 ? across : static_cast<int16_t>(values[1]);
-  const Dib grey = FindOperation("grey")->run(page, {});
-  const PageView view(grey);
-  if (int64_t{view.width()} * across > kMostSide || int64_t{view.height()} * down > kMostSide) {
-    throw PageError(fmt::format("the result would be wider or taller than {} pixels", kMostSide));
-  }
-  Dib result = Checked(
-      ScaleGrayDIB(grey.handle(), 0, 0, static_cast<int16_t>(view.width()),
-                   static_cast<int16_t>(view.height()), across, down, static_cast<int16_t>(values[2])),
-      "no memory");
-  // On a full ramp the library's greys are all one too low, and black wraps to white.
-  for (uint8_t& level : PageView(result).pixels()) ++level;
-  return result;
+  return ScaleGrey(page, Whole(values[0]), Whole(values[1]), values[2] == 1);
 }
 
 // ---- the table --------------------------------------------------------------------------------------------
@@ -614,9 +351,9 @@ constexpr Operation kOperations[] = {
     {"halftone", "Reduces to black and white.", "Pages of 24 bits are turned to grey first.", "4, 8, 24",
      kHalftone, RunHalftone},
     {"smooth-dither", "Reduces to 1 or 4 bits by spreading the tone of small blocks, for photographs.", "",
-     "4, 8, 24", kBlockDither, RunBlockDither<DitherSmooth>},
+     "4, 8, 24", kBlockDither, RunBlockDither<DitherBlocksSmoothly>},
     {"sharp-dither", "The same with harder edges, for text and drawings.", "", "4, 8, 24", kBlockDither,
-     RunBlockDither<DitherSharp>},
+     RunBlockDither<DitherBlocksSharply>},
     {"grey", "Turns the page to 8-bit grey.",
      "Smoothing of 1 moves the picture up by a row, of 2 by two rows.", "1, 4, 8, 24", kGrey, RunGrey},
     {"invert", "Makes the page its negative.", "", "1, 4, 8, 24", {}, RunInvert},
@@ -765,25 +502,6 @@ Step ParseStep(std::string_view text) {
   }
   if (step.operation->check != nullptr) step.operation->check(step.values);
   return step;
-}
-
-Area SheetArea(const Dib& page, const Values& values) {
-  const Dib seen = BlackAndWhite(page);
-  const auto margin = static_cast<int>(values[1]);
-  const PageView view(seen);
-  const int quarter = std::min(view.width(), view.height()) / 4;
-  if (std::abs(margin) >= quarter) {
-    throw PageError(quarter == 0 ? "the page is too small to show a sheet"
-                                 : "the margin has to be less than a quarter of the page");
-  }
-  const bool isLight = values[2] == 0;
-  const int isSheetZero = ExtremeInk(view, isLight).bytes[0] == 0 ? 1 : 0;
-  const auto find = [&](const Dib& from) { return FindSheet(from, values[0] / 100, margin, isSheetZero); };
-  // Upside down as well: a dark picture on the sheet is no edge, nor is the fifth row from the bottom, where
-  // CropToEdges begins.
-  const Area there = find(seen), back = find(Checked(TurnDIB(seen.handle(), 2)));
-  return {std::min(there.left, view.width() - back.right), std::min(there.top, view.height() - back.bottom),
-          std::max(there.right, view.width() - back.left), std::max(there.bottom, view.height() - back.top)};
 }
 
 std::vector<Dib> RunStep(const Step& step, std::span<const Dib> pages) {

@@ -11,9 +11,11 @@
 #include <string_view>
 #include <vector>
 
-#include "page.h"
+#include "pages/page.h"
 
 namespace rastrel::tool {
+
+using namespace pages;
 
 // What somebody typed cannot be used.
 class UsageError : public std::runtime_error {
@@ -81,13 +83,6 @@ struct Step {
   const Operation* operation = nullptr;
   Values values{};
 };
-
-// A rectangle of a page.
-struct Area {
-  int left, top, right, bottom;  // right and bottom lie outside
-};
-// What the operation crop-sheet cuts out. Throws PageError.
-Area SheetArea(const Dib& page, const Values& values);
 
 std::vector<Dib> RunStep(const Step& step, std::span<const Dib> pages);
 

@@ -1,4 +1,4 @@
-#include "report.h"
+#include "tools/report.h"
 
 #include <cmath>
 #include <cstdio>
@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "system.h"
+#include "tools/system.h"
 
 namespace rastrel::tool {
 namespace {
@@ -16,7 +16,7 @@ using Json = nlohmann::ordered_json;
 double Rounded(double value, double steps) { return std::round(value * steps) / steps + 0.0; }  // no -0.0
 
 Json ToJson(const PageReport& report, Command command) {
-  const PageRecord& record = report.record;
+  const CleanRecord& record = report.record;
   Json json = {{"file", report.file}, {"page", report.page}, {"pages", report.pages}};
   if (report.outputs.size() == 1) json["output"] = report.outputs.front();
   if (report.outputs.size() > 1) json["outputs"] = report.outputs;
@@ -51,7 +51,7 @@ Json ToJson(const PageReport& report, Command command) {
       json["holesAt"].push_back({{"x", Rounded(hole.x, 10)},
                                  {"y", Rounded(hole.y, 10)},
                                  {"diameter", Rounded(hole.diameter, 10)},
-                                 {"side", NameOf(hole.side)}});
+                                 {"side", pages::NameOf(hole.side)}});
     }
     json["specks"] = record.specks;
     json["speckPixels"] = record.speckPixels;
@@ -69,19 +69,19 @@ Json ToJson(const PageReport& report, Command command) {
   return json;
 }
 
-std::string Dots(const PageRecord& record) {
+std::string Dots(const CleanRecord& record) {
   if (record.dpiX == record.dpiY) return fmt::format("{:g} dpi", record.dpiX);
   return fmt::format("{:g} x {:g} dpi", record.dpiX, record.dpiY);
 }
 
-bool IsSkewKnown(const PageRecord& record) {
+bool IsSkewKnown(const CleanRecord& record) {
   return record.skew && record.skewConfidence.value_or(1) >= kCertain;
 }
 
 // What was done to one page, in words.
 std::string Deeds(const PageReport& report) {
   if (report.isDropped) return "blank, left out";
-  const PageRecord& record = report.record;
+  const CleanRecord& record = report.record;
   std::string text;
   const auto add = [&text](std::string deed) { text += (text.empty() ? "" : ", ") + deed; };
   if (record.isCropped) add("sheet cut out");
@@ -95,20 +95,20 @@ std::string Deeds(const PageReport& report) {
   return text.empty() ? "nothing to do" : text;
 }
 
-void PrintRemoved(const PageRecord& record) {
+void PrintRemoved(const CleanRecord& record) {
   if (record.trimmedPixels() > 0) {
     fmt::print("    border: {} pixels at the left, {} at the right\n", record.trimmedLeft,
                record.trimmedRight);
   }
   for (const Hole& hole : record.holes) {
-    fmt::print("    hole at the {}: {:.0f} pixels wide, its middle at {:.0f}, {:.0f}\n", NameOf(hole.side),
-               hole.diameter, hole.x, hole.y);
+    fmt::print("    hole at the {}: {:.0f} pixels wide, its middle at {:.0f}, {:.0f}\n",
+               pages::NameOf(hole.side), hole.diameter, hole.x, hole.y);
   }
   if (record.specks > 0)
     fmt::print("    specks: {}, of {} pixels in all\n", record.specks, record.speckPixels);
 }
 
-void PrintSteps(const PageRecord& record) {
+void PrintSteps(const CleanRecord& record) {
   for (const Skipped& skipped : record.skipped)
     fmt::print("    {} skipped: {}\n", skipped.step, skipped.reason);
   for (const StepTime& time : record.times) fmt::print("    {}: {:.2f} ms\n", time.step, time.milliseconds);
@@ -170,7 +170,7 @@ std::string Reporter::Arrow(int pages) const {
 }
 
 void Reporter::PrintLine(const PageReport& report) {
-  const PageRecord& record = report.record;
+  const CleanRecord& record = report.record;
   if (command_ == Command::kInfo) {
     if (!report.error.empty()) return;
     fmt::print("{}: {} x {} pixels, {} bit{}, {}, skew {}{}\n", PageName(report), record.width, record.height,

@@ -6,9 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "clean.h"
+#include "pages/clean.h"
 
 namespace rastrel::tool {
+
+using namespace pages;
 
 struct ReportOptions {
   bool isJson = false;
@@ -28,7 +30,7 @@ struct PageReport {
   std::string error;                 // empty when the page is done
   bool isFollowUp = false;           // the error has been told with an earlier page
   bool isDropped = false;            // blank and left out: nothing is written
-  PageRecord record;
+  CleanRecord record;
 };
 
 enum class Command { kClean, kApply, kInfo };

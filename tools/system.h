@@ -2,7 +2,6 @@
 #ifndef RASTREL_TOOLS_SYSTEM_H
 #define RASTREL_TOOLS_SYSTEM_H
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -19,10 +18,6 @@ std::optional<FileKey> KeyOf(const std::string& path);
 
 // A path in the form in which the paths of different files differ.
 std::string Comparable(const std::string& path);
-
-// Removes a file, also one that another thread writes to. A null name is none. May be called by a handler of
-// signals.
-void RemoveFile(const std::atomic<const char*>& name);
 
 // Whether standard error is a screen that knows escape sequences.
 bool CanDrawOnScreen();

@@ -1,5 +1,5 @@
 // The table of operations and the parser made of it.
-#include "operations.h"
+#include "tools/operations.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -7,11 +7,13 @@
 #include <cstdio>
 #include <cstring>
 
-#include "page_io.h"
+#include "formats/page_io.h"
 
 #include "tests/support/test_dib.h"
 
 namespace rastrel::tool {
+
+using namespace formats;
 namespace {
 
 TEST(ParseStep, TakesValuesByPlaceAndByName) {

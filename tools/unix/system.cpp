@@ -1,4 +1,4 @@
-#include "system.h"
+#include "tools/system.h"
 
 #include <oneapi/tbb/global_control.h>
 #include <oneapi/tbb/parallel_pipeline.h>
@@ -19,10 +19,6 @@ std::optional<FileKey> KeyOf(const std::string& path) {
 }
 
 std::string Comparable(const std::string& path) { return path; }
-
-void RemoveFile(const std::atomic<const char*>& name) {
-  if (const char* path = name.load()) ::unlink(path);
-}
 
 bool CanDrawOnScreen() { return ::isatty(STDERR_FILENO) == 1; }
 

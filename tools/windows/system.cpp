@@ -1,16 +1,19 @@
-#include "system.h"
+#include "tools/system.h"
 
 #include <windows.h>
 
 #include <csignal>
 
-#include "paths.h"
+#include "formats/paths.h"
 
 // Patterns like *.bmp are expanded before main: no shell does it there.
 extern "C" int _dowildcard;
 int _dowildcard = -1;
 
 namespace rastrel::tool {
+
+using formats::NameOf;
+using formats::PathOf;
 
 std::optional<FileKey> KeyOf(const std::string& path) {
   HANDLE file = CreateFileA(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -30,15 +33,6 @@ std::string Comparable(const std::string& path) {
   CharUpperBuffW(reinterpret_cast<wchar_t*>(name.data()), static_cast<DWORD>(name.size()));
   while (name.ends_with(u'.') || name.ends_with(u' ')) name.pop_back();
   return NameOf(name);
-}
-
-// The handler runs beside the thread that writes, and a file that is open cannot be removed.
-void RemoveFile(const std::atomic<const char*>& name) {
-  for (int tries = 0; tries < 300; ++tries) {
-    const char* path = name.load();
-    if (path == nullptr || DeleteFileA(path) != 0 || GetLastError() != ERROR_SHARING_VIOLATION) return;
-    Sleep(10);
-  }
 }
 
 bool CanDrawOnScreen() {

@@ -1,0 +1,499 @@
+// TIFF files through libtiff. Its messages are collected, never printed.
+#include <tiffio.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "formats/page_io.h"
+#include "formats/tiff_file.h"
+#include "pages/text.h"
+
+namespace rastrel::formats {
+namespace {
+
+constexpr tmsize_t kMaxTagBytes = tmsize_t{1} << 30;  // of anything that libtiff allocates for itself
+constexpr uint64_t kMaxPages = 1u << 20;
+constexpr size_t kStripBytes = 1u << 18;
+
+// What libtiff had to say while one file was open: its first error.
+struct Messages {
+  std::string error;
+};
+
+int CollectError(TIFF*, void* data, const char* /*module*/, const char* format, va_list arguments) {
+  auto& messages = *static_cast<Messages*>(data);
+  if (messages.error.empty()) {
+    char text[200];
+    std::vsnprintf(text, sizeof(text), format, arguments);
+    messages.error = text;
+    while (!messages.error.empty() && messages.error.back() == '.') messages.error.pop_back();
+  }
+  return 1;
+}
+
+// Fax data that ends early is only a warning to libtiff, and the page's rest stays white. So are tags that
+// cannot be read.
+int CollectWarning(TIFF* file, void* data, const char* module, const char* format, va_list arguments) {
+  for (const char* const harm : {"remature EOF", "IO error"}) {
+    if (std::string_view(format).find(harm) != std::string_view::npos) {
+      return CollectError(file, data, module, format, arguments);
+    }
+  }
+  return 1;
+}
+
+struct TiffCloser {
+  void operator()(TIFF* file) const { TIFFClose(file); }
+};
+using TiffHandle = std::unique_ptr<TIFF, TiffCloser>;
+
+class OpenOptions {
+ public:
+  explicit OpenOptions(Messages* messages) : options_(TIFFOpenOptionsAlloc()) {
+    TIFFOpenOptionsSetMaxSingleMemAlloc(options_, kMaxTagBytes);
+    TIFFOpenOptionsSetErrorHandlerExtR(options_, CollectError, messages);
+    TIFFOpenOptionsSetWarningHandlerExtR(options_, CollectWarning, messages);
+  }
+  ~OpenOptions() { TIFFOpenOptionsFree(options_); }
+  OpenOptions(const OpenOptions&) = delete;
+  OpenOptions& operator=(const OpenOptions&) = delete;
+  TIFFOpenOptions* get() const { return options_; }
+
+ private:
+  TIFFOpenOptions* options_;
+};
+
+TiffHandle Open(TiffFile* file, Messages* messages) {
+  const OpenOptions options(messages);
+  return TiffHandle(file->Open(options.get()));
+}
+
+[[noreturn]] void Damaged(const Messages& messages) {
+  throw PageError(messages.error.empty() ? "is damaged" : "is damaged: " + messages.error);
+}
+
+// ---- reading ----------------------------------------------------------------------------------------------
+
+struct Layout {
+  uint32_t width = 0, height = 0;
+  uint16_t bits = 1, samples = 1, photometric = PHOTOMETRIC_MINISWHITE, planar = PLANARCONFIG_CONTIG;
+  uint16_t compression = COMPRESSION_NONE, orientation = ORIENTATION_TOPLEFT;
+  Resolution resolution;
+};
+
+Resolution ReadResolution(TIFF* file) {
+  float x = 0, y = 0;
+  uint16_t unit = RESUNIT_INCH;
+  if (TIFFGetField(file, TIFFTAG_XRESOLUTION, &x) == 0) return {};
+  if (TIFFGetField(file, TIFFTAG_YRESOLUTION, &y) == 0) y = x;
+  TIFFGetFieldDefaulted(file, TIFFTAG_RESOLUTIONUNIT, &unit);
+  if (unit == RESUNIT_NONE) return {};
+  const double perInch = unit == RESUNIT_CENTIMETER ? 2.54 : 1;
+  return {PixelsPerMetre(x * perInch), PixelsPerMetre(y * perInch)};
+}
+
+Layout ReadLayout(TIFF* file) {
+  Layout layout;
+  TIFFGetField(file, TIFFTAG_IMAGEWIDTH, &layout.width);
+  TIFFGetField(file, TIFFTAG_IMAGELENGTH, &layout.height);
+  TIFFGetFieldDefaulted(file, TIFFTAG_BITSPERSAMPLE, &layout.bits);
+  TIFFGetFieldDefaulted(file, TIFFTAG_SAMPLESPERPIXEL, &layout.samples);
+  TIFFGetFieldDefaulted(file, TIFFTAG_PLANARCONFIG, &layout.planar);
+  TIFFGetFieldDefaulted(file, TIFFTAG_ORIENTATION, &layout.orientation);
+  TIFFGetFieldDefaulted(file, TIFFTAG_COMPRESSION, &layout.compression);
+  if (TIFFGetField(file, TIFFTAG_PHOTOMETRIC, &layout.photometric) == 0 && layout.samples >= 3) {
+    layout.photometric = PHOTOMETRIC_RGB;
+  }
+  layout.resolution = ReadResolution(file);
+  return layout;
+}
+
+// The most pixel bytes that a byte of the file can stand for; 0 where that cannot be told.
+uint64_t HighestRatio(uint16_t compression) {
+  switch (compression) {
+    case COMPRESSION_NONE:
+      return 1;
+    case COMPRESSION_PACKBITS:
+      return 64;
+    case COMPRESSION_LZW:
+    case COMPRESSION_ADOBE_DEFLATE:
+    case COMPRESSION_DEFLATE:
+      return 4096;
+    default:
+      return 0;
+  }
+}
+
+// A lying size is refused before memory is asked for.
+void CheckClaim(TIFF* file, const Layout& layout) {
+  const auto fileBytes = static_cast<uint64_t>(TIFFGetSizeProc(file)(TIFFClientdata(file)));
+  const bool isFax =
+      layout.compression == COMPRESSION_CCITTFAX4 || layout.compression == COMPRESSION_CCITTFAX3;
+  const uint64_t rowBytes = (uint64_t{layout.width} * layout.bits * layout.samples + 7) / 8;
+  const uint64_t ratio = HighestRatio(layout.compression);
+  // A fax row takes a bit at least.
+  if ((isFax && layout.height / 8 > fileBytes) ||
+      (ratio != 0 && rowBytes > 0 && layout.height > fileBytes * ratio / rowBytes)) {
+    throw PageError(Text("is damaged: ", fileBytes, " bytes cannot hold ", layout.width, " x ", layout.height,
+                         " pixels"));
+  }
+}
+
+bool IsPlainIndexed(const Layout& layout) {
+  return layout.samples == 1 && (layout.bits == 1 || layout.bits == 4 || layout.bits == 8) &&
+         layout.photometric <= PHOTOMETRIC_PALETTE && layout.photometric != PHOTOMETRIC_RGB;
+}
+
+bool IsPlainColour(const Layout& layout) {
+  return layout.samples == 3 && layout.bits == 8 && layout.planar == PLANARCONFIG_CONTIG &&
+         (layout.photometric == PHOTOMETRIC_RGB ||
+          (layout.photometric == PHOTOMETRIC_YCBCR && layout.compression == COMPRESSION_JPEG));
+}
+
+void ReadColourMap(TIFF* file, const PageView& page) {
+  uint16_t *red = nullptr, *green = nullptr, *blue = nullptr;
+  if (TIFFGetField(file, TIFFTAG_COLORMAP, &red, &green, &blue) == 0) throw PageError("has no colour table");
+  const size_t colours = page.palette().size();
+  // Some writers store bytes where 16 bits are due.
+  bool isWide = false;
+  for (size_t i = 0; i < colours; ++i) isWide = isWide || red[i] > 255 || green[i] > 255 || blue[i] > 255;
+  const int shift = isWide ? 8 : 0;
+  for (size_t i = 0; i < colours; ++i) {
+    page.palette()[i] = {static_cast<uint8_t>(blue[i] >> shift), static_cast<uint8_t>(green[i] >> shift),
+                         static_cast<uint8_t>(red[i] >> shift), 0};
+  }
+}
+
+// Rows straight into the page, at the depth that the file has.
+Dib ReadRows(TIFF* file, const Layout& layout, const Messages& messages) {
+  const int bits = layout.samples == 3 ? 24 : layout.bits;
+  Dib page = MakePage(layout.width, layout.height, bits, layout.resolution);
+  const PageView view(page);
+  if (static_cast<size_t>(TIFFScanlineSize(file)) > view.stride()) Damaged(messages);
+  for (uint32_t y = 0; y < layout.height; ++y) {
+    uint8_t* row = view.PageRow(static_cast<int>(y));
+    std::memset(row + view.stride() - 4, 0, 4);
+    if (TIFFReadScanline(file, row, y) < 0 || !messages.error.empty()) Damaged(messages);
+    if (bits == 24) {
+      for (uint32_t x = 0; x < layout.width; ++x) std::swap(row[3 * size_t{x}], row[3 * size_t{x} + 2]);
+    }
+  }
+  if (bits <= 8 && layout.photometric == PHOTOMETRIC_PALETTE) ReadColourMap(file, view);
+  if (bits <= 8 && layout.photometric == PHOTOMETRIC_MINISWHITE) {
+    for (uint8_t& byte : view.pixels()) byte = static_cast<uint8_t>(~byte);
+  }
+  UseGreyRamp(view);
+  return page;
+}
+
+// Every other layout, as libtiff turns it into red, green, blue and alpha; alpha goes over white.
+Dib ReadThroughRgba(TIFF* file, const Layout& layout, const Messages& messages) {
+  char reason[1024];
+  if (TIFFRGBAImageOK(file, reason) == 0) throw PageError(Text("cannot be read: ", reason));
+  Dib page = MakePage(layout.width, layout.height, 24, layout.resolution);
+  Dib raster = MakePage(layout.width, layout.height, 32, {});  // the pixel words of libtiff
+  const PageView words(raster);
+  const PageView view(page);
+  auto* first = reinterpret_cast<uint32_t*>(words.pixels().data());
+  if (TIFFReadRGBAImageOriented(file, layout.width, layout.height, first, layout.orientation, 1) == 0 ||
+      !messages.error.empty()) {
+    Damaged(messages);
+  }
+  for (uint32_t y = 0; y < layout.height; ++y) {
+    const uint32_t* in = first + size_t{y} * layout.width;
+    uint8_t* out = view.PageRow(static_cast<int>(y));
+    std::memset(out + view.stride() - 4, 0, 4);
+    for (uint32_t x = 0; x < layout.width; ++x, ++in, out += 3) {
+      const uint32_t paper = 255 - TIFFGetA(*in);  // the colours are already multiplied by alpha
+      out[0] = static_cast<uint8_t>(std::min<uint32_t>(255, TIFFGetB(*in) + paper));
+      out[1] = static_cast<uint8_t>(std::min<uint32_t>(255, TIFFGetG(*in) + paper));
+      out[2] = static_cast<uint8_t>(std::min<uint32_t>(255, TIFFGetR(*in) + paper));
+    }
+  }
+  const bool isGrey =
+      layout.photometric == PHOTOMETRIC_MINISWHITE || layout.photometric == PHOTOMETRIC_MINISBLACK;
+  return isGrey ? ToGrey(page) : std::move(page);
+}
+
+// ---- writing ----------------------------------------------------------------------------------------------
+
+// A TIFF file in memory, behind libtiff's calls.
+struct Memory {
+  std::vector<uint8_t>* bytes;
+  size_t position = 0;
+};
+
+tmsize_t ReadMemory(thandle_t handle, void* buffer, tmsize_t size) {
+  auto& memory = *static_cast<Memory*>(handle);
+  const size_t left = memory.bytes->size() - std::min(memory.position, memory.bytes->size());
+  const size_t count = std::min(left, static_cast<size_t>(size));
+  if (count != 0) std::memcpy(buffer, memory.bytes->data() + memory.position, count);
+  memory.position += count;
+  return static_cast<tmsize_t>(count);
+}
+
+tmsize_t WriteMemory(thandle_t handle, void* buffer, tmsize_t size) {
+  auto& memory = *static_cast<Memory*>(handle);
+  const size_t end = memory.position + static_cast<size_t>(size);
+  if (end > memory.bytes->size()) memory.bytes->resize(end);
+  if (size != 0) std::memcpy(memory.bytes->data() + memory.position, buffer, static_cast<size_t>(size));
+  memory.position = end;
+  return size;
+}
+
+toff_t SeekMemory(thandle_t handle, toff_t offset, int origin) {
+  auto& memory = *static_cast<Memory*>(handle);
+  const size_t from = origin == SEEK_SET ? 0 : origin == SEEK_CUR ? memory.position : memory.bytes->size();
+  memory.position = from + static_cast<size_t>(offset);
+  return memory.position;
+}
+
+int CloseMemory(thandle_t) { return 0; }
+toff_t SizeOfMemory(thandle_t handle) { return static_cast<Memory*>(handle)->bytes->size(); }
+
+TiffHandle OpenMemory(Memory* memory, const char* mode, Messages* messages) {
+  const OpenOptions options(messages);
+  return TiffHandle(TIFFClientOpenExt("page", mode, memory, ReadMemory, WriteMemory, SeekMemory, CloseMemory,
+                                      SizeOfMemory, nullptr, nullptr, options.get()));
+}
+
+[[noreturn]] void NotWritten(const Messages& messages) {
+  throw PageError(messages.error.empty() ? "cannot be written" : "cannot be written: " + messages.error);
+}
+
+// How a page stands in the file.
+struct Form {
+  uint16_t bits, samples, photometric, compression;
+};
+
+Form FormOf(const PageView& page, const WriteOptions& options) {
+  const bool isGrey = HasGreyRamp(page);
+  if (page.bits() == 1 && isGrey) return {1, 1, PHOTOMETRIC_MINISWHITE, COMPRESSION_CCITTFAX4};
+  const uint16_t lossy = options.jpegQuality > 0 ? COMPRESSION_JPEG : COMPRESSION_ADOBE_DEFLATE;
+  if (page.bits() == 24) {
+    const uint16_t photometric = lossy == COMPRESSION_JPEG ? PHOTOMETRIC_YCBCR : PHOTOMETRIC_RGB;
+    return {8, 3, photometric, lossy};
+  }
+  const auto bits = static_cast<uint16_t>(page.bits());
+  if (!isGrey) return {bits, 1, PHOTOMETRIC_PALETTE, COMPRESSION_ADOBE_DEFLATE};
+  return {bits, 1, PHOTOMETRIC_MINISBLACK, bits == 8 ? lossy : uint16_t{COMPRESSION_ADOBE_DEFLATE}};
+}
+
+void SetColourMap(TIFF* file, const PageView& page) {
+  std::vector<uint16_t> maps[3];
+  for (const RGBQUAD& entry : page.palette()) {
+    maps[0].push_back(static_cast<uint16_t>(entry.rgbRed * 257));
+    maps[1].push_back(static_cast<uint16_t>(entry.rgbGreen * 257));
+    maps[2].push_back(static_cast<uint16_t>(entry.rgbBlue * 257));
+  }
+  TIFFSetField(file, TIFFTAG_COLORMAP, maps[0].data(), maps[1].data(), maps[2].data());
+}
+
+void SetForm(TIFF* file, const PageView& page, const Form& form, const WriteOptions& options) {
+  TIFFSetField(file, TIFFTAG_IMAGEWIDTH, page.width());
+  TIFFSetField(file, TIFFTAG_IMAGELENGTH, page.height());
+  TIFFSetField(file, TIFFTAG_BITSPERSAMPLE, form.bits);
+  TIFFSetField(file, TIFFTAG_SAMPLESPERPIXEL, form.samples);
+  TIFFSetField(file, TIFFTAG_COMPRESSION, form.compression);
+  TIFFSetField(file, TIFFTAG_PHOTOMETRIC, form.photometric);
+  TIFFSetField(file, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+  TIFFSetField(file, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+  TIFFSetField(file, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+  TIFFSetField(file, TIFFTAG_XRESOLUTION, DotsPerInch(page.resolution().x));
+  TIFFSetField(file, TIFFTAG_YRESOLUTION, DotsPerInch(page.resolution().y));
+  if (form.photometric == PHOTOMETRIC_PALETTE) SetColourMap(file, page);
+  // Readers take a fax page in one strip best; others are split so that none is large.
+  size_t rows = static_cast<size_t>(page.height());
+  if (form.compression != COMPRESSION_CCITTFAX4) {
+    rows = std::min(rows, std::max<size_t>(16, kStripBytes / page.stride() / 16 * 16));
+  }
+  TIFFSetField(file, TIFFTAG_ROWSPERSTRIP, static_cast<uint32_t>(rows));
+  if (form.compression == COMPRESSION_JPEG) {
+    TIFFSetField(file, TIFFTAG_JPEGQUALITY, options.jpegQuality);
+    TIFFSetField(file, TIFFTAG_JPEGTABLESMODE, 0);  // each strip complete in itself
+    if (form.samples == 3) TIFFSetField(file, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
+  } else if (form.compression == COMPRESSION_ADOBE_DEFLATE && form.bits == 8 &&
+             form.photometric != PHOTOMETRIC_PALETTE) {
+    TIFFSetField(file, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+  }
+}
+
+// A page row as the file has it.
+void CopyRow(const PageView& page, int y, const Form& form, size_t bytes, uint8_t* out) {
+  const uint8_t* in = page.PageRow(y);
+  if (page.bits() == 24) {
+    for (size_t x = 0; x + 2 < bytes; x += 3) {
+      out[x] = in[x + 2];
+      out[x + 1] = in[x + 1];
+      out[x + 2] = in[x];
+    }
+    return;
+  }
+  const uint8_t flip = form.photometric == PHOTOMETRIC_MINISWHITE ? 0xFF : 0;
+  std::transform(in, in + bytes, out, [flip](uint8_t byte) { return static_cast<uint8_t>(byte ^ flip); });
+}
+
+// A strip at a time: libtiff has a faster deflate for that than for rows.
+bool WriteStrips(TIFF* file, const PageView& page, const Form& form) {
+  uint32_t rowsPerStrip = 0;
+  TIFFGetField(file, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
+  const auto rowBytes = static_cast<size_t>(TIFFScanlineSize(file));
+  std::vector<uint8_t> strip(rowBytes * rowsPerStrip);
+  const int rows = static_cast<int>(rowsPerStrip);
+  for (int first = 0; first < page.height(); first += rows) {
+    const int last = std::min(page.height(), first + rows);
+    uint8_t* out = strip.data();
+    for (int y = first; y < last; ++y, out += rowBytes) CopyRow(page, y, form, rowBytes, out);
+    const auto size = static_cast<tmsize_t>(out - strip.data());
+    if (TIFFWriteEncodedStrip(file, static_cast<uint32_t>(first / rows), strip.data(), size) < 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// The one strip of a fax page, without a copy of the page and a buffer of libtiff's that would hold another.
+bool WriteFaxRows(TIFF* file, const PageView& page, const Form& form) {
+  constexpr tmsize_t kBufferBytes = 1 << 16;
+  if (TIFFWriteBufferSetup(file, nullptr, kBufferBytes) == 0) return false;
+  std::vector<uint8_t> row(static_cast<size_t>(TIFFScanlineSize(file)));
+  for (int y = 0; y < page.height(); ++y) {
+    CopyRow(page, y, form, row.size(), row.data());
+    if (TIFFWriteScanline(file, row.data(), static_cast<uint32_t>(y), 0) < 0) return false;
+  }
+  return true;
+}
+
+template <class Value>
+void CopyField(TIFF* from, TIFF* to, uint32_t tag) {
+  Value value{};
+  if (TIFFGetField(from, tag, &value) != 0) TIFFSetField(to, tag, value);
+}
+
+// The fields that FormOf and SetForm leave in a page.
+void CopyFields(TIFF* from, TIFF* to) {
+  CopyField<uint32_t>(from, to, TIFFTAG_IMAGEWIDTH);
+  CopyField<uint32_t>(from, to, TIFFTAG_IMAGELENGTH);
+  for (const uint32_t tag :
+       {TIFFTAG_BITSPERSAMPLE, TIFFTAG_SAMPLESPERPIXEL, TIFFTAG_COMPRESSION, TIFFTAG_PHOTOMETRIC,
+        TIFFTAG_PLANARCONFIG, TIFFTAG_ORIENTATION, TIFFTAG_RESOLUTIONUNIT, TIFFTAG_PREDICTOR}) {
+    CopyField<uint16_t>(from, to, tag);
+  }
+  CopyField<uint32_t>(from, to, TIFFTAG_ROWSPERSTRIP);
+  CopyField<float>(from, to, TIFFTAG_XRESOLUTION);
+  CopyField<float>(from, to, TIFFTAG_YRESOLUTION);
+  uint16_t *red, *green, *blue;
+  if (TIFFGetField(from, TIFFTAG_COLORMAP, &red, &green, &blue) != 0) {
+    TIFFSetField(to, TIFFTAG_COLORMAP, red, green, blue);
+  }
+  uint16_t horizontal, vertical;
+  if (TIFFGetField(from, TIFFTAG_YCBCRSUBSAMPLING, &horizontal, &vertical) != 0) {
+    TIFFSetField(to, TIFFTAG_YCBCRSUBSAMPLING, horizontal, vertical);
+  }
+  float* range;
+  if (TIFFGetField(from, TIFFTAG_REFERENCEBLACKWHITE, &range) != 0) {
+    TIFFSetField(to, TIFFTAG_REFERENCEBLACKWHITE, range);
+  }
+}
+
+}  // namespace
+
+void ListTiffPages(const std::string& path, PageFile* result) {
+  Messages messages;
+  TiffFile bytes(path, /*isWritten=*/false);
+  const TiffHandle file = Open(&bytes, &messages);
+  if (!file) Damaged(messages);
+  do {
+    uint32_t kind = 0;
+    TIFFGetField(file.get(), TIFFTAG_SUBFILETYPE, &kind);
+    // Thumbnails and masks are no pages.
+    if ((kind & (FILETYPE_REDUCEDIMAGE | FILETYPE_MASK)) == 0) {
+      result->pages.push_back(TIFFCurrentDirOffset(file.get()));
+    }
+  } while (result->pages.size() < kMaxPages && TIFFReadDirectory(file.get()) != 0);
+  if (!messages.error.empty()) result->damage = "is damaged: " + messages.error;
+  if (result->pages.empty()) Damaged(messages);
+}
+
+Dib ReadTiff(const std::string& path, uint64_t directory) {
+  Messages messages;
+  TiffFile bytes(path, /*isWritten=*/false);
+  bytes.BeginAt(directory);
+  const TiffHandle file = Open(&bytes, &messages);
+  if (!file) Damaged(messages);
+  const Layout layout = ReadLayout(file.get());
+  CheckClaim(file.get(), layout);
+  Dib page;
+  const bool isColour = IsPlainColour(layout);
+  if (TIFFIsTiled(file.get()) == 0 && (IsPlainIndexed(layout) || isColour)) {
+    if (isColour && layout.photometric == PHOTOMETRIC_YCBCR) {
+      TIFFSetField(file.get(), TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
+    }
+    page = ReadRows(file.get(), layout, messages);
+  } else {
+    page = ReadThroughRgba(file.get(), layout, messages);
+  }
+  return Upright(std::move(page), layout.orientation);
+}
+
+EncodedTiff EncodeTiff(const Dib& page, const WriteOptions& options) {
+  const PageView view(page);
+  const Form form = FormOf(view, options);
+  EncodedTiff bytes;
+  Memory memory{&bytes};
+  Messages messages;
+  TiffHandle file = OpenMemory(&memory, "w", &messages);
+  if (!file) NotWritten(messages);
+  SetForm(file.get(), view, form, options);
+  const bool isWritten = form.compression == COMPRESSION_CCITTFAX4 ? WriteFaxRows(file.get(), view, form)
+                                                                   : WriteStrips(file.get(), view, form);
+  if (!isWritten) NotWritten(messages);
+  if (TIFFFlush(file.get()) == 0 || !messages.error.empty()) NotWritten(messages);
+  file.reset();
+  return bytes;
+}
+
+struct TiffDocument::State {
+  Messages messages;
+  TiffFile bytes;
+  TiffHandle file;
+};
+
+TiffDocument::TiffDocument(const std::string& path)
+    : state_(new State{{}, TiffFile(path, /*isWritten=*/true), nullptr}) {
+  state_->file = Open(&state_->bytes, &state_->messages);
+  if (!state_->file) NotWritten(state_->messages);
+}
+
+TiffDocument::~TiffDocument() = default;
+
+// The compressed strips go over as they are.
+void TiffDocument::Append(const EncodedTiff& page) {
+  Messages messages;
+  Memory memory{const_cast<EncodedTiff*>(&page)};  // nothing writes to it
+  const TiffHandle from = OpenMemory(&memory, "rm", &messages);
+  if (!from) NotWritten(messages);
+  TIFF* to = state_->file.get();
+  CopyFields(from.get(), to);
+  std::vector<uint8_t> strip;
+  for (uint32_t i = 0; i < TIFFNumberOfStrips(from.get()); ++i) {
+    const uint64_t size = TIFFGetStrileByteCount(from.get(), i);
+    strip.resize(static_cast<size_t>(size));
+    const auto count = static_cast<tmsize_t>(size);
+    if (TIFFReadRawStrip(from.get(), i, strip.data(), count) != count) NotWritten(messages);
+    if (TIFFWriteRawStrip(to, i, strip.data(), count) != count) NotWritten(state_->messages);
+  }
+  if (TIFFWriteDirectory(to) == 0 || !state_->messages.error.empty()) NotWritten(state_->messages);
+  state_->bytes.SkipToLastPage();
+}
+
+void TiffDocument::Close() {
+  state_->file.reset();
+  if (!state_->messages.error.empty()) NotWritten(state_->messages);
+}
+
+}  // namespace rastrel::formats

@@ -1,0 +1,330 @@
+#include "pages/classic_clean.h"
+
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+#include "pages/operations.h"
+#include "pages/overlay.h"
+#include "pages/safeguards.h"
+#include "pages/specks.h"
+#include "pages/text.h"
+
+namespace rastrel::pages {
+namespace {
+
+// The level at which the filter darkens what has fewer than 3 light neighbours, and does nothing else, on a
+// page whose entry 0 is black.
+constexpr int kFillsLightSpecks = 80;
+
+// TrimBlackBorder walks in from the right through what lies behind a row of 1 bit, which may be the row
+// above, and ends a margin at the first light speck. This is some rows of the page with dark pixels behind
+// them and without light specks.
+Dib PrepareForTrim(const PageView& from, int top, int bottom) {
+  const size_t rowBytes = static_cast<size_t>(from.width() + 7) / 8;
+  const auto width =
+      static_cast<int64_t>(rowBytes / 4 * 4 + 3) * 8;  // byte width / 8 is the last of its own row
+  const Dib wide = MakePage(width, bottom - top, 1, from.resolution());
+  const PageView to(wide);
+  const auto lastMask = static_cast<uint8_t>(0xFF << (rowBytes * 8 - static_cast<size_t>(from.width())));
+  for (int y = top; y < bottom; ++y) {
+    uint8_t* row = to.PageRow(y - top);
+    std::memset(row, 0, to.stride());
+    std::memcpy(row, from.PageRow(y), rowBytes);
+    row[rowBytes - 1] &= lastMask;
+  }
+  return Checked(CleanImage(wide.handle(), kFillsLightSpecks, 0), "no memory");
+}
+
+PaintedRuns RunsOfTrim(const Dib& dib) {
+  // Rows are trimmed each for itself. Without light specks they need the rows around, so that bands overlap.
+  constexpr int kBandRows = 256;
+  const PageView page(dib);
+  PaintedRuns runs;
+  if (page.bits() != 1) {
+    AddPaintedRuns(page, dib, pages::Trim(dib), 0, page.height(), &runs);
+    return runs;
+  }
+  for (int first = 0; first < page.height(); first += kBandRows) {
+    const int last = std::min(page.height(), first + kBandRows);
+    const int top = std::max(0, first - 1), bottom = std::min(page.height(), last + 1);
+    const Dib band = PrepareForTrim(page, top, bottom);
+    AddPaintedRuns(page, band, pages::Trim(band), first - top, last - top, &runs);
+  }
+  return runs;
+}
+
+// A two-colour page, worked on as black and white with the darker colour as entry 0, which is what the
+// operations know. Restores the colours at the end. Does nothing for other depths.
+class AsBlackAndWhite {
+ public:
+  explicit AsBlackAndWhite(const Dib& dib) {
+    const PageView page(dib);
+    if (page.bits() != 1) return;
+    if (ExtremeInk(page, /*light=*/false).bytes[0] == 1) {
+      std::swap(page.palette()[0], page.palette()[1]);
+      ExchangeWithZero(page, {{1, 0, 0}});
+    }
+    colours_[0] = std::exchange(page.palette()[0], {0, 0, 0, 0});
+    colours_[1] = std::exchange(page.palette()[1], {255, 255, 255, 0});
+    isActive_ = true;
+  }
+  void Restore(const Dib& dib) const {
+    const PageView page(dib);
+    if (!isActive_ || page.bits() != 1) return;
+    page.palette()[0] = colours_[0];
+    page.palette()[1] = colours_[1];
+  }
+
+ private:
+  RGBQUAD colours_[2] = {};
+  bool isActive_ = false;
+};
+
+// The library's count of ink on 1-bit pages takes in padding. Whitens it, and puts it back at the end.
+class WhitePadding {
+ public:
+  explicit WhitePadding(const PageView& page) : page_(page) {
+    if (page.bits() != 1 || start_ == page.stride()) return;
+    for (int y = 0; y < page.height(); ++y) {
+      uint8_t* row = page.PageRow(y);
+      before_.insert(before_.end(), row + start_, row + page.stride());
+      row[start_] = static_cast<uint8_t>(row[start_] | 0xFF >> page.width() % 8);
+      std::memset(row + start_ + 1, 0xFF, page.stride() - start_ - 1);
+    }
+  }
+  ~WhitePadding() {
+    const size_t count = page_.stride() - start_;
+    for (size_t i = 0; i < before_.size(); i += count) {
+      std::memcpy(page_.PageRow(static_cast<int>(i / count)) + start_, &before_[i], count);
+    }
+  }
+  WhitePadding(const WhitePadding&) = delete;
+  WhitePadding& operator=(const WhitePadding&) = delete;
+
+ private:
+  const PageView& page_;
+  size_t start_ = static_cast<size_t>(page_.width() / 8);  // of bytes with padding
+  std::vector<uint8_t> before_;
+};
+
+bool IsBlank(const Dib& page, bool isTextDark, double percent) {
+  constexpr int kInkBelow = 80;  // percent of the paper's brightness
+  const Dib negative = isTextDark ? Dib() : Invert(page);
+  const Dib& dark = isTextDark ? page : negative;
+  const PageView view(dark);
+  const WhitePadding padding(view);
+  const Ink ground = GroundInk(view, /*light=*/true);
+  const std::vector<uint8_t> table = BrightnessTable(view);
+  const unsigned paper =
+      view.bits() == 24 ? (ground.bytes[0] + ground.bytes[1] + ground.bytes[2]) / 3u : table[ground.bytes[0]];
+  const COLORREF ink = paper * kInkBelow / 100 * 0x010101u;
+  return IsImageBlank(dark.handle(), static_cast<int>(std::lround(percent * 10)), ink) == 1;
+}
+
+int64_t ChangedPixels(const Dib& before, const Dib& after) {
+  const PageView from(before), to(after);
+  int64_t changed = 0;
+  for (int y = 0; y < from.height(); ++y) {
+    for (int x = 0; x < from.width(); ++x) changed += !SamePixel(from, from.PageRow(y), to.PageRow(y), x);
+  }
+  return changed;
+}
+
+// A page on its way through the steps.
+class Cleaning {
+ public:
+  // Paints what it removes in the overlay, if there is one.
+  Cleaning(Dib page, const CleanOptions& options, CleanRecord* record, Overlay* overlay = nullptr)
+      : page_(std::move(page)), options_(options), record_(*record), overlay_(overlay) {
+    place_ = Placement::Of(PageView(page_));
+    record_.widthIn = place_.widthIn;
+    record_.heightIn = place_.heightIn;
+    record_.isTextDark =
+        options.text == TextTone::kAuto ? !IsDarkPage(page_) : options.text == TextTone::kDark;
+  }
+
+  Dib Finish() {
+    if (options_.cropsSheet) Try("sheet", &Cleaning::CropSheet);
+    if (options_.trims) TryRemoving(Removed::kBorder, "trim", &Cleaning::Trim);
+    if (options_.erasesHoles) TryRemoving(Removed::kHole, "holes", &Cleaning::EraseHoles);
+    if (options_.removesSpecks) TryRemoving(Removed::kSpeck, "specks", &Cleaning::RemoveSpecks);
+    if (options_.deskew != Deskewing::kOff && !record_.isTurned) Try("deskew", &Cleaning::Deskew);
+    record_.isBlank = IsBlank(page_, record_.isTextDark, options_.blankPercent);
+    return std::move(page_);
+  }
+
+ private:
+  // Thrown by a step that has no business with a page.
+  struct NotHere {
+    std::string reason;
+  };
+
+  void Try(const char* step, void (Cleaning::*work)()) {
+    const StepTimer timer(&record_, step);
+    try {
+      (this->*work)();
+    } catch (const NotHere& notHere) {
+      record_.skipped.push_back({step, notHere.reason});
+    } catch (const PageError& error) {
+      record_.skipped.push_back({step, error.what()});
+    }
+  }
+
+  void TryRemoving(Removed what, const char* step, void (Cleaning::*work)()) {
+    const Dib before = overlay_ != nullptr ? Duplicate(page_) : Dib();
+    Try(step, work);
+    if (overlay_ != nullptr) overlay_->Paint(what, before, page_, place_);
+  }
+
+  void RequireDarkText() const {
+    if (!record_.isTextDark) throw NotHere{"the page is dark"};
+  }
+
+  Ink Ground() const { return GroundInk(PageView(page_), record_.isTextDark); }
+
+  // By the skew that the steps to come would find, with the surround.
+  void TurnScan() {
+    CleanOptions options = options_;
+    options.cropsSheet = false;
+    CleanRecord seen;
+    Cleaning(Duplicate(page_), options, &seen).Finish();
+    if (!seen.isTurned) return;
+    page_ = Straighten(page_, -*seen.skew, ExtremeInk(PageView(page_), /*light=*/false));
+    place_.degrees = -*seen.skew;
+    place_.widthTurned = PageView(page_).width();
+    place_.heightTurned = PageView(page_).height();
+    record_.skew = seen.skew;
+    record_.skewConfidence = seen.skewConfidence;
+    record_.isTurned = true;
+  }
+
+  void CropSheet() {
+    RequireDarkText();
+    if (options_.deskew != Deskewing::kOff) TurnScan();
+    const Area sheet = SheetArea(page_);
+    record_.isCropped = sheet.width() < PageView(page_).width() || sheet.height() < PageView(page_).height();
+    page_ = Crop(page_, sheet);
+    place_.left = sheet.left;
+    place_.top = sheet.top;
+    if (overlay_ != nullptr) overlay_->PaintAround(Removed::kBorder, page_, place_);
+  }
+
+  void Trim() {
+    RequireDarkText();
+    constexpr int kLeastSide = 32;  // of a page that has an edge and a middle
+    if (place_.widthIn < kLeastSide || place_.heightIn < kLeastSide) throw NotHere{"the page is too small"};
+    const BorderResult result = PaintBorders(page_, RunsOfTrim(page_), Ground());
+    record_.trimmedLeft = result.left;
+    record_.trimmedRight = result.right;
+    if (result.isTooMuch) throw NotHere{"what is dark at the edges is more than a border"};
+    if (result.isPictureLeft || result.isPictureRight) {
+      throw NotHere{Text("what is dark at the ", result.isPictureLeft ? "left" : "right",
+                         " edge looks like a picture")};
+    }
+  }
+
+  void EraseHoles() {
+    RequireDarkText();
+    record_.holes = pages::EraseHoles(page_, options_.holeSize, Ground());
+    for (Hole& hole : record_.holes) {
+      const Point middle = place_.ToInput({hole.x, hole.y});
+      hole.x = middle.x;
+      hole.y = middle.y;
+    }
+  }
+
+  void RemoveSpecks() {
+    {
+      const PageView page(page_);
+      if (page.bits() == 24 || !HasGreyRamp(page))
+        throw NotHere{"only black-and-white and grey pages have them removed"};
+      if (page.bits() == 8) RequireDarkText();
+    }
+    // Light specks on a dark ground are dark ones on the page's negative.
+    if (!record_.isTextDark) Negate();
+    Dib filtered = Despeckle(page_, options_.speckLevel, options_.filtersFully);
+    if (options_.filtersFully) {
+      record_.speckPixels = ChangedPixels(page_, filtered);
+      page_ = std::move(filtered);
+    } else {
+      const Ink ground = GroundInk(PageView(page_), /*light=*/true);
+      const SpeckCount erased = EraseSpecks(page_, std::move(filtered), ground);
+      record_.specks = erased.specks;
+      record_.speckPixels = erased.pixels;
+    }
+    if (!record_.isTextDark) Negate();
+  }
+
+  void Negate() const {
+    for (uint8_t& byte : PageView(page_).pixels()) byte = static_cast<uint8_t>(~byte);
+  }
+
+  void Deskew() {
+    {
+      constexpr double kAlike = 0.02;
+      const Resolution resolution = PageView(page_).resolution();
+      if (std::abs(resolution.x - resolution.y) > kAlike * resolution.x) {
+        throw NotHere{"its resolutions across and down differ"};
+      }
+    }
+    options_.deskew == Deskewing::kWhole ? DeskewByWholeDegrees() : DeskewFinely();
+  }
+
+  void DeskewByWholeDegrees() {
+    const int degrees = DetectSkewAngle(page_.handle(), record_.isTextDark, 0, nullptr);
+    record_.skew = degrees;
+    if (degrees == 0) return;
+    RequireLessThanMost(degrees);
+    page_ = Rotate(page_, -degrees, Ground());
+    record_.isTurned = true;
+  }
+
+  void DeskewFinely() {
+    constexpr double kUsualRange = 15, kLeastTurn = 0.05;
+    const SkewOptions options = {.range = std::max(kUsualRange, options_.mostSkew),
+                                 .polarity = record_.isTextDark ? 1 : 2};
+    SkewResult skew = {};
+    if (::MeasureSkew(page_.handle(), &options, &skew) == 0) throw PageError(LibraryError());
+    record_.skewConfidence = skew.confidence;
+    if (skew.hasStructure == 0) throw NotHere{"the page shows no lines to go by"};
+    record_.skew = skew.angle;
+    if (std::abs(skew.angle) <= kLeastTurn) return;
+    if (skew.confidence < kCertain) {
+      throw NotHere{Text(Fixed(skew.angle, 2), " degrees are not certain (confidence ",
+                         Fixed(skew.confidence, 2), ")")};
+    }
+    RequireLessThanMost(skew.angle);
+    page_ = Straighten(page_, -skew.angle, Ground());
+    record_.isTurned = true;
+  }
+
+  void RequireLessThanMost(double degrees) const {
+    if (std::abs(degrees) > options_.mostSkew) {
+      throw NotHere{Text(Fixed(degrees, 1), " degrees are too many for skew")};
+    }
+  }
+
+  Dib page_;
+  const CleanOptions& options_;
+  CleanRecord& record_;
+  Overlay* overlay_;
+  Placement place_;  // how the page lies on the one that came in
+};
+
+}  // namespace
+
+Dib CleanClassically(Dib page, const CleanOptions& options, CleanRecord* record, Dib* overlay) {
+  const bool isWidened = PageView(page).bits() == 4;
+  if (isWidened) page = WidenTo8(page);
+  const AsBlackAndWhite colours(page);
+  std::optional<Overlay> removed;
+  if (overlay != nullptr) removed.emplace(page);
+  page = Cleaning(std::move(page), options, record, removed ? &*removed : nullptr).Finish();
+  if (overlay != nullptr) *overlay = removed->Take();
+  colours.Restore(page);
+  if (isWidened) page = NarrowTo4(page);
+  return page;
+}
+
+}  // namespace rastrel::pages

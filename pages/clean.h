@@ -1,0 +1,113 @@
+// The main job: a scanned page in, a straight and clean page out.
+#ifndef RASTREL_PAGES_CLEAN_H
+#define RASTREL_PAGES_CLEAN_H
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "pages/holes.h"
+#include "pages/page.h"
+
+namespace rastrel::pages {
+
+enum class TextTone { kAuto, kDark, kLight };
+
+// By whole degrees as DeskewDIB does it, or to hundredths where these are certain.
+enum class Deskewing { kOff, kWhole, kFine };
+constexpr double kCertain = 0.5;  // of a measured skew, the least confidence that a page is turned with
+
+// How pages become black and white.
+enum class Reduction { kNone, kThreshold, kOrdered, kFloydSteinberg, kJarvisJudiceNinke };
+
+struct CleanOptions {
+  TextTone text = TextTone::kAuto;
+  bool cropsSheet = false;
+  bool trims = true;
+  bool erasesHoles = true;
+  std::optional<int> holeSize;       // as PunchHoleRemover takes it; nothing: each hole is measured
+  bool measuresHolesAnyway = false;  // also on a resolution that is only assumed
+  bool removesSpecks = true;
+  int speckLevel = 30;
+  bool filtersFully = false;
+  Deskewing deskew = Deskewing::kFine;
+  double mostSkew = 15;       // degrees; more is not taken for skew
+  double blankPercent = 0.1;  // a page is blank with less ink
+  Reduction reduction = Reduction::kNone;
+  int brightness = 0;  // added to every grey first: by threshold or ordered
+  double dpi = 0;      // of pages that do not say; 0: 300 is assumed
+};
+
+struct StepTime {
+  std::string step;
+  double milliseconds = 0;
+};
+
+struct Skipped {
+  std::string step;
+  std::string reason;
+};
+
+// What was done to a page.
+struct CleanRecord {
+  int widthIn = 0, heightIn = 0;  // as it came in
+  int width = 0, height = 0, bits = 0;
+  double dpiX = 0, dpiY = 0;
+  bool isResolutionAssumed = false;
+  bool isTextDark = true;
+  std::optional<double> skew;            // found, in degrees; turned back unless `skipped` says otherwise
+  std::optional<double> skewConfidence;  // 0 to 1, where it was measured finely
+  bool isTurned = false;
+  bool isCropped = false;
+  bool isReduced = false;                     // to black and white
+  int64_t trimmedLeft = 0, trimmedRight = 0;  // pixels
+  std::vector<Hole> holes;                    // where they were on the page as it came in
+  int64_t specks = 0, speckPixels = 0;
+  bool isBlank = false;  // before any reduction
+  std::vector<StepTime> times;
+  std::vector<Skipped> skipped;
+
+  int64_t trimmedPixels() const { return trimmedLeft + trimmedRight; }
+};
+
+// Notes in a record how long its own life was.
+class StepTimer {
+ public:
+  StepTimer(CleanRecord* record, std::string step)
+      : record_(record), step_(std::move(step)), start_(std::chrono::steady_clock::now()) {}
+  ~StepTimer() {
+    const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start_;
+    record_->times.push_back({std::move(step_), time.count()});
+  }
+  StepTimer(const StepTimer&) = delete;
+  StepTimer& operator=(const StepTimer&) = delete;
+
+ private:
+  CleanRecord* record_;
+  std::string step_;
+  std::chrono::steady_clock::time_point start_;
+};
+
+// Takes the page over and returns it cleaned. Throws PageError only when there is no memory: a step that
+// cannot be done on a page is skipped with a note. Where an overlay is asked for, it becomes a picture of the
+// page as it came in, in grey, with what was removed in colour.
+Dib CleanPage(Dib page, const CleanOptions& options, CleanRecord* record, Dib* overlay = nullptr);
+
+// What there is to know of a page without changing it.
+struct Examination {
+  int width = 0, height = 0, bits = 0;
+  double dpiX = 0, dpiY = 0;             // 0: the page has none
+  std::optional<double> skew;            // as CleanPage would find it
+  std::optional<double> skewConfidence;  // 0 to 1
+  bool isTextDark = true;
+  bool isBlank = false;
+  std::vector<Hole> holes;
+  std::vector<StepTime> times;
+  std::vector<Skipped> skipped;
+};
+Examination ExaminePage(Dib page);
+
+}  // namespace rastrel::pages
+
+#endif

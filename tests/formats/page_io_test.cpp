@@ -1,0 +1,438 @@
+// Reading and writing of page files: what is written reads back the same, every layout that others write is
+// understood, and damaged or lying files end in an error, never in a wrong picture.
+#include "formats/page_io.h"
+
+#include <gtest/gtest.h>
+#include <tiffio.h>
+#include <unistd.h>
+
+#include <cstdio>  // jpeglib.h needs it first
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include <jpeglib.h>
+
+#include "formats/output_file.h"
+#include "tests/support/test_dib.h"
+
+namespace rastrel::formats {
+namespace {
+
+namespace fs = std::filesystem;
+using rastrel::testing::Pixel;
+using rastrel::testing::TestDib;
+
+class Folder {
+ public:
+  Folder() : path_(fs::temp_directory_path() / ("rastrel-" + std::to_string(::getpid()))) {
+    fs::create_directories(path_);
+  }
+  ~Folder() { fs::remove_all(path_); }
+  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+  size_t count() const { return static_cast<size_t>(std::distance(fs::directory_iterator(path_), {})); }
+
+ private:
+  fs::path path_;
+};
+
+std::string ReadBytes(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void WriteBytes(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+// Colours of the visible pixels from the top left, 0xRRGGBB.
+std::vector<Pixel> Colours(const Dib& dib) {
+  const PageView page(dib);
+  std::vector<Pixel> colours;
+  for (int y = 0; y < page.height(); ++y) {
+    const uint8_t* row = page.PageRow(y);
+    for (int x = 0; x < page.width(); ++x) {
+      if (page.bits() == 24) {
+        colours.push_back(row[3 * x] | row[3 * x + 1] << 8 | row[3 * x + 2] << 16);
+        continue;
+      }
+      const int perByte = 8 / page.bits();
+      const int index =
+          row[x / perByte] >> (perByte - 1 - x % perByte) * page.bits() & ((1 << page.bits()) - 1);
+      const RGBQUAD entry = page.palette()[static_cast<size_t>(index)];
+      colours.push_back(static_cast<Pixel>(entry.rgbBlue | entry.rgbGreen << 8 | entry.rgbRed << 16));
+    }
+  }
+  return colours;
+}
+
+Dib RandomPage(int bits, int width, int height, bool isColoured = false) {
+  Dib page = NormalisePage(Dib(TestDib::Random(bits, width, height, static_cast<unsigned>(width)).Release()));
+  uint8_t seed = 7;
+  if (isColoured) {
+    for (RGBQUAD& entry : PageView(page).palette()) {
+      entry = {seed, static_cast<uint8_t>(seed * 3), static_cast<uint8_t>(200 - seed), 0};
+      seed = static_cast<uint8_t>(seed * 5 + 1);
+    }
+  }
+  return page;
+}
+
+void Write(const Dib& page, const std::string& path, const WriteOptions& options = {}) {
+  const Format format = *FormatNamed(fs::path(path).extension().string().substr(1));
+  if (format == Format::kBmp) return WriteBmp(page, path);
+  if (format == Format::kPng) return WritePng(page, path);
+  TiffDocument document(path);
+  document.Append(EncodeTiff(page, options));
+  document.Close();
+}
+
+Dib Read(const std::string& path, size_t page = 0) {
+  const PageFile file = Inspect(path);
+  return ReadPage(path, file.format, file.pages.at(page));
+}
+
+TEST(PageFiles, ReadBackAsTheyWereWrittenAtWidthsAroundByteAndWordEdges) {
+  const Folder folder;
+  for (const std::string ending : {"bmp", "tif", "png"}) {
+    for (const int bits : {1, 4, 8, 24}) {
+      for (const int width : {1, 7, 8, 9, 31, 32, 33, 100}) {
+        for (const bool isColoured : {false, true}) {
+          SCOPED_TRACE(::testing::Message() << ending << ", " << bits << " bits, width " << width);
+          const Dib page = RandomPage(bits, width, 5, isColoured);
+          Write(page, folder / ("page." + ending));
+          const Dib copy = Read(folder / ("page." + ending));
+          EXPECT_EQ(Colours(page), Colours(copy));
+          EXPECT_EQ(bits, PageView(copy).bits());
+          EXPECT_NEAR(11811, PageView(copy).resolution().x, 1);  // 300 dpi
+          EXPECT_NEAR(11811, PageView(copy).resolution().y, 1);
+        }
+      }
+    }
+  }
+}
+
+TEST(PageFiles, TiffDocumentsHoldPagesOfAllKindsInOrder) {
+  const Folder folder;
+  const int depths[] = {1, 24, 8, 4, 1};
+  {
+    TiffDocument document(folder / "all.tif");
+    for (const int bits : depths) document.Append(EncodeTiff(RandomPage(bits, 300, 400, bits == 4), {}));
+    document.Close();
+  }
+  ASSERT_EQ(5u, Inspect(folder / "all.tif").pages.size());
+  for (size_t i = 0; i < 5; ++i) {
+    EXPECT_EQ(Colours(RandomPage(depths[i], 300, 400, depths[i] == 4)), Colours(Read(folder / "all.tif", i)))
+        << i;
+  }
+}
+
+TEST(PageFiles, JpegInTiffIsCloseToTheOriginal) {
+  const Folder folder;
+  for (const int bits : {8, 24}) {
+    const Dib page = RandomPage(bits, 300, 200);
+    for (uint8_t& byte : PageView(page).pixels()) byte = 90;  // a flat page has little to lose
+    Write(page, folder / "lossy.tif", {.jpegQuality = 90});
+    const std::vector<Pixel> colours = Colours(Read(folder / "lossy.tif"));
+    ASSERT_EQ(60000u, colours.size());
+    for (const Pixel colour : colours) {
+      for (const int shift : {0, 8, 16}) ASSERT_NEAR(90, colour >> shift & 255, 3) << bits << " bits";
+    }
+  }
+}
+
+// ---- what others write ------------------------------------------------------------------------------------
+
+struct TiffCase {
+  const char* name;
+  uint16_t photometric, bits, samples, orientation;
+  bool isTiled;
+  std::vector<uint8_t> rows;  // 2 rows
+  int width;
+  std::vector<Pixel> expected;
+};
+
+void WriteTiffCase(const TiffCase& test, const std::string& path) {
+  TIFF* file = TIFFOpen(path.c_str(), "w");
+  TIFFSetField(file, TIFFTAG_IMAGEWIDTH, test.width);
+  TIFFSetField(file, TIFFTAG_IMAGELENGTH, 2);
+  TIFFSetField(file, TIFFTAG_BITSPERSAMPLE, test.bits);
+  TIFFSetField(file, TIFFTAG_SAMPLESPERPIXEL, test.samples);
+  TIFFSetField(file, TIFFTAG_PHOTOMETRIC, test.photometric);
+  TIFFSetField(file, TIFFTAG_ORIENTATION, test.orientation);
+  TIFFSetField(file, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+  TIFFSetField(file, TIFFTAG_COMPRESSION, test.isTiled ? COMPRESSION_LZW : COMPRESSION_NONE);
+  if (test.samples == 4) {
+    const uint16_t extra = EXTRASAMPLE_UNASSALPHA;
+    TIFFSetField(file, TIFFTAG_EXTRASAMPLES, 1, &extra);
+  }
+  std::vector<uint8_t> rows = test.rows;
+  const size_t rowBytes = rows.size() / 2;
+  if (test.isTiled) {
+    TIFFSetField(file, TIFFTAG_TILEWIDTH, 16);
+    TIFFSetField(file, TIFFTAG_TILELENGTH, 16);
+    std::vector<uint8_t> tile(static_cast<size_t>(TIFFTileSize(file)));
+    for (size_t y = 0; y < 2; ++y)
+      std::copy_n(rows.data() + y * rowBytes, rowBytes, tile.data() + y * tile.size() / 16);
+    TIFFWriteTile(file, tile.data(), 0, 0, 0, 0);
+  } else {
+    for (uint32_t y = 0; y < 2; ++y) TIFFWriteScanline(file, rows.data() + y * rowBytes, y);
+  }
+  TIFFClose(file);
+}
+
+class ReadTiffLayout : public ::testing::TestWithParam<TiffCase> {};
+
+TEST_P(ReadTiffLayout, AsThePictureItShows) {
+  const Folder folder;
+  WriteTiffCase(GetParam(), folder / "page.tif");
+  EXPECT_EQ(GetParam().expected, Colours(Read(folder / "page.tif")));
+}
+
+constexpr Pixel kW = 0xFFFFFF, kK = 0;
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(All, ReadTiffLayout, ::testing::Values(
+    TiffCase{"MinIsWhite1", PHOTOMETRIC_MINISWHITE, 1, 1, 1, false, {0x40, 0x80}, 2, {kW, kK, kK, kW}},
+    TiffCase{"MinIsBlack1", PHOTOMETRIC_MINISBLACK, 1, 1, 1, false, {0x40, 0x80}, 2, {kK, kW, kW, kK}},
+    TiffCase{"MinIsWhite8", PHOTOMETRIC_MINISWHITE, 8, 1, 1, false, {0, 0x0F, 0xFF, 0x10}, 2, {kW, 0xF0F0F0, kK, 0xEFEFEF}},
+    TiffCase{"Grey2", PHOTOMETRIC_MINISBLACK, 2, 1, 1, false, {0x1B, 0xE4}, 4,
+             {kK, 0x555555, 0xAAAAAA, kW, kW, 0xAAAAAA, 0x555555, kK}},
+    TiffCase{"Grey16", PHOTOMETRIC_MINISBLACK, 16, 1, 1, false, {0, 0, 0xFF, 0xFF}, 1, {kK, kW}},
+    TiffCase{"Rgb", PHOTOMETRIC_RGB, 8, 3, 1, false, {1, 2, 3, 4, 5, 6}, 1, {0x010203, 0x040506}},
+    TiffCase{"ClearAlphaIsPaper", PHOTOMETRIC_RGB, 8, 4, 1, false, {9, 9, 9, 0, 1, 2, 3, 255}, 1, {kW, 0x010203}},
+    TiffCase{"Tiled", PHOTOMETRIC_MINISBLACK, 8, 1, 1, true, {0, 255, 255, 0}, 2, {kK, kW, kW, kK}}),
+    [](const auto& test) { return test.param.name; });
+// clang-format on
+
+TEST(ReadTiff, FindsEachPageInFilesOfEitherByteOrderAndPointerSize) {
+  const Folder folder;
+  const std::string path = folder / "pages.tif";
+  for (const char* mode : {"wl", "wb", "wl8", "wb8"}) {
+    TIFF* file = TIFFOpen(path.c_str(), mode);
+    for (uint8_t page = 1; page <= 4; ++page) {
+      TIFFSetField(file, TIFFTAG_IMAGEWIDTH, page);
+      TIFFSetField(file, TIFFTAG_IMAGELENGTH, 1);
+      TIFFSetField(file, TIFFTAG_BITSPERSAMPLE, 8);
+      TIFFSetField(file, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+      uint8_t row[4] = {page, page, page, page};
+      TIFFWriteScanline(file, row, 0, 0);
+      TIFFWriteDirectory(file);
+    }
+    TIFFClose(file);
+    const PageFile pages = Inspect(path);
+    ASSERT_EQ(4u, pages.pages.size()) << mode;
+    for (const size_t page : {4, 2, 1, 3}) {
+      const std::vector<Pixel> expected(page, static_cast<Pixel>(page * 0x010101));
+      EXPECT_EQ(expected, Colours(ReadPage(path, Format::kTiff, pages.pages[page - 1]))) << mode;
+    }
+  }
+}
+
+TEST(ReadTiff, TurnsPagesUpright) {
+  const Folder folder;
+  // Where 1 2 over 3 4, as stored, come to lie by each orientation from 2 on.
+  constexpr uint8_t kUpright[][4] = {{2, 1, 4, 3}, {4, 3, 2, 1}, {3, 4, 1, 2}, {1, 3, 2, 4},
+                                     {3, 1, 4, 2}, {4, 2, 3, 1}, {2, 4, 1, 3}};
+  uint16_t orientation = 2;
+  for (const auto& upright : kUpright) {
+    std::vector<Pixel> expected;
+    for (const uint8_t grey : upright) expected.push_back(grey * 0x010101u);
+    WriteTiffCase({"", PHOTOMETRIC_MINISBLACK, 8, 1, orientation, false, {1, 2, 3, 4}, 2, {}},
+                  folder / "page.tif");
+    EXPECT_EQ(expected, Colours(Read(folder / "page.tif"))) << "orientation " << orientation;
+    ++orientation;
+  }
+}
+
+// Writes 16 x 8 pixels, the left half of one colour and the right of another.
+void WriteJpeg(const std::string& path, J_COLOR_SPACE space, std::vector<uint8_t> left,
+               std::vector<uint8_t> right, const std::string& exif = "") {
+  jpeg_compress_struct jpeg{};
+  jpeg_error_mgr errors{};
+  jpeg.err = jpeg_std_error(&errors);
+  jpeg_create_compress(&jpeg);
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  jpeg_stdio_dest(&jpeg, file);
+  jpeg.image_width = 16;
+  jpeg.image_height = 8;
+  jpeg.input_components = static_cast<int>(left.size());
+  jpeg.in_color_space = space;
+  jpeg_set_defaults(&jpeg);
+  jpeg_set_quality(&jpeg, 100, TRUE);
+  jpeg.density_unit = 1;
+  jpeg.X_density = jpeg.Y_density = 200;
+  jpeg_start_compress(&jpeg, TRUE);
+  if (!exif.empty()) {
+    jpeg_write_marker(&jpeg, JPEG_APP0 + 1, reinterpret_cast<const JOCTET*>(exif.data()),
+                      static_cast<unsigned>(exif.size()));
+  }
+  std::vector<uint8_t> row;
+  for (int x = 0; x < 16; ++x)
+    row.insert(row.end(), (x < 8 ? left : right).begin(), (x < 8 ? left : right).end());
+  for (int y = 0; y < 8; ++y) {
+    JSAMPROW rows = row.data();
+    jpeg_write_scanlines(&jpeg, &rows, 1);
+  }
+  jpeg_finish_compress(&jpeg);
+  jpeg_destroy_compress(&jpeg);
+  std::fclose(file);
+}
+
+bool IsNear(Pixel a, Pixel b) {
+  for (const int shift : {0, 8, 16}) {
+    if (std::abs(static_cast<int>(a >> shift & 255) - static_cast<int>(b >> shift & 255)) > 6) return false;
+  }
+  return true;
+}
+
+TEST(ReadJpeg, KnowsGreyRgbAndInvertedInks) {
+  const Folder folder;
+  const std::string path = folder / "page.jpg";
+  const auto corners = [&] {
+    const std::vector<Pixel> colours = Colours(Read(path));
+    return std::pair(colours.front(), colours.back());
+  };
+  WriteJpeg(path, JCS_GRAYSCALE, {40}, {200});
+  EXPECT_EQ(8, PageView(Read(path)).bits());
+  EXPECT_EQ(7874, PageView(Read(path)).resolution().x);
+  EXPECT_TRUE(IsNear(0x282828, corners().first) && IsNear(0xC8C8C8, corners().second));
+  WriteJpeg(path, JCS_RGB, {230, 20, 30}, {10, 40, 220});
+  EXPECT_TRUE(IsNear(0xE6141E, corners().first) && IsNear(0x0A28DC, corners().second))
+      << std::hex << corners().first;
+  // As Adobe writes them: 255 is no ink. All cyan; then half black.
+  WriteJpeg(path, JCS_CMYK, {0, 255, 255, 255}, {255, 255, 255, 128});
+  EXPECT_TRUE(IsNear(0x00FFFF, corners().first) && IsNear(0x808080, corners().second))
+      << std::hex << corners().first;
+}
+
+TEST(ReadJpeg, TurnsPagesUprightByTheirExifBlock) {
+  using namespace std::string_literals;
+  const Folder folder;
+  const std::string bigEndian = "Exif\0\0MM\0\x2A\0\0\0\x08\0\x01\x01\x12\0\x03\0\0\0\x01\0\x06\0\0\0\0\0\0"s;
+  const std::string littleEndian =
+      "Exif\0\0II\x2A\0\x08\0\0\0\x01\0\x12\x01\x03\0\x01\0\0\0\x06\0\0\0\0\0\0\0"s;
+  for (const std::string& exif : {bigEndian, littleEndian}) {
+    WriteJpeg(folder / "page.jpg", JCS_GRAYSCALE, {40}, {200}, exif);
+    const Dib page = Read(folder / "page.jpg");
+    EXPECT_EQ(8, PageView(page).width());  // what was the left half is the top now
+    EXPECT_TRUE(IsNear(0x282828, Colours(page).front()) && IsNear(0xC8C8C8, Colours(page).back()));
+  }
+}
+
+// ---- hostile files ----------------------------------------------------------------------------------------
+
+std::vector<std::string> SmallFiles(const Folder& folder) {
+  std::vector<std::string> paths;
+  for (const std::string ending : {"bmp", "tif", "png"}) {
+    for (const int bits : {1, 8, 24}) {
+      paths.push_back(folder / (std::to_string(bits) + "." + ending));
+      Write(RandomPage(bits, 33, 9, bits == 8), paths.back());
+    }
+  }
+  paths.push_back(folder / "lossy.tif");
+  Write(RandomPage(24, 33, 9), paths.back(), {.jpegQuality = 50});
+  paths.push_back(folder / "page.jpg");
+  WriteJpeg(paths.back(), JCS_RGB, {230, 20, 30}, {10, 40, 220}, "Exif");
+  return paths;
+}
+
+// Reads what there is of a file. A picture that comes out, comes out as `expected` if that is given.
+void ReadHostile(const std::string& path, const std::vector<Pixel>* expected) {
+  try {
+    const PageFile file = Inspect(path);
+    for (const uint64_t place : file.pages) {
+      const Dib page = ReadPage(path, file.format, place);
+      const std::vector<Pixel> colours = Colours(page);
+      if (expected != nullptr) {
+        EXPECT_EQ(*expected, colours);
+      }
+    }
+  } catch (const PageError&) {
+  }
+}
+
+TEST(HostileFiles, CutShortAnywhereGiveAnErrorOrTheWholePicture) {
+  const Folder folder;
+  for (const std::string& path : SmallFiles(folder)) {
+    const std::vector<Pixel> whole = Colours(Read(path));
+    for (uintmax_t length = fs::file_size(path); length-- > 0;) {
+      SCOPED_TRACE(::testing::Message() << path << " at " << length);
+      fs::resize_file(path, length);
+      ReadHostile(path, &whole);
+      if (::testing::Test::HasFailure()) return;
+    }
+  }
+}
+
+TEST(HostileFiles, WithWrongBytesAnywhereDoNoHarm) {
+  const Folder folder;
+  std::mt19937 random(1);
+  for (const std::string& path : SmallFiles(folder)) {
+    const std::string bytes = ReadBytes(path);
+    for (int round = 0; round < 120; ++round) {
+      std::string wrong = bytes;
+      // Headers stand at the start, or at the end of a TIFF file.
+      const size_t span = round % 2 == 0 ? std::min<size_t>(bytes.size(), 160) : bytes.size();
+      for (int i = 0; i < 1 + round % 3; ++i) wrong[random() % span] = static_cast<char>(random());
+      WriteBytes(path + ".wrong", wrong);
+      ReadHostile(path + ".wrong", nullptr);
+    }
+  }
+}
+
+TEST(HostileFiles, LyingSizesAreRefusedBeforeMemoryIsAskedFor) {
+  const Folder folder;
+  struct Lie {
+    const char* file;
+    size_t at;  // of a 32-bit field
+    bool isBigEndian;
+  };
+  Write(RandomPage(24, 33, 21), folder / "page.bmp");
+  Write(RandomPage(24, 33, 21), folder / "page.png");
+  WriteJpeg(folder / "page.jpg", JCS_GRAYSCALE, {40}, {200});
+  const std::string jpeg = ReadBytes(folder / "page.jpg");
+  const size_t frame = jpeg.find("\xFF\xC0");
+  for (const Lie& lie : {Lie{"page.bmp", 22, false}, Lie{"page.bmp", 34, false}, Lie{"page.bmp", 46, false},
+                         Lie{"page.png", 20, true}, Lie{"page.jpg", frame + 5, true}}) {
+    std::string bytes = ReadBytes(folder / lie.file);
+    // 60000 rows, bytes or colours, or more; the checksum of a PNG header is of no use then, but libpng looks
+    // at it.
+    const std::string number = lie.isBigEndian ? "\x7F\x00\xEA\x60" : "\x60\xEA\x00\x7F";
+    for (size_t i = 0; i < 4; ++i) bytes[lie.at + i] = number[i];
+    WriteBytes(folder / lie.file, bytes);
+    EXPECT_THROW(Read(folder / lie.file), PageError) << lie.file << " at " << lie.at;
+  }
+  TIFF* file = TIFFOpen((folder / "lie.tif").c_str(), "w");
+  TIFFSetField(file, TIFFTAG_IMAGEWIDTH, 60000);
+  TIFFSetField(file, TIFFTAG_IMAGELENGTH, 500000000);
+  TIFFSetField(file, TIFFTAG_BITSPERSAMPLE, 1);
+  TIFFSetField(file, TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX4);
+  TIFFWriteDirectory(file);
+  TIFFClose(file);
+  EXPECT_THROW(Read(folder / "lie.tif"), PageError);
+}
+
+TEST(OutputFile, AppearsUnderItsNameOnlyWhenItIsComplete) {
+  const Folder folder;
+  const std::string name = folder / "out.png";
+  {
+    const OutputFile file(name);
+    WriteBytes(file.path(), "half");
+    EXPECT_FALSE(fs::exists(name));
+  }
+  EXPECT_EQ(0u, folder.count());
+  WriteBytes(name, "old");
+  {
+    OutputFile file(name);
+    WriteBytes(file.path(), "new");
+    EXPECT_EQ("old", ReadBytes(name));
+    file.Commit();
+  }
+  EXPECT_EQ("new", ReadBytes(name));
+  EXPECT_EQ(1u, folder.count());
+  EXPECT_THROW(OutputFile(folder / "."), PageError);
+  EXPECT_THROW(OutputFile("/dev/null"), PageError);
+}
+
+}  // namespace
+}  // namespace rastrel::formats
