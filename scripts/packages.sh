@@ -7,6 +7,8 @@ RASTREL_BUILD_PACKAGES=(g++ cmake ninja-build pkg-config)
 RASTREL_TOOL_PACKAGES=(libtiff-dev libpng-dev libjpeg62-turbo-dev libtbb-dev libfmt-dev nlohmann-json3-dev libcli11-dev)
 RASTREL_TEST_PACKAGES=(googletest libgtest-dev libgmock-dev libbenchmark-dev g++-multilib)
 RASTREL_ACCURACY_PACKAGES=(libfreetype-dev fonts-liberation fonts-dejavu-core)
+RASTREL_QUALITY_PACKAGES=(libharfbuzz-dev fonts-hosny-amiri culmus fonts-blankenburg fonts-breip fonts-dkg-handwriting
+  tesseract-ocr tesseract-ocr-eng python3-numpy python3-pil python3-scipy liblept5 imagemagick unpaper)
 RASTREL_LINT_PACKAGES=(clang-format)
 RASTREL_PEER_PACKAGES=(libleptonica-dev libopencv-dev unpaper libbenchmark-dev time python3)
 RASTREL_WINDOWS_PACKAGES=(g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine64 xvfb xauth)

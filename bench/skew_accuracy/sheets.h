@@ -2,9 +2,14 @@
 #ifndef RASTREL_BENCH_SKEW_ACCURACY_SHEETS_H
 #define RASTREL_BENCH_SKEW_ACCURACY_SHEETS_H
 
-#include "bench/skew_accuracy/painter.h"
+#include "bench/drawing/painter.h"
 
 namespace rastrel::accuracy {
+
+using drawing::Fonts;
+using drawing::Painter;
+using drawing::Random;
+using drawing::Screen;
 
 struct Kind {
   const char* name;

@@ -1,20 +1,21 @@
 // Paints pages of print that are turned by a known angle: everything is drawn at that angle, each pixel by
 // how much of it is covered, so that the angle is exact.
-#ifndef RASTREL_BENCH_SKEW_ACCURACY_PAINTER_H
-#define RASTREL_BENCH_SKEW_ACCURACY_PAINTER_H
+#ifndef RASTREL_BENCH_DRAWING_PAINTER_H
+#define RASTREL_BENCH_DRAWING_PAINTER_H
 
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include FT_OUTLINE_H
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "tests/support/test_dib.h"
 
-namespace rastrel::accuracy {
+namespace rastrel::drawing {
 
 class Random {
  public:
@@ -36,10 +37,13 @@ struct Point {
   double x, y;
 };
 
+// Serif, sans serif, a second sans serif, typewriter, italic, bold.
+extern const std::span<const char* const> kPrintFaces;
+
 // The typefaces, loaded once.
 class Fonts {
  public:
-  Fonts();
+  explicit Fonts(std::span<const char* const> files = kPrintFaces);
   ~Fonts();
   FT_Library library() const { return library_; }
   FT_Face Face(int index) const { return faces_[static_cast<size_t>(index) % faces_.size()]; }
@@ -52,18 +56,37 @@ class Fonts {
 
 enum class Screen { kOrdered, kDiffused, kLines };  // how pictures become black and white
 
-// A sheet measured in millimetres, y downward, turned counter-clockwise about the middle of the page.
+// How far the image reaches beyond the sheet on each side, in millimetres; less than 0 where it cuts the
+// sheet.
+struct Margins {
+  double left = 0, top = 0, right = 0, bottom = 0;
+};
+
+// A sheet measured in millimetres, y downward, turned counter-clockwise about the middle of the image.
 class Painter {
  public:
-  Painter(const Fonts& fonts, double widthMm, double heightMm, int dpi, double degrees);
+  Painter(const Fonts& fonts, double widthMm, double heightMm, int dpi, double degrees,
+          const Margins& margins = {});
 
   int width() const { return width_; }
   int height() const { return height_; }
   double widthMm() const { return widthMm_; }
   double heightMm() const { return heightMm_; }
+  int dpi() const { return dpi_; }
+  const Fonts& fonts() const { return fonts_; }
+  // What is drawn from now on is seen from behind the sheet.
+  void Mirror() { isMirrored_ = true; }
+
+  Point ToPixels(double x, double y) const;
+  Point ToSheet(double px, double py) const;
+  // A byte a pixel, row by row: how dark it is, 255 is ink; whether it belongs to a picture.
+  const std::vector<uint8_t>& dark() const { return dark_; }
+  const std::vector<uint8_t>& isPicture() const { return isPicture_; }
 
   // Text from `x` on, with its baseline at `y`. Returns where it ends; which is all when it is not drawn.
   double Text(double x, double y, const std::string& text, int font, double points, bool isDrawn = true);
+  // One glyph of a face by its index, for text that was shaped elsewhere.
+  void Glyph(double x, double y, unsigned glyph, int font, double points);
   void Polygon(const std::vector<Point>& corners);
   void Rule(double x0, double y0, double x1, double y1, double thickness);
   void Disc(double x, double y, double radius);
@@ -81,19 +104,22 @@ class Painter {
   testing::TestDib Page(int bits, Screen screen) const;
 
  private:
-  Point ToPixels(double x, double y) const;
-  Point ToSheet(double px, double py) const;
+  void SetSize(FT_Face face, double points) const;
+  void CoverGlyph(FT_Face face, double x, double y);
   void Cover(FT_Outline* outline);
   uint8_t& At(int x, int y) { return dark_[static_cast<size_t>(y) * static_cast<size_t>(width_) + x]; }
 
   const Fonts& fonts_;
-  double widthMm_, heightMm_, scale_, cosine_, sine_;
+  double widthMm_, heightMm_;
+  Margins margins_;
+  double scale_, cosine_, sine_;
   int dpi_, width_, height_;
   int ground_ = 255, ink_ = 0;
+  bool isMirrored_ = false;
   std::vector<uint8_t> dark_;       // 255 is ink
   std::vector<uint8_t> isPicture_;  // becomes black and white by a screen
 };
 
-}  // namespace rastrel::accuracy
+}  // namespace rastrel::drawing
 
 #endif

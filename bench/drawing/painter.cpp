@@ -1,11 +1,11 @@
-#include "bench/skew_accuracy/painter.h"
+#include "bench/drawing/painter.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
-namespace rastrel::accuracy {
+namespace rastrel::drawing {
 namespace {
 
 constexpr const char* kFaces[] = {
@@ -21,9 +21,11 @@ FT_Pos ToFixed(double pixels) { return static_cast<FT_Pos>(std::lround(pixels * 
 
 }  // namespace
 
-Fonts::Fonts() {
+const std::span<const char* const> kPrintFaces = kFaces;
+
+Fonts::Fonts(std::span<const char* const> files) {
   if (FT_Init_FreeType(&library_) != 0) std::exit(2);
-  for (const char* file : kFaces) {
+  for (const char* file : files) {
     FT_Face face = nullptr;
     if (FT_New_Face(library_, file, 0, &face) != 0) {
       std::fprintf(stderr, "%s is missing\n", file);
@@ -35,28 +37,33 @@ Fonts::Fonts() {
 
 Fonts::~Fonts() { FT_Done_FreeType(library_); }
 
-Painter::Painter(const Fonts& fonts, double widthMm, double heightMm, int dpi, double degrees)
+Painter::Painter(const Fonts& fonts, double widthMm, double heightMm, int dpi, double degrees,
+                 const Margins& margins)
     : fonts_(fonts),
       widthMm_(widthMm),
       heightMm_(heightMm),
+      margins_(margins),
       scale_(dpi / 25.4),
       cosine_(std::cos(degrees * 3.14159265358979323846 / 180)),
       sine_(std::sin(degrees * 3.14159265358979323846 / 180)),
       dpi_(dpi),
-      width_(static_cast<int>(widthMm * scale_)),
-      height_(static_cast<int>(heightMm * scale_)),
+      width_(static_cast<int>((margins.left + widthMm + margins.right) * scale_)),
+      height_(static_cast<int>((margins.top + heightMm + margins.bottom) * scale_)),
       dark_(static_cast<size_t>(width_) * static_cast<size_t>(height_)),
       isPicture_(dark_.size()) {}
 
 Point Painter::ToPixels(double x, double y) const {
-  const double u = x * scale_ - width_ / 2.0, v = y * scale_ - height_ / 2.0;
+  if (isMirrored_) x = widthMm_ - x;
+  const double u = (x + margins_.left) * scale_ - width_ / 2.0;
+  const double v = (y + margins_.top) * scale_ - height_ / 2.0;
   return {width_ / 2.0 + u * cosine_ + v * sine_, height_ / 2.0 - u * sine_ + v * cosine_};
 }
 
 Point Painter::ToSheet(double px, double py) const {
   const double u = px - width_ / 2.0, v = py - height_ / 2.0;
-  return {(width_ / 2.0 + u * cosine_ - v * sine_) / scale_,
-          (height_ / 2.0 + u * sine_ + v * cosine_) / scale_};
+  const double x = (width_ / 2.0 + u * cosine_ - v * sine_) / scale_ - margins_.left;
+  const double y = (height_ / 2.0 + u * sine_ + v * cosine_) / scale_ - margins_.top;
+  return {isMirrored_ ? widthMm_ - x : x, y};
 }
 
 // The outline is in 1/64 pixel, y upward from the bottom of the page. What is covered twice adds up.
@@ -76,22 +83,37 @@ void Painter::Cover(FT_Outline* outline) {
   FT_Outline_Render(fonts_.library(), outline, &params);
 }
 
+void Painter::SetSize(FT_Face face, double points) const {
+  FT_Set_Char_Size(face, 0, ToFixed(points), static_cast<FT_UInt>(dpi_), static_cast<FT_UInt>(dpi_));
+}
+
+// The glyph that the face has loaded, with its origin at (x, y).
+void Painter::CoverGlyph(FT_Face face, double x, double y) {
+  const auto toFixed = [](double value) { return static_cast<FT_Fixed>(std::lround(value * 65536)); };
+  const double side = isMirrored_ ? -1 : 1;
+  const FT_Matrix turn = {toFixed(side * cosine_), toFixed(-sine_), toFixed(side * sine_), toFixed(cosine_)};
+  const Point origin = ToPixels(x, y);
+  FT_Outline_Transform(&face->glyph->outline, &turn);
+  FT_Outline_Translate(&face->glyph->outline, ToFixed(origin.x), ToFixed(height_ - origin.y));
+  Cover(&face->glyph->outline);
+}
+
 double Painter::Text(double x, double y, const std::string& text, int font, double points, bool isDrawn) {
   FT_Face face = fonts_.Face(font);
-  FT_Set_Char_Size(face, 0, ToFixed(points), static_cast<FT_UInt>(dpi_), static_cast<FT_UInt>(dpi_));
-  const auto toFixed = [](double value) { return static_cast<FT_Fixed>(std::lround(value * 65536)); };
-  const FT_Matrix turn = {toFixed(cosine_), toFixed(-sine_), toFixed(sine_), toFixed(cosine_)};
+  SetSize(face, points);
   for (const char letter : text) {
     FT_Load_Char(face, static_cast<unsigned char>(letter), FT_LOAD_NO_HINTING | FT_LOAD_NO_BITMAP);
-    if (isDrawn) {
-      const Point origin = ToPixels(x, y);
-      FT_Outline_Transform(&face->glyph->outline, &turn);
-      FT_Outline_Translate(&face->glyph->outline, ToFixed(origin.x), ToFixed(height_ - origin.y));
-      Cover(&face->glyph->outline);
-    }
+    if (isDrawn) CoverGlyph(face, x, y);
     x += static_cast<double>(face->glyph->linearHoriAdvance) / 65536 / scale_;
   }
   return x;
+}
+
+void Painter::Glyph(double x, double y, unsigned glyph, int font, double points) {
+  FT_Face face = fonts_.Face(font);
+  SetSize(face, points);
+  FT_Load_Glyph(face, glyph, FT_LOAD_NO_HINTING | FT_LOAD_NO_BITMAP);
+  CoverGlyph(face, x, y);
 }
 
 void Painter::Polygon(const std::vector<Point>& corners) {
@@ -239,4 +261,4 @@ testing::TestDib Painter::Page(int bits, Screen screen) const {
   return page;
 }
 
-}  // namespace rastrel::accuracy
+}  // namespace rastrel::drawing
