@@ -1,0 +1,693 @@
+#include "pages/sheet.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+
+namespace rastrel::pages {
+namespace {
+
+// Lengths are in sixteenths of a millimetre unless they say otherwise, shares in percent.
+constexpr int kMm = 16;
+
+// The side that is taken for an A4 sheet's short one where the resolution is not known or cannot be true.
+constexpr int kAssumedShortSideMm = 210;
+constexpr int kLeastShortSideMm = 50, kMostShortSideMm = 900;
+
+// Cells are as coarse as leaves this many along the image's short side: bars half a millimetre thick still
+// fill their cells.
+constexpr int kLeastCellsAcross = 360;
+constexpr int kLargestCell = 8;
+
+// Dark of a surround, by the paper's brightness. The higher are tried first; the lower tell a surround from
+// paper that a vignette darkens.
+constexpr int kDarkShares[] = {52, 36, 22};
+// What of paper a surround that reaches along a part of a side only may be bright: black, not merely dark.
+constexpr int kBlackShare = 20;
+// Paper as scanners see it. Below, it is tinted or photographed: there dark parts of a side may be anything.
+constexpr int kWhitePaper = 200;
+// Marks at the edge that are smaller than this (square millimetres) are not worth a word.
+constexpr int kWordArea = 25;
+
+constexpr int kEdgeGap = kMm * 3 / 2;  // between the image's edge and what counts as touching it
+constexpr int kLeastArea = 3;          // square millimetres that are worth a judgement
+constexpr int kFleckGap = 3 * kMm;     // light that a walk in from the edge goes across
+constexpr int kSolid = 96;             // of what a surround encloses, dark
+constexpr int kLetterMin = kMm, kLetterMax = 10 * kMm;  // heights of light letters on black
+constexpr int kMostLetters = 3;                         // enclosed light marks of that height
+constexpr int kBump = kMm * 3 / 2;      // what stands out by more is attached to the surround, not of it
+constexpr int kMedianReach = 12 * kMm;  // along the side, to either hand
+constexpr int kRough = kMm;             // off the running median
+constexpr int kMostRough = 25;          // of places
+constexpr int kSharpWidth = kMm * 5 / 4;
+constexpr int kSharpRise = 65;        // of the step from surround to paper, within kSharpWidth
+constexpr int kLeastSharp = 75;       // of places
+constexpr int kPaperReach = 8 * kMm;  // inwards, where the paper's brightness is looked for
+constexpr int kPaperShare = 60;       // of the page's paper level, which the paper inside has at least
+constexpr int kLeastPaper = 70;       // of places with paper inside
+constexpr int kDeepest = 45;          // of the image across, to which a side's depth is followed
+constexpr int kWholeSide = 88;        // of a side that a surround runs along
+constexpr int kHalfSide = 45;
+constexpr int kLineOff = kMm;   // tolerance around a fitted line
+constexpr int kLineShare = 85;  // of places within it
+constexpr int kSliverRatio = 8, kSliverDepth = 6 * kMm;
+constexpr int kThin = kMm * 3 / 2;
+
+// ---- the grid ---------------------------------------------------------------------------------------------
+
+int CellFor(int width, int height) {
+  int cell = 1;
+  while (cell < kLargestCell && std::min(width, height) / (cell * 2) >= kLeastCellsAcross) cell *= 2;
+  return cell;
+}
+
+int PixelsPerMm16(int width, int height, int dpi) {
+  const int shortSide = std::min(width, height);
+  const int byDpi = dpi * 160 / 254;  // 16 * dpi / 25.4
+  if (byDpi > 0 && shortSide * 16 >= kLeastShortSideMm * byDpi && shortSide * 16 <= kMostShortSideMm * byDpi)
+    return byDpi;
+  return std::max(1, shortSide * 16 / kAssumedShortSideMm);
+}
+
+// Means of square cells. The last cells of a row or column may reach beyond the image and count what lies in
+// it.
+BytePlane Shrink(const BytePlane& grey, int cell) {
+  if (cell == 1) return grey;
+  const int columns = (grey.width() + cell - 1) / cell, rows = (grey.height() + cell - 1) / cell;
+  BytePlane grid(columns, rows);
+  std::vector<uint32_t> sums(static_cast<size_t>(columns) * static_cast<size_t>(cell));
+  for (int r = 0; r < rows; ++r) {
+    std::fill(sums.begin(), sums.end(), 0u);
+    const int top = r * cell, bottom = std::min(grey.height(), top + cell);
+    for (int y = top; y < bottom; ++y) {
+      const uint8_t* row = grey.Row(y);
+      for (int x = 0; x < grey.width(); ++x) sums[static_cast<size_t>(x)] += row[x];
+    }
+    uint8_t* out = grid.Row(r);
+    for (int c = 0; c < columns; ++c) {
+      uint32_t sum = 0;
+      for (int i = 0; i < cell; ++i) sum += sums[static_cast<size_t>(c * cell + i)];
+      const int across = std::min(cell, grey.width() - c * cell);
+      out[c] = static_cast<uint8_t>(sum / static_cast<uint32_t>(across * (bottom - top)));
+    }
+  }
+  return grid;
+}
+
+BytePlane Shrink(const BitPlane& ink, int cell) {
+  const int columns = (ink.width() + cell - 1) / cell, rows = (ink.height() + cell - 1) / cell;
+  BytePlane grid(columns, rows);
+  std::vector<uint8_t> counts(static_cast<size_t>(columns));
+  const uint64_t mask = ((uint64_t{1} << cell) - 1);
+  for (int r = 0; r < rows; ++r) {
+    std::fill(counts.begin(), counts.end(), uint8_t{0});
+    const int top = r * cell, bottom = std::min(ink.height(), top + cell);
+    for (int y = top; y < bottom; ++y) {
+      const uint64_t* row = ink.Row(y);
+      for (size_t w = 0; w < ink.wordsPerRow(); ++w) {
+        uint64_t word = row[w];
+        if (word == 0) continue;
+        const int perWord = 64 / cell;
+        const int first = static_cast<int>(w) * perWord;
+        for (int i = perWord - 1; i >= 0 && word != 0; --i, word >>= cell) {
+          if (first + i < columns)
+            counts[static_cast<size_t>(first + i)] =
+                static_cast<uint8_t>(counts[static_cast<size_t>(first + i)] + std::popcount(word & mask));
+        }
+      }
+    }
+    uint8_t* out = grid.Row(r);
+    for (int c = 0; c < columns; ++c) {
+      const int across = std::min(cell, ink.width() - c * cell);
+      out[c] = static_cast<uint8_t>(255 - 255 * counts[static_cast<size_t>(c)] / (across * (bottom - top)));
+    }
+  }
+  return grid;
+}
+
+// The brightness of which `percent` of the cells in the middle of the image stay below.
+uint8_t PaperLevel(const BytePlane& grid) {
+  constexpr int kPercent = 80, kMargin = 6;  // 1 / kMargin of the image at each side is left out
+  int64_t counts[256] = {}, all = 0;
+  for (int r = grid.height() / kMargin; r < grid.height() - grid.height() / kMargin; ++r) {
+    const uint8_t* row = grid.Row(r);
+    for (int c = grid.width() / kMargin; c < grid.width() - grid.width() / kMargin; ++c, ++all)
+      ++counts[row[c]];
+  }
+  int64_t below = 0;
+  for (int value = 0; value < 256; ++value) {
+    below += counts[value];
+    if (below * 100 >= all * kPercent) return static_cast<uint8_t>(value);
+  }
+  return 255;
+}
+
+// ---- a side, turned so that depth counts from the image's edge
+// ----------------------------------------------
+
+struct SideAxis {
+  SheetSide side;
+  int places, across;  // along the side, and from it to the one across
+
+  SideAxis(const BytePlane& grid, SheetSide s)
+      : side(s),
+        places(IsUpright() ? grid.height() : grid.width()),
+        across(IsUpright() ? grid.width() : grid.height()) {}
+  bool IsUpright() const { return side == SheetSide::kLeft || side == SheetSide::kRight; }
+  int X(int place, int depth) const {
+    switch (side) {
+      case SheetSide::kLeft:
+        return depth;
+      case SheetSide::kRight:
+        return across - 1 - depth;
+      default:
+        return place;
+    }
+  }
+  int Y(int place, int depth) const {
+    switch (side) {
+      case SheetSide::kTop:
+        return depth;
+      case SheetSide::kBottom:
+        return across - 1 - depth;
+      default:
+        return place;
+    }
+  }
+  uint8_t At(const BytePlane& plane, int place, int depth) const {
+    return plane.Row(Y(place, depth))[X(place, depth)];
+  }
+  uint8_t& At(BytePlane& plane, int place, int depth) const {
+    return plane.Row(Y(place, depth))[X(place, depth)];
+  }
+};
+
+// ---- dark areas at the edge -------------------------------------------------------------------------------
+
+constexpr uint8_t kMember = 255, kSeen = 1;
+
+struct Area {
+  BytePlane member;  // kMember where it is
+  int left = 0, top = 0, right = 0, bottom = 0;
+  int64_t cells = 0;
+  int64_t sum = 0;  // of brightness
+};
+
+// Follows dark cells from a first one. `seen` keeps what belongs to an area already.
+Area Follow(const BytePlane& grid, uint8_t darkBelow, int x, int y, BytePlane* seen) {
+  Area area{BytePlane(grid.width(), grid.height()), x, y, x + 1, y + 1};
+  std::vector<std::pair<int32_t, int32_t>> open = {{x, y}};
+  seen->Row(y)[x] = kSeen;
+  while (!open.empty()) {
+    const auto [cx, cy] = open.back();
+    open.pop_back();
+    area.member.Row(cy)[cx] = kMember;
+    ++area.cells;
+    area.sum += grid.Row(cy)[cx];
+    area.left = std::min(area.left, cx);
+    area.right = std::max(area.right, cx + 1);
+    area.top = std::min(area.top, cy);
+    area.bottom = std::max(area.bottom, cy + 1);
+    for (int ny = std::max(0, cy - 1); ny <= std::min(grid.height() - 1, cy + 1); ++ny) {
+      for (int nx = std::max(0, cx - 1); nx <= std::min(grid.width() - 1, cx + 1); ++nx) {
+        if (seen->Row(ny)[nx] != 0 || grid.Row(ny)[nx] >= darkBelow) continue;
+        seen->Row(ny)[nx] = kSeen;
+        open.push_back({nx, ny});
+      }
+    }
+  }
+  return area;
+}
+
+// Fills what an area encloses, alone or together with the image's edge: everything light but the largest
+// piece. Tells how much that was, and how many pieces are as tall as letters.
+struct Enclosed {
+  int64_t cells = 0;
+  int letters = 0;
+};
+Enclosed FillEnclosed(Area* area, int letterMin, int letterMax) {
+  struct Run {
+    int row, left, right, parent;
+  };
+  const int width = area->member.width(), height = area->member.height();
+  std::vector<Run> runs;
+  const auto rootOf = [&runs](int i) {
+    while (runs[static_cast<size_t>(i)].parent != i) i = runs[static_cast<size_t>(i)].parent;
+    return i;
+  };
+  size_t above = 0, aboveEnd = 0;
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* row = area->member.Row(y);
+    const size_t first = runs.size();
+    for (int x = 0; x < width;) {
+      if (row[x] == kMember) {
+        ++x;
+        continue;
+      }
+      int end = x;
+      while (end < width && row[end] != kMember) ++end;
+      const int number = static_cast<int>(runs.size());
+      runs.push_back({y, x, end, number});
+      for (size_t i = above; i < aboveEnd; ++i) {
+        if (runs[i].right <= x || runs[i].left >= end) continue;
+        const int a = rootOf(static_cast<int>(i)), b = rootOf(number);
+        runs[static_cast<size_t>(std::max(a, b))].parent = std::min(a, b);
+      }
+      x = end;
+    }
+    above = first;
+    aboveEnd = runs.size();
+  }
+  struct Piece {
+    int64_t cells = 0;
+    int top = INT32_MAX, bottom = 0, left = INT32_MAX, right = 0;
+  };
+  std::vector<Piece> pieces(runs.size());
+  size_t largest = 0;
+  for (size_t i = 0; i < runs.size(); ++i) {
+    const auto root = static_cast<size_t>(rootOf(static_cast<int>(i)));
+    Piece& piece = pieces[root];
+    piece.cells += runs[i].right - runs[i].left;
+    piece.top = std::min(piece.top, runs[i].row);
+    piece.bottom = std::max(piece.bottom, runs[i].row + 1);
+    piece.left = std::min(piece.left, runs[i].left);
+    piece.right = std::max(piece.right, runs[i].right);
+    if (piece.cells > pieces[largest].cells) largest = root;
+  }
+  Enclosed enclosed;
+  // A second large piece of the sheet (the area parts the page in two) is not enclosed.
+  const int64_t mostCells = std::max<int64_t>(int64_t{width} * height / 30, 4);
+  for (size_t i = 0; i < runs.size(); ++i) {
+    const auto root = static_cast<size_t>(rootOf(static_cast<int>(i)));
+    const Piece& piece = pieces[root];
+    if (root == largest || piece.cells > mostCells) continue;
+    // Light that lies along the image's edge, outside of a bar, is not in the bar.
+    std::memset(area->member.Row(runs[i].row) + runs[i].left, kMember,
+                static_cast<size_t>(runs[i].right - runs[i].left));
+    if (i != root) continue;
+    const int tall = piece.bottom - piece.top;
+    const bool isAtEdge = piece.left == 0 || piece.top == 0 || piece.right == width || piece.bottom == height;
+    if (!isAtEdge) enclosed.cells += piece.cells;
+    if (!isAtEdge && tall >= letterMin && tall <= letterMax && piece.cells * 8 >= int64_t{tall} * tall)
+      ++enclosed.letters;
+  }
+  return enclosed;
+}
+
+// How far an area reaches in from a side at each place: the first depth that is not of it. 0 where it does
+// not touch the side, -1 where it reaches across the image.
+std::vector<int32_t> Profile(const Area& area, const SideAxis& axis, int gap, int fleck) {
+  const int deepest = axis.across * kDeepest / 100;
+  std::vector<int32_t> depths(static_cast<size_t>(axis.places), 0);
+  for (int place = 0; place < axis.places; ++place) {
+    int depth = 0, light = 0, last = 0;
+    while (depth < deepest && light <= (last == 0 ? gap : fleck)) {
+      if (axis.At(area.member, place, depth) == kMember) {
+        last = depth + 1;
+        light = 0;
+      } else {
+        ++light;
+      }
+      ++depth;
+    }
+    depths[static_cast<size_t>(place)] = last >= deepest ? -1 : last;
+  }
+  return depths;
+}
+
+std::vector<int32_t> RunningMedian(const std::vector<int32_t>& depths, int reach) {
+  std::vector<int32_t> medians(depths.size()), window;
+  const int count = static_cast<int>(depths.size());
+  const int step = std::max(1, reach / 8);
+  for (int i = 0; i < count; ++i) {
+    window.clear();
+    for (int k = std::max(0, i - reach); k <= std::min(count - 1, i + reach); k += step) {
+      if (depths[static_cast<size_t>(k)] > 0) window.push_back(depths[static_cast<size_t>(k)]);
+    }
+    if (window.empty()) continue;
+    const auto middle = window.begin() + static_cast<ptrdiff_t>(window.size() / 2);
+    std::nth_element(window.begin(), middle, window.end());
+    medians[static_cast<size_t>(i)] = *middle;
+  }
+  return medians;
+}
+
+// The line that fits most depths: the median of slopes between places half the side apart, in 1/16 cells.
+struct Line {
+  bool isFound = false;
+  int64_t atFirst = 0, atLast = 0;
+  int share = 0;  // of the places with a depth, that lie within the tolerance
+  int64_t At(int place, int places) const {
+    return atFirst + (atLast - atFirst) * place / std::max(1, places - 1);
+  }
+};
+Line FitLine(const std::vector<int32_t>& depths, int tolerance16) {
+  std::vector<int32_t> at;
+  for (size_t i = 0; i < depths.size(); ++i) {
+    if (depths[i] > 0) at.push_back(static_cast<int32_t>(i));
+  }
+  Line line;
+  if (at.size() < 8) return line;
+  const size_t half = at.size() / 2;
+  // Slopes in 1/65536 cells per place.
+  std::vector<int64_t> values;
+  for (size_t i = 0; i + half < at.size(); ++i) {
+    const int64_t run = at[i + half] - at[i];
+    values.push_back(
+        (int64_t{depths[static_cast<size_t>(at[i + half])]} - depths[static_cast<size_t>(at[i])]) * 65536 /
+        run);
+  }
+  std::nth_element(values.begin(), values.begin() + static_cast<ptrdiff_t>(values.size() / 2), values.end());
+  const int64_t slope = values[values.size() / 2];
+  values.clear();
+  for (const int32_t place : at)
+    values.push_back(int64_t{depths[static_cast<size_t>(place)]} * 65536 - slope * place);
+  std::nth_element(values.begin(), values.begin() + static_cast<ptrdiff_t>(values.size() / 2), values.end());
+  const int64_t start = values[values.size() / 2];
+  line.isFound = true;
+  line.atFirst = start / 4096;
+  line.atLast = (start + slope * (static_cast<int64_t>(depths.size()) - 1)) / 4096;
+  int64_t near = 0;
+  for (const int32_t place : at) {
+    const int64_t off = int64_t{depths[static_cast<size_t>(place)]} * 16 - (start + slope * place) / 4096;
+    near += std::llabs(off) <= tolerance16;
+  }
+  line.share = static_cast<int>(near * 100 / static_cast<int64_t>(at.size()));
+  return line;
+}
+
+// ---- judgement --------------------------------------------------------------------------------------------
+
+struct Units {
+  int cell, pixelsPerMm16;
+  // Lengths of sixteenths of a millimetre, in cells, at least 1.
+  int Cells(int mm16) const { return std::max(1, (mm16 * pixelsPerMm16 / 16 + cell * 8) / (cell * 16)); }
+};
+
+struct SideEvidence {
+  int touched = 0;  // places
+  int64_t depthSum = 0;
+  int rough = 0;             // percent
+  int sharp = 0, paper = 0;  // percent
+  int reached = 0;           // places that were followed to their end
+  std::vector<int32_t> depths, medians;
+  Line line;
+};
+
+SideEvidence LookAtSide(const BytePlane& grid, const Area& area, const SideAxis& axis, const Units& units,
+                        uint8_t paperLevel) {
+  SideEvidence evidence;
+  evidence.depths = Profile(area, axis, units.Cells(kEdgeGap), units.Cells(kFleckGap));
+  std::vector<int32_t>& depths = evidence.depths;
+  evidence.medians = RunningMedian(depths, units.Cells(kMedianReach));
+  const int sharpWidth = units.Cells(kSharpWidth), paperReach = units.Cells(kPaperReach);
+  int rough = 0, sharp = 0, paper = 0;
+  std::vector<uint8_t> inside;
+  for (int place = 0; place < axis.places; ++place) {
+    const int depth = depths[static_cast<size_t>(place)];
+    if (depth == 0) continue;
+    ++evidence.touched;
+    if (depth < 0) continue;
+    ++evidence.reached;
+    evidence.depthSum += depth;
+    rough += std::abs(depth - evidence.medians[static_cast<size_t>(place)]) > units.Cells(kRough);
+    int outside = 0, count = 0;
+    for (int d = std::max(0, depth - sharpWidth - 2); d < std::max(1, depth - 1); ++d, ++count)
+      outside += axis.At(grid, place, d);
+    outside /= std::max(1, count);
+    inside.clear();
+    for (int d = depth + 1; d < std::min(axis.across, depth + 2 + paperReach); ++d)
+      inside.push_back(axis.At(grid, place, d));
+    if (inside.empty()) continue;
+    int nearest = 0;
+    for (int d = 0; d < std::min<int>(sharpWidth, static_cast<int>(inside.size())); ++d)
+      nearest = std::max<int>(nearest, inside[static_cast<size_t>(d)]);
+    const auto upper = inside.begin() + static_cast<ptrdiff_t>(inside.size() * 3 / 4);
+    std::nth_element(inside.begin(), upper, inside.end());
+    const int bright = *upper;
+    sharp += (nearest - outside) * 100 >= (bright - outside) * kSharpRise;
+    paper += bright * 100 >= paperLevel * kPaperShare;
+  }
+  const int reached = std::max(1, evidence.reached);
+  evidence.rough = rough * 100 / reached;
+  evidence.sharp = sharp * 100 / reached;
+  evidence.paper = paper * 100 / reached;
+  evidence.line = FitLine(depths, std::max(16, units.Cells(kLineOff) * 16));
+  return evidence;
+}
+
+struct Judgement {
+  bool isCertain = false, isWorthAWord = true;
+  int confidence = 0;
+  const char* reason = "";
+};
+
+Judgement Judge(const Area& area, const Enclosed& enclosed, const SideEvidence (&sides)[4], int brightness,
+                uint8_t paperLevel, const Units& units, bool isBlackAndWhite) {
+  const int64_t all = area.cells + enclosed.cells;
+  int touching = 0, best = 0;
+  int64_t bestShare = -1;
+  bool isOnSide[4] = {};
+  for (int s = 0; s < 4; ++s) {
+    isOnSide[s] = sides[s].touched >= units.Cells(kMm);
+    touching += isOnSide[s];
+    const int64_t share = int64_t{sides[s].touched} * 1000 / static_cast<int64_t>(sides[s].depths.size());
+    if (share > bestShare) bestShare = share, best = s;
+  }
+  if (touching == 0) return {false, false, 0, ""};
+  if (area.cells * 100 < all * kSolid) return {false, true, 60, "light areas inside, as of a picture"};
+  if (enclosed.letters > kMostLetters) return {false, true, 60, "light letters on dark inside"};
+
+  // Sharp, steady and with paper inside, all along the sides that it follows.
+  const bool isBlack = paperLevel >= kWhitePaper && brightness * 100 <= paperLevel * kBlackShare;
+  int64_t reached = 0, sharp = 0, paper = 0, rough = 0;
+  for (const SideEvidence& side : sides) {
+    reached += side.reached;
+    sharp += int64_t{side.sharp} * side.reached;
+    paper += int64_t{side.paper} * side.reached;
+    rough += int64_t{side.rough} * side.reached;
+  }
+  if (reached == 0) return {false, true, 50, "no sheet beside it"};
+  if (paper < reached * kLeastPaper) return {false, true, 60, "no paper beside it"};
+  if (!isBlackAndWhite && sharp < reached * kLeastSharp)
+    return {false, true, 60, "its boundary is soft, as of a shadow"};
+
+  const SideEvidence& main = sides[best];
+  const int places = static_cast<int>(main.depths.size());
+  const int meanDepth = static_cast<int>(main.depthSum / std::max(1, main.reached));
+  const bool isCorner = (isOnSide[0] || isOnSide[2]) && (isOnSide[1] || isOnSide[3]);
+  if (isBlack) {
+    if (rough > reached * 2 * kMostRough) return {false, true, 50, "its boundary is ragged"};
+    if (main.touched * 100 >= places * kWholeSide) return {true, true, 95, "surround along the side"};
+    if (main.touched * 100 >= places * kHalfSide && rough <= reached * kMostRough)
+      return {true, true, 85, "surround along a part of the side"};
+    if (isCorner) return {true, true, 85, "surround at a corner"};
+    if (main.touched >= kSliverRatio * meanDepth && meanDepth <= units.Cells(kSliverDepth))
+      return {true, true, 80, "sliver of the surround"};
+    return {false, true, 50, "runs off the image, as a picture or a tab does"};
+  }
+  // Merely dark: only whole sides along a line count.
+  for (int s = 0; s < 4; ++s) {
+    if (!isOnSide[s]) continue;
+    const bool isWhole = sides[s].touched * 100 >= static_cast<int>(sides[s].depths.size()) * kWholeSide;
+    // Next to a corner the side of a sheet that is dark around shows, too.
+    if (!isWhole && touching == 1) return {false, true, 60, "dark along a part of the side only"};
+    if (isWhole && sides[s].line.share < kLineShare) return {false, true, 60, "its boundary is no line"};
+  }
+  if (bestShare < kWholeSide * 10) return {false, true, 60, "dark along a part of the side only"};
+  return {true, true, 80, "dark surround"};
+}
+
+// ---- the sheet --------------------------------------------------------------------------------------------
+
+class SheetFinder {
+ public:
+  SheetFinder(BytePlane grid, const Sheet& frame, bool isBlackAndWhite)
+      : grid_(std::move(grid)), sheet_(frame), isBlackAndWhite_(isBlackAndWhite) {
+    units_ = {sheet_.cell, sheet_.pixelsPerMm16};
+    sheet_.paper = PaperLevel(grid_);
+  }
+
+  Sheet Find() {
+    constexpr int kLeastCells = 24;  // of an image that has an edge and a middle
+    if (grid_.width() < kLeastCells || grid_.height() < kLeastCells) return std::move(sheet_);
+    const BytePlane none(grid_.width(), grid_.height());
+    for (const int share : kDarkShares) {
+      BytePlane seen = sheet_.HasOutside() ? sheet_.outside : none;
+      const bool isLast = isBlackAndWhite_ || share == kDarkShares[std::size(kDarkShares) - 1];
+      LookFrom(static_cast<uint8_t>(sheet_.paper * share / 100), isLast, &seen);
+      if (isBlackAndWhite_) break;
+    }
+    DescribeSides();
+    sheet_.cells = std::move(grid_);
+    return std::move(sheet_);
+  }
+
+ private:
+  void LookFrom(uint8_t darkBelow, bool isLast, BytePlane* seen) {
+    const int gap = units_.Cells(kEdgeGap);
+    for (const SheetSide side : kSheetSides) {
+      const SideAxis axis(grid_, side);
+      for (int place = 0; place < axis.places; ++place) {
+        for (int depth = 0; depth <= gap; ++depth) {
+          if (axis.At(grid_, place, depth) >= darkBelow || axis.At(*seen, place, depth) != 0) continue;
+          LookAt(axis.X(place, depth), axis.Y(place, depth), darkBelow, isLast, seen);
+        }
+      }
+    }
+  }
+
+  void LookAt(int x, int y, uint8_t darkBelow, bool isLast, BytePlane* seen) {
+    Area area = Follow(grid_, darkBelow, x, y, seen);
+    const int64_t leastCells = int64_t{kLeastArea} * units_.Cells(kMm) * units_.Cells(kMm);
+    if (area.cells < leastCells) return;
+    const Enclosed enclosed = FillEnclosed(&area, units_.Cells(kLetterMin), units_.Cells(kLetterMax));
+    SideEvidence sides[4];
+    for (const SheetSide side : kSheetSides) {
+      sides[static_cast<size_t>(side)] = LookAtSide(grid_, area, SideAxis(grid_, side), units_, sheet_.paper);
+    }
+    const int brightness = static_cast<int>(area.sum / area.cells);
+    const Judgement judgement =
+        Judge(area, enclosed, sides, brightness, sheet_.paper, units_, isBlackAndWhite_);
+    if (!judgement.isCertain) {
+      const bool isSmall = area.cells * kLeastArea < leastCells * kWordArea;
+      if (!isLast || isSmall || !judgement.isWorthAWord) return;
+    }
+    Surround surround{judgement.isCertain,
+                      judgement.confidence,
+                      judgement.reason,
+                      area.left * sheet_.cell,
+                      area.top * sheet_.cell,
+                      std::min(sheet_.width, area.right * sheet_.cell),
+                      std::min(sheet_.height, area.bottom * sheet_.cell),
+                      {}};
+    for (size_t s = 0; s < 4; ++s) surround.touches[s] = sides[s].touched > 0;
+    sheet_.surrounds.push_back(std::move(surround));
+    if (!judgement.isCertain) return;
+    sheet_.darkBelow = std::max(sheet_.darkBelow, darkBelow);
+    if (!sheet_.HasOutside()) sheet_.outside = BytePlane(grid_.width(), grid_.height());
+    Take(area, sides);
+  }
+
+  // Takes the area as outside, without what is attached to it and stands out of its sides' run.
+  void Take(const Area& area, const SideEvidence (&sides)[4]) {
+    const int bump = units_.Cells(kBump);
+    for (int y = area.top; y < area.bottom; ++y) {
+      for (int x = area.left; x < area.right; ++x) {
+        if (area.member.Row(y)[x] != kMember) continue;
+        bool isOutside = false;
+        for (const SheetSide side : kSheetSides) {
+          const SideEvidence& evidence = sides[static_cast<size_t>(side)];
+          const bool isUpright = side == SheetSide::kLeft || side == SheetSide::kRight;
+          const int place = isUpright ? y : x;
+          const int depth = side == SheetSide::kLeft    ? x
+                            : side == SheetSide::kRight ? grid_.width() - 1 - x
+                            : side == SheetSide::kTop   ? y
+                                                        : grid_.height() - 1 - y;
+          const auto at = static_cast<size_t>(place);
+          if (evidence.depths[at] == 0) continue;
+          isOutside |= evidence.depths[at] < 0 || depth < evidence.medians[at] + bump;
+        }
+        if (isOutside) sheet_.outside.Row(y)[x] = kMember;
+      }
+    }
+  }
+
+  void DescribeSides() {
+    for (const SheetSide side : kSheetSides) {
+      SheetSideFit& fit = sheet_.sides[static_cast<size_t>(side)];
+      for (const Surround& surround : sheet_.surrounds) {
+        if (!surround.touches[static_cast<size_t>(side)] || surround.isCertain) continue;
+        fit.kind = SideKind::kNotCertain;
+        fit.confidence = surround.confidence;
+        fit.reason = surround.reason;
+      }
+      if (!sheet_.HasOutside()) continue;
+      const SideAxis axis(grid_, side);
+      Area area{sheet_.outside};
+      const std::vector<int32_t> depths =
+          Profile(area, axis, units_.Cells(kEdgeGap), units_.Cells(kFleckGap));
+      const int places =
+          static_cast<int>(std::count_if(depths.begin(), depths.end(), [](int d) { return d > 0; }));
+      if (places == 0) continue;
+      fit.kind = SideKind::kCertain;
+      fit.reason.clear();
+      fit.confidence = 0;
+      for (const Surround& surround : sheet_.surrounds) {
+        if (surround.isCertain && surround.touches[static_cast<size_t>(side)])
+          fit.confidence = std::max(fit.confidence, surround.confidence);
+      }
+      const int pixels = axis.IsUpright() ? sheet_.height : sheet_.width;
+      fit.depth.resize(static_cast<size_t>(pixels));
+      for (int i = 0; i < pixels; ++i) {
+        const int32_t depth = depths[static_cast<size_t>(i / sheet_.cell)];
+        fit.depth[static_cast<size_t>(i)] = depth * sheet_.cell;
+      }
+      constexpr int kLeastLineShare = 60;
+      const Line line = FitLine(depths, std::max(16, units_.Cells(kLineOff) * 16));
+      fit.hasLine = line.isFound && line.share >= kLeastLineShare && places * 2 >= axis.places;
+      fit.lineAtFirst = static_cast<int32_t>(line.atFirst * sheet_.cell);
+      fit.lineAtLast = static_cast<int32_t>(line.atLast * sheet_.cell);
+    }
+  }
+
+  BytePlane grid_;
+  Sheet sheet_;
+  Units units_ = {};
+  bool isBlackAndWhite_;
+};
+
+template <class Plane>
+Sheet Frame(const Plane& page, int dpi) {
+  Sheet sheet;
+  sheet.width = page.width();
+  sheet.height = page.height();
+  sheet.cell = CellFor(page.width(), page.height());
+  sheet.pixelsPerMm16 = PixelsPerMm16(page.width(), page.height(), dpi);
+  return sheet;
+}
+
+}  // namespace
+
+std::string_view NameOf(SheetSide side) {
+  constexpr std::string_view kNames[] = {"left", "top", "right", "bottom"};
+  return kNames[static_cast<size_t>(side)];
+}
+
+Sheet FindSheet(const BytePlane& grey, int dpi) {
+  Sheet sheet = Frame(grey, dpi);
+  if (grey.isEmpty()) return sheet;
+  return SheetFinder(Shrink(grey, sheet.cell), sheet, /*isBlackAndWhite=*/false).Find();
+}
+
+Sheet FindSheet(const BitPlane& ink, int dpi) {
+  Sheet sheet = Frame(ink, dpi);
+  if (ink.isEmpty()) return sheet;
+  return SheetFinder(Shrink(ink, sheet.cell), sheet, /*isBlackAndWhite=*/true).Find();
+}
+
+BytePlane PictureOfSheet(const Sheet& sheet, const BytePlane& grey, int factor) {
+  BytePlane picture = Shrink(grey, factor);
+  constexpr uint8_t kCertain = 255, kNotCertain = 128;
+  if (sheet.HasOutside()) {
+    for (int y = 0; y < picture.height(); ++y) {
+      for (int x = 0; x < picture.width(); ++x) {
+        const int c = std::min(sheet.outside.width() - 1, x * factor / sheet.cell);
+        const int r = std::min(sheet.outside.height() - 1, y * factor / sheet.cell);
+        if (sheet.outside.Row(r)[c] != 0 && (x + y) % 8 < 2) picture.Row(y)[x] = kCertain;
+      }
+    }
+  }
+  for (const Surround& surround : sheet.surrounds) {
+    if (surround.isCertain) continue;
+    for (int y = surround.top / factor; y < std::min(picture.height(), surround.bottom / factor); ++y) {
+      for (int x = surround.left / factor; x < std::min(picture.width(), surround.right / factor); ++x) {
+        if ((x - y) % 8 == 0) picture.Row(y)[x] = kNotCertain;
+      }
+    }
+  }
+  return picture;
+}
+
+}  // namespace rastrel::pages
