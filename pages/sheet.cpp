@@ -33,6 +33,7 @@ constexpr int kWordArea = 25;
 constexpr int kEdgeGap = kMm * 3 / 2;  // between the image's edge and what counts as touching it
 constexpr int kLeastArea = 3;          // square millimetres that are worth a judgement
 constexpr int kFleckGap = 3 * kMm;     // light that a walk in from the edge goes across
+constexpr int kInkShare = 78;          // of the paper: darker cells have ink in them
 constexpr int kSolid = 96;             // of what a surround encloses, dark
 constexpr int kLetterMin = kMm, kLetterMax = 10 * kMm;  // heights of light letters on black
 constexpr int kMostLetters = 3;                         // enclosed light marks of that height
@@ -52,7 +53,10 @@ constexpr int kHalfSide = 45;
 constexpr int kLineOff = kMm;   // tolerance around a fitted line
 constexpr int kLineShare = 85;  // of places within it
 constexpr int kSliverRatio = 8, kSliverDepth = 6 * kMm;
-constexpr int kThin = kMm * 3 / 2;
+constexpr int kThin = kMm * 3 / 2;     // of a printed rule or frame, at most
+constexpr int kRuleOff = kMm / 2;      // how far a printed rule is off the parallel to the image's edge
+constexpr int kAtEdge = 10;            // of places, that lie at the image's very edge where a surround is:
+constexpr int kEdgePad = kMm * 3 / 4;  // no further than this, as some programs put white around
 
 // ---- the grid ---------------------------------------------------------------------------------------------
 
@@ -76,13 +80,15 @@ BytePlane Shrink(const BytePlane& grey, int cell) {
   if (cell == 1) return grey;
   const int columns = (grey.width() + cell - 1) / cell, rows = (grey.height() + cell - 1) / cell;
   BytePlane grid(columns, rows);
-  std::vector<uint32_t> sums(static_cast<size_t>(columns) * static_cast<size_t>(cell));
+  // Eight rows of bytes fit 16 bits.
+  std::vector<uint16_t> sums(static_cast<size_t>(columns) * static_cast<size_t>(cell));
   for (int r = 0; r < rows; ++r) {
-    std::fill(sums.begin(), sums.end(), 0u);
+    std::fill(sums.begin(), sums.end(), uint16_t{0});
     const int top = r * cell, bottom = std::min(grey.height(), top + cell);
     for (int y = top; y < bottom; ++y) {
       const uint8_t* row = grey.Row(y);
-      for (int x = 0; x < grey.width(); ++x) sums[static_cast<size_t>(x)] += row[x];
+      uint16_t* sum = sums.data();
+      for (int x = 0; x < grey.width(); ++x) sum[x] = static_cast<uint16_t>(sum[x] + row[x]);
     }
     uint8_t* out = grid.Row(r);
     for (int c = 0; c < columns; ++c) {
@@ -188,21 +194,27 @@ struct SideAxis {
 constexpr uint8_t kMember = 255, kSeen = 1;
 
 struct Area {
-  BytePlane member;  // kMember where it is
+  BytePlane* member;  // kMember where it is
   int left = 0, top = 0, right = 0, bottom = 0;
   int64_t cells = 0;
   int64_t sum = 0;  // of brightness
+
+  bool Has(int x, int y) const { return member->Row(y)[x] == kMember; }
+  void Forget() const {
+    for (int y = top; y < bottom; ++y)
+      std::memset(member->Row(y) + left, 0, static_cast<size_t>(right - left));
+  }
 };
 
-// Follows dark cells from a first one. `seen` keeps what belongs to an area already.
-Area Follow(const BytePlane& grid, uint8_t darkBelow, int x, int y, BytePlane* seen) {
-  Area area{BytePlane(grid.width(), grid.height()), x, y, x + 1, y + 1};
+// Follows dark cells from a first one. `seen` keeps what belongs to an area already; `member` is all 0.
+Area Follow(const BytePlane& grid, uint8_t darkBelow, int x, int y, BytePlane* seen, BytePlane* member) {
+  Area area{member, x, y, x + 1, y + 1};
   std::vector<std::pair<int32_t, int32_t>> open = {{x, y}};
   seen->Row(y)[x] = kSeen;
   while (!open.empty()) {
     const auto [cx, cy] = open.back();
     open.pop_back();
-    area.member.Row(cy)[cx] = kMember;
+    member->Row(cy)[cx] = kMember;
     ++area.cells;
     area.sum += grid.Row(cy)[cx];
     area.left = std::min(area.left, cx);
@@ -220,33 +232,44 @@ Area Follow(const BytePlane& grid, uint8_t darkBelow, int x, int y, BytePlane* s
   return area;
 }
 
-// Fills what an area encloses, alone or together with the image's edge: everything light but the largest
-// piece. Tells how much that was, and how many pieces are as tall as letters.
+// Takes the light between an area and the near image's edges into its box.
+void WidenToEdges(Area* area) {
+  constexpr int kNear = 12;  // 1 / kNear of the image
+  const int width = area->member->width(), height = area->member->height();
+  if (area->left < width / kNear) area->left = 0;
+  if (area->top < height / kNear) area->top = 0;
+  if (area->right > width - width / kNear) area->right = width;
+  if (area->bottom > height - height / kNear) area->bottom = height;
+}
+
+// Fills what an area encloses, alone or together with the image's edge, unless it is as large as a piece of a
+// sheet. Tells how much that was, and how many pieces are as tall as letters.
 struct Enclosed {
   int64_t cells = 0;
   int letters = 0;
 };
-Enclosed FillEnclosed(Area* area, int letterMin, int letterMax) {
+Enclosed FillEnclosed(const BytePlane& grid, uint8_t inkBelow, int letterMin, int letterMax, Area* whole) {
+  Area& area = *whole;
+  WidenToEdges(&area);
   struct Run {
     int row, left, right, parent;
   };
-  const int width = area->member.width(), height = area->member.height();
+  const int width = area.member->width(), height = area.member->height();
   std::vector<Run> runs;
   const auto rootOf = [&runs](int i) {
     while (runs[static_cast<size_t>(i)].parent != i) i = runs[static_cast<size_t>(i)].parent;
     return i;
   };
   size_t above = 0, aboveEnd = 0;
-  for (int y = 0; y < height; ++y) {
-    const uint8_t* row = area->member.Row(y);
+  for (int y = area.top; y < area.bottom; ++y) {
     const size_t first = runs.size();
-    for (int x = 0; x < width;) {
-      if (row[x] == kMember) {
+    for (int x = area.left; x < area.right;) {
+      if (area.Has(x, y)) {
         ++x;
         continue;
       }
       int end = x;
-      while (end < width && row[end] != kMember) ++end;
+      while (end < area.right && !area.Has(end, y)) ++end;
       const int number = static_cast<int>(runs.size());
       runs.push_back({y, x, end, number});
       for (size_t i = above; i < aboveEnd; ++i) {
@@ -260,37 +283,46 @@ Enclosed FillEnclosed(Area* area, int letterMin, int letterMax) {
     aboveEnd = runs.size();
   }
   struct Piece {
-    int64_t cells = 0;
+    int64_t cells = 0, inked = 0;
     int top = INT32_MAX, bottom = 0, left = INT32_MAX, right = 0;
   };
   std::vector<Piece> pieces(runs.size());
-  size_t largest = 0;
   for (size_t i = 0; i < runs.size(); ++i) {
-    const auto root = static_cast<size_t>(rootOf(static_cast<int>(i)));
-    Piece& piece = pieces[root];
+    Piece& piece = pieces[static_cast<size_t>(rootOf(static_cast<int>(i)))];
     piece.cells += runs[i].right - runs[i].left;
+    // Apart from the cells next to the area, which are dark in part.
+    const uint8_t* row = grid.Row(runs[i].row);
+    for (int x = runs[i].left + 1; x < runs[i].right - 1; ++x) piece.inked += row[x] < inkBelow;
     piece.top = std::min(piece.top, runs[i].row);
     piece.bottom = std::max(piece.bottom, runs[i].row + 1);
     piece.left = std::min(piece.left, runs[i].left);
     piece.right = std::max(piece.right, runs[i].right);
-    if (piece.cells > pieces[largest].cells) largest = root;
   }
   Enclosed enclosed;
-  // A second large piece of the sheet (the area parts the page in two) is not enclosed.
-  const int64_t mostCells = std::max<int64_t>(int64_t{width} * height / 30, 4);
+  constexpr int kStripRatio = 8, kInkedStrip = 100;  // 1 / kInkedStrip of its cells
+  constexpr int kSheetPiece = 30;                    // 1 / kSheetPiece of the image is more than a fleck
+  const int64_t mostCells = std::max<int64_t>(int64_t{width} * height / kSheetPiece, 4);
   for (size_t i = 0; i < runs.size(); ++i) {
     const auto root = static_cast<size_t>(rootOf(static_cast<int>(i)));
     const Piece& piece = pieces[root];
-    if (root == largest || piece.cells > mostCells) continue;
-    // Light that lies along the image's edge, outside of a bar, is not in the bar.
-    std::memset(area->member.Row(runs[i].row) + runs[i].left, kMember,
+    const bool isOpen = (piece.left == area.left && area.left > 0) ||
+                        (piece.top == area.top && area.top > 0) ||
+                        (piece.right == area.right && area.right < width) ||
+                        (piece.bottom == area.bottom && area.bottom < height);
+    if (isOpen || piece.cells > mostCells) continue;
+    // A strip along the image's edge, outside of a line, may show the next page.
+    const auto [shorter, longer] = std::minmax({piece.right - piece.left, piece.bottom - piece.top});
+    const bool isStrip = longer > kStripRatio * shorter;
+    if (isStrip && piece.inked * kInkedStrip > piece.cells) continue;
+    std::memset(area.member->Row(runs[i].row) + runs[i].left, kMember,
                 static_cast<size_t>(runs[i].right - runs[i].left));
     if (i != root) continue;
+    // Light that lies along the image's edge, outside of a bar, is not in the bar.
     const int tall = piece.bottom - piece.top;
     const bool isAtEdge = piece.left == 0 || piece.top == 0 || piece.right == width || piece.bottom == height;
-    if (!isAtEdge) enclosed.cells += piece.cells;
-    if (!isAtEdge && tall >= letterMin && tall <= letterMax && piece.cells * 8 >= int64_t{tall} * tall)
-      ++enclosed.letters;
+    if (isAtEdge) continue;
+    enclosed.cells += piece.cells;
+    if (tall >= letterMin && tall <= letterMax && piece.cells * 8 >= int64_t{tall} * tall) ++enclosed.letters;
   }
   return enclosed;
 }
@@ -298,12 +330,14 @@ Enclosed FillEnclosed(Area* area, int letterMin, int letterMax) {
 // How far an area reaches in from a side at each place: the first depth that is not of it. 0 where it does
 // not touch the side, -1 where it reaches across the image.
 std::vector<int32_t> Profile(const Area& area, const SideAxis& axis, int gap, int fleck) {
+  const int first = axis.IsUpright() ? area.top : area.left,
+            end = axis.IsUpright() ? area.bottom : area.right;
   const int deepest = axis.across * kDeepest / 100;
   std::vector<int32_t> depths(static_cast<size_t>(axis.places), 0);
-  for (int place = 0; place < axis.places; ++place) {
+  for (int place = first; place < end; ++place) {
     int depth = 0, light = 0, last = 0;
     while (depth < deepest && light <= (last == 0 ? gap : fleck)) {
-      if (axis.At(area.member, place, depth) == kMember) {
+      if (axis.At(*area.member, place, depth) == kMember) {
         last = depth + 1;
         light = 0;
       } else {
@@ -321,6 +355,7 @@ std::vector<int32_t> RunningMedian(const std::vector<int32_t>& depths, int reach
   const int count = static_cast<int>(depths.size());
   const int step = std::max(1, reach / 8);
   for (int i = 0; i < count; ++i) {
+    if (depths[static_cast<size_t>(i)] == 0) continue;
     window.clear();
     for (int k = std::max(0, i - reach); k <= std::min(count - 1, i + reach); k += step) {
       if (depths[static_cast<size_t>(k)] > 0) window.push_back(depths[static_cast<size_t>(k)]);
@@ -386,7 +421,9 @@ struct Units {
 };
 
 struct SideEvidence {
-  int touched = 0;  // places
+  int touched = 0;    // places
+  int atEdge = 0;     // places where it lies at the image's very edge
+  int64_t thick = 0;  // cells, summed over the places touched
   int64_t depthSum = 0;
   int rough = 0;             // percent
   int sharp = 0, paper = 0;  // percent
@@ -402,15 +439,22 @@ SideEvidence LookAtSide(const BytePlane& grid, const Area& area, const SideAxis&
   std::vector<int32_t>& depths = evidence.depths;
   evidence.medians = RunningMedian(depths, units.Cells(kMedianReach));
   const int sharpWidth = units.Cells(kSharpWidth), paperReach = units.Cells(kPaperReach);
+  const int edgePad = units.Cells(kEdgePad) - 1;
   int rough = 0, sharp = 0, paper = 0;
   std::vector<uint8_t> inside;
   for (int place = 0; place < axis.places; ++place) {
     const int depth = depths[static_cast<size_t>(place)];
     if (depth == 0) continue;
     ++evidence.touched;
+    for (int d = 0; d <= edgePad; ++d) {
+      if (axis.At(*area.member, place, d) != kMember) continue;
+      ++evidence.atEdge;
+      break;
+    }
     if (depth < 0) continue;
     ++evidence.reached;
     evidence.depthSum += depth;
+    for (int d = 0; d < depth; ++d) evidence.thick += axis.At(*area.member, place, d) == kMember;
     rough += std::abs(depth - evidence.medians[static_cast<size_t>(place)]) > units.Cells(kRough);
     int outside = 0, count = 0;
     for (int d = std::max(0, depth - sharpWidth - 2); d < std::max(1, depth - 1); ++d, ++count)
@@ -460,7 +504,8 @@ Judgement Judge(const Area& area, const Enclosed& enclosed, const SideEvidence (
   if (enclosed.letters > kMostLetters) return {false, true, 60, "light letters on dark inside"};
 
   // Sharp, steady and with paper inside, all along the sides that it follows.
-  const bool isBlack = paperLevel >= kWhitePaper && brightness * 100 <= paperLevel * kBlackShare;
+  const bool isBlack =
+      isBlackAndWhite || (paperLevel >= kWhitePaper && brightness * 100 <= paperLevel * kBlackShare);
   int64_t reached = 0, sharp = 0, paper = 0, rough = 0;
   for (const SideEvidence& side : sides) {
     reached += side.reached;
@@ -474,6 +519,17 @@ Judgement Judge(const Area& area, const Enclosed& enclosed, const SideEvidence (
     return {false, true, 60, "its boundary is soft, as of a shadow"};
 
   const SideEvidence& main = sides[best];
+  // Thin, clear of the image's edge and parallel to it: a printed rule, or with corners a frame.
+  const bool isThin = main.thick <= int64_t{main.reached} * units.Cells(kThin);
+  if (isThin && main.atEdge * 100 < main.touched * kAtEdge) {
+    const int64_t rise = std::llabs(main.line.atLast - main.line.atFirst);
+    int framed = 0;
+    for (const SideEvidence& side : sides)
+      framed += side.touched * 100 >= static_cast<int>(side.depths.size()) * kHalfSide;
+    if (framed >= 3) return {false, true, 70, "a frame near the image's edge"};
+    if (main.line.isFound && rise <= int64_t{16} * units.Cells(kRuleOff))
+      return {false, true, 60, "a rule along the image's edge"};
+  }
   const int places = static_cast<int>(main.depths.size());
   const int meanDepth = static_cast<int>(main.depthSum / std::max(1, main.reached));
   const bool isCorner = (isOnSide[0] || isOnSide[2]) && (isOnSide[1] || isOnSide[3]);
@@ -507,6 +563,7 @@ class SheetFinder {
       : grid_(std::move(grid)), sheet_(frame), isBlackAndWhite_(isBlackAndWhite) {
     units_ = {sheet_.cell, sheet_.pixelsPerMm16};
     sheet_.paper = PaperLevel(grid_);
+    member_ = BytePlane(grid_.width(), grid_.height());
   }
 
   Sheet Find() {
@@ -539,11 +596,27 @@ class SheetFinder {
   }
 
   void LookAt(int x, int y, uint8_t darkBelow, bool isLast, BytePlane* seen) {
-    Area area = Follow(grid_, darkBelow, x, y, seen);
+    Area area = Follow(grid_, darkBelow, x, y, seen, &member_);
+    JudgeArea(&area, darkBelow, isLast);
+    area.Forget();
+  }
+
+  void JudgeArea(Area* followed, uint8_t darkBelow, bool isLast) {
+    Area& area = *followed;
     const int64_t leastCells = int64_t{kLeastArea} * units_.Cells(kMm) * units_.Cells(kMm);
     if (area.cells < leastCells) return;
-    const Enclosed enclosed = FillEnclosed(&area, units_.Cells(kLetterMin), units_.Cells(kLetterMax));
+    const Enclosed enclosed = FillEnclosed(grid_, static_cast<uint8_t>(sheet_.paper * kInkShare / 100),
+                                           units_.Cells(kLetterMin), units_.Cells(kLetterMax), &area);
     SideEvidence sides[4];
+    if (IsEdgeLine(area)) {
+      AddSurround(area, {true, true, 80, "the line of the sheet's edge"}, sides);
+      for (int y = area.top; y < area.bottom; ++y) {
+        for (int x = area.left; x < area.right; ++x) {
+          if (area.Has(x, y)) sheet_.outside.Row(y)[x] = kMember;
+        }
+      }
+      return;
+    }
     for (const SheetSide side : kSheetSides) {
       sides[static_cast<size_t>(side)] = LookAtSide(grid_, area, SideAxis(grid_, side), units_, sheet_.paper);
     }
@@ -554,20 +627,37 @@ class SheetFinder {
       const bool isSmall = area.cells * kLeastArea < leastCells * kWordArea;
       if (!isLast || isSmall || !judgement.isWorthAWord) return;
     }
+    AddSurround(area, judgement, sides);
+    if (judgement.isCertain) Take(area, sides);
+  }
+
+  void AddSurround(const Area& area, const Judgement& judgement, const SideEvidence (&sides)[4]) {
+    const int cell = sheet_.cell;
     Surround surround{judgement.isCertain,
                       judgement.confidence,
                       judgement.reason,
-                      area.left * sheet_.cell,
-                      area.top * sheet_.cell,
-                      std::min(sheet_.width, area.right * sheet_.cell),
-                      std::min(sheet_.height, area.bottom * sheet_.cell),
+                      area.left * cell,
+                      area.top * cell,
+                      std::min(sheet_.width, area.right * cell),
+                      std::min(sheet_.height, area.bottom * cell),
                       {}};
     for (size_t s = 0; s < 4; ++s) surround.touches[s] = sides[s].touched > 0;
     sheet_.surrounds.push_back(std::move(surround));
-    if (!judgement.isCertain) return;
-    sheet_.darkBelow = std::max(sheet_.darkBelow, darkBelow);
-    if (!sheet_.HasOutside()) sheet_.outside = BytePlane(grid_.width(), grid_.height());
-    Take(area, sides);
+    if (judgement.isCertain && !sheet_.HasOutside())
+      sheet_.outside = BytePlane(grid_.width(), grid_.height());
+  }
+
+  // A thin line that runs from one edge of the image to the one across, right beside a third: where sheet and
+  // neighbour meet. No rule of a page does that.
+  bool IsEdgeLine(const Area& area) const {
+    constexpr int kBeside = 32;  // 1 / kBeside of the image
+    const int width = grid_.width(), height = grid_.height(), most = units_.Cells(kThin);
+    const bool isUpright = area.top == 0 && area.bottom == height &&
+                           (area.right <= width / kBeside || area.left >= width - width / kBeside);
+    const bool isLevel = area.left == 0 && area.right == width &&
+                         (area.bottom <= height / kBeside || area.top >= height - height / kBeside);
+    return (isUpright && area.cells <= int64_t{most} * height && area.cells >= height) ||
+           (isLevel && area.cells <= int64_t{most} * width && area.cells >= width);
   }
 
   // Takes the area as outside, without what is attached to it and stands out of its sides' run.
@@ -575,7 +665,7 @@ class SheetFinder {
     const int bump = units_.Cells(kBump);
     for (int y = area.top; y < area.bottom; ++y) {
       for (int x = area.left; x < area.right; ++x) {
-        if (area.member.Row(y)[x] != kMember) continue;
+        if (!area.Has(x, y)) continue;
         bool isOutside = false;
         for (const SheetSide side : kSheetSides) {
           const SideEvidence& evidence = sides[static_cast<size_t>(side)];
@@ -605,7 +695,7 @@ class SheetFinder {
       }
       if (!sheet_.HasOutside()) continue;
       const SideAxis axis(grid_, side);
-      Area area{sheet_.outside};
+      const Area area{&sheet_.outside, 0, 0, grid_.width(), grid_.height()};
       const std::vector<int32_t> depths =
           Profile(area, axis, units_.Cells(kEdgeGap), units_.Cells(kFleckGap));
       const int places =
@@ -632,7 +722,7 @@ class SheetFinder {
     }
   }
 
-  BytePlane grid_;
+  BytePlane grid_, member_;
   Sheet sheet_;
   Units units_ = {};
   bool isBlackAndWhite_;

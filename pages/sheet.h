@@ -68,7 +68,6 @@ struct Sheet {
   BytePlane cells, outside;
   int cell = 1;            // pixels
   uint8_t paper = 255;     // the brightness that most of the paper has
-  uint8_t darkBelow = 0;   // the brightness below which surrounds were taken, 0 without any
   int pixelsPerMm16 = 16;  // in sixteenths
 
   const SheetSideFit& side(SheetSide s) const { return sides[static_cast<size_t>(s)]; }

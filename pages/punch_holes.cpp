@@ -1,0 +1,582 @@
+#include "pages/punch_holes.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+namespace rastrel::pages {
+namespace {
+
+// Lengths are in millimetres, unless they say otherwise.
+constexpr double kStrip = 24;  // of the margin that is looked at, from the sheet's edge
+constexpr double kLeastDiameter = 3.2, kMostDiameter = 10.5;
+constexpr double kNearest = -1.2, kFurthest = 19;  // a hole's middle from the sheet's edge
+constexpr double kCore = 1.7;        // side of the square that is solid inside of any hole, cut ones included
+constexpr double kFleck = 0.4;       // light on a ray that does not end a hole
+constexpr double kOutlineOff = 0.3;  // of the outline from a circle, and as a share of the radius:
+constexpr double kOutlineOffShare = 0.09;
+constexpr double kHalo = 0.4;  // shadow around a hole
+
+// Shares in percent of rays or pixels.
+constexpr int kRound = 72, kRoundPartner = 58, kRoundAlone = 92;
+constexpr int kLeastRays = 38;  // rays that end inside the sheet: a hole that is cut has fewer
+constexpr int kSolid = 93, kSolidAlone = 98;
+constexpr int kLightAround = 68, kLightAroundAlone = 97;
+
+// Spacings between neighbours that punches make: two holes and four (ISO 838), US two, three and Swedish four
+// holes.
+constexpr double kSpacings[] = {80, 108, 70, 21, 69.85, 216, 160, 240};
+constexpr double kSpacingOff = 0.8, kSpacingOffShare = 0.012;
+
+constexpr int kRays = 64;
+constexpr double kRayScale = 16384;
+// kRayScale * cos of k / 64 of a turn, for a quarter turn.
+constexpr int kCosines[kRays / 4 + 1] = {16384, 16305, 16069, 15679, 15137, 14449, 13623, 12665, 11585,
+                                         10394, 9102,  7723,  6270,  4756,  3196,  1606,  0};
+double RayX(int ray) {
+  const int k = ray % kRays;
+  if (k <= 16) return kCosines[k] / kRayScale;
+  if (k <= 32) return -kCosines[32 - k] / kRayScale;
+  if (k <= 48) return -kCosines[k - 32] / kRayScale;
+  return kCosines[64 - k] / kRayScale;
+}
+double RayY(int ray) { return RayX(ray + 3 * kRays / 4); }
+
+// ---- the page, by how far it differs from paper
+// ---------------------------------------------------------------
+
+struct InkPage {
+  const BitPlane& ink;
+  int width() const { return ink.width(); }
+  int height() const { return ink.height(); }
+  bool Differs(int x, int y, int /*level*/, bool /*isLighter*/) const { return ink.Get(x, y); }
+};
+struct GreyPage {
+  const BytePlane& grey;
+  int width() const { return grey.width(); }
+  int height() const { return grey.height(); }
+  bool Differs(int x, int y, int level, bool isLighter) const {
+    return isLighter ? grey.Row(y)[x] > level : grey.Row(y)[x] < level;
+  }
+};
+
+int RoundDown(double value) { return static_cast<int>(std::floor(value)); }
+
+// ---- one mark ---------------------------------------------------------------------------------------------
+
+struct Mark {
+  double x = 0, y = 0, radius = 0;  // pixels
+  double boxWidth = 0, boxHeight = 0;
+  int level = 128;  // grey between it and the paper
+  bool isLighter = false, isRing = false;
+  int round = 0, rays = 0, solid = 0, light = 0;  // percent
+  double place = 0, depth = 0;                    // millimetres along the side, and from the sheet's edge
+  bool isTaken = false;
+};
+
+// The sheet's side, in millimetres.
+class SideFrame {
+ public:
+  SideFrame(const Sheet& sheet, SheetSide side)
+      : sheet_(sheet), side_(side), scale_(sheet.pixelsPerMm16 / 16.0) {}
+  bool IsUpright() const { return side_ == SheetSide::kLeft || side_ == SheetSide::kRight; }
+  int places() const { return IsUpright() ? sheet_.height : sheet_.width; }
+  int across() const { return IsUpright() ? sheet_.width : sheet_.height; }
+  double scale() const { return scale_; }
+
+  int EdgeAt(int place) const {
+    const SheetSideFit& fit = sheet_.side(side_);
+    place = std::clamp(place, 0, places() - 1);
+    if (fit.kind != SideKind::kCertain) return 0;
+    if (fit.hasLine) return std::max(0, fit.LineDepthAt(place, places()));
+    return fit.depth.empty() ? 0 : std::max(0, fit.depth[static_cast<size_t>(place)]);
+  }
+  double Place(double x, double y) const { return (IsUpright() ? y : x) / scale_; }
+  double Depth(double x, double y) const {
+    const double depth = side_ == SheetSide::kLeft    ? x
+                         : side_ == SheetSide::kRight ? sheet_.width - 1 - x
+                         : side_ == SheetSide::kTop   ? y
+                                                      : sheet_.height - 1 - y;
+    return (depth - EdgeAt(RoundDown(IsUpright() ? y : x))) / scale_;
+  }
+  // The sheet's extent along this side.
+  std::pair<double, double> Extent() const {
+    const SideFrame before(sheet_, IsUpright() ? SheetSide::kTop : SheetSide::kLeft);
+    const SideFrame after(sheet_, IsUpright() ? SheetSide::kBottom : SheetSide::kRight);
+    const int middle = before.places() / 2;
+    return {before.EdgeAt(middle) / scale_, (places() - after.EdgeAt(middle)) / scale_};
+  }
+
+ private:
+  const Sheet& sheet_;
+  SheetSide side_;
+  double scale_;
+};
+
+template <class Page>
+class HoleFinder {
+ public:
+  HoleFinder(const Sheet& sheet, const Page& page)
+      : sheet_(sheet), page_(page), scale_(sheet.pixelsPerMm16 / 16.0) {}
+
+  HolePlan Find(bool hasGrey) {
+    constexpr double kLeastScale = 1.9;  // pixels a millimetre, below which nothing can be told round
+    if (scale_ < kLeastScale || sheet_.cells.isEmpty()) return {};
+    for (const SheetSide side : kSheetSides) {
+      const SideFrame frame(sheet_, side);
+      std::vector<Mark> marks;
+      if (!hasGrey) {
+        AddMarks(frame, side, 45, false, &marks);
+      } else {
+        AddMarks(frame, side, 52, false, &marks);
+        AddMarks(frame, side, 86, false, &marks);
+        AddMarks(frame, side, 107, true, &marks);
+      }
+      rows_[static_cast<size_t>(side)] = std::move(marks);
+    }
+    for (const SheetSide side : kSheetSides) Choose(side);
+    return Plan();
+  }
+
+ private:
+  // ---- candidates -----------------------------------------------------------------------------------------
+
+  // Looks for squares of cells that differ from paper as a whole: `percent` of it is the limit.
+  void AddMarks(const SideFrame& frame, SheetSide side, int percent, bool isLighter,
+                std::vector<Mark>* marks) {
+    const BytePlane& cells = sheet_.cells;
+    const int cell = sheet_.cell;
+    int deepestEdge = 0;
+    for (int place = 0; place < frame.places(); place += 16)
+      deepestEdge = std::max(deepestEdge, frame.EdgeAt(place));
+    const int depth = std::min(frame.across() / 2, deepestEdge + RoundDown(kStrip * scale_)) / cell;
+    int left = 0, top = 0, right = cells.width(), bottom = cells.height();
+    switch (side) {
+      case SheetSide::kLeft:
+        right = std::min(right, depth);
+        break;
+      case SheetSide::kRight:
+        left = std::max(0, right - depth);
+        break;
+      case SheetSide::kTop:
+        bottom = std::min(bottom, depth);
+        break;
+      case SheetSide::kBottom:
+        top = std::max(0, bottom - depth);
+        break;
+    }
+    const int width = right - left, height = bottom - top;
+    if (width < 4 || height < 4) return;
+    const int core = std::max(2, RoundDown(kCore * scale_ / cell));
+    // Sums over cells that differ, with a rim of the core's size in which all do: a hole may be cut by the
+    // edge.
+    const int w = width + 2 * core, h = height + 2 * core;
+    std::vector<int32_t> sums(static_cast<size_t>(w + 1) * static_cast<size_t>(h + 1), 0);
+    const auto sumAt = [&](int x, int y) -> int32_t& {
+      return sums[static_cast<size_t>(y) * static_cast<size_t>(w + 1) + static_cast<size_t>(x)];
+    };
+    for (int y = 0; y < h; ++y) {
+      int32_t row = 0;
+      for (int x = 0; x < w; ++x) {
+        const int cx = left + x - core, cy = top + y - core;
+        row += cx < 0 || cy < 0 || cx >= cells.width() || cy >= cells.height() ||
+               DiffersCell(cx, cy, percent, isLighter);
+        sumAt(x + 1, y + 1) = sumAt(x + 1, y) + row;
+      }
+    }
+    BytePlane full(w, h);
+    const int32_t least = core * core - (core * core) / 16;
+    for (int y = 0; y + core <= h; ++y) {
+      for (int x = 0; x + core <= w; ++x) {
+        const int32_t sum = sumAt(x + core, y + core) - sumAt(x, y + core) - sumAt(x + core, y) + sumAt(x, y);
+        // The square's middle must lie on the page.
+        const int mx = x + core / 2, my = y + core / 2;
+        if (sum >= least && mx >= core && my >= core && mx < core + width && my < core + height)
+          full.Row(my)[mx] = 1;
+      }
+    }
+    FollowCores(frame, full, left - core, top - core, core, percent, isLighter, marks);
+  }
+
+  bool DiffersCell(int x, int y, int percent, bool isLighter) const {
+    if (sheet_.HasOutside() && sheet_.outside.Row(y)[x] != 0) return false;
+    const int value = sheet_.cells.Row(y)[x], limit = sheet_.paper * percent / 100;
+    return isLighter ? value >= limit : value < limit;
+  }
+
+  void FollowCores(const SideFrame& frame, BytePlane& full, int offsetX, int offsetY, int core, int percent,
+                   bool isLighter, std::vector<Mark>* marks) {
+    std::vector<std::pair<int, int>> open;
+    for (int y = 0; y < full.height(); ++y) {
+      for (int x = 0; x < full.width(); ++x) {
+        if (full.Row(y)[x] != 1) continue;
+        int minX = x, maxX = x, minY = y, maxY = y;
+        full.Row(y)[x] = 2;
+        open.assign(1, {x, y});
+        while (!open.empty()) {
+          const auto [ox, oy] = open.back();
+          open.pop_back();
+          minX = std::min(minX, ox), maxX = std::max(maxX, ox), minY = std::min(minY, oy),
+          maxY = std::max(maxY, oy);
+          for (int ny = std::max(0, oy - 1); ny <= std::min(full.height() - 1, oy + 1); ++ny) {
+            for (int nx = std::max(0, ox - 1); nx <= std::min(full.width() - 1, ox + 1); ++nx) {
+              if (full.Row(ny)[nx] != 1) continue;
+              full.Row(ny)[nx] = 2;
+              open.push_back({nx, ny});
+            }
+          }
+        }
+        const double boxWidth = (maxX - minX + core) * sheet_.cell,
+                     boxHeight = (maxY - minY + core) * sheet_.cell;
+        if (std::max(boxWidth, boxHeight) > 1.15 * kMostDiameter * scale_) continue;
+        Mark mark;
+        mark.x = ((minX + maxX) / 2.0 + 0.5 + offsetX) * sheet_.cell;
+        mark.y = ((minY + maxY) / 2.0 + 0.5 + offsetY) * sheet_.cell;
+        mark.boxWidth = boxWidth;
+        mark.boxHeight = boxHeight;
+        mark.isLighter = isLighter;
+        mark.level = sheet_.paper * (percent + 100) / 200;
+        Measure(frame, &mark);
+        const bool isKnown = std::any_of(marks->begin(), marks->end(), [&](const Mark& other) {
+          return std::abs(other.x - mark.x) + std::abs(other.y - mark.y) < other.radius &&
+                 other.round >= mark.round;
+        });
+        if (!isKnown && mark.rays > 0) marks->push_back(mark);
+      }
+    }
+  }
+
+  bool IsInside(int x, int y) const { return x >= 0 && y >= 0 && x < page_.width() && y < page_.height(); }
+  bool IsOnSheet(int x, int y) const {
+    return IsInside(x, y) &&
+           (!sheet_.HasOutside() || sheet_.outside.Row(y / sheet_.cell)[x / sheet_.cell] == 0);
+  }
+  bool Differs(int x, int y, const Mark& mark) const {
+    return page_.Differs(x, y, mark.level, mark.isLighter);
+  }
+
+  // How far a ray goes through the mark; -1 when it leaves the sheet before.
+  double RayLength(const Mark& mark, int ray, double most) const {
+    const double dx = RayX(ray), dy = RayY(ray);
+    const int fleck = std::max(2, RoundDown(kFleck * scale_));
+    int light = 0;
+    double end = 0;
+    for (double t = 0; t <= most; t += 1) {
+      const int x = RoundDown(mark.x + dx * t + 0.5), y = RoundDown(mark.y + dy * t + 0.5);
+      if (!IsOnSheet(x, y)) return -1;
+      if (Differs(x, y, mark)) {
+        light = 0;
+        end = t + 0.5;
+      } else if (++light >= fleck) {
+        return end;
+      }
+    }
+    return most;
+  }
+
+  // Fits a circle to the outline, and tells how well it fits.
+  void Measure(const SideFrame& frame, Mark* mark) const {
+    const double most = 0.75 * kMostDiameter * scale_;
+    double lengths[kRays];
+    double pointsX[kRays], pointsY[kRays];
+    mark->radius = std::max(mark->boxWidth, mark->boxHeight) / 2;
+    for (int pass = 0; pass < 4; ++pass) {
+      int count = 0;
+      std::vector<double> known;
+      for (int ray = 0; ray < kRays; ++ray) {
+        lengths[ray] = RayLength(*mark, ray, most);
+        if (lengths[ray] < 0) continue;
+        pointsX[ray] = mark->x + RayX(ray) * lengths[ray];
+        pointsY[ray] = mark->y + RayY(ray) * lengths[ray];
+        known.push_back(lengths[ray]);
+        ++count;
+      }
+      mark->rays = count * 100 / kRays;
+      if (mark->rays < kLeastRays) {
+        mark->rays = 0;
+        return;
+      }
+      // The circle by least squares through the points near the one so far: x² + y² = 2 a x + 2 b y + c.
+      std::nth_element(known.begin(), known.begin() + static_cast<ptrdiff_t>(known.size() / 2), known.end());
+      const double median = known[known.size() / 2];
+      const double off =
+          pass == 0 ? 0.35 * median : std::max(kOutlineOff * scale_, 2 * kOutlineOffShare * median);
+      double n = 0, sx = 0, sy = 0;
+      for (int ray = 0; ray < kRays; ++ray) {
+        if (lengths[ray] < 0 ||
+            std::abs(Distance(*mark, pointsX[ray], pointsY[ray]) - (pass == 0 ? median : mark->radius)) > off)
+          continue;
+        n += 1, sx += pointsX[ray], sy += pointsY[ray];
+      }
+      if (n < kRays * 0.3) break;
+      const double mx = sx / n, my = sy / n;
+      double xx = 0, xy = 0, yy = 0, xz = 0, yz = 0, z = 0;
+      for (int ray = 0; ray < kRays; ++ray) {
+        if (lengths[ray] < 0 ||
+            std::abs(Distance(*mark, pointsX[ray], pointsY[ray]) - (pass == 0 ? median : mark->radius)) > off)
+          continue;
+        const double x = pointsX[ray] - mx, y = pointsY[ray] - my, square = x * x + y * y;
+        xx += x * x, xy += x * y, yy += y * y, xz += x * square, yz += y * square, z += square;
+      }
+      const double det = xx * yy - xy * xy;
+      if (det <= 1e-3 * xx * yy) break;
+      const double a = (xz * yy - yz * xy) / (2 * det), b = (yz * xx - xz * xy) / (2 * det);
+      const double radius = std::sqrt(std::max(0.0, z / n + a * a + b * b));
+      if (!(radius < most) || std::abs(a) + std::abs(b) > most) break;
+      mark->x = mx + a;
+      mark->y = my + b;
+      mark->radius = radius;
+      if (!IsOnSheet(RoundDown(mark->x), RoundDown(mark->y))) break;
+    }
+    Judge(lengths, mark);
+    mark->place = frame.Place(mark->x, mark->y);
+    mark->depth = frame.Depth(mark->x, mark->y);
+  }
+  static double Distance(const Mark& mark, double x, double y) {
+    return std::sqrt((x - mark.x) * (x - mark.x) + (y - mark.y) * (y - mark.y));
+  }
+
+  void Judge(double (&lengths)[kRays], Mark* mark) const {
+    const double most = 0.75 * kMostDiameter * scale_;
+    const bool isMiddleOnSheet = IsOnSheet(RoundDown(mark->x), RoundDown(mark->y));
+    int known = 0, round = 0;
+    const double off = std::max(kOutlineOff * scale_, kOutlineOffShare * mark->radius);
+    for (int ray = 0; ray < kRays; ++ray) {
+      if (isMiddleOnSheet) lengths[ray] = RayLength(*mark, ray, most);
+      if (lengths[ray] < 0) continue;
+      ++known;
+      round += std::abs(lengths[ray] - mark->radius) <= off;
+    }
+    mark->rays = known * 100 / kRays;
+    mark->round = known == 0 || !isMiddleOnSheet ? 0 : round * 100 / known;
+    // Pixels inside, and in a ring around.
+    const double inner = 0.88 * mark->radius, ringFrom = 1.12 * mark->radius + 1,
+                 ringTo = 1.45 * mark->radius + 1;
+    int64_t inside = 0, dark = 0, around = 0, light = 0;
+    for (int y = RoundDown(mark->y - ringTo); y <= RoundDown(mark->y + ringTo) + 1; ++y) {
+      for (int x = RoundDown(mark->x - ringTo); x <= RoundDown(mark->x + ringTo) + 1; ++x) {
+        if (!IsOnSheet(x, y)) continue;
+        const double distance = Distance(*mark, x, y);
+        if (distance <= inner) {
+          ++inside;
+          dark += Differs(x, y, *mark);
+        } else if (distance >= ringFrom && distance <= ringTo) {
+          ++around;
+          light += !Differs(x, y, *mark);
+        }
+      }
+    }
+    mark->solid = inside == 0 ? 0 : static_cast<int>(dark * 100 / inside);
+    mark->light = around == 0 ? 0 : static_cast<int>(light * 100 / around);
+  }
+
+  // ---- rows -----------------------------------------------------------------------------------------------
+
+  bool MayBeHole(const Mark& mark, int round) const {
+    const double diameter = 2 * mark.radius / scale_;
+    return mark.round >= round && mark.solid >= kSolid && mark.light >= kLightAround &&
+           mark.depth >= kNearest && mark.depth <= kFurthest && diameter >= kLeastDiameter &&
+           diameter <= kMostDiameter;
+  }
+
+  bool AreAlike(const Mark& a, const Mark& b) const {
+    constexpr double kLargest = 1.16, kDepthOff = 1.4, kDepthOffShare = 0.02;
+    const auto [smaller, larger] = std::minmax({a.radius, b.radius});
+    const double apart = std::abs(a.place - b.place);
+    return larger <= kLargest * smaller + 1 &&
+           std::abs(a.depth - b.depth) <= kDepthOff + kDepthOffShare * apart &&
+           apart >= 3 * larger / scale_ && a.isLighter == b.isLighter;
+  }
+
+  static bool IsKnownSpacing(double apart) {
+    return std::any_of(std::begin(kSpacings), std::end(kSpacings), [apart](double spacing) {
+      return std::abs(apart - spacing) <= kSpacingOff + kSpacingOffShare * spacing;
+    });
+  }
+
+  void Take(Mark* mark, int confidence, const char* reason, SheetSide side) {
+    if (mark->isTaken) return;
+    mark->isTaken = true;
+    found_.push_back({{mark->x, mark->y, 2 * mark->radius, side, confidence, reason}, *mark});
+  }
+
+  void Choose(SheetSide side) {
+    const SideFrame frame(sheet_, side);
+    std::vector<Mark>& marks = rows_[static_cast<size_t>(side)];
+    const auto [start, end] = frame.Extent();
+    const double length = end - start, middle = (start + end) / 2;
+    if (ChooseBinding(marks, side, length)) return;
+    for (Mark& a : marks) {
+      if (!MayBeHole(a, kRound)) continue;
+      for (Mark& b : marks) {
+        if (&a == &b || !MayBeHole(b, kRoundPartner) || !AreAlike(a, b)) continue;
+        const double apart = std::abs(a.place - b.place);
+        constexpr double kCentred = 0.03, kLongest = 0.62, kShortest = 0.15;  // of the side
+        const bool isCentred = std::abs((a.place + b.place) / 2 - middle) <= kCentred * length;
+        if (IsKnownSpacing(apart)) {
+          Take(&a, 95, "a row in a punch's spacing", side);
+          Take(&b, 95, "a row in a punch's spacing", side);
+        } else if (isCentred && apart >= kShortest * length && apart <= kLongest * length &&
+                   b.round >= kRound) {
+          Take(&a, 88, "a pair about the side's middle", side);
+          Take(&b, 88, "a pair about the side's middle", side);
+        }
+      }
+    }
+    const bool hasRow =
+        std::any_of(marks.begin(), marks.end(), [](const Mark& mark) { return mark.isTaken; });
+    if (!hasRow) ChooseAlone(marks, side);
+  }
+
+  void ChooseAlone(std::vector<Mark>& marks, SheetSide side) {
+    constexpr double kLeast = 4.5, kMost = 9, kLeastDepth = 4, kMostDepth = 15;
+    Mark* only = nullptr;
+    for (Mark& mark : marks) {
+      if (mark.round < kRound) continue;
+      if (only != nullptr) return;  // several that make no row are marks of the page
+      only = &mark;
+    }
+    if (only == nullptr) return;
+    const double diameter = 2 * only->radius / scale_;
+    if (only->round < kRoundAlone || only->solid < kSolidAlone || only->light < kLightAroundAlone ||
+        diameter < kLeast || diameter > kMost || only->depth < kLeastDepth || only->depth > kMostDepth ||
+        only->rays < 100 || HasCompany(*only))
+      return;
+    Take(only, 75, "round, solid and alone in the margin", side);
+  }
+
+  // Whether anything is printed near: a hole alone stands clear of it.
+  bool HasCompany(const Mark& mark) const {
+    constexpr double kFree = 2.2;  // radii
+    int64_t dark = 0, all = 0;
+    const double from = 1.15 * mark.radius + 1, to = kFree * mark.radius;
+    for (int y = RoundDown(mark.y - to); y <= RoundDown(mark.y + to); ++y) {
+      for (int x = RoundDown(mark.x - to); x <= RoundDown(mark.x + to); ++x) {
+        const double distance = Distance(mark, x, y);
+        if (!IsOnSheet(x, y) || distance < from || distance > to) continue;
+        ++all;
+        dark += Differs(x, y, mark);
+      }
+    }
+    return dark * 200 > all;
+  }
+
+  // Spirals, combs and wires: many equal marks in equal steps along most of a side.
+  bool ChooseBinding(std::vector<Mark>& marks, SheetSide side, double length) {
+    constexpr int kLeastMarks = 8;
+    constexpr double kLeastLength = 0.5, kLeastStep = 3.5, kMostStep = 26, kStepOff = 0.09, kSizeOff = 0.25,
+                     kDepthOff = 1.6;
+    if (marks.size() < kLeastMarks) return false;
+    std::vector<Mark*> row;
+    for (Mark& mark : marks) {
+      if (mark.depth <= kFurthest && mark.depth >= kNearest) row.push_back(&mark);
+    }
+    if (row.size() < kLeastMarks) return false;
+    std::vector<double> depths, sizes;
+    for (const Mark* mark : row) {
+      depths.push_back(mark->depth);
+      sizes.push_back(mark->boxWidth + mark->boxHeight);
+    }
+    const double depth = Median(depths), size = Median(sizes);
+    std::erase_if(row, [&](const Mark* mark) {
+      return std::abs(mark->depth - depth) > kDepthOff ||
+             std::abs(mark->boxWidth + mark->boxHeight - size) > kSizeOff * size;
+    });
+    if (row.size() < kLeastMarks) return false;
+    std::sort(row.begin(), row.end(), [](const Mark* a, const Mark* b) { return a->place < b->place; });
+    std::vector<double> steps;
+    for (size_t i = 1; i < row.size(); ++i) steps.push_back(row[i]->place - row[i - 1]->place);
+    const double step = Median(steps);
+    const auto even = std::count_if(steps.begin(), steps.end(), [&](double s) {
+      const double times = std::max(1.0, std::floor(s / step + 0.5));
+      return std::abs(s - times * step) <= kStepOff * step;
+    });
+    if (step < kLeastStep || step > kMostStep || static_cast<size_t>(even) * 10 < steps.size() * 9 ||
+        row.back()->place - row.front()->place < kLeastLength * length)
+      return false;
+    for (Mark* mark : row) Take(mark, 90, "one of a binding's marks", side);
+    return true;
+  }
+  static double Median(std::vector<double> values) {
+    const auto at = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), at, values.end());
+    return *at;
+  }
+
+  // ---- the plan -------------------------------------------------------------------------------------------
+
+  HolePlan Plan() {
+    HolePlan plan;
+    DropMirrored();
+    if (found_.empty()) return plan;
+    plan.mask = BitPlane(page_.width(), page_.height());
+    for (const Found& found : found_) {
+      plan.holes.push_back(found.hole);
+      MaskMark(found.mark, &plan);
+    }
+    return plan;
+  }
+
+  // The same marks at opposite sides are printed: for machines to find the page by.
+  void DropMirrored() {
+    const auto isOpposite = [](const Found& a, const Found& b) {
+      return (static_cast<int>(a.hole.side) + 2) % 4 == static_cast<int>(b.hole.side);
+    };
+    std::vector<Found> kept;
+    for (const Found& a : found_) {
+      const bool isMirrored = std::any_of(found_.begin(), found_.end(), [&](const Found& b) {
+        return isOpposite(a, b) && std::abs(a.mark.place - b.mark.place) < 2 * a.mark.radius / scale_ &&
+               std::abs(a.mark.depth - b.mark.depth) < a.mark.radius / scale_;
+      });
+      if (!isMirrored) kept.push_back(a);
+    }
+    found_ = std::move(kept);
+  }
+
+  void MaskMark(const Mark& mark, HolePlan* plan) const {
+    const double halo = kHalo * scale_ + 1;
+    const double reach = std::max({mark.radius, mark.boxWidth / 2, mark.boxHeight / 2}) + halo;
+    const bool isRound = mark.round >= kRoundPartner;
+    for (int y = RoundDown(mark.y - reach); y <= RoundDown(mark.y + reach) + 1; ++y) {
+      for (int x = RoundDown(mark.x - reach); x <= RoundDown(mark.x + reach) + 1; ++x) {
+        if (!IsInside(x, y) || plan->mask.Get(x, y)) continue;
+        const double distance = Distance(mark, x, y);
+        const bool isIn = isRound ? distance <= mark.radius + 1
+                                  : std::abs(x - mark.x) <= mark.boxWidth / 2 + 1 &&
+                                        std::abs(y - mark.y) <= mark.boxHeight / 2 + 1;
+        // What is dark around it is its shadow or its ragged rim.
+        const bool isNear = isRound ? distance <= mark.radius + halo
+                                    : std::abs(x - mark.x) <= mark.boxWidth / 2 + halo &&
+                                          std::abs(y - mark.y) <= mark.boxHeight / 2 + halo;
+        if (!isIn && !(isNear && Differs(x, y, mark))) continue;
+        plan->mask.Set(x, y);
+        ++plan->pixels;
+      }
+    }
+  }
+
+  struct Found {
+    PunchHole hole;
+    Mark mark;
+  };
+
+  const Sheet& sheet_;
+  const Page& page_;
+  double scale_;
+  std::vector<Mark> rows_[4];
+  std::vector<Found> found_;
+};
+
+}  // namespace
+
+HolePlan PlanHoles(const Sheet& sheet, const BytePlane& grey) {
+  const GreyPage page{grey};
+  return HoleFinder<GreyPage>(sheet, page).Find(/*hasGrey=*/true);
+}
+
+HolePlan PlanHoles(const Sheet& sheet, const BitPlane& ink) {
+  const InkPage page{ink};
+  return HoleFinder<InkPage>(sheet, page).Find(/*hasGrey=*/false);
+}
+
+}  // namespace rastrel::pages
