@@ -9,7 +9,7 @@ namespace {
 
 // Lengths are in millimetres, unless they say otherwise.
 constexpr double kStrip = 24;  // of the margin that is looked at, from the sheet's edge
-constexpr double kLeastDiameter = 3.2, kMostDiameter = 10.5;
+constexpr double kLeastDiameter = 4.2, kMostDiameter = 10.5;
 constexpr double kNearest = -1.2, kFurthest = 19;  // a hole's middle from the sheet's edge
 constexpr double kCore = 1.7;        // side of the square that is solid inside of any hole, cut ones included
 constexpr double kFleck = 0.4;       // light on a ray that does not end a hole
@@ -22,6 +22,11 @@ constexpr int kRound = 72, kRoundPartner = 58, kRoundAlone = 92;
 constexpr int kLeastRays = 38;  // rays that end inside the sheet: a hole that is cut has fewer
 constexpr int kSolid = 93, kSolidAlone = 98;
 constexpr int kLightAround = 68, kLightAroundAlone = 97;
+// Ink around a hole, up to kFree radii: of one in a punch's spacing, of a centred pair, of one alone.
+constexpr double kFree = 2.2;
+constexpr double kInkInRow = 22, kInkInPair = 6, kInkAlone = 0.5;
+constexpr double kSquare = 1.15;     // a square's diagonal rays to its upright ones are 1.4, a disc's 1
+constexpr double kBesideText = 0.5;  // diameters: printed marks have their text as near
 
 // Spacings between neighbours that punches make: two holes and four (ISO 838), US two, three and Swedish four
 // holes.
@@ -65,11 +70,13 @@ int RoundDown(double value) { return static_cast<int>(std::floor(value)); }
 // ---- one mark ---------------------------------------------------------------------------------------------
 
 struct Mark {
-  double x = 0, y = 0, radius = 0;  // pixels
+  double x = 0, y = 0, radius = 0;  // pixels; the middle may lie outside the sheet
+  double fromX = 0, fromY = 0;      // where rays start: the middle, or a place inside
   double boxWidth = 0, boxHeight = 0;
   int level = 128;  // grey between it and the paper
   bool isLighter = false, isRing = false;
   int round = 0, rays = 0, solid = 0, light = 0;  // percent
+  double diagonal = 1;                            // diagonal rays to upright ones
   double place = 0, depth = 0;                    // millimetres along the side, and from the sheet's edge
   bool isTaken = false;
 };
@@ -236,6 +243,8 @@ class HoleFinder {
         mark.boxHeight = boxHeight;
         mark.isLighter = isLighter;
         mark.level = sheet_.paper * (percent + 100) / 200;
+        mark.fromX = mark.x;
+        mark.fromY = mark.y;
         Measure(frame, &mark);
         const bool isKnown = std::any_of(marks->begin(), marks->end(), [&](const Mark& other) {
           return std::abs(other.x - mark.x) + std::abs(other.y - mark.y) < other.radius &&
@@ -262,7 +271,7 @@ class HoleFinder {
     int light = 0;
     double end = 0;
     for (double t = 0; t <= most; t += 1) {
-      const int x = RoundDown(mark.x + dx * t + 0.5), y = RoundDown(mark.y + dy * t + 0.5);
+      const int x = RoundDown(mark.fromX + dx * t + 0.5), y = RoundDown(mark.fromY + dy * t + 0.5);
       if (!IsOnSheet(x, y)) return -1;
       if (Differs(x, y, mark)) {
         light = 0;
@@ -286,8 +295,8 @@ class HoleFinder {
       for (int ray = 0; ray < kRays; ++ray) {
         lengths[ray] = RayLength(*mark, ray, most);
         if (lengths[ray] < 0) continue;
-        pointsX[ray] = mark->x + RayX(ray) * lengths[ray];
-        pointsY[ray] = mark->y + RayY(ray) * lengths[ray];
+        pointsX[ray] = mark->fromX + RayX(ray) * lengths[ray];
+        pointsY[ray] = mark->fromY + RayY(ray) * lengths[ray];
         known.push_back(lengths[ray]);
         ++count;
       }
@@ -326,7 +335,18 @@ class HoleFinder {
       mark->x = mx + a;
       mark->y = my + b;
       mark->radius = radius;
-      if (!IsOnSheet(RoundDown(mark->x), RoundDown(mark->y))) break;
+      // The middle of a hole that is cut may lie a little outside.
+      constexpr double kMostOutside = 0.35;  // radii
+      if (IsOnSheet(RoundDown(mark->x), RoundDown(mark->y))) {
+        mark->fromX = mark->x;
+        mark->fromY = mark->y;
+      } else if (!IsOnSheet(RoundDown(mark->x + kMostOutside * radius), RoundDown(mark->y)) &&
+                 !IsOnSheet(RoundDown(mark->x - kMostOutside * radius), RoundDown(mark->y)) &&
+                 !IsOnSheet(RoundDown(mark->x), RoundDown(mark->y + kMostOutside * radius)) &&
+                 !IsOnSheet(RoundDown(mark->x), RoundDown(mark->y - kMostOutside * radius))) {
+        mark->rays = 0;
+        return;
+      }
     }
     Judge(lengths, mark);
     mark->place = frame.Place(mark->x, mark->y);
@@ -338,17 +358,19 @@ class HoleFinder {
 
   void Judge(double (&lengths)[kRays], Mark* mark) const {
     const double most = 0.75 * kMostDiameter * scale_;
-    const bool isMiddleOnSheet = IsOnSheet(RoundDown(mark->x), RoundDown(mark->y));
     int known = 0, round = 0;
     const double off = std::max(kOutlineOff * scale_, kOutlineOffShare * mark->radius);
     for (int ray = 0; ray < kRays; ++ray) {
-      if (isMiddleOnSheet) lengths[ray] = RayLength(*mark, ray, most);
+      lengths[ray] = RayLength(*mark, ray, most);
       if (lengths[ray] < 0) continue;
       ++known;
-      round += std::abs(lengths[ray] - mark->radius) <= off;
+      const double distance =
+          Distance(*mark, mark->fromX + RayX(ray) * lengths[ray], mark->fromY + RayY(ray) * lengths[ray]);
+      round += std::abs(distance - mark->radius) <= off;
     }
+    mark->diagonal = mark->fromX == mark->x && mark->fromY == mark->y ? Diagonal(lengths) : 1;
     mark->rays = known * 100 / kRays;
-    mark->round = known == 0 || !isMiddleOnSheet ? 0 : round * 100 / known;
+    mark->round = known == 0 ? 0 : round * 100 / known;
     // Pixels inside, and in a ring around.
     const double inner = 0.88 * mark->radius, ringFrom = 1.12 * mark->radius + 1,
                  ringTo = 1.45 * mark->radius + 1;
@@ -370,13 +392,27 @@ class HoleFinder {
     mark->light = around == 0 ? 0 : static_cast<int>(light * 100 / around);
   }
 
+  static double Diagonal(const double (&lengths)[kRays]) {
+    double sums[2] = {}, counts[2] = {};
+    for (int ray = 0; ray < kRays; ++ray) {
+      const int off = ray % (kRays / 4);
+      const bool isUpright = off <= 1 || off >= kRays / 4 - 1;
+      const bool isDiagonal = off >= kRays / 8 - 1 && off <= kRays / 8 + 1;
+      if (lengths[ray] < 0 || (!isUpright && !isDiagonal)) continue;
+      sums[isDiagonal] += lengths[ray];
+      counts[isDiagonal] += 1;
+    }
+    if (counts[0] == 0 || counts[1] == 0 || sums[0] == 0) return 1;
+    return sums[1] / counts[1] * counts[0] / sums[0];
+  }
+
   // ---- rows -----------------------------------------------------------------------------------------------
 
   bool MayBeHole(const Mark& mark, int round) const {
     const double diameter = 2 * mark.radius / scale_;
     return mark.round >= round && mark.solid >= kSolid && mark.light >= kLightAround &&
            mark.depth >= kNearest && mark.depth <= kFurthest && diameter >= kLeastDiameter &&
-           diameter <= kMostDiameter;
+           diameter <= kMostDiameter && mark.diagonal < kSquare;
   }
 
   bool AreAlike(const Mark& a, const Mark& b) const {
@@ -406,26 +442,74 @@ class HoleFinder {
     const auto [start, end] = frame.Extent();
     const double length = end - start, middle = (start + end) / 2;
     if (ChooseBinding(marks, side, length)) return;
-    for (Mark& a : marks) {
-      if (!MayBeHole(a, kRound)) continue;
-      for (Mark& b : marks) {
-        if (&a == &b || !MayBeHole(b, kRoundPartner) || !AreAlike(a, b)) continue;
-        const double apart = std::abs(a.place - b.place);
-        constexpr double kCentred = 0.03, kLongest = 0.62, kShortest = 0.15;  // of the side
-        const bool isCentred = std::abs((a.place + b.place) / 2 - middle) <= kCentred * length;
-        if (IsKnownSpacing(apart)) {
-          Take(&a, 95, "a row in a punch's spacing", side);
-          Take(&b, 95, "a row in a punch's spacing", side);
-        } else if (isCentred && apart >= kShortest * length && apart <= kLongest * length &&
-                   b.round >= kRound) {
-          Take(&a, 88, "a pair about the side's middle", side);
-          Take(&b, 88, "a pair about the side's middle", side);
-        }
+    for (Mark& mark : marks) {
+      if (mark.isTaken || !MayBeHole(mark, kRound)) continue;
+      for (const int round : {kRoundPartner, kRound}) {
+        if (ChooseRow(mark, marks, round, side, middle, length)) break;
       }
     }
     const bool hasRow =
         std::any_of(marks.begin(), marks.end(), [](const Mark& mark) { return mark.isTaken; });
     if (!hasRow) ChooseAlone(marks, side);
+  }
+
+  // The row of all marks that are like `first`. One that no punch makes is printed.
+  bool ChooseRow(Mark& first, std::vector<Mark>& marks, int round, SheetSide side, double middle,
+                 double length) {
+    constexpr size_t kMostHoles = 4;
+    constexpr double kCentred = 0.03, kLongest = 0.8, kLongestPair = 0.62, kShortest = 0.15;  // of the side
+    constexpr double kEven = 0.02;
+    std::vector<Mark*> row = {&first};
+    for (Mark& mark : marks) {
+      if (&mark != &first && MayBeHole(mark, round) && AreAlike(first, mark)) row.push_back(&mark);
+    }
+    if (row.size() < 2 || row.size() > kMostHoles) return false;
+    std::sort(row.begin(), row.end(), [](const Mark* a, const Mark* b) { return a->place < b->place; });
+    bool isKnown = true, isEven = true, isClear = true, isOpen = true;
+    const double span = row.back()->place - row.front()->place,
+                 step = span / static_cast<double>(row.size() - 1);
+    for (size_t i = 0; i < row.size(); ++i) {
+      const double ink = InkAround(*row[i]);
+      isOpen &= ink <= kInkInRow && !HasTextBeside(*row[i], side);
+      isClear &= ink <= kInkInPair;
+      if (i == 0) continue;
+      const double apart = row[i]->place - row[i - 1]->place;
+      isKnown &= IsKnownSpacing(apart);
+      isEven &= std::abs(apart - step) <= kEven * span;
+    }
+    const bool isCentred =
+        std::abs((row.front()->place + row.back()->place) / 2 - middle) <= kCentred * length;
+    const bool isInSide =
+        span >= kShortest * length && span <= (row.size() == 2 ? kLongestPair : kLongest) * length;
+    const bool isPair = isEven && isCentred && isClear && isInSide && round == kRound;
+    if (!isOpen || !(isKnown || isPair)) return false;
+    for (Mark* mark : row) {
+      if (isKnown)
+        Take(mark, 95, "a row in a punch's spacing", side);
+      else
+        Take(mark, 88, "a row about the side's middle", side);
+    }
+    return true;
+  }
+
+  // Whether ink of the page follows inwards, as text follows a bullet.
+  bool HasTextBeside(const Mark& mark, SheetSide side) const {
+    const double reach = (1 + 2 * kBesideText) * mark.radius, half = 0.7 * mark.radius;
+    const int gap = RoundDown(1.12 * mark.radius) + 2;
+    int64_t dark = 0, all = 0;
+    for (int along = -RoundDown(half); along <= RoundDown(half); ++along) {
+      for (int in = gap; in <= RoundDown(reach) + 1; ++in) {
+        const bool isUpright = side == SheetSide::kLeft || side == SheetSide::kRight;
+        // Text runs along rows, so that under the top it is beside, too.
+        const int inwards = side == SheetSide::kRight ? -in : in;
+        const int x = RoundDown(mark.x) + (isUpright ? inwards : in), y = RoundDown(mark.y) + along;
+        if (!IsOnSheet(x, y)) continue;
+        ++all;
+        dark += Differs(x, y, mark);
+      }
+    }
+    constexpr int kText = 12;  // percent
+    return dark * 100 > all * kText;
   }
 
   void ChooseAlone(std::vector<Mark>& marks, SheetSide side) {
@@ -440,14 +524,13 @@ class HoleFinder {
     const double diameter = 2 * only->radius / scale_;
     if (only->round < kRoundAlone || only->solid < kSolidAlone || only->light < kLightAroundAlone ||
         diameter < kLeast || diameter > kMost || only->depth < kLeastDepth || only->depth > kMostDepth ||
-        only->rays < 100 || HasCompany(*only))
+        only->rays < 100 || InkAround(*only) > kInkAlone)
       return;
     Take(only, 75, "round, solid and alone in the margin", side);
   }
 
-  // Whether anything is printed near: a hole alone stands clear of it.
-  bool HasCompany(const Mark& mark) const {
-    constexpr double kFree = 2.2;  // radii
+  // Ink near the mark, in percent of the pixels there.
+  double InkAround(const Mark& mark) const {
     int64_t dark = 0, all = 0;
     const double from = 1.15 * mark.radius + 1, to = kFree * mark.radius;
     for (int y = RoundDown(mark.y - to); y <= RoundDown(mark.y + to); ++y) {
@@ -458,18 +541,19 @@ class HoleFinder {
         dark += Differs(x, y, mark);
       }
     }
-    return dark * 200 > all;
+    return all == 0 ? 0 : 100.0 * static_cast<double>(dark) / static_cast<double>(all);
   }
 
   // Spirals, combs and wires: many equal marks in equal steps along most of a side.
   bool ChooseBinding(std::vector<Mark>& marks, SheetSide side, double length) {
-    constexpr int kLeastMarks = 8;
-    constexpr double kLeastLength = 0.5, kLeastStep = 3.5, kMostStep = 26, kStepOff = 0.09, kSizeOff = 0.25,
-                     kDepthOff = 1.6;
+    constexpr int kLeastMarks = 10;
+    constexpr double kDeepest = 9;
+    constexpr double kLeastLength = 0.55, kLeastStep = 3.5, kMostStep = 15.5, kStepOff = 0.09,
+                     kSizeOff = 0.25, kDepthOff = 1.6;
     if (marks.size() < kLeastMarks) return false;
     std::vector<Mark*> row;
     for (Mark& mark : marks) {
-      if (mark.depth <= kFurthest && mark.depth >= kNearest) row.push_back(&mark);
+      if (mark.depth <= kDeepest && mark.depth >= kNearest) row.push_back(&mark);
     }
     if (row.size() < kLeastMarks) return false;
     std::vector<double> depths, sizes;

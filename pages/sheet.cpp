@@ -597,11 +597,11 @@ class SheetFinder {
 
   void LookAt(int x, int y, uint8_t darkBelow, bool isLast, BytePlane* seen) {
     Area area = Follow(grid_, darkBelow, x, y, seen, &member_);
-    JudgeArea(&area, darkBelow, isLast);
+    JudgeArea(&area, isLast);
     area.Forget();
   }
 
-  void JudgeArea(Area* followed, uint8_t darkBelow, bool isLast) {
+  void JudgeArea(Area* followed, bool isLast) {
     Area& area = *followed;
     const int64_t leastCells = int64_t{kLeastArea} * units_.Cells(kMm) * units_.Cells(kMm);
     if (area.cells < leastCells) return;
