@@ -39,6 +39,9 @@
 #define RASTREL_API __attribute__((visibility("default")))
 #endif
 
+/* The version that `rastrel --version` tells; GetImageVersion has one of its own. */
+#define RASTREL_VERSION "0.1.0"
+
 #ifdef __cplusplus
 extern "C" {
 #endif

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "pages/blank.h"
 #include "pages/operations.h"
 #include "pages/overlay.h"
 #include "pages/safeguards.h"
@@ -81,47 +82,6 @@ class AsBlackAndWhite {
   bool isActive_ = false;
 };
 
-// The library's count of ink on 1-bit pages takes in padding. Whitens it, and puts it back at the end.
-class WhitePadding {
- public:
-  explicit WhitePadding(const PageView& page) : page_(page) {
-    if (page.bits() != 1 || start_ == page.stride()) return;
-    for (int y = 0; y < page.height(); ++y) {
-      uint8_t* row = page.PageRow(y);
-      before_.insert(before_.end(), row + start_, row + page.stride());
-      row[start_] = static_cast<uint8_t>(row[start_] | 0xFF >> page.width() % 8);
-      std::memset(row + start_ + 1, 0xFF, page.stride() - start_ - 1);
-    }
-  }
-  ~WhitePadding() {
-    const size_t count = page_.stride() - start_;
-    for (size_t i = 0; i < before_.size(); i += count) {
-      std::memcpy(page_.PageRow(static_cast<int>(i / count)) + start_, &before_[i], count);
-    }
-  }
-  WhitePadding(const WhitePadding&) = delete;
-  WhitePadding& operator=(const WhitePadding&) = delete;
-
- private:
-  const PageView& page_;
-  size_t start_ = static_cast<size_t>(page_.width() / 8);  // of bytes with padding
-  std::vector<uint8_t> before_;
-};
-
-bool IsBlank(const Dib& page, bool isTextDark, double percent) {
-  constexpr int kInkBelow = 80;  // percent of the paper's brightness
-  const Dib negative = isTextDark ? Dib() : Invert(page);
-  const Dib& dark = isTextDark ? page : negative;
-  const PageView view(dark);
-  const WhitePadding padding(view);
-  const Ink ground = GroundInk(view, /*light=*/true);
-  const std::vector<uint8_t> table = BrightnessTable(view);
-  const unsigned paper =
-      view.bits() == 24 ? (ground.bytes[0] + ground.bytes[1] + ground.bytes[2]) / 3u : table[ground.bytes[0]];
-  const COLORREF ink = paper * kInkBelow / 100 * 0x010101u;
-  return IsImageBlank(dark.handle(), static_cast<int>(std::lround(percent * 10)), ink) == 1;
-}
-
 int64_t ChangedPixels(const Dib& before, const Dib& after) {
   const PageView from(before), to(after);
   int64_t changed = 0;
@@ -161,6 +121,8 @@ class Cleaning {
   };
 
   void Try(const char* step, void (Cleaning::*work)()) {
+    constexpr double kSteps = 6;  // with the blank test
+    options_.Report(step, static_cast<double>(record_.times.size()) / kSteps);
     const StepTimer timer(&record_, step);
     try {
       (this->*work)();
@@ -187,6 +149,7 @@ class Cleaning {
   void TurnScan() {
     CleanOptions options = options_;
     options.cropsSheet = false;
+    options.progress = nullptr;
     CleanRecord seen;
     Cleaning(Duplicate(page_), options, &seen).Finish();
     if (!seen.isTurned) return;

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "pages/blank.h"
 #include "pages/classic_clean.h"
 #include "pages/operations.h"
 
@@ -39,7 +40,7 @@ void Describe(const Dib& dib, CleanRecord* record) {
 }  // namespace
 
 Dib CleanPage(Dib page, const CleanOptions& options, CleanRecord* record, Dib* overlay) {
-  record->isResolutionAssumed = CompleteResolution(page, options.dpi);
+  record->isResolutionAssumed = CompleteResolution(&PageView(page).header(), options.dpi);
   CleanOptions chosen = options;
   // On a resolution that is only assumed holes are not measured.
   if (record->isResolutionAssumed && !options.measuresHolesAnyway && !chosen.holeSize) {
@@ -57,30 +58,28 @@ Dib CleanPage(Dib page, const CleanOptions& options, CleanRecord* record, Dib* o
   return page;
 }
 
-Examination ExaminePage(Dib page) {
-  Examination result;
-  {
-    CleanRecord came;
-    Describe(page, &came);
-    result.width = came.width;
-    result.height = came.height;
-    result.bits = came.bits;
-    result.dpiX = came.dpiX;
-    result.dpiY = came.dpiY;
-  }
+CleanRecord ExaminePage(Dib page) {
+  CleanRecord result;
+  result.isExamination = true;
+  Describe(page, &result);
+  result.widthIn = result.width;
+  result.heightIn = result.height;
+  const Dib asItIs = Duplicate(page);
   CleanOptions options;
   options.mostSkew = 0;  // only look
-  CleanRecord examined;
-  CleanPage(std::move(page), options, &examined);
-  result.skew = examined.skew;
-  result.skewConfidence = examined.skewConfidence;
-  result.isBlank = examined.isBlank;
-  result.isTextDark = examined.isTextDark;
-  result.holes = std::move(examined.holes);
-  result.times = std::move(examined.times);
-  for (Skipped& skipped : examined.skipped) {
+  CleanRecord found;
+  CleanPage(std::move(page), options, &found);
+  result.skew = found.skew;
+  result.skewConfidence = found.skewConfidence;
+  result.isTextDark = found.isTextDark;
+  result.isBlank = found.isBlank;
+  result.isResolutionAssumed = found.isResolutionAssumed;
+  result.inkPercent = InkPercent(asItIs, found.isTextDark);
+  result.holes = std::move(found.holes);
+  result.times = std::move(found.times);
+  for (Skipped& skipped : found.skipped) {
     // A skew that was found was only not to be turned back.
-    if (skipped.step != "deskew" || !examined.skew) result.skipped.push_back(std::move(skipped));
+    if (skipped.step != "deskew" || !found.skew) result.skipped.push_back(std::move(skipped));
   }
   return result;
 }

@@ -3,6 +3,7 @@
 #define RASTREL_PAGES_CLEAN_H
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -37,6 +38,13 @@ struct CleanOptions {
   Reduction reduction = Reduction::kNone;
   int brightness = 0;  // added to every grey first: by threshold or ordered
   double dpi = 0;      // of pages that do not say; 0: 300 is assumed
+  // Called before each step with its name and the share that is done; false ends the work.
+  std::function<bool(const char* step, double done)> progress;
+
+  // Throws PageError (ErrCancelled) where the work is to end.
+  void Report(const char* step, double done) const {
+    if (progress && !progress(step, done)) throw PageError("was cancelled", ErrCancelled);
+  }
 };
 
 struct StepTime {
@@ -49,8 +57,18 @@ struct Skipped {
   std::string reason;
 };
 
-// What was done to a page.
+// What was taken away of a page, or left for a reason.
+struct Region {
+  std::string kind;                              // "border", "hole", "speck" ...
+  int left = 0, top = 0, right = 0, bottom = 0;  // on the page that came in; right and bottom lie outside
+  int64_t pixels = 0;
+  double confidence = 0;  // 0 to 1
+  std::string reason;
+};
+
+// What was found on a page and done to it.
 struct CleanRecord {
+  bool isExamination = false;     // nothing was done
   int widthIn = 0, heightIn = 0;  // as it came in
   int width = 0, height = 0, bits = 0;
   double dpiX = 0, dpiY = 0;
@@ -64,7 +82,9 @@ struct CleanRecord {
   int64_t trimmedLeft = 0, trimmedRight = 0;  // pixels
   std::vector<Hole> holes;                    // where they were on the page as it came in
   int64_t specks = 0, speckPixels = 0;
-  bool isBlank = false;  // before any reduction
+  bool isBlank = false;              // before any reduction
+  std::optional<double> inkPercent;  // of an examination
+  std::vector<Region> regions;
   std::vector<StepTime> times;
   std::vector<Skipped> skipped;
 
@@ -94,19 +114,8 @@ class StepTimer {
 // page as it came in, in grey, with what was removed in colour.
 Dib CleanPage(Dib page, const CleanOptions& options, CleanRecord* record, Dib* overlay = nullptr);
 
-// What there is to know of a page without changing it.
-struct Examination {
-  int width = 0, height = 0, bits = 0;
-  double dpiX = 0, dpiY = 0;             // 0: the page has none
-  std::optional<double> skew;            // as CleanPage would find it
-  std::optional<double> skewConfidence;  // 0 to 1
-  bool isTextDark = true;
-  bool isBlank = false;
-  std::vector<Hole> holes;
-  std::vector<StepTime> times;
-  std::vector<Skipped> skipped;
-};
-Examination ExaminePage(Dib page);
+// What there is to know of a page without changing it. Its resolution is told as it is, 0 where it has none.
+CleanRecord ExaminePage(Dib page);
 
 }  // namespace rastrel::pages
 

@@ -87,18 +87,10 @@ Area FindSheet(const Dib& seen, double share, int margin, int isSheetZero) {
 // ---- cleaning ---------------------------------------------------------------------------------------------
 
 // On 1-bit pages the filter counts set bits: it takes specks away where those are the dark ones.
-template <class Filter>
-Dib WithLightFirst(const Dib& page, Filter filter) {
-  const auto exchange = [](const Dib& dib) {
-    const PageView view(dib);
-    std::swap(view.palette()[0], view.palette()[1]);
-    ExchangeWithZero(view, {{1, 0, 0}});
-  };
-  exchange(page);
-  Dib filtered = filter();
-  exchange(filtered);
-  exchange(page);
-  return filtered;
+void ExchangeBlackAndWhite(const Dib& dib) {
+  const PageView view(dib);
+  std::swap(view.palette()[0], view.palette()[1]);
+  ExchangeWithZero(view, {{1, 0, 0}});
 }
 
 // ---- scaling ----------------------------------------------------------------------------------------------
@@ -126,7 +118,7 @@ Dib Rotate(const Dib& page, double degrees, Ink ground) {
   if (view.width() > kMaxTurnedSide || view.height() > kMaxTurnedSide) {
     throw PageError(Text("sides of more than ", kMaxTurnedSide, " pixels cannot be turned"));
   }
-  return OnGround(page, ground, [&] { return Checked(RotateDIB(page.handle(), degrees)); });
+  return OnGround(page, ground, [&](const Dib& dib) { return Checked(RotateDIB(dib.handle(), degrees)); });
 }
 
 Dib Straighten(const Dib& page, double degrees, Ink ground, const StraightenOptions& options) {
@@ -135,10 +127,9 @@ Dib Straighten(const Dib& page, double degrees, Ink ground, const StraightenOpti
 }
 
 Dib Skew(const Dib& page, Direction direction, int shift, Ink ground) {
-  return OnGround(page, ground, [&] {
-    Dib result =
-        Checked(SkewDIB(page.handle(), direction == Direction::kHorizontal, shift, nullptr, nullptr));
-    GlobalUnlock(page.handle());  // the lock that SkewDIB leaves
+  return OnGround(page, ground, [&](const Dib& dib) {
+    Dib result = Checked(SkewDIB(dib.handle(), direction == Direction::kHorizontal, shift, nullptr, nullptr));
+    GlobalUnlock(dib.handle());  // the lock that SkewDIB leaves
     return result;
   });
 }
@@ -198,9 +189,20 @@ Area SheetArea(const Dib& page, const SheetOptions& options) {
           std::max(there.right, view.width() - back.left), std::max(there.bottom, view.height() - back.top)};
 }
 
+int CountTiles(const Dib& page, int width, int height) {
+  if (height == 0) height = width;
+  if (width < 1 || height < 1) throw PageError("tiles have a width and a height", ErrParameter);
+  const PageView view(page);
+  const auto parts = [](int whole, int part) { return (int64_t{whole} + part - 1) / part; };
+  const int64_t count = parts(view.width(), width) * parts(view.height(), height);
+  constexpr int64_t kMostTiles = 1 << 24;  // handles of that many fill a table
+  if (count > kMostTiles) throw PageError("tiles are too small for the page");
+  return static_cast<int>(count);
+}
+
 std::vector<Dib> Split(const Dib& page, int width, int height) {
   if (height == 0) height = width;
-  if (width < 1 || height < 1) throw PageError("tiles have a width and a height");
+  CountTiles(page, width, height);  // checks them
   if (width % TileStep(page) != 0) {
     throw PageError(Text("tiles of a page of ", Count(PageView(page).bits(), "bit"), " are a multiple of ",
                          TileStep(page), " pixels wide"));
@@ -248,12 +250,17 @@ Dib FillHoles(const Dib& page, std::optional<int> size) {
 }
 
 Dib Despeckle(const Dib& page, int level, bool filtersFully) {
-  const auto filter = [&] {
-    return Checked(CleanImage(page.handle(), level, filtersFully),
+  const auto filter = [&](const Dib& dib) {
+    return Checked(CleanImage(dib.handle(), level, filtersFully),
                    "only grey pages of 1 or 8 bits are taken; `grey` makes one");
   };
   const bool isDarkFirst = PageView(page).bits() == 1 && HasGreyRamp(PageView(page));
-  return isDarkFirst ? WithLightFirst(page, filter) : filter();
+  if (!isDarkFirst) return filter(page);
+  const Dib lightFirst = Duplicate(page);
+  ExchangeBlackAndWhite(lightFirst);
+  Dib filtered = filter(lightFirst);
+  ExchangeBlackAndWhite(filtered);
+  return filtered;
 }
 
 // ---- tone -------------------------------------------------------------------------------------------------
@@ -339,12 +346,12 @@ Dib Scale(const Dib& page, const ScaleOptions& options) {
                          ": sides of more than ", kMaxScaledSide, " are not scaled"));
   }
   CheckSize(newWidth, newHeight, view.bits());
-  const auto scale = [&, isCubicScale = isCubic] {
+  const auto scale = [&, isCubicScale = isCubic](const Dib& dib) {
     SetRastrelError(ErrNoMemory);  // scaling of 1-bit pages sets none
-    return Checked(ScaleDIB(page.handle(), isCubicScale, newWidth, newHeight));
+    return Checked(ScaleDIB(dib.handle(), isCubicScale, newWidth, newHeight));
   };
   // Enlarged pages of 1 bit may end in a row and a column of 0.
-  Dib result = view.bits() == 1 ? OnGround(page, ExtremeInk(view, /*light=*/true), scale) : scale();
+  Dib result = view.bits() == 1 ? OnGround(page, ExtremeInk(view, /*light=*/true), scale) : scale(page);
   BITMAPINFOHEADER& header = PageView(result).header();
   header.biSizeImage = static_cast<uint32_t>(PageView(result).pixels().size());
   if (dpi > 0) header.biXPelsPerMeter = header.biYPelsPerMeter = PixelsPerMetre(dpi);
@@ -381,7 +388,7 @@ Dib Combine(const Dib& page, const Dib& other, const Dib& mask, const CombineOpt
   HGLOBAL destination = result.handle();
   if (CombineDIB(options.x, options.y, &destination, other.handle(), mask.handle(),
                  options.how == Combination::kDarkest) == 0) {
-    throw PageError(LibraryError());
+    throw PageError(LibraryError(), RastrelError());
   }
   return result;
 }

@@ -55,6 +55,7 @@ struct SheetOptions {
 // Where the scanned sheet is.
 Area SheetArea(const Dib& page, const SheetOptions& options = {});
 
+int CountTiles(const Dib& page, int width, int height);
 // Tiles, a page each, row by row from the top left. Height 0: as the width.
 std::vector<Dib> Split(const Dib& page, int width, int height);
 // One page of many, row by row from the top left.

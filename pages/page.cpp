@@ -17,12 +17,6 @@ uint64_t HeadBytes(int bits) {
   return sizeof(BITMAPINFOHEADER) + static_cast<uint64_t>(ColoursOf(bits)) * sizeof(RGBQUAD);
 }
 
-unsigned GetIndex(const uint8_t* row, int bits, int x) {
-  if (bits == 8) return row[x];
-  const int perByte = 8 / bits;
-  return row[x / perByte] >> ((perByte - 1 - x % perByte) * bits) & ((1u << bits) - 1);
-}
-
 void PutIndex(uint8_t* row, int bits, int x, unsigned index) {
   if (bits == 8) {
     row[x] = static_cast<uint8_t>(index);
@@ -82,16 +76,15 @@ double DotsPerInch(int32_t pixelsPerMetre) {
   return std::round(pixelsPerMetre * 0.0254 * 10) / 10;
 }
 
-bool CompleteResolution(const Dib& dib, double dpi) {
+bool CompleteResolution(BITMAPINFOHEADER* header, double dpi) {
   constexpr double kAssumedDpi = 300;
   constexpr double kLeastDpi = 20, kMostDpi = 20000;  // outside these a file's resolution means nothing
-  const PageView page(dib);
   const auto isSound = [](int32_t value) {
     const double dots = DotsPerInch(value);
     return dots >= kLeastDpi && dots <= kMostDpi;
   };
-  auto& x = page.header().biXPelsPerMeter;
-  auto& y = page.header().biYPelsPerMeter;
+  auto& x = header->biXPelsPerMeter;
+  auto& y = header->biYPelsPerMeter;
   const bool hasX = isSound(x), hasY = isSound(y);
   if (hasX && hasY) return false;
   const int32_t known = hasX ? x : hasY ? y : PixelsPerMetre(dpi > 0 ? dpi : kAssumedDpi);
@@ -101,7 +94,7 @@ bool CompleteResolution(const Dib& dib, double dpi) {
 
 PageView::PageView(const Dib& dib)
     : block_(dib.handle()), header_(static_cast<BITMAPINFOHEADER*>(GlobalLock(dib.handle()))) {
-  if (header_ == nullptr) throw PageError("out of memory");
+  if (header_ == nullptr) throw PageError("out of memory", ErrNoMemory);
   stride_ = static_cast<size_t>(StrideOf(header_->biWidth, header_->biBitCount));
   rows_ = reinterpret_cast<uint8_t*>(header_) + header_->biSize + PaletteSize(header_);
 }
@@ -122,7 +115,8 @@ void CheckSize(int64_t width, int64_t height, int bits) {
   }
   const uint64_t stride = StrideOf(width, bits);
   if (stride > kMaxBlockBytes || stride * static_cast<uint64_t>(height) + HeadBytes(bits) > kMaxBlockBytes) {
-    throw PageError(Text(width, " x ", height, " pixels of ", bits, " bits are more than 4 GiB"));
+    throw PageError(Text(width, " x ", height, " pixels of ", bits, " bits are more than 4 GiB"),
+                    ErrTooLarge);
   }
 }
 
@@ -133,7 +127,7 @@ Dib MakePage(int64_t width, int64_t height, int bits, Resolution resolution) {
   const uint64_t bytes = StrideOf(width, bits) * static_cast<uint64_t>(height);
   Dib page(GlobalAlloc(GMEM_MOVEABLE, static_cast<size_t>(bytes + head)));
   void* block = page ? GlobalLock(page.handle()) : nullptr;
-  if (block == nullptr) throw PageError(Text("no memory for ", width, " x ", height, " pixels"));
+  if (block == nullptr) throw PageError(Text("no memory for ", width, " x ", height, " pixels"), ErrNoMemory);
   *static_cast<BITMAPINFOHEADER*>(block) = {.biSize = sizeof(BITMAPINFOHEADER),
                                             .biWidth = static_cast<int32_t>(width),
                                             .biHeight = static_cast<int32_t>(height),
@@ -195,15 +189,22 @@ bool HasGreyRamp(const PageView& page) {
   return !palette.empty();
 }
 
-void UseGreyRamp(const PageView& page) {
+bool NeedsGreyRamp(const PageView& page) {
   const auto palette = page.palette();
-  if (page.bits() == 1 && IsGrey(palette[0]) && palette[0].rgbRed == 255 && IsGrey(palette[1]) &&
-      palette[1].rgbRed == 0) {
+  if (page.bits() == 1) {
+    return IsGrey(palette[0]) && palette[0].rgbRed == 255 && IsGrey(palette[1]) && palette[1].rgbRed == 0;
+  }
+  return page.bits() == 8 && !HasGreyRamp(page) && std::all_of(palette.begin(), palette.end(), IsGrey);
+}
+
+void UseGreyRamp(const PageView& page) {
+  if (!NeedsGreyRamp(page)) return;
+  const auto palette = page.palette();
+  if (page.bits() == 1) {
     std::swap(palette[0], palette[1]);
     for (uint8_t& byte : page.pixels()) byte = static_cast<uint8_t>(~byte);
     return;
   }
-  if (page.bits() != 8 || HasGreyRamp(page) || !std::all_of(palette.begin(), palette.end(), IsGrey)) return;
   const std::vector<uint8_t> greys = BrightnessTable(page);
   for (uint8_t& pixel : page.pixels()) pixel = greys[pixel];
   for (size_t i = 0; i < palette.size(); ++i) {
@@ -214,7 +215,7 @@ void UseGreyRamp(const PageView& page) {
 
 Dib Duplicate(const Dib& page) {
   Dib copy(DuplicateDIB(page.handle()));
-  if (!copy) throw PageError("out of memory");
+  if (!copy) throw PageError("out of memory", ErrNoMemory);
   return copy;
 }
 
@@ -402,6 +403,11 @@ void PaintRow(const PageView& page, int y, int from, int to, Ink ink) {
   }
 }
 
+bool IsZero(const PageView& page, Ink ink) {
+  if (page.bits() != 24) return ink.bytes[0] == 0;
+  return ink.bytes[0] == 0 && ink.bytes[1] == 0 && ink.bytes[2] == 0;
+}
+
 void ExchangeWithZero(const PageView& page, Ink ink) {
   if (page.bits() == 24 && (ink.bytes[0] != ink.bytes[1] || ink.bytes[1] != ink.bytes[2])) {
     for (int y = 0; y < page.height(); ++y) {
@@ -434,7 +440,7 @@ Dib Upright(Dib page, int orientation) {
 }
 
 Dib Checked(HGLOBAL result) {
-  if (result == nullptr) throw PageError(LibraryError());
+  if (result == nullptr) throw PageError(LibraryError(), RastrelError());
   return Dib(result);
 }
 

@@ -3,7 +3,7 @@
 #ifndef RASTREL_PAGES_PAGE_H
 #define RASTREL_PAGES_PAGE_H
 
-#include <rastrel.h>
+#include <rastrel_pages.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -22,7 +22,12 @@ namespace rastrel::pages {
 // What went wrong with one page or file, in words for the person at the terminal.
 class PageError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit PageError(const std::string& text, int code = ErrPageRefused)
+      : std::runtime_error(text), code_(code) {}
+  int code() const { return code_; }  // as PagesError returns it
+
+ private:
+  int code_;
 };
 
 // Owns a DIB block.
@@ -43,8 +48,9 @@ class Dib {
   Dib& operator=(const Dib&) = delete;
   explicit operator bool() const { return block_ != nullptr; }
   HGLOBAL handle() const { return block_; }
+  HGLOBAL Release() { return std::exchange(block_, nullptr); }
   void Reset() {
-    if (block_ != nullptr) GlobalFree(std::exchange(block_, nullptr));
+    if (block_ != nullptr) GlobalFree(Release());
   }
 
  private:
@@ -106,6 +112,12 @@ struct Ink {
 
 COLORREF ColourOf(const PageView& page, Ink ink);
 
+inline unsigned GetIndex(const uint8_t* row, int bits, int x) {
+  if (bits == 8) return row[x];
+  const int perByte = 8 / bits;
+  return row[x / perByte] >> ((perByte - 1 - x % perByte) * bits) & ((1u << bits) - 1);
+}
+
 // Bytes from row to row.
 uint64_t StrideOf(int64_t width, int bits);
 
@@ -125,10 +137,11 @@ bool HasGreyRamp(const PageView& page);
 // Makes the table of a white-and-black page, or of a page of 8 bits in any greys, the ramp, with the indices
 // to match. Changes no other page.
 void UseGreyRamp(const PageView& page);
+bool NeedsGreyRamp(const PageView& page);
 
 // Replaces a resolution that is missing or means nothing: by that of the other direction, else `dpi`, else
 // 300. Returns whether the last was the case.
-bool CompleteResolution(const Dib& page, double dpi);
+bool CompleteResolution(BITMAPINFOHEADER* header, double dpi);
 
 Dib Duplicate(const Dib& page);
 // A page of 24 bits in 8-bit grey.
@@ -164,13 +177,15 @@ Ink GroundInk(const PageView& page, bool light);
 void PaintRow(const PageView& page, int y, int from, int to, Ink ink);
 // Exchanges `ink` with 0 everywhere, padding included. Twice changes nothing.
 void ExchangeWithZero(const PageView& page, Ink ink);
+bool IsZero(const PageView& page, Ink ink);
 // Runs an operation that leaves 0 where it uncovers something, so that `ground` stands there instead.
 template <class Operation>
 Dib OnGround(const Dib& page, Ink ground, Operation operation) {
-  ExchangeWithZero(PageView(page), ground);
-  Dib result = operation();
+  if (IsZero(PageView(page), ground)) return operation(page);
+  const Dib exchanged = Duplicate(page);  // other threads may look at the page
+  ExchangeWithZero(PageView(exchanged), ground);
+  Dib result = operation(exchanged);
   ExchangeWithZero(PageView(result), ground);
-  ExchangeWithZero(PageView(page), ground);
   return result;
 }
 // Undoes a picture's orientation as TIFF and EXIF number it (1 to 8; 1 and others change nothing).

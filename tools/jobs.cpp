@@ -184,19 +184,6 @@ void Describe(const Dib& dib, CleanRecord* record) {
   record->dpiY = DotsPerInch(page.resolution().y);
 }
 
-void TakeExamination(Examination found, CleanRecord* record) {
-  record->width = found.width;
-  record->height = found.height;
-  record->bits = found.bits;
-  record->dpiX = found.dpiX;
-  record->dpiY = found.dpiY;
-  record->skew = found.skew;
-  record->skewConfidence = found.skewConfidence;
-  record->isBlank = found.isBlank;
-  record->times.insert(record->times.end(), found.times.begin(), found.times.end());
-  record->skipped = std::move(found.skipped);
-}
-
 class Jobs {
  public:
   Jobs(const JobOptions& options, Plan plan)
@@ -238,11 +225,14 @@ class Jobs {
       report.pages = first.pages;
     }
     try {
+      std::vector<StepTime> loading;
       std::vector<Dib> pages;
       for (const Source& source : task.sources) pages.push_back(Load(source, &finished));
       switch (options_.command) {
         case Command::kInfo:
-          TakeExamination(ExaminePage(std::move(pages[0])), &report.record);
+          report.record.times.swap(loading);
+          report.record = ExaminePage(std::move(pages[0]));
+          report.record.times.insert(report.record.times.begin(), loading.begin(), loading.end());
           return finished;
         case Command::kClean: {
           Dib overlay;
@@ -275,7 +265,7 @@ class Jobs {
       if (!source.error.empty()) throw PageError(source.error);
       const StepTimer timer(&finished->report.record, "load");
       Dib page = ReadPage(file, source.format, source.place);
-      if (options_.command == Command::kApply && CompleteResolution(page, options_.dpi)) {
+      if (options_.command == Command::kApply && CompleteResolution(&PageView(page).header(), options_.dpi)) {
         finished->fileWithoutDpi = file;
       }
       return page;

@@ -127,7 +127,7 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, ReductionWords* reduction
       ->type_name("FILE");
   AddReportOptions(clean, &options->report);
 
-  CleanOptions& steps = options->clean;
+  pages::CleanOptions& steps = options->clean;
   const std::string group = "Steps";
   constexpr static std::string_view kTones[] = {"auto", "dark", "light"};
   AddChoice(
@@ -188,7 +188,7 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, ReductionWords* reduction
   return clean;
 }
 
-void TakeReduction(const ReductionWords& reduction, CleanOptions* clean) {
+void TakeReduction(const ReductionWords& reduction, pages::CleanOptions* clean) {
   const bool isDither = reduction.method >= pages::Reduction::kFloydSteinberg;
   if (isDither && reduction.brightness != 0)
     throw UsageError("--brightness works with --reduce threshold or ordered");
