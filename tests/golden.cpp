@@ -1,5 +1,10 @@
-// Writes a line "operation case checksum size error" for every operation on a few hundred pages, which are
-// the same everywhere, into the file named on the command line. All builds must write the same file.
+// Runs every operation on a few hundred pages, which are the same everywhere, and compares what comes out
+// with a stored file: a line "operation group count checksum" for all results of an operation on pages of one
+// group.
+//
+//     rastrel_golden FILE             says which lines differ
+//     rastrel_golden --write FILE     writes the file anew: only where results are meant to change
+//     rastrel_golden --details FILE   writes a line "operation case checksum size error" for each result
 //
 // Left out is what the screen or the system decides: GetCurrentPalette, GetSystemPalette, ConvertBitmapToDIB,
 // ConvertDIBToBitmap, LoadBitmapFromFile, SaveBitmap, CombineBMP, and bitmaps of other depths than 1 and 32
@@ -8,21 +13,36 @@
 
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <functional>
+#include <iostream>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
 
-std::FILE* output = nullptr;
-std::string currentCase;
+std::string currentCase, currentGroup;
+std::string details;
+
+uint64_t Hash(uint64_t before, const void* bytes, size_t count) {  // FNV-1a
+  for (size_t i = 0; i < count; ++i)
+    before = (before ^ static_cast<const uint8_t*>(bytes)[i]) * 0x100000001B3u;
+  return before;
+}
+constexpr uint64_t kHashOfNothing = 0xCBF29CE484222325u;
+
+struct Group {
+  int count = 0;
+  uint64_t hash = kHashOfNothing;
+};
+std::map<std::string, Group> groups;
 
 class Checksum {
  public:
   Checksum& Add(const void* bytes, size_t count) {
-    for (size_t i = 0; i < count; ++i) {
-      value_ = (value_ ^ static_cast<const uint8_t*>(bytes)[i]) * 0x100000001B3u;
-    }
+    value_ = Hash(value_, bytes, count);
     size_ += count;
     return *this;
   }
@@ -43,12 +63,18 @@ class Checksum {
     return Add(bits.data(), bits.size());
   }
   void Write(const std::string& operation) const {
-    std::fprintf(output, "%s %s %016llx %zu %d\n", operation.c_str(), currentCase.c_str(),
-                 static_cast<unsigned long long>(value_), size_, RastrelError());
+    char result[80];
+    std::snprintf(result, sizeof(result), " %016llx %zu %d\n", static_cast<unsigned long long>(value_), size_,
+                  RastrelError());
+    const std::string line = operation + " " + currentCase + result;
+    details += line;
+    Group& group = groups[operation.substr(0, operation.find(':')) + " " + currentGroup];
+    ++group.count;
+    group.hash = Hash(group.hash, line.data(), line.size());
   }
 
  private:
-  uint64_t value_ = 0xCBF29CE484222325u;
+  uint64_t value_ = kHashOfNothing;
   size_t size_ = 0;
 };
 
@@ -147,19 +173,22 @@ std::string With(const char* operation, std::initializer_list<int> arguments) {
   return name;
 }
 
-void RecordFrame(HGLOBAL page, int width, int height) {
+// Where a page is whole its file is too; rows that a file lacks hold no particular values.
+void RecordFrame(HGLOBAL page, int width, int height, bool isWhole) {
   RecordNumber("PaletteSize", [&] {
     const int size = PaletteSize(GlobalLock(page));
     GlobalUnlock(page);
     return size;
   });
   RecordPage("DuplicateDIB", [&] { return DuplicateDIB(page); });
-  RecordPage("SaveDIB+LoadDIBFromFile", [&] {
-    SaveDIB("checksums.bmp", page);
-    HGLOBAL loaded = LoadDIBFromFile("checksums.bmp");
-    std::remove("checksums.bmp");
-    return loaded;
-  });
+  if (isWhole) {
+    RecordPage("SaveDIB+LoadDIBFromFile", [&] {
+      SaveDIB("golden.bmp", page);
+      HGLOBAL loaded = LoadDIBFromFile("golden.bmp");
+      std::remove("golden.bmp");
+      return loaded;
+    });
+  }
   RecordPage("InvertDIBPalette", [&] {
     HGLOBAL copy = DuplicateDIB(page);
     InvertDIBPalette(copy);
@@ -369,7 +398,7 @@ void RecordBitmap(int bits, int width, int height) {
 }
 
 void RecordSettings() {
-  currentCase = "settings";
+  currentCase = currentGroup = "settings";
   Record("RastrelErrorString", [](Checksum& sum) {
     char text[60];
     for (int code = -1; code <= 33; ++code) sum.Add(RastrelErrorString(text, code), sizeof(text));
@@ -409,12 +438,150 @@ void RecordSettings() {
   });
 }
 
-}  // namespace
+// ---- pages with anything in their headers ------------------------------------------------------------
 
-int main(int argc, char** argv) {
-  output = argc == 2 ? std::fopen(argv[1], "wb") : nullptr;
-  if (output == nullptr) return 1;
-  RecordSettings();
+BITMAPINFOHEADER HeaderOf(HGLOBAL page) {
+  BITMAPINFOHEADER header;
+  std::memcpy(&header, GlobalLock(page), sizeof(header));
+  GlobalUnlock(page);
+  return header;
+}
+
+// Tables of greys either way round, of colours, of two colours, short ones and ones that are too long; runs
+// and noise, in the padding and behind the rows too; fields that lie. The block is a multiple of 8 bytes, as
+// no system rounds it then.
+HGLOBAL MakeOddPage(Random& random) {
+  const auto oneIn = [&](uint32_t n) { return random.Below(n) == 0; };
+  constexpr int kDepths[] = {1, 1, 1, 4, 8, 8, 8, 24, 24, 24, 2, 16, 32};
+  const int bits = kDepths[random.Below(13)];
+  const bool isWide = oneIn(30);
+  const int width = 1 + static_cast<int>(random.Below(isWide ? 3000 : 160)),
+            height = 1 + static_cast<int>(random.Below(isWide ? 4 : 70));
+  HGLOBAL plain = MakePage(bits, width, height, static_cast<Content>(random.Below(3)), random.Below(9999));
+  BITMAPINFOHEADER header = HeaderOf(plain);
+  const size_t image = header.biSizeImage, tableBytes = size_t{4} * header.biClrUsed;
+  std::vector<uint8_t> page(40 + tableBytes + image);
+  std::memcpy(page.data(), GlobalLock(plain), page.size());
+  GlobalFree(plain);
+
+  const uint32_t kind = random.Below(6), runs = random.Below(3);
+  for (size_t i = 40; i < 40 + tableBytes; ++i) {
+    const size_t entry = (i - 40) / 4;
+    if (kind == 1) page[i] = static_cast<uint8_t>(255 - page[i]);
+    if (kind == 2 || (kind == 3 && i % 4 == 0)) page[i] = static_cast<uint8_t>(random.Below(256));
+    if (kind == 3 && i % 4 != 0) page[i] = page[i - 1];
+    if (kind == 4) page[i] = static_cast<uint8_t>(entry % 2 * 255);
+  }
+  uint8_t run = 0;
+  for (size_t i = 40 + tableBytes; i < page.size() && runs != 0; ++i) {
+    if (random.Below(9) == 0)
+      run = static_cast<uint8_t>(oneIn(3) ? random.Below(256) : random.Below(2) * 255);
+    page[i] = runs == 1 ? run : static_cast<uint8_t>(oneIn(3) ? 0 : random.Below(oneIn(5) ? 256 : 12));
+  }
+  if (oneIn(5) || bits > 8) {
+    header.biClrUsed = oneIn(2) ? 0 : random.Below(8);
+    if (bits <= 8 && oneIn(2)) header.biClrUsed = 300;
+    page.insert(page.begin() + 40, header.biClrUsed > tableBytes / 4 ? 4 * header.biClrUsed - tableBytes : 0,
+                77);
+  }
+  if (oneIn(3)) header.biYPelsPerMeter = static_cast<int32_t>(random.Below(12000));
+  if (oneIn(3)) header.biXPelsPerMeter = header.biYPelsPerMeter = static_cast<int32_t>(random.Below(4000));
+  if (oneIn(4)) header.biSizeImage = random.Below(700);
+  constexpr int32_t kSizes[] = {0, -1, INT32_MIN, INT32_MAX, 0x10000, 0x10005};
+  if (oneIn(25)) header.biWidth = kSizes[random.Below(6)];
+  if (oneIn(25)) header.biHeight = kSizes[random.Below(6)];
+  if (oneIn(25)) header.biHeight += 1 + static_cast<int32_t>(random.Below(2)) * 0x10000;
+  if (oneIn(25)) header.biClrUsed = oneIn(2) ? 0x40000000 : 2000;
+  if (oneIn(25)) header.biCompression = 1 + random.Below(2);
+  if (oneIn(25)) header.biPlanes = static_cast<uint16_t>(random.Below(4));
+  if (oneIn(25)) header.biBitCount = static_cast<uint16_t>(random.Below(40));
+  if (oneIn(40)) header.biSize = oneIn(2) ? 12 : 108;
+  std::memcpy(page.data(), &header, sizeof(header));
+  page.resize((page.size() + 7 + 8 * random.Below(3)) / 8 * 8);
+  if (oneIn(20)) page.resize(40 + random.Below(static_cast<uint32_t>(page.size() - 39)) / 8 * 8);
+  HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, page.size());
+  std::memcpy(GlobalLock(block), page.data(), page.size());
+  GlobalUnlock(block);
+  return block;
+}
+
+void RecordWithAnyArguments(HGLOBAL page, Random& random) {
+  const auto from = [&](int first, int last) {
+    return first + static_cast<int>(random.Below(static_cast<uint32_t>(last - first + 1)));
+  };
+  constexpr double kAngles[] = {0,   0.4, 3.7,   -3.7, 12,    26.6, 44.9, 45,  60,     89.9,  90,   91,   135,
+                                177, 180, 183.7, 225,  266.3, 270,  315,  360, -1e-20, 1e300, 0.01, -7.25};
+  const BITMAPINFOHEADER header = HeaderOf(page);
+  const int width = static_cast<uint16_t>(header.biWidth), height = static_cast<uint16_t>(header.biHeight);
+  const double angle = kAngles[random.Below(25)];
+  const auto colour = static_cast<COLORREF>(random.Below(0x1000000));
+  RecordPage("RotateDIB", [&] { return RotateDIB(page, angle); });
+  const int quality = from(0, 2) + from(0, 1) * STRAIGHTEN_SAME_SIZE;
+  RecordPage("StraightenDIB", [&] { return StraightenDIB(page, angle, quality, colour); });
+  const int newWidth = from(0, 300), newHeight = from(1, 90), cubic = from(0, 1);
+  RecordPage("ScaleDIB", [&] { return ScaleDIB(page, cubic, newWidth, newHeight); });
+  int16_t part[7] = {};
+  for (int i = 0; i < 7; ++i)
+    part[i] = static_cast<int16_t>(from(i / 4, i < 2 ? 9 : i < 4 ? 60 : i < 6 ? 4 : 2));
+  RecordPage("ScaleGrayDIB", [&] {
+    return ScaleGrayDIB(page, part[0], part[1], part[2], part[3], part[4], part[5], part[6]);
+  });
+  const int left = from(-1, width), top = from(-1, height);
+  const int right = from(left, width), bottom = from(top, height);
+  RecordPage("CropDIB", [&] { return CropDIB(page, left, top, right, bottom); });
+  const int tolerance = from(-50, 1050), method = from(0, 3), brightness = from(-300, 300),
+            shift = from(-99, 99);
+  RecordNumber("IsImageBlank", [&] { return IsImageBlank(page, tolerance, colour); });
+  Record("Halftone", [&](Checksum& sum) {
+    uint16_t error = 0;
+    HGLOBAL result = Halftone(page, static_cast<uint16_t>(method), brightness, &error);
+    sum.AddBlock(result).Add(error);
+    if (result != nullptr) GlobalFree(result);
+  });
+  RecordPage("SkewDIB", [&] { return SkewDIB(page, cubic, shift, nullptr, nullptr); });
+  const int holeSize = from(-4, 12), level = from(15, 105), isFull = from(0, 1);
+  RecordPage("PunchHoleRemover", [&] { return PunchHoleRemover(page, holeSize, 0, nullptr); });
+  RecordPage("CleanImage", [&] { return CleanImage(page, level, isFull); });
+  Record("CropToEdges", [&](Checksum& sum) {
+    auto x = static_cast<uint32_t>(from(0, 20));
+    const double fraction = from(-1, 11) / 10.0;
+    HGLOBAL result = CropToEdges(page, fraction, &x, from(-9, 9), from(0, 1), from(0, 5));
+    sum.AddBlock(result).Add(static_cast<int32_t>(x));
+    if (result != nullptr) GlobalFree(result);
+  });
+  HGLOBAL source = MakeOddPage(random), mask = from(0, 1) != 0 ? MakeOddPage(random) : nullptr;
+  for (HGLOBAL through : {mask, source, page}) {
+    const int x = from(-60, 160), y = from(-30, 70), andFlag = from(0, 1);
+    Record("CombineDIB", [&](Checksum& sum) {
+      HGLOBAL onto = DuplicateDIB(page);
+      sum.Add(CombineDIB(x, y, &onto, source, through, andFlag)).AddBlock(onto);
+      GlobalFree(onto);
+    });
+  }
+  GlobalFree(source);
+  if (mask != nullptr) GlobalFree(mask);
+}
+
+void RecordOddPages(int count) {
+  for (int i = 0; i < count; ++i) {
+    Random random(static_cast<uint32_t>(i) + 77);
+    currentCase = "odd" + std::to_string(i);
+    HGLOBAL page = MakeOddPage(random);
+    const BITMAPINFOHEADER header = HeaderOf(page);
+    const int width = static_cast<uint16_t>(header.biWidth), height = static_cast<uint16_t>(header.biHeight);
+    currentGroup = "odd";
+    RecordFrame(page, width, height, /*isWhole=*/false);
+    RecordGeometry(page);
+    RecordTone(page);
+    RecordCleanup(page, width, height);
+    RecordScaling(page, header.biBitCount, width % 1000, height % 1000);
+    currentGroup = "any-arguments";
+    RecordWithAnyArguments(page, random);
+    GlobalFree(page);
+  }
+}
+
+void RecordOrdinaryPages() {
   constexpr int kSizes[][2] = {{1, 1},   {3, 7},    {8, 8},     {9, 5},     {31, 17},   {33, 64},
                                {65, 40}, {100, 77}, {127, 129}, {200, 150}, {257, 199}, {301, 300}};
   constexpr const char* kContents[] = {"noise", "text", "tones"};
@@ -423,9 +590,10 @@ int main(int argc, char** argv) {
     const std::string size = std::to_string(width) + "x" + std::to_string(height);
     for (const int bits : {1, 4, 8, 24, 2, 16, 32}) {
       for (int content = 0; content < 3; ++content) {
+        currentGroup = std::to_string(bits) + "-bit";
         currentCase = size + "x" + std::to_string(bits) + "," + kContents[content];
         HGLOBAL page = MakePage(bits, width, height, static_cast<Content>(content), seed++);
-        RecordFrame(page, width, height);
+        RecordFrame(page, width, height, /*isWhole=*/true);
         RecordGeometry(page);
         RecordTone(page);
         RecordCleanup(page, width, height);
@@ -434,10 +602,59 @@ int main(int argc, char** argv) {
       }
     }
     for (const int bits : {1, 32}) {
+      currentGroup = std::to_string(bits) + "-bit-bitmap";
       currentCase = size + "x" + std::to_string(bits) + ",bitmap";
       RecordBitmap(bits, width, height);
     }
   }
-  const bool isWritten = std::ferror(output) == 0;
-  return std::fclose(output) == 0 && isWritten ? 0 : 1;
+}
+
+std::string GroupLines() {
+  std::string lines;
+  for (const auto& [name, group] : groups) {
+    char result[40];
+    std::snprintf(result, sizeof(result), " %d %016llx\n", group.count,
+                  static_cast<unsigned long long>(group.hash));
+    lines += name + result;
+  }
+  return lines;
+}
+
+// Says what differs from the stored lines. Names of groups are the first two words.
+int Compare(std::istream& stored) {
+  std::map<std::string, std::string> expected;
+  for (std::string operation, group, rest; stored >> operation >> group && std::getline(stored, rest);)
+    expected[operation + " " + group] = rest;
+  std::istringstream lines(GroupLines());
+  int differences = 0;
+  for (std::string operation, group, rest; lines >> operation >> group && std::getline(lines, rest);) {
+    const auto at = expected.find(operation + " " + group);
+    const std::string before = at == expected.end() ? " not stored" : at->second;
+    if (at != expected.end()) expected.erase(at);
+    if (before == rest) continue;
+    std::cout << operation << ", " << group << ":" << before << " is now" << rest << "\n";
+    ++differences;
+  }
+  for (const auto& [name, rest] : expected) std::cout << name << ":" << rest << " is not there any more\n";
+  return differences + static_cast<int>(expected.size());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  RecordSettings();
+  RecordOrdinaryPages();
+  RecordOddPages(400);
+  const std::string option = argc == 3 ? argv[1] : "";
+  if (option == "--write" || option == "--details") {
+    std::ofstream file(argv[2], std::ios::binary);
+    file << (option == "--write" ? GroupLines() : details);
+    return file.flush() ? 0 : 1;
+  }
+  std::ifstream stored(argc == 2 ? argv[1] : "", std::ios::binary);
+  if (!stored) {
+    std::cout << "usage: rastrel_golden [--write | --details] FILE\n";
+    return 1;
+  }
+  return Compare(stored) == 0 ? 0 : 1;
 }
