@@ -1,14 +1,8 @@
-#include "tests/reference/automatic_holes.h"
-
 #include <gtest/gtest.h>
 #include <rastrel.h>
 
-#include <array>
-#include <random>
-
 #include "tests/cleanup/progress_recorder.h"
 #include "tests/cleanup/punched_pages.h"
-#include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
 
 namespace rastrel::testing {
@@ -18,8 +12,7 @@ namespace {
 // than wide by halves. Runs of one cell are specks, of more than 14 lines. Discs reach one cell farther.
 constexpr Box kHole = {6, 5, 6, 6};
 
-HGLOBAL RemoveHoles(HGLOBAL dib) { return AutoPunchHoleRemover(dib, 0, nullptr); }
-TestDib Remove(const TestDib& page) { return TestDib(RemoveHoles(page.handle())); }
+TestDib Remove(const TestDib& page) { return TestDib(AutoPunchHoleRemover(page.handle(), 0, nullptr)); }
 
 TEST(AutoPunchHoleRemover, PaintsADiscOverABlobAndSparesLines) {
   // Lines down to row 19, with the light cell below, and of two rows. Kept: a line of one row is a speck in
@@ -63,66 +56,6 @@ TEST(AutoPunchHoleRemover, TellsHolesByTheirSizeAndPlace) {
     const TestDib page = WithBoxes(40, 30, {kHole}, dotsPerMetre);
     EXPECT_EQ(page.block(), Remove(page).block()) << dotsPerMetre;
   }
-}
-
-// A page with discs, bars, gaps and noise of sizes that matter at its resolution.
-Bytes BlottedBlock(unsigned seed) {
-  std::mt19937 engine(seed);
-  const auto below = [&engine](int n) { return static_cast<int>(engine() % static_cast<unsigned>(n)); };
-  const int dpi = seed % 9 == 0 ? 127 : 3 + below(90), width = 1 + below(3 * dpi),
-            height = 1 + below(4 * dpi);
-  const int bits = std::array{1, 8, 24}[seed % 3];
-  const Pixel light = std::array{1u, 250u, 0xF0F0F0u}[seed % 3];
-  TestDib page = TestDib::Random(HeaderWithDots(bits, width, height, static_cast<int>(dpi * 39.37)), seed);
-  page.Fill(0, 0, width, height, light);
-  for (int i = 4 + below(12); i > 0; --i) {
-    const int x = below(std::min(width, 2 * dpi)), y = below(height), kind = below(8);
-    const int across = 1 + below(kind == 5 ? dpi / 8 + 2 : dpi);
-    const int down = kind < 4 ? across - across / 3 * (kind % 2) + below(dpi / 10 + 1)
-                              : 1 + below(kind == 6 ? dpi / 8 + 2 : dpi);
-    for (int dy = std::max(-down / 2, -y); dy <= std::min(down / 2, height - 1 - y); ++dy) {
-      const double share = kind < 4 ? std::sqrt(1 - 4.0 * dy * dy / (down * down)) : 1;
-      const int half = static_cast<int>(across / 2 * share), left = std::max(x - half, 0);
-      page.Fill(left, y + dy, std::min(x + half, width - 1) - left + 1, 1, kind == 7 ? light : 0);
-    }
-  }
-  for (int i = width * height / (20 << seed % 4 * 3); i > 0; --i)
-    page.Set(below(width), below(height), below(3) == 0 ? light : 0);
-  Bytes block = page.block();
-  if (bits == 1 && seed % 2 == 0) std::swap_ranges(&block[40], &block[44], &block[44]);
-  return block;
-}
-
-TEST(AutoPunchHoleRemover, EqualsThePlainVersion) {
-  int changed = 0;
-  for (unsigned seed = 1; seed <= 1500; ++seed) {
-    const Bytes block = BlottedBlock(seed);
-    const Bytes result = Remove(TestDib(block)).block();
-    ASSERT_EQ(reference::AutoPunchHoleRemover(block), result) << seed;
-    if (result != block) ++changed;
-  }
-  EXPECT_GT(changed, 500);
-  // A row of a blob that goes as far as it can, another one below from its middle on, and a line where the
-  // disc around them ends.
-  for (int dpi = 3; dpi < 150; ++dpi) {
-    const int longest = dpi * 150 / 254, half = longest / 2;
-    const int left = static_cast<int>(dpi * 0.7480314960629921 + 0.5) - 2, right = left + half;
-    const Box line = {right + 2 * half + static_cast<int>(dpi * 0.0433 + 0.5) - 1, 10, longest + 1, longest};
-    const TestDib page = WithBoxes(
-        4 * dpi, 3 * dpi + 10, {{left, 10, longest, half}, {right, 10 + half, longest, longest - half}, line},
-        1 + 3937 * dpi / 100);
-    ASSERT_EQ(reference::AutoPunchHoleRemover(page.block()), Remove(page).block()) << dpi;
-  }
-}
-
-TEST(AutoPunchHoleRemover, GivesNothingAndNoErrorForWhatItCannotTake) {
-  const TestDib page = WithBoxes(40, 16, {kHole}), otherDepth(MakeHeader(4, 40, 16));
-  ExpectRefusals({}, {1, 8, 24}, RemoveHoles);
-  EXPECT_FALSE(Remove(page.With([](BITMAPINFOHEADER& header) { header.biYPelsPerMeter++; })));
-  EXPECT_FALSE(Remove(otherDepth));
-  ExpectEveryFault(host::Fault::kAllocation, page, kErrorBefore, RemoveHoles);
-  // Kept: the copy is lost when it cannot be locked. The page, the map, the duplication's locks, the copy.
-  EXPECT_EQ("xxoolo", DrawOutcomes(host::Fault::kLock, page, kErrorBefore, RemoveHoles));
 }
 
 TEST(AutoPunchHoleRemover, TakesAStepForEveryFifthRowTwice) {

@@ -1,14 +1,10 @@
 #include <gtest/gtest.h>
 #include <rastrel.h>
 
-#include <algorithm>
 #include <limits>
-#include <random>
 
 #include "tests/cleanup/progress_recorder.h"
 #include "tests/cleanup/punched_pages.h"
-#include "tests/reference/punch_holes.h"
-#include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
 
 namespace rastrel::testing {
@@ -142,79 +138,6 @@ TEST(PunchHoleRemover, CopiesAPageWhereThereIsNothingToSearch) {
     const TestDib page = WithBoxes(30, 20, {{0, 0, 9, 9}}, dotsPerMetre);
     EXPECT_EQ(page.block(), Remove(page, 0).block()) << dotsPerMetre;
   }
-}
-
-// Dark blobs, bars and specks near the left edge. Some tables are short (entries beyond them are the rows or
-// lie beyond the block) or begin with white.
-Bytes BlottedBlock(int bits, int width, int height, int dotsPerMetre, unsigned seed) {
-  std::mt19937 engine(seed);
-  const auto below = [&engine](int n) { return static_cast<int>(engine() % static_cast<unsigned>(n)); };
-  BITMAPINFOHEADER header = HeaderWithDots(bits, width, height, dotsPerMetre);
-  if (bits == 8 && seed % 4 == 0) header.biClrUsed = 16;
-  TestDib page = TestDib::Random(header, seed);
-  const Pixel light = bits == 1 ? 1 : bits == 8 ? 250 : 0xF0F0F0;
-  page.Fill(0, 0, width, height, light);
-  for (int i = 0; i < 12; ++i) {
-    const int boxWidth = 1 + below(std::min(width, 24));
-    const int boxHeight = 1 + below(std::min(height, 40));
-    page.Fill(below(width - boxWidth + 1), below(height - boxHeight + 1), boxWidth, boxHeight,
-              i % 5 == 4 ? light : 0);
-  }
-  for (int i = width * height / 50; i > 0; --i)
-    page.Set(below(width), below(height), below(2) == 0 ? light : 0);
-  Bytes block = page.block();
-  if (bits == 1 && seed % 2 == 0)
-    std::swap_ranges(block.begin() + 40, block.begin() + 44, block.begin() + 44);
-  return Rounded(block, 8 * (seed % 3));
-}
-
-TEST(PunchHoleRemover, EqualsTheReference) {
-  int changed = 0;
-  unsigned seed = 0;
-  // 5, 8, 10, 13, 25, 40, 76 and 90 dots per inch.
-  for (const int dotsPerMetre : {197, 315, 394, 512, 1000, 1575, 3000, 3543}) {
-    for (const int width : {1, 2, 7, 9, 18, 31, 33, 63, 65, 130}) {
-      for (const int height : {1, 4, 6, 20, 63, 65, 131}) {
-        ++seed;
-        const int bits = seed % 3 == 0 ? 1 : seed % 3 == 1 ? 8 : 24;
-        const int holeSize = static_cast<int>(seed % 8) - 3;
-        SCOPED_TRACE(::testing::Message() << bits << " bits, " << width << " x " << height << ", "
-                                          << dotsPerMetre << " dots, size " << holeSize);
-        const Bytes block = BlottedBlock(bits, width, height, dotsPerMetre, seed);
-        const TestDib page(block);
-        const Bytes result = Remove(page, holeSize).block();
-        EXPECT_EQ(reference::RemovePunchHoles(block, holeSize), result);
-        EXPECT_TRUE(page.Unchanged());
-        if (result != block) ++changed;
-      }
-    }
-  }
-  EXPECT_GT(changed, 100);
-}
-
-TEST(PunchHoleRemover, GivesNothingAndNoErrorForWhatItCannotTake) {
-  ExpectRefusals({}, {1, 8, 24}, [](HGLOBAL dib) { return PunchHoleRemover(dib, 0, 0, nullptr); });
-  void (*const changes[])(BITMAPINFOHEADER&) = {
-      [](BITMAPINFOHEADER& header) { header.biYPelsPerMeter++; },
-      [](BITMAPINFOHEADER& header) { header.biBitCount = 4; },
-      [](BITMAPINFOHEADER& header) { header.biBitCount = 0; },
-      [](BITMAPINFOHEADER& header) { header.biXPelsPerMeter = header.biYPelsPerMeter = INT32_MAX; }};
-  for (const auto change : changes) {
-    const TestDib page = WithBoxes(40, 20, {kHole}).With(change);
-    EXPECT_FALSE(Remove(page, 0));
-    EXPECT_TRUE(page.Unchanged());
-    EXPECT_EQ(kErrorBefore, RastrelError());
-  }
-}
-
-TEST(PunchHoleRemover, KeptLosesACopyThatCannotBeLocked) {
-  const TestDib page = WithBoxes(40, 20, {kHole});
-  const auto remove = [](HGLOBAL dib) { return PunchHoleRemover(dib, 0, 0, nullptr); };
-  ExpectEveryFault(host::Fault::kAllocation, page, kErrorBefore, remove);
-  // The page, the work block, the two locks of the duplication (which then gives a blank block), the copy.
-  EXPECT_EQ("xxoolo", DrawOutcomes(host::Fault::kLock, page, kErrorBefore, remove));
-  ExpectEveryFault(host::Fault::kCreation, page, kErrorBefore,
-                   [](HGLOBAL dib) { return PunchHoleRemover(dib, 0, 1, nullptr); });
 }
 
 TEST(PunchProgress, IsAStepForEveryFifthRowAndColumn) {

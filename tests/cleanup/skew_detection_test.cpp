@@ -2,10 +2,8 @@
 #include <rastrel.h>
 
 #include <cmath>
-#include <random>
 
 #include "tests/cleanup/progress_recorder.h"
-#include "tests/reference/skew_detection.h"
 #include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
 
@@ -91,70 +89,8 @@ TEST(DetectSkewAngle, KeptWrapsTheDiagonalAt32Bits) {
   }
 }
 
-// Small clumps of foreground, as dense as `oneIn` says, over random padding, tables (some short: entries
-// beyond them are the rows themselves) and slack.
-Bytes SpeckledBlock(int bits, int width, int height, unsigned seed) {
-  std::mt19937 engine(seed);
-  const auto random = [&engine] { return static_cast<unsigned>(engine()); };
-  BITMAPINFOHEADER header = MakeHeader(bits, width, height);
-  if (seed % 5 == 0 && bits == 8) header.biClrUsed = 100;
-  TestDib page = TestDib::Random(header, seed);
-  const unsigned oneIn = 2 + random() % 60;
-  const Pixel ground = (1u << bits) - 1;
-  if (seed % 3 != 0) {
-    for (int y = 0; y < height; ++y) {
-      for (int x = 0; x < width; ++x) page.Set(x, y, random() % oneIn == 0 ? random() & ground : ground);
-    }
-  }
-  Bytes block = page.block();
-  if (seed % 2 == 0) {
-    for (uint32_t i = 0; i < 4 * header.biClrUsed; ++i) block[40 + i] = static_cast<uint8_t>(random());
-    if (bits == 1) block[40] = block[41] = block[42] = 0;
-  }
-  return Rounded(block, 8 * (seed % 3));
-}
-
-TEST(DetectSkewAngle, EqualsTheReference) {
-  struct Size {
-    int width, height, count;
-  };
-  int angles = 0;
-  // Around words, the clump radii 0, 2, 4, 9 and 10, and coordinates of 16 bits.
-  for (const Size& size : {Size{1, 1, 2}, Size{1, 70, 4}, Size{70, 1, 2}, Size{7, 9, 30}, Size{8, 12, 30},
-                           Size{31, 40, 30}, Size{33, 63, 30}, Size{63, 64, 30}, Size{64, 65, 30},
-                           Size{65, 128, 30}, Size{149, 150, 10}, Size{150, 150, 10}, Size{400, 333, 3},
-                           Size{129, 1700, 1}, Size{1000, 900, 1}, Size{4100, 130, 1}, Size{66000, 14, 1}}) {
-    for (int i = 0; i < size.count; ++i) {
-      const int bits = i % 3 == 0 ? 1 : i % 3 == 1 ? 8 : 24;
-      const unsigned seed = static_cast<unsigned>(size.width * 31 + size.height * 7 + i * 1009);
-      SCOPED_TRACE(::testing::Message()
-                   << bits << " bits, " << size.width << " x " << size.height << ", " << seed);
-      const Bytes block = SpeckledBlock(bits, size.width, size.height, seed);
-      const TestDib page(block);
-      for (const int dark : {0, 1}) {
-        const int angle = DetectSkewAngle(page.handle(), dark, 0, nullptr);
-        EXPECT_EQ(reference::DetectSkewAngle(block, dark != 0), angle) << "dark " << dark;
-        if (angle != 0) ++angles;
-      }
-      EXPECT_TRUE(page.Unchanged());
-    }
-  }
-  EXPECT_GT(angles, 200);
-}
-
 // Whether an angle is found, as what an operation on blocks would return: freeing this handle does nothing.
 HGLOBAL Found(int angle) { return angle != 0 ? reinterpret_cast<HGLOBAL>(uintptr_t{1}) : nullptr; }
-
-TEST(DetectSkewAngle, GivesZeroAndNoErrorForWhatItCannotTake) {
-  ExpectRefusals({}, {1, 8, 24}, [](HGLOBAL dib) { return Found(DetectSkewAngle(dib, 1, 0, nullptr)); });
-  for (const int bits : {4, 16}) {
-    EXPECT_EQ(0, DetectDark(TestDib::Ruled(8, 3).With([bits](BITMAPINFOHEADER& header) {
-                header.biBitCount = static_cast<uint16_t>(bits);
-                header.biHeight = 200;
-              })));
-  }
-  EXPECT_EQ(kErrorBefore, RastrelError());
-}
 
 TEST(DetectSkewAngle, GivesZeroWhenAnythingFails) {
   const TestDib page = TestDib::Ruled(8, 3);

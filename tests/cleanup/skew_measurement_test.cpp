@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <random>
 
 #include "tests/support/faults.h"
@@ -230,47 +229,6 @@ TEST(MeasureSkew, DoesNotTakeAPhotographForPrint) {
     }
   }
   EXPECT_LT(Measured(TestDib(block)).confidence, 0.5);
-}
-
-TEST(MeasureSkew, RefusesInItsOrder) {
-  const TestDib page = Printed(8, 1);
-  SkewResult result = {7, 7, 7, 7};
-  const auto error = [&result](HGLOBAL dib, const SkewOptions& options, SkewResult* to) {
-    SetRastrelError(kErrorBefore);
-    EXPECT_EQ(0, MeasureSkew(dib, &options, to));
-    EXPECT_EQ(7, result.angle);
-    return RastrelError();
-  };
-  EXPECT_EQ(ErrParameter, error(page.handle(), {0, 0}, nullptr));
-  for (const SkewOptions& options : {SkewOptions{-0.1, 0},
-                                     {45.1, 0},
-                                     {std::numeric_limits<double>::quiet_NaN(), 0},
-                                     {std::numeric_limits<double>::infinity(), 0},
-                                     {0, -1},
-                                     {0, 3}})
-    EXPECT_EQ(ErrParameter, error(page.handle(), options, &result));
-  struct Case {
-    uint32_t size, compression;
-    int width, bits, error;
-  };
-  for (const Case& c : {Case{12, 1, 0, 7, ErrFileFormat}, Case{40, 1, 0, 7, ErrCompressed},
-                        Case{40, 0, 0, 7, ErrDIBSize}, Case{40, 0, -5, 8, ErrDIBSize},
-                        Case{40, 0, 100, 7, ErrBitsPerPixel}, Case{40, 0, 100, 16, ErrBitsPerPixel}}) {
-    const TestDib other = page.With([&c](BITMAPINFOHEADER& header) {
-      header.biSize = c.size;
-      header.biCompression = c.compression;
-      header.biWidth = c.width;
-      header.biBitCount = static_cast<uint16_t>(c.bits);
-    });
-    EXPECT_EQ(c.error, error(other.handle(), {0, 0}, &result));
-  }
-  // Whether it went well, as what an operation on blocks would return: freeing this handle does nothing.
-  const auto measure = [](HGLOBAL dib) {
-    SkewResult found;
-    return MeasureSkew(dib, nullptr, &found) != 0 ? reinterpret_cast<HGLOBAL>(uintptr_t{1}) : nullptr;
-  };
-  ExpectRefusals({ErrParameter, ErrLockMemory, ErrDIBSize}, {1, 4, 8, 24}, measure);
-  ExpectEveryFault(host::Fault::kAllocation, page, ErrNoMemory, measure);
 }
 
 }  // namespace

@@ -3,17 +3,13 @@
 
 #include <array>
 #include <bit>
-#include <random>
 
 #include "tests/reference/rotation.h"
-#include "tests/reference/skew.h"
 #include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
 
 namespace rastrel::testing {
 namespace {
-
-constexpr int kWidths[] = {1, 2, 3, 7, 8, 9, 31, 32, 33, 63, 64, 65, 100};
 
 using Corners = std::array<int32_t, 8>;
 
@@ -66,76 +62,6 @@ TEST(SkewDIB, KeptReportsTheCornersOfAWholeEdge) {
   }
 }
 
-TEST(SkewDIB, EqualsThePixelByPixelShearAtEveryDepth) {
-  for (const int bits : {1, 4, 8, 16, 24, 32}) {
-    for (const int width : kWidths) {
-      for (const int shift : {-200, -33, -8, -3, -1, 0, 1, 2, 5, 7, 31, 64, 97}) {
-        const int height = 1 + (width * 7 + shift * shift) % 23;
-        const TestDib page = TestDib::Random(bits, width, height, width);
-        for (const bool horizontal : {true, false}) {
-          SCOPED_TRACE(::testing::Message()
-                       << bits << " bits, " << width << " x " << height << " by " << shift);
-          SkewCorners corners = {};
-          Corners expectedCorners;
-          const TestDib sheared(SkewDIB(page.handle(), horizontal, shift, nullptr, &corners));
-          ASSERT_EQ(Rounded(reference::SkewDIB(page.block(), horizontal, shift, expectedCorners.data())),
-                    sheared.block());
-          EXPECT_EQ(expectedCorners, std::bit_cast<Corners>(corners));
-          ExpectOneLock(page);
-        }
-      }
-    }
-  }
-}
-
-TEST(SkewDIB, RefusesInItsOrder) {
-  struct Case {
-    uint32_t size, compression;
-    int width, height, shift, error;
-    bool corners;  // are written
-  };
-  for (const int horizontal : {0, 1}) {
-    for (const Case& c :
-         {Case{12, 1, 0, 0, 1, ErrParameter, false}, Case{40, 1, 0, 0, 1, ErrCompressed, false},
-          Case{40, 0, 0, 4, 1, ErrDIBSize, false}, Case{40, 0, 4, 0, 1, ErrDIBSize, false},
-          Case{40, 0, 4, -4, 1, ErrDIBSize, false}, Case{40, 0, 4, 5, 1, ErrDIBSize, true},
-          Case{40, 0, 4, 4, INT32_MAX, ErrNoMemory, true}, Case{40, 0, 4, 4, INT32_MIN, ErrNoMemory, true}}) {
-      SCOPED_TRACE(::testing::Message() << c.width << " x " << c.height << " by " << c.shift);
-      const TestDib page = TestDib(MakeHeader(8, 4, 4)).With([&c](BITMAPINFOHEADER& header) {
-        header.biSize = c.size;
-        header.biCompression = c.compression;
-        header.biWidth = c.width;
-        header.biHeight = c.height;
-      });
-      uint32_t error = 77;
-      SkewCorners corners = {9, 9, 9, 9, 9, 9, 9, 9};
-      EXPECT_EQ(nullptr, SkewDIB(page.handle(), horizontal, c.shift, &error, &corners));
-      EXPECT_EQ(static_cast<uint32_t>(c.error), error);
-      EXPECT_EQ(c.error, RastrelError());
-      EXPECT_EQ(c.corners, corners.x2 != 9);
-      EXPECT_TRUE(page.Unchanged());
-    }
-    ExpectRefusals({ErrParameter, ErrLockMemory, ErrDIBSize}, {1, 8, 24}, [horizontal](HGLOBAL dib) {
-      uint32_t error = 77;
-      HGLOBAL result = SkewDIB(dib, horizontal, 1, &error, nullptr);
-      EXPECT_EQ(static_cast<uint32_t>(RastrelError()), error);
-      EXPECT_EQ(result, SkewDIB(dib, horizontal, 1, nullptr, nullptr));
-      return result;
-    });
-  }
-}
-
-TEST(SkewDIB, SurvivesEveryFault) {
-  const TestDib page = TestDib::Random(8, 20, 20, 1);
-  const auto shear = [](HGLOBAL dib) {
-    HGLOBAL result = SkewDIB(dib, 1, 5, nullptr, nullptr);
-    if (result != nullptr) GlobalUnlock(dib);
-    return result;
-  };
-  ExpectEveryFault(host::Fault::kAllocation, page, ErrNoMemory, shear);
-  ExpectEveryFault(host::Fault::kLock, page, ErrLockMemory, shear);
-}
-
 // ---- TrimBlackBorder --------------------------------------------------------------------------------
 
 TEST(TrimBlackBorder, WhitensTheDarkEndsOfEveryRow) {
@@ -173,54 +99,6 @@ TEST(TrimBlackBorder, SwallowsALoneLightPixelAndStopsAtTwo) {
 TEST(TrimBlackBorder, KeptLeavesPagesWhoseFirstColourIsNotBlack) {
   const TestDib page(MakeHeader(1, 40, 3), {{255, 255, 255, 0}, {0, 0, 0, 0}});
   EXPECT_EQ(page.block(), TestDib(TrimBlackBorder(page.handle())).block());
-}
-
-// A page with noise that is mostly dark towards the sides, random padding, and slack behind it.
-TestDib MarginPage(int bits, int width, int height, unsigned colours, unsigned seed) {
-  BITMAPINFOHEADER header = MakeHeader(bits, width, height);
-  if (bits == 8) header.biClrUsed = colours;
-  Bytes block = Rounded(TestDib(header).block(), 16);
-  std::mt19937 random(seed);
-  for (size_t i = 40 + header.biClrUsed * 4; i < block.size(); ++i) {
-    const auto noise = static_cast<unsigned>(random());
-    const bool dark = noise % 16 != 0;
-    const unsigned value = bits == 1   ? (dark ? 0 : noise >> 8)
-                           : bits == 8 ? (noise >> 8) % (dark ? 90 : 256)
-                                       : (dark ? 3 : 220);
-    block[i] = static_cast<uint8_t>(value);
-  }
-  return TestDib(block);
-}
-
-TEST(TrimBlackBorder, EqualsThePixelByPixelTrim) {
-  unsigned seed = 0;
-  for (const int bits : {1, 8, 24}) {
-    for (const int width : kWidths) {
-      for (int round = 0; round < 20; ++round) {
-        const unsigned colours = round % 3 == 0 ? 1 + seed % 255 : 256;
-        const TestDib page = MarginPage(bits, width, 1 + round % 5, colours, ++seed);
-        SCOPED_TRACE(::testing::Message() << bits << " bits, width " << width << ", seed " << seed);
-        ASSERT_EQ(reference::TrimBlackBorder(page.block()), TestDib(TrimBlackBorder(page.handle())).block());
-        ASSERT_TRUE(page.Unchanged());
-      }
-    }
-  }
-}
-
-TEST(TrimBlackBorder, ReturnsNullAndSetsNoErrorForWhatItCannotTakeOrHold) {
-  ExpectRefusals({}, {1, 8, 24}, TrimBlackBorder);
-  for (const int bits : {4, 16, 32})
-    EXPECT_EQ(nullptr, TrimBlackBorder(TestDib(MakeHeader(bits, 4, 4)).handle()));
-  EXPECT_EQ(kErrorBefore, RastrelError());
-  ExpectEveryFault(host::Fault::kAllocation, TestDib::Random(8, 20, 20, 1), kErrorBefore, TrimBlackBorder);
-}
-
-TEST(TrimBlackBorder, LeaksNothingWhereALockFails) {
-  for (const FaultOutcome& outcome :
-       RunWithFaults(host::Fault::kLock, TestDib::Random(8, 20, 20, 1), TrimBlackBorder)) {
-    EXPECT_EQ(0u, outcome.leakedBlocks) << outcome;
-    EXPECT_TRUE(outcome.inputUnchanged) << outcome;
-  }
 }
 
 // ---- DeskewDIB --------------------------------------------------------------------------------------

@@ -1,12 +1,9 @@
-#include "tests/reference/speckle.h"
-
 #include <gtest/gtest.h>
 #include <rastrel.h>
 
 #include <algorithm>
 #include <random>
 
-#include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
 
 namespace rastrel::testing {
@@ -118,117 +115,6 @@ TEST(CleanImage, ChangesOnlyNearlyBlackOrWhiteGreysUnlessAskedForAll) {
     EXPECT_EQ(own < 5 || own > 250 ? 77 : own, TestDib(CleanImage(page.handle(), 60, 0)).At(1, 1));
     EXPECT_EQ(77u, TestDib(CleanImage(page.handle(), 60, -1)).At(1, 1));
   }
-}
-
-void ExpectAsReference(const TestDib& page, int level, bool full) {
-  SCOPED_TRACE(::testing::Message() << page.header().biBitCount << " bits, " << page.width() << " x "
-                                    << page.height() << ", level " << level << ", full " << full);
-  SetRastrelError(kErrorBefore);
-  const TestDib cleaned(CleanImage(page.handle(), level, full));
-  ASSERT_EQ(reference::CleanImage(page.block(), level, full), cleaned.block());
-  EXPECT_EQ(kErrorBefore, RastrelError());
-  EXPECT_EQ(0u, GlobalFlags(cleaned.handle()));
-  EXPECT_TRUE(page.Unchanged());
-}
-
-// Random bytes of which many are equal, so that no count and no rank is rare.
-TestDib SpeckledPage(int bits, int width, int height, bool blackFirst, size_t slack, std::mt19937& random) {
-  TestDib plain(MakeHeader(bits, width, height),
-                bits == 8 ? GreyTable(blackFirst)
-                          : std::vector<RGBQUAD>{blackFirst ? kBlackEntry : kWhiteEntry, kWhiteEntry});
-  Bytes block = plain.block();
-  const size_t rows = 40 + (4u << bits);
-  block.resize(rows + plain.pixelBytes() + slack);
-  for (size_t i = rows; i < block.size(); ++i) {
-    const uint32_t value = Next(random);
-    block[i] = static_cast<uint8_t>(value >> 30 == 0 ? value : value >> 31 == 0 ? 0 : 255);
-  }
-  return TestDib(block);
-}
-
-TEST(CleanImage, EqualsThePixelByPixelFilter) {
-  std::mt19937 random(11);
-  for (const int bits : {1, 8}) {
-    for (const int width : {1, 2, 7, 8, 9, 31, 32, 33, 64, 65, 500, 512, 2000, 4100, 4128}) {
-      for (const int height : {1, 2, 3, 4, 5, 40}) {
-        for (const size_t slack : {0, 4, 8, 16}) {
-          const TestDib page = SpeckledPage(bits, width, height, Next(random) % 2 == 0, slack, random);
-          ExpectAsReference(page, 20 + static_cast<int>(Next(random) % 81), Next(random) % 2 == 0);
-          if (HasFatalFailure()) return;
-        }
-      }
-    }
-    // Kept: a missing table length is none. Rows start at the table, which must still be there and grey.
-    const TestDib whole(MakeHeader(bits, 90, 30));
-    ExpectAsReference(whole.With([](BITMAPINFOHEADER& header) { header.biClrUsed = 0; }), 60, true);
-    const TestDib tall = SpeckledPage(bits, 50, 700, true, 0, random);
-    for (const int level : kRankLevels) ExpectAsReference(tall, level, true);
-    for (const int level : kThresholdLevels) ExpectAsReference(tall, level, false);
-  }
-}
-
-TEST(CleanImage, RefusesWhatIsNotGreyOrNotHeld) {
-  struct Case {
-    int bits, level;
-    bool accepted;
-    void (*spoil)(BITMAPINFOHEADER&);
-  };
-  constexpr auto kAsIs = [](BITMAPINFOHEADER&) {};
-  const Case cases[] = {
-      {1, 20, true, kAsIs},
-      {8, 100, true, kAsIs},
-      {1, 19, false, kAsIs},
-      {8, 101, false, kAsIs},
-      {8, -50, false, kAsIs},
-      {4, 50, false, kAsIs},
-      {24, 50, false, kAsIs},
-      {1, 50, true, [](BITMAPINFOHEADER& h) { h.biPlanes = 7; }},
-      {8, 50, false, [](BITMAPINFOHEADER& h) { h.biPlanes = 2; }},
-      {8, 50, true, [](BITMAPINFOHEADER& h) { h.biCompression = 1, h.biSize = 12; }},
-      {8, 50, true, [](BITMAPINFOHEADER& h) { h.biHeight = 0; }},
-      {8, 50, true, [](BITMAPINFOHEADER& h) { h.biHeight = -h.biHeight; }},
-      {1, 50, true, [](BITMAPINFOHEADER& h) { h.biWidth = 0; }},
-      {1, 50, false, [](BITMAPINFOHEADER& h) { h.biWidth = -9; }},
-      {1, 50, false, [](BITMAPINFOHEADER& h) { h.biHeight += 2; }},
-      {8, 50, false, [](BITMAPINFOHEADER& h) { h.biWidth = 0x7FFFFFFF; }},
-      {8, 50, false, [](BITMAPINFOHEADER& h) { h.biClrUsed = 0xFFFFFFFF; }},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::Message() << "case " << &c - cases);
-    const TestDib page = TestDib(MakeHeader(c.bits, 9, 9)).With(c.spoil);
-    SetRastrelError(kErrorBefore);
-    const TestDib cleaned(CleanImage(page.handle(), c.level, 1));
-    EXPECT_EQ(c.accepted, static_cast<bool>(cleaned));
-    EXPECT_EQ(kErrorBefore, RastrelError());
-    EXPECT_TRUE(page.Unchanged());
-  }
-}
-
-TEST(CleanImage, RefusesBadHandlesColoursAndShortTables) {
-  const auto clean = [](HGLOBAL dib) { return CleanImage(dib, 50, 1); };
-  ExpectRefusals({}, {}, clean);
-  for (const int bits : {1, 8}) {
-    const Bytes block = TestDib::Random(bits, 1, 1, 1).block();
-    const size_t tableEnd = 40 + (4u << bits);
-    for (const size_t channel : {0, 1, 2}) {
-      Bytes coloured = block;
-      coloured[tableEnd - 4 + channel] ^= 1;
-      EXPECT_EQ(nullptr, clean(TestDib(coloured).handle())) << bits;
-    }
-    for (const size_t bytes : {size_t{1}, size_t{40}, tableEnd - 8}) {
-      const Bytes cut(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(bytes));
-      EXPECT_EQ(nullptr, clean(TestDib(cut).handle())) << bits << " bits, " << bytes << " bytes";
-    }
-  }
-}
-
-TEST(CleanImage, KeptLosesACopyThatCannotBeLocked) {
-  const TestDib page = TestDib::Random(1, 50, 50, 1);
-  const auto clean = [](HGLOBAL dib) { return CleanImage(dib, 50, 1); };
-  ExpectEveryFault(host::Fault::kAllocation, page, kErrorBefore, clean);
-  // The page is locked, copied with a lock on each side (where one fails the copy is blank), and the copy
-  // locked.
-  EXPECT_EQ("xoolo", DrawOutcomes(host::Fault::kLock, page, kErrorBefore, clean));
 }
 
 }  // namespace

@@ -1,11 +1,7 @@
-#include "tests/reference/rotation.h"
-
 #include <gtest/gtest.h>
 #include <rastrel.h>
 
-#include <cmath>
 #include <limits>
-#include <random>
 
 #include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
@@ -68,73 +64,6 @@ TEST(RotateDIB, SizesTheResultForTheWholePage) {
   }
 }
 
-void ExpectAsReference(const TestDib& page, double angle) {
-  SCOPED_TRACE(::testing::Message() << page.header().biBitCount << " bits, " << page.width() << " x "
-                                    << page.height() << " by " << angle);
-  SetRastrelError(kErrorBefore);
-  const TestDib turned(RotateDIB(page.handle(), angle));
-  ASSERT_EQ(Rounded(reference::Rotate(page.block(), angle)), turned.block());
-  EXPECT_EQ(0, RastrelError());
-  EXPECT_EQ(0u, GlobalFlags(turned.handle()));
-  EXPECT_TRUE(page.Unchanged());
-}
-
-// All are taken modulo a full turn.
-constexpr double kAngles[] = {0,   1e-9, 0.4, 3.7,  -3.7, 12,   20,     45,    60,          89.9,
-                              90,  91,   135, 177,  180,  -180, 183.7,  225,   266.3,       270,
-                              -90, 315,  360, -360, 450,  -0.0, -1e-20, 1e300, 360000033.5, -359999966.5};
-
-TEST(RotateDIB, EqualsThePixelByPixelWalk) {
-  std::mt19937 engine(7);
-  const auto random = [&engine] { return static_cast<uint32_t>(engine()); };
-  for (const int bits : {1, 4, 8, 24}) {
-    for (const double angle : kAngles) {
-      for (const int width : {1, 2, 7, 8, 9, 15, 31, 32, 33, 63, 64, 65, 100}) {
-        const auto height = static_cast<int>(1 + random() % 90);
-        ExpectAsReference(TestDib::Random(bits, width, height, random()), angle);
-        ExpectAsReference(TestDib::Random(bits, width, 40, random()), random() % 360000 / 1000.0);
-      }
-      ExpectAsReference(TestDib::Random(bits, 1211, 643, 5), angle);  // across tiles
-      if (HasFatalFailure()) return;
-    }
-    ExpectAsReference(TestDib::Random(bits, 3000, 1, 5), 30);
-    ExpectAsReference(TestDib::Random(bits, 1, 3000, 5), 50);
-  }
-  for (const double angle : {0.0, 0.01, 180.0}) {
-    ExpectAsReference(TestDib::Random(1, 65535, 2, 5), angle);
-    ExpectAsReference(TestDib::Random(8, 2, 65535, 5), angle);
-  }
-  // Row starts of these fall on halves, where adding step by step and multiplying part ways.
-  for (const double angle : {5.1990286326297879, 14.035824647388736, 38.156069257459954}) {
-    ExpectAsReference(TestDib::Random(8, 64, 64, 5), angle);
-  }
-}
-
-TEST(RotateDIB, ReadsTablesOfAnyLengthAndKeepsToTheBlock) {
-  // Blocks end with the last row (sanitizers see a read beyond) or have slack behind it.
-  for (const int bits : {1, 4, 8, 24}) {
-    for (const unsigned colours : {1u, 3u, 300u}) {
-      for (const size_t slack : {0, 8, 64}) {
-        BITMAPINFOHEADER header = MakeHeader(bits, 48, 31);
-        header.biClrUsed = colours;
-        Bytes block = TestDib(header).block();
-        block.resize(40 + colours * 4 + header.biSizeImage + slack);
-        for (size_t i = 40; i < block.size(); ++i) block[i] = static_cast<uint8_t>(i * i >> 3);
-        for (const double angle : {0.0, 5.0, 45.0, 90.0, 181.0}) ExpectAsReference(TestDib(block), angle);
-      }
-    }
-  }
-}
-
-TEST(RotateDIB, KeptReadsSizesAsSixteenBits) {
-  const TestDib page = TestDib::Random(8, 20, 10, 1);
-  const TestDib wide = page.With([](BITMAPINFOHEADER& header) {
-    header.biWidth += 0x30000;
-    header.biHeight -= 0x10000;
-  });
-  EXPECT_EQ(TestDib(RotateDIB(page.handle(), 10)).block(), TestDib(RotateDIB(wide.handle(), 10)).block());
-}
-
 TEST(RotateDIB, TurnsResolutionsWithThePage) {
   struct Case {
     double angle;
@@ -156,49 +85,6 @@ TEST(RotateDIB, TurnsResolutionsWithThePage) {
     EXPECT_EQ(c.newX, turned.header().biXPelsPerMeter) << c.x << " at " << c.angle;
     EXPECT_EQ(c.newY, turned.header().biYPelsPerMeter) << c.y << " at " << c.angle;
   }
-}
-
-TEST(RotateDIB, RefusesInItsOrder) {
-  const TestDib page = TestDib::Random(8, 16, 16, 1);
-  struct Case {
-    int error;
-    void (*spoil)(BITMAPINFOHEADER&);
-  };
-  for (const Case& c :
-       {Case{ErrFileFormat, [](BITMAPINFOHEADER& h) { h.biSize = 12, h.biCompression = 1; }},
-        Case{ErrCompressed, [](BITMAPINFOHEADER& h) { h.biCompression = 1, h.biWidth = 0; }},
-        Case{ErrDIBSize, [](BITMAPINFOHEADER& h) { h.biHeight = 0, h.biBitCount = 16; }},
-        Case{ErrBitsPerPixel, [](BITMAPINFOHEADER& h) { h.biBitCount = 2; }},
-        Case{ErrBitsPerPixel, [](BITMAPINFOHEADER& h) { h.biBitCount = 32, h.biHeight++; }}}) {
-    const TestDib spoilt = page.With(c.spoil);
-    EXPECT_EQ(nullptr, RotateDIB(spoilt.handle(), 5));
-    EXPECT_EQ(c.error, RastrelError());
-    EXPECT_TRUE(spoilt.Unchanged());
-  }
-  ExpectRefusals({ErrParameter, ErrLockMemory, ErrDIBSize}, {1, 4, 8, 24},
-                 [](HGLOBAL dib) { return RotateDIB(dib, 5); });
-  constexpr double kInfinity = std::numeric_limits<double>::infinity();
-  for (const double angle : {std::nan(""), kInfinity, -kInfinity}) {
-    EXPECT_EQ(nullptr, RotateDIB(page.handle(), angle));
-    EXPECT_EQ(ErrParameter, RastrelError());
-  }
-  EXPECT_TRUE(page.Unchanged());
-}
-
-TEST(RotateDIB, FailsWhereTheResultIsLargerThanABlock) {
-  // 46340 * 46340 pixels of 3 bytes.
-  const TestDib page(MakeHeader(24, 65535, 1));
-  EXPECT_EQ(nullptr, RotateDIB(page.handle(), 45));
-  EXPECT_EQ(ErrCreateBitmap, RastrelError());
-}
-
-TEST(RotateDIB, TriesAgainWhenMemoryRunsOutAndCleansUpWhenALockFails) {
-  const TestDib page = TestDib::Random(8, 50, 50, 1);
-  const auto turn = [](HGLOBAL dib) { return RotateDIB(dib, 30); };
-  const std::string outcomes = DrawOutcomes(host::Fault::kAllocation, page, 0, turn);
-  EXPECT_EQ(std::string(outcomes.size(), 'o'), outcomes);
-  EXPECT_GT(outcomes.size(), 1u);
-  ExpectEveryFault(host::Fault::kLock, page, ErrLockMemory, turn);
 }
 
 TEST(LongOperations, ShowTheWaitCursor) {

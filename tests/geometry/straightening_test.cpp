@@ -1,11 +1,8 @@
-#include "tests/reference/straightening.h"
-
 #include <gtest/gtest.h>
 #include <rastrel.h>
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <random>
 
 #include "tests/support/faults.h"
@@ -20,69 +17,6 @@ constexpr int kSameSize = STRAIGHTEN_SAME_SIZE;
 
 TestDib Straightened(const TestDib& page, double angle, int quality, COLORREF background = kWhiteGround) {
   return TestDib(StraightenDIB(page.handle(), angle, quality, background));
-}
-
-void ExpectAsReference(const TestDib& page, double angle, int quality, COLORREF background) {
-  SCOPED_TRACE(::testing::Message() << page.header().biBitCount << " bits, " << page.width() << " x "
-                                    << page.height() << " by " << angle << ", quality " << quality);
-  SetRastrelError(kErrorBefore);
-  const TestDib turned = Straightened(page, angle, quality, background);
-  ASSERT_EQ(Rounded(reference::Straighten(page.block(), angle, quality, background)), turned.block());
-  EXPECT_EQ(0, RastrelError());
-  EXPECT_EQ(0u, GlobalFlags(turned.handle()));
-  EXPECT_TRUE(page.Unchanged());
-}
-
-constexpr int kQualities[] = {0, kSmooth, kSameSize, kSmooth | kSameSize};
-
-TEST(StraightenDIB, EqualsEveryPixelOnItsOwn) {
-  std::mt19937 engine(7);
-  const auto random = [&engine](int bound) {
-    return static_cast<int>(engine() % static_cast<unsigned>(bound));
-  };
-  const auto seed = [&engine] { return static_cast<unsigned>(engine()); };
-  constexpr double kAngles[] = {0,     1e-12, 1e-5, 0.4, 3.7, -3.7, 12,    30,          44.9,
-                                45,    45.1,  60,   90,  -90, 135,  177,   180,         183.7,
-                                266.3, 270,   315,  360, 450, -0.0, 1e300, 360000033.5, -359999966.5};
-  for (const int bits : {1, 4, 8, 24}) {
-    for (const double angle : kAngles) {
-      for (const int quality : kQualities) {
-        const auto ground = static_cast<COLORREF>(engine());
-        ExpectAsReference(TestDib::Random(bits, 1 + random(200), 1 + random(200), seed()), angle, quality,
-                          ground);
-        ExpectAsReference(TestDib::Random(bits, 1 + random(70), 1 + random(9), seed()),
-                          random(720000) / 1000.0 - 360, quality, ground);
-        if (HasFatalFailure()) return;
-      }
-    }
-    ExpectAsReference(TestDib::Random(bits, 3000, 1, 5), 30, kSmooth, 0);
-    ExpectAsReference(TestDib::Random(bits, 1, 3000, 5), 50, kSmooth, 0);
-    ExpectAsReference(TestDib::Random(bits, 70000, 2, 5), 0.002, kSmooth, 0);
-    ExpectAsReference(TestDib::Random(bits, 1211, 643, 5), -1.3, kSmooth, 0);
-  }
-}
-
-// Tables of greys in any order, of colours, of few entries and of more than there are indices; blocks that
-// end with the last row (sanitizers see a read beyond) or have slack behind it.
-TEST(StraightenDIB, MixesPagesOfGreysThroughTheirTable) {
-  std::mt19937 engine(3);
-  for (const int bits : {1, 4, 8, 24}) {
-    for (const unsigned colours : {1u, 2u, 7u, 256u, 300u}) {
-      for (const bool isGrey : {true, false}) {
-        BITMAPINFOHEADER header = MakeHeader(bits, 61, 37);
-        header.biClrUsed = colours;
-        Bytes block = TestDib::Random(header, colours).block();
-        block.resize(40 + colours * 4 + header.biSizeImage + (isGrey ? 0 : 64));
-        for (size_t i = 0; i < colours * 4; ++i) {
-          const bool isNewGrey = i % 4 == 0;
-          block[40 + i] = isGrey && !isNewGrey ? block[39 + i] : static_cast<uint8_t>(engine());
-        }
-        for (const double angle : {0.0, 21.0}) {
-          for (const int quality : {0, kSmooth}) ExpectAsReference(TestDib(block), angle, quality, 0x4080C0);
-        }
-      }
-    }
-  }
 }
 
 TestDib Numbered(int width, int height) {
@@ -186,52 +120,9 @@ TEST(StraightenDIB, LeavesThePageAtTinyAngles) {
   }
 }
 
-// Stems, bars, slopes, rings and dots in lines, of strokes 2 to 4 pixels wide (`weight` 1) or about 2 (0.7),
-// at no angle of their own.
-TestDib TextPage(double weight = 1) {
-  TestDib page = TestDib::Plain(MakeHeader(1, 900, 700), 1);
-  std::mt19937 random(11);
-  for (int top = 40; top < 650; top += 34) {
-    for (int left = 40; left < 840; left += 18) {
-      const auto kind = random() % 8;
-      const double half = weight * (1 + static_cast<double>(random() % 100) / 100);  // of a stroke's width
-      for (int y = 0; y < 24; ++y) {
-        for (int x = 0; x < 16; ++x) {
-          const double ring = std::fabs(std::hypot(x - 7.3, (y - 15.6) * 0.9) - 5.7);
-          const double stem = std::fabs(x - 3.2), slope = std::fabs((x - 2) - (y - 5) * 0.55) * 0.87;
-          const bool isInk = (kind == 0 && std::max(stem, std::fabs(y - 12.0) - 9) < half) ||
-                             (kind == 1 && ring < half) || (kind == 2 && y > 5 && slope < half) ||
-                             (kind == 3 && (stem < half || std::fabs(y - 13.4) < half) && y > 2 && x < 13) ||
-                             (kind == 4 && std::hypot(x - 6.1, y - 20.2) < 2.2) ||
-                             (kind == 5 && (ring < half || (stem < half && y > 1)) && y < 23) ||
-                             (kind == 6 && y > 4 && std::min(slope, std::fabs(x - 13.1)) < half);
-          if (isInk) page.Set(left + x, top + y, 0);
-        }
-      }
-    }
-  }
-  page.Settle();
-  return page;
-}
-
 int64_t InkOf(const TestDib& page) {
   const std::vector<Pixel> pixels = page.Pixels();
   return std::count(pixels.begin(), pixels.end(), 0u);
-}
-
-TEST(StraightenDIB, KeepsTheWeightOfStrokes) {
-  for (const double weight : {0.7, 1.0}) {
-    const TestDib page = TextPage(weight);
-    const auto ink = static_cast<double>(InkOf(page));
-    for (const double angle : {0.05, 0.1, -0.3, 0.4, 0.7, -1.2, 2.2, 3.7, -5.0, 8.0, 26.6, 45.0, -178.0}) {
-      EXPECT_NEAR(1, static_cast<double>(InkOf(Straightened(page, angle, kSmooth))) / ink, 0.01)
-          << weight << ", " << angle;
-    }
-  }
-}
-
-TEST(StraightenDIB, RoundsCornersAsEveryPixelOnItsOwn) {
-  for (const double angle : {0.7, -3.7, 26.6}) ExpectAsReference(TextPage(), angle, kSmooth, kWhiteGround);
 }
 
 TEST(StraightenDIB, KeepsLoneDotsOfDitheredTones) {
@@ -239,23 +130,6 @@ TEST(StraightenDIB, KeepsLoneDotsOfDitheredTones) {
   for (int i = 0; i < 40000; ++i) page.Set(i % 200 * 3, i / 200 * 3 + i % 2, 0);
   for (const double angle : {0.3, -3.7, 20.0}) {
     EXPECT_NEAR(40000, static_cast<double>(InkOf(Straightened(page, angle, kSmooth))), 400) << angle;
-  }
-}
-
-TEST(StraightenDIB, BringsTextBack) {
-  const TestDib page = TextPage();
-  const std::vector<Pixel> before = page.Pixels();
-  for (const double angle : {0.4, -3.7, 12.0}) {
-    const TestDib back = Straightened(Straightened(page, angle, kSmooth), -angle, kSmooth | kSameSize);
-    const int left = (back.width() - page.width()) / 2, top = (back.height() - page.height()) / 2;
-    int64_t changed = 0;
-    for (int y = 0; y < page.height(); ++y) {
-      for (int x = 0; x < page.width(); ++x) {
-        changed += back.At(left + x, top + y) != before[static_cast<size_t>(y * page.width() + x)];
-      }
-    }
-    // Edges move by less than a pixel: a shift by one would change a multiple of that.
-    EXPECT_LT(changed, InkOf(page) / 6) << angle;
   }
 }
 
@@ -310,49 +184,6 @@ TEST(StraightenDIB, KeepsResolutionsWithTheirSides) {
     EXPECT_EQ(isAcross ? 4000 : 8000, turned.biXPelsPerMeter) << angle;
     EXPECT_EQ(isAcross ? 8000 : 4000, turned.biYPelsPerMeter) << angle;
   }
-}
-
-TEST(StraightenDIB, RefusesInItsOrder) {
-  const TestDib page = TestDib::Random(8, 16, 16, 1);
-  struct Case {
-    int error;
-    void (*spoil)(BITMAPINFOHEADER&);
-  };
-  for (const Case& c :
-       {Case{ErrFileFormat, [](BITMAPINFOHEADER& h) { h.biSize = 12, h.biCompression = 1; }},
-        Case{ErrCompressed, [](BITMAPINFOHEADER& h) { h.biCompression = 1, h.biWidth = 0; }},
-        Case{ErrDIBSize, [](BITMAPINFOHEADER& h) { h.biHeight = -16, h.biBitCount = 16; }},
-        Case{ErrBitsPerPixel, [](BITMAPINFOHEADER& h) { h.biBitCount = 2; }},
-        Case{ErrBitsPerPixel, [](BITMAPINFOHEADER& h) { h.biBitCount = 32, h.biHeight++; }}}) {
-    const TestDib spoilt = page.With(c.spoil);
-    EXPECT_EQ(nullptr, StraightenDIB(spoilt.handle(), 5, kSmooth, 0));
-    EXPECT_EQ(c.error, RastrelError());
-    EXPECT_TRUE(spoilt.Unchanged());
-  }
-  ExpectRefusals({ErrParameter, ErrLockMemory, ErrDIBSize}, {1, 4, 8, 24},
-                 [](HGLOBAL dib) { return StraightenDIB(dib, 5, kSmooth, 0); });
-  constexpr double kInfinity = std::numeric_limits<double>::infinity();
-  for (const double angle : {std::nan(""), kInfinity, -kInfinity}) {
-    EXPECT_EQ(nullptr, StraightenDIB(page.handle(), angle, 0, 0));
-    EXPECT_EQ(ErrParameter, RastrelError());
-  }
-  for (const int quality : {2, -1, 0x200, kSameSize | 4}) {
-    EXPECT_EQ(nullptr, StraightenDIB(page.handle(), 5, quality, 0));
-    EXPECT_EQ(ErrParameter, RastrelError());
-  }
-  EXPECT_TRUE(page.Unchanged());
-}
-
-TEST(StraightenDIB, FailsWhereMemoryRunsOut) {
-  const TestDib wide(MakeHeader(24, 65535, 1));  // 46340 * 46340 pixels of 3 bytes
-  EXPECT_EQ(nullptr, StraightenDIB(wide.handle(), 45, kSmooth, 0));
-  EXPECT_EQ(ErrNoMemory, RastrelError());
-  const TestDib page = TestDib::Random(8, 50, 30, 1);
-  const auto turn = [](HGLOBAL dib) { return StraightenDIB(dib, 93, kSmooth, 0); };
-  const std::string outcomes = DrawOutcomes(host::Fault::kAllocation, page, 0, turn);
-  EXPECT_EQ(std::string(outcomes.size(), 'o'), outcomes);  // tried again
-  EXPECT_EQ(3u, outcomes.size());
-  ExpectEveryFault(host::Fault::kLock, page, ErrLockMemory, turn);
 }
 
 }  // namespace

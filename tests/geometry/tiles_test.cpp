@@ -1,9 +1,5 @@
-#include "tests/reference/tiles.h"
-
 #include <gtest/gtest.h>
 #include <rastrel.h>
-
-#include <random>
 
 #include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
@@ -40,11 +36,6 @@ struct Tiles {
   }
 };
 
-// 1 to `last`.
-int Pick(std::mt19937& random, int last) {
-  return 1 + static_cast<int>(random() % static_cast<unsigned>(last));
-}
-
 TEST(SplitDIB, CutsAGridFromTheBottomUp) {
   const TestDib page = TestDib::Random(8, 100, 50, 1);
   Tiles tiles;
@@ -53,56 +44,6 @@ TEST(SplitDIB, CutsAGridFromTheBottomUp) {
   const TestDib topRight(tiles.BlockAt(7));  // 4 x 18
   EXPECT_EQ(page.At(99, 17), topRight.At(topRight.width() - 1, topRight.height() - 1));
   EXPECT_EQ(page.block(), TestDib(MergeDIBs(tiles.array, 4, 2)).block());
-}
-
-TEST(SplitDIB, EqualsThePlainVersionAndMergeDIBsToo) {
-  std::mt19937 random(5);
-  for (int round = 0; round < 500; ++round) {
-    constexpr int kDepths[] = {1, 2, 4, 8, 16, 24, 32};
-    BITMAPINFOHEADER header = MakeHeader(kDepths[round % 7], Pick(random, 90), 4 * Pick(random, 10));
-    header.biClrUsed = static_cast<uint32_t>(Pick(random, 4));
-    TestDib page = TestDib::Random(header, static_cast<unsigned>(round));
-    header.biPlanes = static_cast<uint16_t>(Pick(random, 2));
-    header.biHeight = header.biHeight / header.biPlanes;  // rows of two planes are at most twice as long
-    page.SetHeader(header);
-    const int width = round % 10 == 9 ? INT32_MAX : Pick(random, 70);
-    const int height = round % 9 == 8 ? INT32_MAX : Pick(random, 30);
-    int counts[2] = {};
-    const std::vector<Bytes> expected = reference::SplitDIB(page.block(), width, height, counts, counts + 1);
-    Tiles tiles;
-    ASSERT_TRUE(tiles.Split(page, width, height));
-    ASSERT_EQ(std::pair(counts[0], counts[1]), std::pair(tiles.counts[0], tiles.counts[1]));
-    std::vector<Bytes> blocks;
-    for (size_t i = 0; i < expected.size(); ++i) {
-      blocks.push_back(tiles.BlockAt(i));
-      ASSERT_EQ(Rounded(expected[i]), blocks[i]) << "round " << round << ", tile " << i;
-    }
-    ASSERT_EQ(Rounded(reference::MergeDIBs(blocks, counts[0], counts[1])),
-              TestDib(MergeDIBs(tiles.array, counts[0], counts[1])).block());
-    EXPECT_TRUE(page.Unchanged());
-  }
-}
-
-TEST(MergeDIBs, TakesTilesThatDoNotFitAsTheyCome) {
-  std::mt19937 random(6);
-  int joined = 0;
-  for (int round = 0; round < 3000; ++round) {
-    const int columns = Pick(random, 3), rows = Pick(random, 3);
-    std::vector<Bytes> blocks;
-    for (int i = 0; i < columns * rows; ++i) {
-      BITMAPINFOHEADER header = MakeHeader(Pick(random, 4) == 1 ? 1 : 8, Pick(random, 9), Pick(random, 3));
-      header.biClrUsed = static_cast<uint32_t>(Pick(random, 3));
-      TestDib tile = TestDib::Random(header, static_cast<unsigned>(round));
-      if (Pick(random, 8) == 1) header.biHeight = Pick(random, 4) == 1 ? 40 : 0;
-      tile.SetHeader(header);
-      blocks.push_back(tile.block());
-    }
-    const Bytes expected = reference::MergeDIBs(blocks, columns, rows);
-    ASSERT_EQ(Rounded(expected), TestDib(MergeDIBs(Tiles(blocks).array, columns, rows)).block())
-        << "round " << round;
-    joined += expected.empty() ? 0 : 1;
-  }
-  EXPECT_TRUE(joined > 500 && joined < 2500) << joined;
 }
 
 TEST(MergeDIBs, RefusesWhatIsNoGrid) {
@@ -122,9 +63,9 @@ TEST(MergeDIBs, RefusesWhatIsNoGrid) {
     expectRefusal(nullptr);
     expectRefusal(reinterpret_cast<HGLOBAL>(uintptr_t{0x1234}));
     for (const Bytes& lying : LyingBlocks(8)) {
-      const reference::View view(lying);
-      const bool isEmpty = lying.size() >= 40 && (view.width == 0 || view.height == 0);
-      if (!isEmpty) expectRefusal(TestDib(lying).handle());
+      const TestDib tile(lying);
+      const bool isEmpty = lying.size() >= 40 && (tile.width() == 0 || tile.height() == 0);
+      if (!isEmpty) expectRefusal(tile.handle());
     }
     tiles.At(index) = good;
   }

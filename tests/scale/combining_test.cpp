@@ -1,11 +1,7 @@
-#include "tests/reference/combining.h"
-
 #include <gtest/gtest.h>
 #include <rastrel.h>
 
-#include <array>
 #include <climits>
-#include <random>
 
 #include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
@@ -17,36 +13,12 @@ using Drawing = std::vector<std::string>;
 
 HGLOBAL const kDead = reinterpret_cast<HGLOBAL>(uintptr_t{0x1234});
 
-uint32_t Next(std::mt19937& random, size_t below = SIZE_MAX) {
-  return static_cast<uint32_t>(random() % below);
-}
-
 // Combines in place.
 int CombineOn(TestDib& destination, int x, int y, HGLOBAL source, HGLOBAL mask, int andFlag) {
   HGLOBAL handle = destination.handle();
   const int result = CombineDIB(x, y, &handle, source, mask, andFlag);
   EXPECT_EQ(0u, GlobalFlags(handle) & GMEM_LOCKCOUNT);
   return result;
-}
-
-// A page with random pixels and padding, and colours of all kinds: grey from black or from white, a few or
-// many or much alike (so that entries are equal or equally near, or many near each colour); tables that are
-// short or too long.
-TestDib AnyPage(int bits, int width, int height, std::mt19937& random) {
-  BITMAPINFOHEADER header = MakeHeader(bits, width, height);
-  if (Next(random, 4) == 0) header.biClrUsed = bits > 8 ? 3 : 1 + Next(random, 3) * ((1u << bits) + 4) / 2;
-  Bytes block = TestDib::Random(header, Next(random)).block();
-  const bool isBlackAndWhite = bits == 1 && Next(random, 2) == 0;  // as most are
-  const unsigned kind = isBlackAndWhite ? 0 : Next(random, 6), alike = Next(random, 248);
-  for (size_t i = 40; i < 40 + 4 * header.biClrUsed && kind != 0; ++i) {
-    const unsigned any = Next(random);
-    block[i] = static_cast<uint8_t>(kind == 1   ? any % 2 * 255
-                                    : kind == 2 ? 255 - ((i - 40) / 4 * 255 >> bits)
-                                    : kind == 3 ? alike + any % 8
-                                    : kind == 5 ? alike + ((i - 40) / 4 >> (i % 4 * 3) & 7)  // none are equal
-                                                : any);
-  }
-  return TestDib(block);
 }
 
 TEST(CombineDIB, CopiesOrDarkensThroughAMask) {
@@ -59,40 +31,6 @@ TEST(CombineDIB, CopiesOrDarkensThroughAMask) {
   EXPECT_EQ((Drawing{"#.#.#.", ".##.##", ".#.#.#"}), copied.Drawing());
   EXPECT_EQ(1, CombineOn(darkened, 1, 1, source.handle(), mask.handle(), 7));
   EXPECT_EQ((Drawing{"#.#.#.", ".#####", ".#####"}), darkened.Drawing());
-}
-
-TEST(CombineDIB, EqualsThePixelByPixelCombination) {
-  std::mt19937 random(53);
-  const auto below = [&](int most) { return static_cast<int>(Next(random, static_cast<size_t>(most))); };
-  const auto anyDepth = [&] { return std::array{1, 4, 8, 16, 24, 32}[Next(random, 6)]; };
-  for (int round = 0; round < 6000; ++round) {
-    // Equal depths, and rows of more than a word, have ways of their own.
-    const int depth = anyDepth(), sourceDepth = round % 2 == 0 ? depth : anyDepth();
-    const int most = round % 100 == 0 ? 1200 : 200;
-    const TestDib source = AnyPage(sourceDepth, 1 + below(most), 1 + below(6), random);
-    const TestDib mask = AnyPage(round % 3 == 0 ? 1 : anyDepth(), source.width(), source.height(), random);
-    TestDib destination = AnyPage(depth, 1 + below(most), 1 + below(6), random);
-    if (round % 5 == 0 && destination.header().biClrUsed == source.header().biClrUsed) {
-      const Bytes table = source.block();
-      Bytes block = destination.block();
-      std::copy_n(table.begin() + 40, 4 * source.header().biClrUsed, block.begin() + 40);
-      destination.SetBlock(block);
-    }
-    // Now and then the destination itself is the source, or the source its own mask, or both.
-    const TestDib& from = round % 11 == 0 ? destination : source;
-    const TestDib& through = round % 11 == 0 || round % 7 == 0 ? from : mask;
-    const bool isMasked = round % 4 < 2, isAnd = below(2) != 0;
-    const int x = below(destination.width() + from.width() + 2) - from.width() - 1;
-    const int y = below(destination.height() + from.height() + 2) - from.height() - 1;
-
-    Bytes expected = destination.block();
-    const Bytes maskBlock = through.block();
-    ASSERT_TRUE(reference::CombineDIB(x, y, expected, from.block(), isMasked ? &maskBlock : nullptr, isAnd));
-    ASSERT_EQ(1, CombineOn(destination, x, y, from.handle(), isMasked ? through.handle() : nullptr, isAnd));
-    ASSERT_EQ(expected, destination.block())
-        << "round " << round << ": " << sourceDepth << " on " << depth << " bits at " << x << ", " << y;
-    EXPECT_TRUE(source.Unchanged() && mask.Unchanged());
-  }
 }
 
 TEST(CombineDIB, KeptMovesNoMoreThanTheDestinationsSize) {

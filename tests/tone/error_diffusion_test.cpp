@@ -1,11 +1,6 @@
-#include "tests/reference/error_diffusion.h"
-
 #include <gtest/gtest.h>
 #include <rastrel.h>
 
-#include <functional>
-
-#include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
 #include "tests/tone/tone_pages.h"
 
@@ -17,33 +12,6 @@ using PixelRows = std::vector<std::vector<Pixel>>;
 
 PixelRows Dithered(Dither* dither, const TestDib& page, int bits) {
   return StoredRows(TestDib(dither(page.handle(), bits)));
-}
-
-TEST(ErrorDiffusion, EqualsThePlainVersion) {
-  unsigned seed = 0;
-  for (const auto& [bits, target] : {std::pair{4, 1}, {8, 1}, {8, 4}, {24, 1}, {24, 4}, {24, 8}}) {
-    for (const int width : {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 32, 33, 47, 61, 64, 65, 129}) {
-      for (const int height : {1, 2, 15, 16, 17, 35}) {
-        for (int kind = 0; kind < 6; ++kind) {
-          const TestDib page(TonePage(bits, width, height, ++seed));
-          SCOPED_TRACE(::testing::Message() << bits << " to " << target << " bits, " << width << " x "
-                                            << height << ", seed " << seed);
-          ASSERT_EQ(Rounded(reference::DitherFS4(page.block(), target)),
-                    TestDib(DitherFS4(page.handle(), target)).block());
-          ASSERT_EQ(0, RastrelError());
-          ASSERT_EQ(Rounded(reference::DitherJJN(page.block(), target)),
-                    TestDib(DitherJJN(page.handle(), target)).block());
-          ASSERT_TRUE(page.Unchanged());
-        }
-      }
-    }
-  }
-}
-
-TEST(ErrorDiffusion, EqualsThePlainVersionOnVeryWidePages) {
-  const TestDib page(TonePage(8, 40001, 2, 1));
-  EXPECT_EQ(Rounded(reference::DitherFS4(page.block(), 1)), TestDib(DitherFS4(page.handle(), 1)).block());
-  EXPECT_EQ(Rounded(reference::DitherJJN(page.block(), 1)), TestDib(DitherJJN(page.handle(), 1)).block());
 }
 
 // Hand-made pages whose last tones are one below and one above what turns them white. Where a tone and what
@@ -123,67 +91,6 @@ TEST(DitherJJN, KeptFirstPixelOfAllIsRed) {
   const TestDib red = ColourPage({{0xFF0000, 0}, {0xFF0000, 0}});
   EXPECT_EQ((PixelRows{{1, 0}, {0, 0}}), Dithered(DitherJJN, red, 1));
   EXPECT_EQ((PixelRows{{0, 0}, {0, 0}}), Dithered(DitherFS4, red, 1));
-}
-
-struct Operation {
-  Dither* dither;
-  int nullHandle;
-  int cannotLock;
-};
-constexpr Operation kOperations[] = {{DitherFS4, ErrParameter, ErrLockMemory},
-                                     {DitherJJN, ErrLockMemory, ErrNoMemory}};
-
-TEST(ErrorDiffusion, RefusesWithTheCodeOfTheFirstFault) {
-  for (const Operation& operation : kOperations) {
-    const auto errorOf = [&](HGLOBAL dib, int bits) {
-      EXPECT_EQ(nullptr, operation.dither(dib, bits));
-      return RastrelError();
-    };
-    for (const int bits : {-1, 0, 2, 3, 16, 24, 257}) EXPECT_EQ(ErrParameter, errorOf(nullptr, bits));
-    EXPECT_EQ(operation.nullHandle, errorOf(nullptr, 1));
-    HGLOBAL freed = GlobalAlloc(GMEM_MOVEABLE, 100);
-    GlobalFree(freed);
-    for (HGLOBAL dead : {freed, reinterpret_cast<HGLOBAL>(uintptr_t{0x1234567})}) {
-      EXPECT_EQ(operation.cannotLock, errorOf(dead, 8));
-    }
-    for (const int depth : {8, 24}) {
-      for (const Bytes& block : LyingBlocks(depth)) {
-        const TestDib page(block);
-        EXPECT_EQ(ErrDIBSize, errorOf(page.handle(), 1));
-        EXPECT_TRUE(page.Unchanged());
-      }
-    }
-  }
-}
-
-TEST(ErrorDiffusion, KeptLeavesALockOnPagesOfOtherDepths) {
-  for (const Operation& operation : kOperations) {
-    for (const auto& [depth, bits] : {std::pair{1, 1}, {4, 4}, {4, 8}, {8, 8}, {16, 1}, {32, 8}, {0, 1}}) {
-      BITMAPINFOHEADER header = MakeHeader(depth, -3, 2);  // the size comes later
-      const TestDib page(Bytes(reinterpret_cast<uint8_t*>(&header), reinterpret_cast<uint8_t*>(&header + 1)));
-      EXPECT_EQ(nullptr, operation.dither(page.handle(), bits));
-      EXPECT_EQ(ErrDitherParameter, RastrelError());
-      EXPECT_EQ(1u, GlobalFlags(page.handle()) & GMEM_LOCKCOUNT) << depth << " to " << bits;
-    }
-  }
-}
-
-TEST(ErrorDiffusion, FailsCleanlyWithoutMemory) {
-  const TestDib page = TestDib::Random(24, 33, 17, 1);
-  for (const Operation& operation : kOperations) {
-    for (const int bits : {1, 4, 8}) {
-      const auto run = [&](HGLOBAL dib) { return operation.dither(dib, bits); };
-      ExpectEveryFault(host::Fault::kAllocation, page, ErrNoMemory, run);
-      const auto outcomes = RunWithFaults(host::Fault::kLock, page, run);
-      for (const FaultOutcome& outcome : outcomes) {
-        const bool through = &outcome == &outcomes.back();
-        const int error = through ? ErrSuccess : outcome.n == 1 ? operation.cannotLock : ErrNoMemory;
-        EXPECT_EQ(error, outcome.error) << outcome;
-        EXPECT_EQ(!through, outcome.failed) << outcome;
-        EXPECT_EQ(0u, outcome.leakedBlocks + outcome.locks) << outcome;
-      }
-    }
-  }
 }
 
 }  // namespace

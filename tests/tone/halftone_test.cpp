@@ -1,11 +1,6 @@
-#include "tests/reference/halftone.h"
-
 #include <gtest/gtest.h>
 #include <rastrel.h>
 
-#include <climits>
-
-#include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
 #include "tests/tone/tone_pages.h"
 
@@ -18,33 +13,6 @@ constexpr uint16_t kThreshold = 0, kDiffusion = 1, kOrdered = 2;
 
 PixelRows Halftoned(const TestDib& page, uint16_t method, int brightness) {
   return StoredRows(TestDib(Halftone(page.handle(), method, brightness, nullptr)));
-}
-
-TEST(Halftone, EqualsThePlainVersion) {
-  unsigned seed = 0;
-  SetRastrelError(kErrorBefore);
-  for (const int bits : {4, 8, 24}) {
-    for (const int width : {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 32, 33, 47, 65, 129}) {
-      for (const int height : {1, 2, 3, 16, 17, 35}) {
-        for (const uint16_t method : {kThreshold, kDiffusion, kOrdered}) {
-          for (const int brightness : {0, 20, -35, 255, -300, INT_MAX, INT_MIN}) {
-            const TestDib page(TonePage(bits, width, height, ++seed));
-            SCOPED_TRACE(::testing::Message() << bits << " bits, " << width << " x " << height << ", method "
-                                              << method << ", " << brightness << ", seed " << seed);
-            const Bytes expected = Rounded(reference::Halftone(page.block(), method, brightness));
-            uint16_t error = 99;
-            ASSERT_EQ(expected, TestDib(Halftone(page.handle(), method, brightness, &error)).block());
-            ASSERT_EQ(99, error);
-            ASSERT_TRUE(page.Unchanged());
-          }
-        }
-      }
-    }
-  }
-  const TestDib wide(TonePage(8, 40001, 2, 1));
-  EXPECT_EQ(Rounded(reference::Halftone(wide.block(), kDiffusion, 0)),
-            TestDib(Halftone(wide.handle(), kDiffusion, 0, nullptr)).block());
-  EXPECT_EQ(kErrorBefore, RastrelError());
 }
 
 TEST(Halftone, ThresholdIsAbove128) {
@@ -108,57 +76,6 @@ TEST(Halftone, KeptTrueColourComesOutInTheFirstThird) {
   for (size_t y = 2; y < 6; ++y) expected[y] = {1, 1, 1, 1};
   for (size_t y = 0; y < 2; ++y) expected[y] = {1, 1, 1, 1};
   EXPECT_EQ(expected, Halftoned(page, kThreshold, 129));
-}
-
-TEST(Halftone, RefusesThroughTheCallersVariable) {
-  const TestDib page = TestDib::Random(8, 9, 5, 1);
-  SetRastrelError(kErrorBefore);
-  const auto errorOf = [](HGLOBAL dib, uint16_t method) {
-    uint16_t error = 99;
-    EXPECT_EQ(nullptr, Halftone(dib, method, 0, nullptr));
-    EXPECT_EQ(nullptr, Halftone(dib, method, 0, &error));
-    return error;
-  };
-  EXPECT_EQ(ErrParameter, errorOf(nullptr, kThreshold));
-  EXPECT_EQ(ErrParameter, errorOf(page.handle(), 3));
-  EXPECT_EQ(ErrParameter, errorOf(page.handle(), 0xFFFF));
-  EXPECT_EQ(ErrNoMemory, errorOf(reinterpret_cast<HGLOBAL>(uintptr_t{0x1234567}), kThreshold));
-  for (const int depth : {4, 8, 24}) {
-    for (const Bytes& block : LyingBlocks(depth)) {
-      const TestDib lying(block);
-      for (const uint16_t method : {kThreshold, kDiffusion, kOrdered}) {
-        EXPECT_EQ(ErrDIBSize, errorOf(lying.handle(), method));
-      }
-      EXPECT_TRUE(lying.Unchanged());
-    }
-  }
-  EXPECT_EQ(kErrorBefore, RastrelError());
-  EXPECT_TRUE(page.Unchanged());
-}
-
-TEST(Halftone, KeptLeavesALockOnPagesOfOtherDepths) {
-  for (const int depth : {0, 1, 16, 32}) {
-    BITMAPINFOHEADER header = MakeHeader(depth, -3, 2);
-    const TestDib page(Bytes(reinterpret_cast<uint8_t*>(&header), reinterpret_cast<uint8_t*>(&header + 1)));
-    uint16_t error = 99;
-    EXPECT_EQ(nullptr, Halftone(page.handle(), kThreshold, 0, &error));
-    EXPECT_EQ(ErrParameter, error);
-    EXPECT_EQ(1u, GlobalFlags(page.handle()) & GMEM_LOCKCOUNT);
-  }
-}
-
-TEST(Halftone, FailsCleanlyWithoutMemory) {
-  const TestDib page = TestDib::Random(24, 33, 17, 1);
-  for (const uint16_t method : {kThreshold, kDiffusion, kOrdered}) {
-    for (const host::Fault fault : {host::Fault::kAllocation, host::Fault::kLock}) {
-      ExpectEveryFault(fault, page, kErrorBefore, [method](HGLOBAL dib) {
-        uint16_t error = 0;
-        HGLOBAL result = Halftone(dib, method, 0, &error);
-        EXPECT_EQ(result == nullptr ? ErrNoMemory : 0, error);
-        return result;
-      });
-    }
-  }
 }
 
 }  // namespace

@@ -10,11 +10,6 @@
 
 namespace rastrel::testing {
 
-// A block with random padding and a few bytes of slack. By the seed, pixels are random, or long runs of black
-// and white between some greys (where errors are 0 and cells keep what they hold); the colour table is a
-// grey ramp, random, or shorter than the indices reach.
-Bytes TonePage(int bits, int width, int height, unsigned seed);
-
 // A page of 8 bits, greys as given: rows as stored, the first one at the bottom.
 TestDib GreyPage(const std::vector<std::vector<int>>& storedRows);
 
