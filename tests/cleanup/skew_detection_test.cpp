@@ -26,60 +26,6 @@ TEST(DetectSkewAngle, FindsHowFarALineRises) {
   }
 }
 
-TEST(DetectSkewAngle, TakesForegroundByDepthAndPolarity) {
-  const std::vector<RGBQUAD> whiteFirst = {{255, 255, 255, 0}, {0, 0, 0, 0}};
-  const std::vector<RGBQUAD> almostBlack = {{0, 1, 0, 0}, {255, 255, 255, 0}};
-  struct Case {
-    int bits;
-    std::vector<RGBQUAD> table;
-    Pixel ground, ink;
-    int dark;
-    int expected;
-  };
-  for (const Case& c :
-       {Case{1, {}, 1, 0, 1, 3}, Case{1, {}, 0, 1, 0, 3}, Case{1, whiteFirst, 0, 1, 1, 3},
-        // Entry 0 is black or it is not; entry 1 says nothing.
-        Case{1, almostBlack, 0, 1, 1, 3}, Case{1, almostBlack, 1, 0, 0, 3}, Case{8, {}, 255, 127, 1, 3},
-        Case{8, {}, 0, 129, 0, 3},
-        // A tone of 128 is neither dark nor light.
-        Case{8, {}, 255, 128, 1, 0}, Case{8, {}, 0, 128, 0, 0}, Case{24, {}, 0xFFFFFF, 0x80807F, 1, 3},
-        Case{24, {}, 0xFFFFFF, 0x808080, 1, 0}, Case{24, {}, 0x000000, 0x818181, 0, 3},
-        Case{24, {}, 0x000000, 0x828180, 0, 3}, Case{24, {}, 0x000000, 0x828080, 0, 0}}) {
-    SCOPED_TRACE(::testing::Message() << c.bits << " bits, ink " << c.ink << ", dark " << c.dark);
-    TestDib page(MakeHeader(c.bits, 450, 450), c.table);
-    page.Fill(0, 0, 450, 450, c.ground);
-    page.DrawRule(3, c.ink);
-    EXPECT_EQ(c.expected, DetectSkewAngle(page.handle(), c.dark, 0, nullptr));
-  }
-}
-
-TEST(DetectSkewAngle, FindsTheRowsBehindAHeaderOfAnySize) {
-  // With another size than 40 the colour count of a header is not looked at.
-  const TestDib page = TestDib::Ruled(24, 4).With([](BITMAPINFOHEADER& header) {
-    header.biSize = 108;
-    header.biClrUsed = 500;
-  });
-  EXPECT_EQ(4, DetectSkewAngle(page.handle(), 1, 0, nullptr));
-}
-
-TEST(DetectSkewAngle, WipesWhatTouchesTheTopOrBottomEdgeAcrossThreeGaps) {
-  // A rule rising 3 degrees; each column is black from an edge down to `gaps` light cells before the rule.
-  for (const int gaps : {3, 4}) {
-    for (const bool fromTop : {true, false}) {
-      SCOPED_TRACE(::testing::Message() << gaps << " gaps, from the top " << fromTop);
-      TestDib page = White(400, 400);
-      for (int x = 0; x < 400; ++x) {
-        const int y = 200 - static_cast<int>(std::lround((x - 200) * 0.0524));
-        page.Fill(x, y, 1, 2, 0);
-        if (fromTop) page.Fill(x, 0, 1, y - gaps, 0);
-        if (!fromTop) page.Fill(x, y + 2 + gaps, 1, 400 - (y + 2 + gaps), 0);
-      }
-      EXPECT_EQ(gaps == 3 ? 0 : 3, DetectDark(page));
-    }
-  }
-  EXPECT_EQ(0, DetectDark(TestDib(MakeHeader(1, 400, 400))));
-}
-
 TEST(DetectSkewAngle, KeptWrapsTheDiagonalAt32Bits) {
   // 46300 squared fits 31 bits, 46341 squared does not.
   for (const int width : {46300, 46341}) {

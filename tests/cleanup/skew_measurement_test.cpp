@@ -3,7 +3,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <random>
 
 #include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
@@ -167,68 +166,6 @@ TEST(MeasureSkew, ReadsColoursFromTheTable) {
     EXPECT_EQ(0, none.hasStructure) << bits;
     EXPECT_EQ(0, none.angle) << bits;
   }
-}
-
-TEST(MeasureSkew, IsNotMisledByWhatIsNotText) {
-  const Print print(1200, 1500, 150, 1.7);
-  const auto expect = [&print](auto isMark) {
-    for (const int bits : {1, 8})
-      ExpectAngle(1.7, Measured(Paint(bits, 1200, 1500, 150,
-                                      [&](double x, double y) { return print(x, y) || isMark(x, y); })));
-  };
-  const auto in = [](double value, double from, double to) { return from <= value && value < to; };
-  expect([&](double x, double y) { return x < 60 || x > 1150 || y < 40 || y > 1440; });
-  expect([&](double x, double y) { return std::hypot(x - 60, std::abs(y - 750) - 300) < 20; });
-  // A picture of dots that stand in straight rows, and one in rough stripes.
-  expect([&](double x, double y) {
-    return in(x, 300, 800) && in(y, 500, 1000) && (static_cast<int>(x) + static_cast<int>(y)) % 4 < 2 &&
-           static_cast<int>(y) % 4 < 3;
-  });
-  expect([&](double x, double y) {
-    return in(x, 300, 800) && in(y, 500, 900) && std::sin(x / 19 + y / 7) > -0.3;
-  });
-  expect([&](double x, double) { return in(x, 500, 504); });
-  std::mt19937 random(3);
-  expect([&](double, double) { return random() % 60 == 0; });
-}
-
-TEST(MeasureSkew, SaysWhenAPageDoesNotTell) {
-  std::mt19937 random(1);
-  const auto expectNone = [](const TestDib& page) {
-    const SkewResult result = Measured(page);
-    EXPECT_LT(result.confidence, 0.3);
-    EXPECT_TRUE(result.hasStructure == 1 || result.angle == 0);
-  };
-  for (const int bits : {1, 8}) {
-    for (const auto& [width, height] :
-         {std::pair{1, 1}, {1, 900}, {900, 1}, {127, 31}, {128, 32}, {900, 1200}}) {
-      SCOPED_TRACE(::testing::Message() << bits << " bits, " << width << " x " << height);
-      expectNone(Paint(bits, width, height, 100, [](double, double) { return false; }));
-      expectNone(Paint(bits, width, height, 100, [](double, double) { return true; }));
-      for (const unsigned oneIn : {2u, 9u, 200u, 30000u})
-        expectNone(Paint(bits, width, height, 100, [&](double, double) { return random() % oneIn == 0; }));
-    }
-    expectNone(Paint(bits, 900, 1200, 100,
-                     [](double x, double y) { return std::sin(x / 50) * std::sin(y / 70) > 0.2; }));
-    expectNone(
-        Paint(bits, 900, 1200, 100, [](double x, double y) { return x + 40 * std::sin(y / 90) > 500; }));
-  }
-  for (const int bits : {1, 4, 8, 24}) expectNone(TestDib::Random(bits, 700, 900, 5));
-}
-
-// Soft lights and shades, with some wires across that have a slope of their own.
-TEST(MeasureSkew, DoesNotTakeAPhotographForPrint) {
-  constexpr int kWidth = 800, kHeight = 1000;
-  TestDib page(MakeHeader(8, kWidth, kHeight));
-  Bytes block = page.block();
-  for (int y = 0; y < kHeight; ++y) {
-    for (int x = 0; x < kWidth; ++x) {
-      const double tone = 130 + 70 * std::sin(x / 60.0) * std::sin(y / 90.0);
-      const bool isWire = std::fmod(y + x * 0.1 + 300, 230) < 6;
-      block[40 + 1024 + static_cast<size_t>(y * kWidth + x)] = static_cast<uint8_t>(isWire ? 30 : tone);
-    }
-  }
-  EXPECT_LT(Measured(TestDib(block)).confidence, 0.5);
 }
 
 }  // namespace

@@ -37,5 +37,15 @@ TEST(ExpandCompressedDIB, DrawsRunsLiteralsAndMoves) {
   }
 }
 
+TEST(Convert8to24, LooksEveryByteUp) {
+  BITMAPINFOHEADER header = MakeHeader(8, 3, 1);
+  header.biClrUsed = 2;
+  TestDib page(header, {{1, 2, 3, 9}, {4, 5, 6, 9}});
+  page.Set(1, 0, 1);
+  const TestDib result(Convert8to24(page.handle()));
+  EXPECT_EQ((std::vector<Pixel>{0x030201, 0x060504, 0x030201}), result.Pixels());
+  EXPECT_EQ(0u, result.header().biClrUsed);
+}
+
 }  // namespace
 }  // namespace rastrel::testing

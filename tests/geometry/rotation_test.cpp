@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
 #include <rastrel.h>
 
-#include <limits>
-
-#include "tests/support/faults.h"
 #include "tests/support/test_dib.h"
 
 namespace rastrel::testing {
@@ -37,54 +34,6 @@ TEST(RotateDIB, TurnsAnOddPageCounterClockwiseAndKeepsEveryPixel) {
 TEST(RotateDIB, KeptLosesALineOfEvenPagesAtHalfATurn) {
   const TestDib page = Numbered(2, 2);  // 1 2, 3 4: the column left of 1 and the row above 2 are not there
   EXPECT_EQ((std::vector<Pixel>{0, 2, 0, 0}), TestDib(RotateDIB180(page.handle())).Pixels());
-}
-
-TEST(RotateDIB, GivesBackAnEvenPageAtNoAngle) {
-  for (const int bits : {1, 4, 8, 24}) {
-    const TestDib page = TestDib::Random(bits, 514, 300, 1);
-    EXPECT_EQ(page.Pixels(), TestDib(RotateDIB(page.handle(), 0)).Pixels()) << bits << " bits";
-  }
-}
-
-TEST(RotateDIB, SizesTheResultForTheWholePage) {
-  struct Case {
-    int width, height;
-    double angle;
-    int newWidth, newHeight;
-  };
-  // Half sizes are rounded: 50 * sqrt(2) = 70.7 to 71, 0.707 to 1.
-  for (const Case& c : {Case{101, 51, 90, 52, 102}, Case{1, 1, 45, 2, 2}, Case{200, 100, -30, 224, 186},
-                        Case{5, 1, 0, 6, 2}, Case{100, 100, 45, 142, 142}}) {
-    const TestDib turned(RotateDIB(TestDib::Plain(MakeHeader(1, c.width, c.height), 1).handle(), c.angle));
-    EXPECT_EQ(c.newWidth, turned.width()) << c.width << " at " << c.angle;
-    EXPECT_EQ(c.newHeight, turned.height()) << c.width << " at " << c.angle;
-    if (c.width != 100) continue;
-    for (const int x : {0, 141}) EXPECT_EQ(0u, turned.At(x, 0) | turned.At(x, 141));
-    EXPECT_EQ(1u, turned.At(70, 70));
-  }
-}
-
-TEST(RotateDIB, TurnsResolutionsWithThePage) {
-  struct Case {
-    double angle;
-    int x, y;
-    int newX, newY;
-  };
-  constexpr int kMost = std::numeric_limits<int>::max();
-  // By half a right angle both axes mix evenly: 2 / (1 / 3000 + 1 / 6000). Opposite signs cancel to more than
-  // fits.
-  for (const Case& c :
-       {Case{0, 3000, 6000, 3000, 6000}, Case{90, 3000, 6000, 6000, 3000}, Case{270, 3000, 6000, 6000, 3000},
-        Case{315, 3000, 6000, 4000, 4000}, Case{0, 0, 6000, 0, 0}, Case{30, 0, 0, 0, 0},
-        Case{0, kMost, -5, kMost, -4}, Case{-1e-20, 3000, 1, 3000, 1}, Case{315, kMost, -kMost, 0, 0}}) {
-    BITMAPINFOHEADER header = MakeHeader(1, 40, 40);
-    header.biXPelsPerMeter = c.x;
-    header.biYPelsPerMeter = c.y;
-    const TestDib page(header);
-    const TestDib turned(RotateDIB(page.handle(), c.angle));
-    EXPECT_EQ(c.newX, turned.header().biXPelsPerMeter) << c.x << " at " << c.angle;
-    EXPECT_EQ(c.newY, turned.header().biYPelsPerMeter) << c.y << " at " << c.angle;
-  }
 }
 
 TEST(LongOperations, ShowTheWaitCursor) {
