@@ -53,14 +53,15 @@ uint64_t BitsOfBytes(const uint8_t* flags) {
   return bytes * kGather >> 56;
 }
 
-// The pixels that are as dark as their threshold or darker.
-void MarkDark(const uint8_t* row, const uint8_t* thresholds, uint8_t* flags, int width, uint64_t* bits) {
-  for (int x = 0; x < width; ++x) flags[x] = row[x] <= thresholds[x] ? 1 : 0;
-  const int words = (width + 63) / 64;
-  std::fill(flags + width, flags + words * 64, uint8_t{0});
-  for (int word = 0; word < words; ++word) {
+// The pixels that are as dark as their threshold or darker. `flags` is room for a byte a pixel, in whole
+// words.
+void MarkDark(const uint8_t* row, const uint8_t* thresholds, std::span<uint8_t> flags, int width,
+              uint64_t* bits) {
+  uint8_t* flag = flags.data();
+  for (int x = 0; x < width; ++x) flag[x] = row[x] <= thresholds[x] ? 1 : 0;
+  for (size_t word = 0; word < flags.size() / 64; ++word) {
     uint64_t value = 0;
-    for (int i = 0; i < 8; ++i) value = value << 8 | BitsOfBytes(flags + word * 64 + i * 8);
+    for (size_t i = 0; i < 8; ++i) value = value << 8 | BitsOfBytes(flag + word * 64 + i * 8);
     bits[word] = value;
   }
 }
@@ -68,10 +69,10 @@ void MarkDark(const uint8_t* row, const uint8_t* thresholds, uint8_t* flags, int
 BitPlane DarkerThan(const BytePlane& grey, const PaperMap& paper, const BytePlane& thresholds) {
   BitPlane mask(grey.width(), grey.height());
   std::vector<uint8_t> row(static_cast<size_t>(grey.width()));
-  std::vector<uint8_t> flags(mask.wordsPerRow() * 64);
+  std::vector<uint8_t> flags(mask.wordsPerRow() * 64);  // those beyond the width stay 0
   for (int y = 0; y < grey.height(); ++y) {
     paper.SpreadRow(thresholds, y, row);
-    MarkDark(grey.Row(y), row.data(), flags.data(), grey.width(), mask.Row(y));
+    MarkDark(grey.Row(y), row.data(), flags, grey.width(), mask.Row(y));
   }
   return mask;
 }

@@ -104,25 +104,31 @@ BytePlane Closed(BytePlane bright, int reach) {
   return bright;
 }
 
-// Sums over the cells up to `reach` away.
+// Sums over the cells up to `reach` away: running sums, along the rows and then of whole rows.
 Grid SumAround(const Grid& grid, int reach) {
-  const auto alongLine = [reach](const std::vector<int>& from, std::vector<int>& to, size_t start,
-                                 size_t step, int count) {
+  Grid across(grid.columns, grid.rows), around(grid.columns, grid.rows);
+  for (int r = 0; r < grid.rows; ++r) {
+    const int* from = &grid.cells[static_cast<size_t>(r) * static_cast<size_t>(grid.columns)];
+    int* to = &across.At(0, r);
     int sum = 0;
-    for (int i = 0; i < std::min(reach, count); ++i) sum += from[start + step * static_cast<size_t>(i)];
-    for (int i = 0; i < count; ++i) {
-      if (i + reach < count) sum += from[start + step * static_cast<size_t>(i + reach)];
-      to[start + step * static_cast<size_t>(i)] = sum;
-      if (i >= reach) sum -= from[start + step * static_cast<size_t>(i - reach)];
+    for (int c = 0; c < std::min(reach, grid.columns); ++c) sum += from[c];
+    for (int c = 0; c < grid.columns; ++c) {
+      if (c + reach < grid.columns) sum += from[c + reach];
+      to[c] = sum;
+      if (c >= reach) sum -= from[c - reach];
     }
+  }
+  std::vector<int> sums(static_cast<size_t>(grid.columns));
+  const auto add = [&](int row, int sign) {
+    const int* from = &across.At(0, row);
+    for (int c = 0; c < grid.columns; ++c) sums[static_cast<size_t>(c)] += sign * from[c];
   };
-  Grid across = grid;
-  Grid around = grid;
-  const auto columns = static_cast<size_t>(grid.columns);
-  for (int r = 0; r < grid.rows; ++r)
-    alongLine(grid.cells, across.cells, static_cast<size_t>(r) * columns, 1, grid.columns);
-  for (int c = 0; c < grid.columns; ++c)
-    alongLine(across.cells, around.cells, static_cast<size_t>(c), columns, grid.rows);
+  for (int r = 0; r < std::min(reach, grid.rows); ++r) add(r, 1);
+  for (int r = 0; r < grid.rows; ++r) {
+    if (r + reach < grid.rows) add(r + reach, 1);
+    std::copy(sums.begin(), sums.end(), &around.At(0, r));
+    if (r >= reach) add(r - reach, -1);
+  }
   return around;
 }
 
@@ -246,17 +252,69 @@ Grid Smoothed(const Grid& grid) {
   return smooth;
 }
 
-// Between two neighbouring cells the map runs straight from middle to middle. Along a row: the place of pixel
-// x in units of 1 / (2 cell), its left cell, and the share of the right one, of 2 cell.
+// Between two neighbouring cells the map runs straight from middle to middle. Where a pixel lies: the two
+// cells, and the share of the second in parts of 2 cell(), as pixels lie half a step off the middles.
 struct Between {
-  int first, second;  // cells
-  int share;          // of the second, of 2 cell
+  int first, second;
+  int share;
 };
 Between CellsAround(int pixel, int cellShift, int cellCount) {
-  const int unit = 2 << cellShift;
-  const int place = 2 * pixel + 1 + unit / 2;  // from the middle of the cell before the first
-  const int right = place / unit;
-  return {std::max(right - 1, 0), std::min(right, cellCount - 1), place % unit};
+  const int parts = 2 << cellShift;
+  const int place = 2 * pixel + 1 + parts / 2;  // from the middle of the cell before the first
+  const int second = place / parts;
+  return {std::max(second - 1, 0), std::min(second, cellCount - 1), place % parts};
+}
+
+// Between an upper and a lower cell, with as many bits after the point as leave room for the parts across:
+// the sums over both directions fill 16 bits, the upper eight of them whole levels.
+int BetweenRows(int upper, int lower, int share, int cellShift) {
+  const int parts = 2 << cellShift;
+  const int pointBits = 7 - cellShift;
+  return ((upper * (parts - share) + lower * share) << pointBits) >> (cellShift + 1);
+}
+
+constexpr int kHalfLevel = 128;  // of 256 parts: what is rounded
+
+// 0, 1, 2 ...: the pixels of a stretch, as a table, so that compilers take all of them at once.
+template <int Side>
+struct Numbers {
+  constexpr Numbers() {
+    for (int i = 0; i < Side; ++i) of[i] = static_cast<uint16_t>(i);
+  }
+  uint16_t of[Side] = {};
+};
+
+// The pixels from the middle of one cell to the middle of the next. Inlined, GCC takes the loops apart before
+// it sees that all pixels go at once.
+template <int Side>
+[[gnu::noinline]] void SpreadStretch(uint16_t start, uint16_t step, uint8_t* __restrict row) {
+  static constexpr Numbers<Side> kNumbers;
+  uint16_t sums[Side];
+  for (int i = 0; i < Side; ++i) sums[i] = static_cast<uint16_t>(start + kNumbers.of[i] * step);
+  for (int i = 0; i < Side; ++i) row[i] = static_cast<uint8_t>(sums[i] >> 8);
+}
+
+// `values` are BetweenRows of one row of cells, the first and the last twice.
+template <int Side>
+void SpreadValues(std::span<const int> values, std::span<uint8_t> row) {
+  // The first stretch begins half a cell before the page, and the last may end beyond it.
+  std::array<uint8_t, Side> stretch;
+  const auto begin = [](size_t i) { return static_cast<ptrdiff_t>(i * Side) - Side / 2; };
+  for (size_t i = 0; i + 1 < values.size(); ++i) {
+    const int climb = values[i + 1] - values[i];
+    const auto start = static_cast<uint16_t>(values[i] * 2 * Side + climb + kHalfLevel);
+    const auto step = static_cast<uint16_t>(2 * climb);
+    if (begin(i) >= 0 && begin(i) + Side <= static_cast<ptrdiff_t>(row.size())) {
+      SpreadStretch<Side>(start, step, row.data() + begin(i));
+      continue;
+    }
+    SpreadStretch<Side>(start, step, stretch.data());
+    for (ptrdiff_t j = 0; j < Side; ++j) {
+      const ptrdiff_t x = begin(i) + j;
+      if (x >= 0 && x < static_cast<ptrdiff_t>(row.size()))
+        row[static_cast<size_t>(x)] = stretch[static_cast<size_t>(j)];
+    }
+  }
 }
 
 }  // namespace
@@ -264,40 +322,37 @@ Between CellsAround(int pixel, int cellShift, int cellCount) {
 uint8_t PaperMap::BrightnessAt(int x, int y) const {
   const Between across = CellsAround(x, cellShift_, columns());
   const Between down = CellsAround(y, cellShift_, rows());
-  const int unit = 2 << cellShift_;
   const auto atColumn = [&](int c) {
-    return brightness_.Row(down.first)[c] * (unit - down.share) +
-           brightness_.Row(down.second)[c] * down.share;
+    return BetweenRows(brightness_.Row(down.first)[c], brightness_.Row(down.second)[c], down.share,
+                       cellShift_);
   };
-  const int sum = atColumn(across.first) * (unit - across.share) + atColumn(across.second) * across.share;
-  return static_cast<uint8_t>((sum + unit * unit / 2) >> (2 * cellShift_ + 2));
+  const int parts = 2 << cellShift_;
+  const int sum = atColumn(across.first) * (parts - across.share) + atColumn(across.second) * across.share;
+  return static_cast<uint8_t>((sum + kHalfLevel) >> 8);
 }
 
 void PaperMap::BrightnessRow(int y, std::span<uint8_t> row) const { SpreadRow(brightness_, y, row); }
 
 void PaperMap::SpreadRow(const BytePlane& cells, int y, std::span<uint8_t> row) const {
   const Between down = CellsAround(y, cellShift_, rows());
-  const int unit = 2 << cellShift_;
-  const int shift = 2 * cellShift_ + 2;
-  const int half = unit * unit / 2;
   const uint8_t* upper = cells.Row(down.first);
   const uint8_t* lower = cells.Row(down.second);
-  const auto atColumn = [&](int c) { return upper[c] * (unit - down.share) + lower[c] * down.share; };
-
-  // Stretches from one middle of a cell to the next; within one the value climbs by the same step each pixel.
-  const int pixels = static_cast<int>(std::min<size_t>(row.size(), static_cast<size_t>(width_)));
-  const int side = 1 << cellShift_;
-  for (int stretch = 0; stretch <= columns(); ++stretch) {
-    const int left = atColumn(std::max(stretch - 1, 0));
-    const int right = atColumn(std::min(stretch, columns() - 1));
-    const int start = stretch * side - side / 2;
-    const int step = 2 * (right - left);
-    const int begin = std::max(start, 0);
-    const int end = std::min(start + side, pixels);
-    int sum = left * unit + (right - left) * (2 * (begin - start) + 1) +
-              half;  // pixels are half a step off the middle
-    uint8_t* out = row.data();
-    for (int x = begin; x < end; ++x, sum += step) out[x] = static_cast<uint8_t>(sum >> shift);
+  std::vector<int> values(static_cast<size_t>(columns()) + 2);
+  for (int c = 0; c < columns(); ++c) {
+    values[static_cast<size_t>(c) + 1] = BetweenRows(upper[c], lower[c], down.share, cellShift_);
+  }
+  values.front() = values[1];
+  values.back() = values[static_cast<size_t>(columns())];
+  row = row.first(std::min(row.size(), static_cast<size_t>(width_)));
+  switch (cellShift_) {
+    case 1:
+      return SpreadValues<2>(values, row);
+    case 2:
+      return SpreadValues<4>(values, row);
+    case 3:
+      return SpreadValues<8>(values, row);
+    default:
+      return SpreadValues<16>(values, row);
   }
 }
 
