@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -14,18 +15,27 @@ namespace {
 
 constexpr int kShareUnit = 256;  // darkness of a pixel below its paper: 0 as bright as the paper, 256 black
 
-// How often each darkness occurs, on a sample of the page's rows.
-using Darknesses = std::array<int64_t, kShareUnit>;
+// How often each darkness occurs, and each difference from the paper to either side, on a sample of the
+// page's rows.
+struct Sample {
+  std::array<int64_t, kShareUnit> darknesses{};
+  std::array<int64_t, kShareUnit> differences{};
+};
 
 // A stroke is ink if it gets this much darker somewhere than what parts ink from paper, in percent:
 // show-through and the grain of dark paper are even, and stay under it.
 constexpr int kSeedPercent = 130;
+constexpr int kLeastInk = 10;  // of kShareUnit, 4 %: paler than the palest pencil
+// The median difference of pixels from their paper is the grain. Where ink and paper are parted at less than
+// kGrainOfBlank times of it, there are not two classes, and only what stands out of the grain is ink.
+constexpr int kGrainOfBlank = 3;
+constexpr int kAboveGrain = 6;     // six medians are four times the spread of even grain
 constexpr int kSampledRows = 256;  // enough for a histogram; spread over the page
 
-Darknesses CountDarknesses(const BytePlane& grey, const PaperMap& paper) {
+Sample TakeSample(const BytePlane& grey, const PaperMap& paper) {
   std::array<uint32_t, 256> reciprocal{};
   for (uint32_t i = 1; i < 256; ++i) reciprocal[i] = (kShareUnit * 65536 + i - 1) / i;
-  Darknesses counts{};
+  Sample sample;
   std::vector<uint8_t> ground(static_cast<size_t>(grey.width()));
   const int step = std::max(grey.height() / kSampledRows, 1);
   for (int y = step / 2; y < grey.height(); y += step) {
@@ -34,13 +44,32 @@ Darknesses CountDarknesses(const BytePlane& grey, const PaperMap& paper) {
     const uint8_t* confidence = paper.confidence().Row(y / paper.cell());
     for (int x = 0; x < grey.width(); ++x) {
       if (confidence[x / paper.cell()] == PaperMap::kNotPaper) continue;
-      const uint8_t bright = ground[static_cast<size_t>(x)];
-      const int darkness =
-          bright > row[x] ? static_cast<int>((bright - row[x]) * reciprocal[bright] >> 16) : 0;
-      ++counts[static_cast<size_t>(std::min(darkness, kShareUnit - 1))];
+      const int bright = ground[static_cast<size_t>(x)];
+      const int difference = bright - row[x];
+      const auto share =
+          static_cast<size_t>(std::abs(difference) * reciprocal[static_cast<size_t>(bright)] >> 16);
+      const size_t bounded = std::min<size_t>(share, kShareUnit - 1);
+      ++sample.differences[bounded];
+      ++sample.darknesses[difference > 0 ? bounded : 0];
     }
   }
-  return counts;
+  return sample;
+}
+
+int MedianOf(const std::array<int64_t, kShareUnit>& counts) {
+  int64_t total = 0, below = 0;
+  for (const int64_t count : counts) total += count;
+  int median = 0;
+  while (median < kShareUnit - 1 && (below += counts[static_cast<size_t>(median)]) * 2 < total) ++median;
+  return median;
+}
+
+// From which darkness on a pixel can be ink.
+int LeastDarkness(const Sample& sample) {
+  const int parting = PartingValue(sample.darknesses);
+  const int grain = std::max(MedianOf(sample.differences), 1);
+  // Of a blank page the grain itself is parted in two, near its middle.
+  return std::max({parting, kLeastInk, parting < grain * kGrainOfBlank ? grain * kAboveGrain : 0});
 }
 
 // Eight bytes of 0 or 1 as eight bits, the first in the highest: the factor moves byte i to bit 63 - i of the
@@ -89,7 +118,7 @@ BytePlane ThresholdMap(const PaperMap& paper, int darkness) {
 
 BitPlane FindInk(const BytePlane& grey, const PaperMap& paper) {
   if (grey.isEmpty() || paper.isEmpty()) return BitPlane(grey.width(), grey.height());
-  const int parting = PartingValue(CountDarknesses(grey, paper));
+  const int parting = LeastDarkness(TakeSample(grey, paper));
   const int seed = std::min(parting * kSeedPercent / 100, kShareUnit - 1);
   const BitPlane all = DarkerThan(grey, paper, ThresholdMap(paper, parting));
   BitPlane ink = DarkerThan(grey, paper, ThresholdMap(paper, seed));

@@ -2,6 +2,7 @@
 #ifndef RASTREL_PAGES_PARTING_H
 #define RASTREL_PAGES_PARTING_H
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
