@@ -9,6 +9,7 @@
 #include "cleanup/punched_page.h"
 #include "frame/dib.h"
 #include "frame/rastrel.h"
+#include "pixels/words.h"
 
 namespace rastrel {
 namespace {
@@ -138,7 +139,7 @@ bool MarkDarkCells(PunchedPage& page, const StripMap& map) {
                        [&map](int left, int top, const uint64_t* square, uint64_t /*any*/) {
                          uint64_t* to = map.Low(left / 64) + top;
                          const int count = std::min(64, map.height() - top);
-                         for (int i = 0; i < count; ++i) to[i] = __builtin_bswap64(square[i]);
+                         for (int i = 0; i < count; ++i) to[i] = SwapLeftFirst(square[i]);
                        });
 }
 

@@ -9,7 +9,7 @@
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
 #include "pixels/bit_rows.h"
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
 
 namespace rastrel {
 namespace {
@@ -65,8 +65,8 @@ template <class Size>
   for (int x = 0; x < kCountedColumns; ++x) counts[x] += counters[x % 8][x / 8];
 }
 
-RASTREL_ALSO_AVX2 void CountColumns(const uint8_t* first, size_t stride, int rows, size_t bytes,
-                                    uint32_t counts[kCountedColumns]) {
+void CountColumns(const uint8_t* first, size_t stride, int rows, size_t bytes,
+                  uint32_t counts[kCountedColumns]) {
   std::fill_n(counts, kCountedColumns, 0u);
   for (int y = 0; y < rows; y += kCounterMax) {
     const uint8_t* row = first + static_cast<size_t>(y) * stride;
@@ -80,7 +80,7 @@ RASTREL_ALSO_AVX2 void CountColumns(const uint8_t* first, size_t stride, int row
 }
 
 // Counts the 1 bits among bits begin .. end - 1 of a row. There is one.
-RASTREL_ALSO_AVX2 int64_t CountBits(const uint8_t* row, int64_t begin, int64_t end) {
+int64_t CountBits(const uint8_t* row, int64_t begin, int64_t end) {
   const auto first = static_cast<size_t>(begin / 8);
   const auto last = static_cast<size_t>((end - 1) / 8);
   int64_t count =
@@ -109,7 +109,7 @@ class SheetPixels {
     return isZero_ ? height_ - ones : ones;
   }
   int64_t InRow(int64_t row, int64_t left, int64_t right) const {
-    const int64_t ones = CountBits(rows_.StoredRow(static_cast<int>(row)), left, right);
+    const int64_t ones = Widest<CountBits>(rows_.StoredRow(static_cast<int>(row)), left, right);
     return isZero_ ? right - left - ones : ones;
   }
 
@@ -117,7 +117,7 @@ class SheetPixels {
   void Count(size_t byte) {
     const size_t bytes = std::min<size_t>(kCountedBytes, rows_.stride);
     firstByte_ = std::min(byte / kCountedBytes * kCountedBytes, rows_.stride - bytes);
-    CountColumns(rows_.StoredRow(bottom_) + firstByte_, rows_.stride, height_, bytes, counts_);
+    Widest<CountColumns>(rows_.StoredRow(bottom_) + firstByte_, rows_.stride, height_, bytes, counts_);
   }
 
   ConstRows rows_;

@@ -2,7 +2,8 @@
 
 #include <cstring>
 
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
+#include "pixels/words.h"
 
 namespace rastrel {
 namespace {
@@ -14,11 +15,7 @@ constexpr unsigned kMaxTone = 255;
 inline uint64_t PackFlags(const uint8_t flags[64]) {
   uint64_t word = 0;
   for (int i = 0; i < 64; i += 8) {
-    uint64_t eight;
-    std::memcpy(&eight, flags + i, sizeof(eight));
-    // The product moves flag k of the eight to bit 63 - k: each flag meets each bit of the factor at a place
-    // of its own.
-    word |= eight * 0x8040201008040201 >> 56 << i;
+    word |= uint64_t{GatherFlags(LoadWord(flags + i))} << i;
   }
   return word;
 }
@@ -56,8 +53,7 @@ void PackIndices(const uint8_t* row, const IndexSet& indices, int pixels, uint64
 }
 
 // Groups of three bytes vectorise for AVX2 only.
-RASTREL_ALSO_AVX2 void PackTrueColour(const uint8_t* row, uint16_t firstSum, uint16_t lastSum, int pixels,
-                                      uint64_t* words) {
+void PackTrueColour(const uint8_t* row, uint16_t firstSum, uint16_t lastSum, int pixels, uint64_t* words) {
   const auto span = static_cast<uint16_t>(lastSum - firstSum);
   PackPixels(pixels, words, [=](int x) {
     const int sum = row[3 * x] + row[3 * x + 1] + row[3 * x + 2];
@@ -100,7 +96,7 @@ void ForegroundTest::PackRow(const uint8_t* row, size_t stride, int column, int 
   const auto offset = static_cast<size_t>(static_cast<uint64_t>(column) * bits_ / 8);
   row += offset;
   if (bits_ == 1) return PackBits(row, stride - offset, flip_, pixels, words);
-  if (bits_ == 24) return PackTrueColour(row, firstSum_, lastSum_, pixels, words);
+  if (bits_ == 24) return Widest<PackTrueColour>(row, firstSum_, lastSum_, pixels, words);
   if (isRange_) return PackIndexRange(row, firstIndex_, lastIndex_, pixels, words);
   PackIndices(row, indices_, pixels, words);
 }

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
 
 namespace rastrel {
 namespace {
@@ -10,22 +10,20 @@ namespace {
 constexpr int kFinePhases = 4;
 constexpr int kCoarsePhases = 2;
 
-RASTREL_ALSO_AVX2 void AddFour(const uint8_t* __restrict a, const uint8_t* __restrict b,
-                               const uint8_t* __restrict c, const uint8_t* __restrict d, int rows,
-                               int16_t* __restrict sums) {
+void AddFour(const uint8_t* __restrict a, const uint8_t* __restrict b, const uint8_t* __restrict c,
+             const uint8_t* __restrict d, int rows, int16_t* __restrict sums) {
   for (int y = 0; y < rows; ++y) sums[y] = static_cast<int16_t>(sums[y] + (a[y] + b[y] + c[y] + d[y]));
 }
 
-RASTREL_ALSO_AVX2 void AddOne(const uint8_t* __restrict strip, int rows, int16_t* __restrict sums) {
+void AddOne(const uint8_t* __restrict strip, int rows, int16_t* __restrict sums) {
   for (int y = 0; y < rows; ++y) sums[y] = static_cast<int16_t>(sums[y] + strip[y]);
 }
 
-// What has clones must not be seen outside: the linker would export what picks one.
-RASTREL_ALSO_AVX2 void AddMore(const int16_t* __restrict other, int rows, int16_t* __restrict sums) {
+void AddMore(const int16_t* __restrict other, int rows, int16_t* __restrict sums) {
   for (int y = 0; y < rows; ++y) sums[y] = static_cast<int16_t>(sums[y] + other[y]);
 }
 
-RASTREL_ALSO_AVX2 double SquareDifferences(const int16_t* sums, int rows) {
+double SquareDifferences(const int16_t* sums, int rows) {
   int64_t sharpness = 0;
   for (int y = 2; y < rows; ++y) {
     const int difference = sums[y] - sums[y - 2];
@@ -36,8 +34,8 @@ RASTREL_ALSO_AVX2 double SquareDifferences(const int16_t* sums, int rows) {
 
 // Quadratic B-splines: values 3/8 and 1/8 of a cell above and below each cell. They blur by the same amount
 // at any place, or else slopes that shift all strips by whole cells would look sharper than others.
-RASTREL_ALSO_AVX2 void Interpolate(const uint8_t* __restrict ink, int rows, uint8_t* __restrict a,
-                                   uint8_t* __restrict b, uint8_t* __restrict c, uint8_t* __restrict d) {
+void Interpolate(const uint8_t* __restrict ink, int rows, uint8_t* __restrict a, uint8_t* __restrict b,
+                 uint8_t* __restrict c, uint8_t* __restrict d) {
   for (int y = 0; y < rows; ++y) {
     const int above = ink[y - 1], here = ink[y], below = ink[y + 1];
     a[y] = static_cast<uint8_t>((49 * above + 78 * here + below + 64) >> 7);
@@ -81,7 +79,7 @@ void ShiftedStrips::Fill(const StripCells& ink, uint8_t* bytes) {
   for (int i = 0; i < strips_; ++i) {
     const auto phase = [&](int k) { return cells_.Strip(i * phases_ + k); };
     if (phases_ == kFinePhases) {
-      Interpolate(ink.Strip(i), rows(), phase(0), phase(1), phase(2), phase(3));
+      Widest<Interpolate>(ink.Strip(i), rows(), phase(0), phase(1), phase(2), phase(3));
     } else {
       for (int k = 0; k < kCoarsePhases; ++k)
         Reduce(ink.Strip(merged * i) + k, ink.Strip(merged * (i + 1) - 1) + k, rows(), phase(k));
@@ -102,14 +100,14 @@ void ShiftedStrips::Sum(double slope, int section, int sections, int16_t* sums) 
   int i = strips_ * section / sections;
   const int end = strips_ * (section + 1) / sections;
   for (; i + 4 <= end; i += 4) {
-    AddFour(Shifted(i, slope), Shifted(i + 1, slope), Shifted(i + 2, slope), Shifted(i + 3, slope), rows(),
-            sums);
+    Widest<AddFour>(Shifted(i, slope), Shifted(i + 1, slope), Shifted(i + 2, slope), Shifted(i + 3, slope),
+                    rows(), sums);
   }
-  for (; i < end; ++i) AddOne(Shifted(i, slope), rows(), sums);
+  for (; i < end; ++i) Widest<AddOne>(Shifted(i, slope), rows(), sums);
 }
 
-void AddSums(const int16_t* other, int rows, int16_t* sums) { AddMore(other, rows, sums); }
+void AddSums(const int16_t* other, int rows, int16_t* sums) { Widest<AddMore>(other, rows, sums); }
 
-double Sharpness(const int16_t* sums, int rows) { return SquareDifferences(sums, rows); }
+double Sharpness(const int16_t* sums, int rows) { return Widest<SquareDifferences>(sums, rows); }
 
 }  // namespace rastrel

@@ -5,16 +5,12 @@
 #include <cstring>
 
 #include "cleanup/darkness.h"
-#include "pixels/processor.h"
-
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
+#include "pixels/group_sums.h"
 
 namespace rastrel {
 namespace {
 
-constexpr int kGroup = 8;   // pixels
+constexpr int kGroup = kGroupPixels;
 constexpr int kBeyond = 4;  // cells of 0 above and below each strip
 
 // ---- the grid ---------------------------------------------------------------------------------------------
@@ -39,71 +35,6 @@ int DotsPerInch(const LockedDib& page) {
   const int64_t dots = (int64_t{page.header().biYPelsPerMeter} * 254 + 5000) / 10000;
   const bool isLikely = dots * kOff >= likely && dots <= int64_t{likely} * kOff;
   return isLikely ? static_cast<int>(dots) : likely;
-}
-
-// ---- sums of groups ---------------------------------------------------------------------------------------
-
-#ifdef __SSE2__
-
-// Adds the sums of 8 bytes each.
-void AddByteGroups(const uint8_t* bytes, int groups, uint16_t* sums) {
-  const __m128i zero = _mm_setzero_si128();
-  int i = 0;
-  for (; i + 8 <= groups; i += 8, bytes += 64) {
-    const auto pair = [&](int k) {
-      return _mm_sad_epu8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + 16 * k)), zero);
-    };
-    const __m128i low = _mm_packs_epi32(pair(0), pair(1));
-    const __m128i high = _mm_packs_epi32(pair(2), pair(3));
-    auto* const sum = reinterpret_cast<__m128i*>(sums + i);
-    // Every other 16 bits of these are 0.
-    const __m128i eight = _mm_packs_epi32(low, high);
-    _mm_storeu_si128(sum, _mm_add_epi16(_mm_loadu_si128(sum), eight));
-  }
-  for (; i < groups; ++i, bytes += 8) {
-    const __m128i eight = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(bytes));
-    sums[i] = static_cast<uint16_t>(sums[i] + _mm_cvtsi128_si32(_mm_sad_epu8(eight, zero)));
-  }
-}
-
-// Adds the sums of 24 bytes each, divided by 3.
-void AddTripleGroups(const uint8_t* bytes, int groups, uint16_t* sums) {
-  const __m128i zero = _mm_setzero_si128();
-  for (int i = 0; i < groups; ++i, bytes += 24) {
-    const __m128i low = _mm_sad_epu8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes)), zero);
-    const __m128i high = _mm_sad_epu8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(bytes + 16)), zero);
-    const __m128i sum = _mm_add_epi32(_mm_add_epi32(low, high), _mm_srli_si128(low, 8));
-    sums[i] = static_cast<uint16_t>(sums[i] + static_cast<uint32_t>(_mm_cvtsi128_si32(sum)) / 3);
-  }
-}
-
-#else
-
-void AddByteGroups(const uint8_t* bytes, int groups, uint16_t* sums) {
-  for (int i = 0; i < groups; ++i, bytes += kGroup) {
-    int sum = 0;
-    for (int k = 0; k < kGroup; ++k) sum += bytes[k];
-    sums[i] = static_cast<uint16_t>(sums[i] + sum);
-  }
-}
-
-void AddTripleGroups(const uint8_t* bytes, int groups, uint16_t* sums) {
-  for (int i = 0; i < groups; ++i, bytes += 3 * kGroup) {
-    int sum = 0;
-    for (int k = 0; k < 3 * kGroup; ++k) sum += bytes[k];
-    sums[i] = static_cast<uint16_t>(sums[i] + sum / 3);
-  }
-}
-
-#endif
-
-// Adds the set bits of each byte.
-RASTREL_ALSO_AVX2 void AddBitGroups(const uint8_t* bytes, int groups, uint16_t* sums) {
-  for (int i = 0; i < groups; ++i) {
-    auto bits = static_cast<uint8_t>(bytes[i] - (bytes[i] >> 1 & 0x55));
-    bits = static_cast<uint8_t>((bits & 0x33) + (bits >> 2 & 0x33));
-    sums[i] = static_cast<uint16_t>(sums[i] + ((bits + (bits >> 4)) & 0x0F));
-  }
 }
 
 // ---- lightness --------------------------------------------------------------------------------------------

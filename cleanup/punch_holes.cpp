@@ -9,6 +9,7 @@
 #include "cleanup/punched_page.h"
 #include "frame/dib.h"
 #include "frame/rastrel.h"
+#include "pixels/words.h"
 
 namespace rastrel {
 namespace {
@@ -82,10 +83,7 @@ int ColumnsThatMatter(const HoleSizes& sizes, const ConstRows& rows) {
 void SpreadBits(uint64_t bits, int count, uint8_t* cells) {
   uint8_t spread[64];
   for (int i = 0; i < 64; i += 8, bits >>= 8) {
-    // One bit of each byte is kept, another one in each; then what is not 0 becomes 1.
-    const uint64_t kept = (bits & 0xFF) * 0x0101010101010101 & 0x8040201008040201;
-    const uint64_t eight = (kept + 0x7F7F7F7F7F7F7F7F) >> 7 & 0x0101010101010101;
-    std::memcpy(spread + i, &eight, sizeof(eight));
+    StoreWord(spread + i, SpreadFlags(static_cast<uint8_t>(bits)));
   }
   std::memcpy(cells, spread, static_cast<size_t>(count));
 }

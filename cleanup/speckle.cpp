@@ -11,7 +11,8 @@
 
 #include "frame/dib.h"
 #include "frame/rastrel.h"
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
+#include "pixels/words.h"
 
 namespace rastrel {
 namespace {
@@ -33,12 +34,6 @@ using ChunkFilter = void (*)(const uint8_t* source, size_t stride, bool everyPix
 
 constexpr size_t kWordBytes = sizeof(uint64_t);
 constexpr size_t kWords = kChunkBytes / kWordBytes;
-
-inline uint64_t LoadWord(const uint8_t* bytes) {
-  uint64_t word;
-  std::memcpy(&word, bytes, sizeof(word));
-  return word;
-}
 
 // The word at `at` with the left or right neighbour of each pixel in its place. In a byte the leftmost pixel
 // is highest, so that this needs no order of bytes.
@@ -103,8 +98,7 @@ template <int kThreshold, bool kEveryPixel>
 }
 
 template <int kThreshold>
-[[gnu::always_inline]] inline void FilterBits(const uint8_t* source, size_t stride, bool everyPixel,
-                                              uint8_t* result) {
+void FilterBits(const uint8_t* source, size_t stride, bool everyPixel, uint8_t* result) {
   ColumnCounts columns;
   for (size_t i = 0; i < kWords + 2; ++i) {
     const uint8_t* at = source - kWordBytes + i * kWordBytes;
@@ -185,8 +179,7 @@ inline Sorted<3> SortColumn(uint8_t a, uint8_t b, uint8_t c) {
 }
 
 template <int kRank>
-[[gnu::always_inline]] inline void FilterGreys(const uint8_t* source, size_t stride, bool everyPixel,
-                                               uint8_t* result) {
+void FilterGreys(const uint8_t* source, size_t stride, bool everyPixel, uint8_t* result) {
   constexpr size_t kColumns = kChunkBytes + 2;
   std::array<std::array<uint8_t, kColumns>, 3> columns;
   for (size_t i = 0; i < kColumns; ++i) {
@@ -208,44 +201,15 @@ template <int kRank>
 
 // ---- the filters for each level ---------------------------------------------------------------------------
 
-struct FilterTables {
-  std::array<ChunkFilter, 8> bits;   // thresholds from 1 on
-  std::array<ChunkFilter, 9> greys;  // ranks from 1 on; the ninth is the eighth
-};
-
-template <int k>
-void BitsFilter(const uint8_t* source, size_t stride, bool everyPixel, uint8_t* result) {
-  FilterBits<k>(source, stride, everyPixel, result);
-}
-template <int k>
-void GreysFilter(const uint8_t* source, size_t stride, bool everyPixel, uint8_t* result) {
-  FilterGreys<k>(source, stride, everyPixel, result);
-}
-
-constexpr FilterTables kFilters = {
-    {BitsFilter<1>, BitsFilter<2>, BitsFilter<3>, BitsFilter<4>, BitsFilter<5>, BitsFilter<6>, BitsFilter<7>,
-     BitsFilter<8>},
-    {GreysFilter<1>, GreysFilter<2>, GreysFilter<3>, GreysFilter<4>, GreysFilter<5>, GreysFilter<6>,
-     GreysFilter<7>, GreysFilter<8>, GreysFilter<8>}};
-
-// The same compiled for registers twice as wide, which most processors of this kind have: half the time.
-template <int k>
-RASTREL_FOR_AVX2 void WideBitsFilter(const uint8_t* source, size_t stride, bool everyPixel, uint8_t* result) {
-  FilterBits<k>(source, stride, everyPixel, result);
-}
-template <int k>
-RASTREL_FOR_AVX2 void WideGreysFilter(const uint8_t* source, size_t stride, bool everyPixel,
-                                      uint8_t* result) {
-  FilterGreys<k>(source, stride, everyPixel, result);
-}
-
-constexpr FilterTables kWideFilters = {
-    {WideBitsFilter<1>, WideBitsFilter<2>, WideBitsFilter<3>, WideBitsFilter<4>, WideBitsFilter<5>,
-     WideBitsFilter<6>, WideBitsFilter<7>, WideBitsFilter<8>},
-    {WideGreysFilter<1>, WideGreysFilter<2>, WideGreysFilter<3>, WideGreysFilter<4>, WideGreysFilter<5>,
-     WideGreysFilter<6>, WideGreysFilter<7>, WideGreysFilter<8>, WideGreysFilter<8>}};
-
-const FilterTables& BestFilters() { return HasAvx2() ? kWideFilters : kFilters; }
+// From 1 on. Compiled for wide registers they take half the time.
+constexpr Kernel<ChunkFilter> kBitFilters[] = {
+    Widest<FilterBits<1>>, Widest<FilterBits<2>>, Widest<FilterBits<3>>, Widest<FilterBits<4>>,
+    Widest<FilterBits<5>>, Widest<FilterBits<6>>, Widest<FilterBits<7>>, Widest<FilterBits<8>>};
+// Of nine ranks the ninth is the eighth.
+constexpr Kernel<ChunkFilter> kGreyFilters[] = {
+    Widest<FilterGreys<1>>, Widest<FilterGreys<2>>, Widest<FilterGreys<3>>,
+    Widest<FilterGreys<4>>, Widest<FilterGreys<5>>, Widest<FilterGreys<6>>,
+    Widest<FilterGreys<7>>, Widest<FilterGreys<8>>, Widest<FilterGreys<8>>};
 
 // ---- the pass over the page -------------------------------------------------------------------------------
 
@@ -375,12 +339,12 @@ HGLOBAL RASTREL_CALL CleanImage(HGLOBAL dib, int level, int fullFilter) {
 
   if (page.bits() == 1 && HasGreyTable(page, 2)) {
     const int threshold = (isBlackFirst ? turned : level) * 8 / 100;
-    return FilteredCopy(dib, page, {BestFilters().bits[threshold - 1], everyPixel});
+    return FilteredCopy(dib, page, {kBitFilters[threshold - 1].Best(), everyPixel});
   }
   if (page.bits() == 8 && page.header().biPlanes == 1 && HasGreyTable(page, 256)) {
     // Kept: the level counts the other way than for bits.
     const int rank = (isBlackFirst ? level : turned) * 9 / 100;
-    return FilteredCopy(dib, page, {BestFilters().greys[rank - 1], everyPixel});
+    return FilteredCopy(dib, page, {kGreyFilters[rank - 1].Best(), everyPixel});
   }
   return nullptr;
 }

@@ -5,7 +5,7 @@
 #include "frame/dib.h"
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
 
 namespace rastrel {
 namespace {
@@ -148,8 +148,7 @@ Colours ReadColours(const LockedDib& page) {
   return colours;
 }
 
-RASTREL_ALSO_AVX2 void SpreadGreys(const uint8_t* __restrict from, uint8_t flip, size_t width,
-                                   uint8_t* __restrict to) {
+void SpreadGreys(const uint8_t* __restrict from, uint8_t flip, size_t width, uint8_t* __restrict to) {
   for (size_t x = 0; x < width; ++x) {
     to[3 * x] = to[3 * x + 1] = to[3 * x + 2] = static_cast<uint8_t>(from[x] ^ flip);
   }
@@ -174,7 +173,7 @@ void LookUpColours(const uint8_t* from, const Colours& colours, size_t width, ui
 // Writes a row of 24 bits. Where the block ends before the row does, the pixels have index 0.
 void WidenRow(const uint8_t* from, size_t present, const Colours& colours, size_t width, uint8_t* to) {
   if (colours.areGreys) {
-    SpreadGreys(from, colours.flip, present, to);
+    Widest<SpreadGreys>(from, colours.flip, present, to);
   } else {
     LookUpColours(from, colours, present, to);
   }

@@ -9,7 +9,7 @@
 #include "geometry/bitmap_bits.h"
 #include "geometry/dib_extent.h"
 #include "geometry/reversal.h"
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
 
 namespace rastrel {
 namespace {
@@ -24,8 +24,8 @@ void CopyRows(const ConstPlane& from, unsigned /*bits*/, const MutablePlane& to)
 using Words = uint64_t __attribute__((vector_size(32)));
 
 // Copies `bytes` bytes each way: from `upper` to `newLower`, and from `lower` to `newUpper`.
-RASTREL_ALSO_AVX2 void ExchangeRows(const uint8_t* upper, const uint8_t* lower, size_t bytes,
-                                    uint8_t* __restrict newUpper, uint8_t* __restrict newLower) {
+void ExchangeRows(const uint8_t* upper, const uint8_t* lower, size_t bytes, uint8_t* __restrict newUpper,
+                  uint8_t* __restrict newLower) {
   size_t at = 0;
   for (; at + sizeof(Words) <= bytes; at += sizeof(Words)) {
     Words fromUpper, fromLower;
@@ -43,7 +43,7 @@ RASTREL_ALSO_AVX2 void ExchangeRows(const uint8_t* upper, const uint8_t* lower, 
 void TurnUpsideDown(const ConstPlane& from, unsigned /*bits*/, const MutablePlane& to) {
   for (int y = 0; y < from.height / 2; ++y) {
     const int other = from.height - 1 - y;
-    ExchangeRows(from.Row(y), from.Row(other), from.rowBytes, to.Row(y), to.Row(other));
+    Widest<ExchangeRows>(from.Row(y), from.Row(other), from.rowBytes, to.Row(y), to.Row(other));
   }
   const int middle = from.height / 2;
   if (from.height % 2 != 0) std::memcpy(to.Row(middle), from.Row(middle), from.rowBytes);

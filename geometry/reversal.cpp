@@ -4,26 +4,13 @@
 #include <bit>
 #include <cstring>
 
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
+#include "pixels/words.h"
 
 namespace rastrel {
 namespace {
 
 constexpr int kWordBits = 64;
-
-// Loads a word whose leftmost pixel is in its highest bits.
-inline uint64_t LoadLeftFirst(const uint8_t* bytes) {
-  uint64_t word;
-  std::memcpy(&word, bytes, sizeof(word));
-  return __builtin_bswap64(word);
-}
-
-// Exchanges neighbours of `Size` bits.
-template <int Size>
-constexpr uint64_t ExchangeNeighbours(uint64_t word) {
-  constexpr uint64_t kLow = ~uint64_t{0} / ((uint64_t{1} << Size) + 1);
-  return (word >> Size & kLow) | (word & kLow) << Size;
-}
 
 // Returns the bytes to store, in memory order, of a word's pixels in the reverse order. Loading left first
 // has reversed the bytes already, so what is left is the order within a byte, or of the bytes of a pixel.
@@ -66,7 +53,7 @@ inline uint64_t ReverseRest(uint64_t leftFirst, unsigned restBits) {
 }
 
 template <int Bits>
-[[gnu::always_inline]] inline void ReversePacked(const ConstPlane& from, const MutablePlane& to) {
+void ReversePacked(const ConstPlane& from, const MutablePlane& to) {
   const uint64_t rowBits = static_cast<uint64_t>(from.width) * Bits;
   const auto words = static_cast<size_t>(rowBits / kWordBits);
   const auto restBits = static_cast<unsigned>(rowBits % kWordBits);
@@ -90,24 +77,6 @@ template <int Bits>
 }
 
 // Bytes change places by one instruction for 32 of them where there is AVX2, else by one for 8.
-RASTREL_ALSO_AVX2 void Reverse1(const ConstPlane& from, const MutablePlane& to) {
-  ReversePacked<1>(from, to);
-}
-RASTREL_ALSO_AVX2 void Reverse2(const ConstPlane& from, const MutablePlane& to) {
-  ReversePacked<2>(from, to);
-}
-RASTREL_ALSO_AVX2 void Reverse4(const ConstPlane& from, const MutablePlane& to) {
-  ReversePacked<4>(from, to);
-}
-RASTREL_ALSO_AVX2 void Reverse8(const ConstPlane& from, const MutablePlane& to) {
-  ReversePacked<8>(from, to);
-}
-RASTREL_ALSO_AVX2 void Reverse16(const ConstPlane& from, const MutablePlane& to) {
-  ReversePacked<16>(from, to);
-}
-RASTREL_ALSO_AVX2 void Reverse32(const ConstPlane& from, const MutablePlane& to) {
-  ReversePacked<32>(from, to);
-}
 
 // The pixels of a row but for the first and the last of the result, from number `x` of it on. Four bytes are
 // moved faster than three; the next pixel overwrites the one too many.
@@ -132,8 +101,10 @@ RASTREL_FOR_AVX2 void ReverseTriplesByFive(const uint8_t* last, size_t pixels, u
   ReverseTriples(last, x, pixels, to);
 }
 
+constexpr Kernel kReverseInner = Kernel(ReverseTriplesOneByOne).With(Processor::kAvx2, ReverseTriplesByFive);
+
 void Reverse24(const ConstPlane& from, const MutablePlane& to) {
-  const auto reverseInner = HasAvx2() ? ReverseTriplesByFive : ReverseTriplesOneByOne;
+  const auto reverseInner = kReverseInner.Best();
   const auto pixels = static_cast<size_t>(from.width);
   for (int y = 0; y < from.height; ++y) {
     const uint8_t* source = from.Row(y);
@@ -162,21 +133,21 @@ void Reverse15(const ConstPlane& from, const MutablePlane& to) {
 void ReverseRows(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
   switch (bits) {
     case 1:
-      return Reverse1(from, to);
+      return Widest<ReversePacked<1>>(from, to);
     case 2:
-      return Reverse2(from, to);
+      return Widest<ReversePacked<2>>(from, to);
     case 4:
-      return Reverse4(from, to);
+      return Widest<ReversePacked<4>>(from, to);
     case 8:
-      return Reverse8(from, to);
+      return Widest<ReversePacked<8>>(from, to);
     case 15:
       return Reverse15(from, to);
     case 16:
-      return Reverse16(from, to);
+      return Widest<ReversePacked<16>>(from, to);
     case 24:
       return Reverse24(from, to);
     case 32:
-      return Reverse32(from, to);
+      return Widest<ReversePacked<32>>(from, to);
     default:
       return to.Clear();
   }

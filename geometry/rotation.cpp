@@ -20,6 +20,7 @@
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
 #include "geometry/page_to_turn.h"
+#include "pixels/words.h"
 
 namespace rastrel {
 namespace {
@@ -218,20 +219,12 @@ struct Pattern {
   int TopRow(const TurnedRow& row, int from, int end) const { return row.y + std::max(y[from], y[end - 1]); }
 };
 
-// Words hold the pixels as they are seen, the leftmost one in the highest bits.
-uint64_t SwapToLeftFirst(uint64_t word) { return __builtin_bswap64(word); }
-
-uint64_t LoadWord(const uint8_t* bytes) {
-  uint64_t word;
-  std::memcpy(&word, bytes, sizeof(word));
-  return SwapToLeftFirst(word);
-}
-
-// Stores the word at `column` of a row of `stride` bytes, or the half of it that the row has.
+// Stores the word, its leftmost pixel highest, at `column` of a row of `stride` bytes, or the half of it that
+// the row has.
 template <int Bits>
 void StoreWord(uint8_t* row, int column, int stride, uint64_t word) {
   const int at = column / (64 / Bits) * 8;
-  word = SwapToLeftFirst(word);
+  word = SwapLeftFirst(word);
   if (at + 8 <= stride) {
     std::memcpy(row + at, &word, 8);
   } else {
@@ -313,7 +306,8 @@ class WordRunTile {
     for (int i = runsBefore_[word]; i < runsBefore_[word + 1]; ++i) {
       const Run& run = runs_[i];
       const int32_t bit = rowBits + run.bits;
-      const uint64_t loaded = LoadWord(source + (rowBytes + run.rowBytes + static_cast<size_t>(bit >> 3)));
+      const uint64_t loaded =
+          LoadLeftFirst(source + (rowBytes + run.rowBytes + static_cast<size_t>(bit >> 3)));
       pixels |= std::rotl(loaded, (bit & 7) - run.shift) & run.mask;
     }
     return pixels;
@@ -517,7 +511,7 @@ class BytePixelTile {
       for (; n + 8 <= end; n += 8) {
         uint64_t pixels = 0;
         for (int i = 0; i < 8; ++i) pixels = pixels << 8 | from[start + offset_[n + i]];
-        pixels = SwapToLeftFirst(pixels);
+        pixels = SwapLeftFirst(pixels);
         std::memcpy(to + n, &pixels, sizeof(pixels));
       }
     } else if (source_.HasRoom(pattern_.TopRow(row, n, end), 1)) {

@@ -28,7 +28,8 @@
 #include "geometry/plane.h"
 #include "geometry/reversal.h"
 #include "geometry/transposition.h"
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
+#include "pixels/words.h"
 
 namespace rastrel {
 namespace {
@@ -147,19 +148,15 @@ struct Columns {
 
 // Returns the columns whose flag is 1.
 uint64_t ColumnsOf(const ColumnFlags& flags) {
-  // The product has bit 8 n of the eight at bit 63 - n, and nothing else among the highest eight.
-  constexpr uint64_t kGather = 0x8040201008040201;
   uint64_t columns = 0;
-  for (const uint64_t eight : flags) {
-    columns = columns << 8 | (eight * kGather) >> 56;
-  }
+  for (const uint64_t eight : flags) columns = columns << 8 | GatherFlags(eight);
   return columns;
 }
 
 // Flags where the whole number of a coordinate is another than that of the column before, by one bit of it.
 // Returns the least and the greatest fraction.
-RASTREL_ALSO_AVX2 void FlagSteps(const uint16_t* __restrict columns, uint16_t row, uint8_t* __restrict flags,
-                                 int16_t* __restrict least, int16_t* __restrict greatest) {
+void FlagSteps(const uint16_t* __restrict columns, uint16_t row, uint8_t* __restrict flags,
+               int16_t* __restrict least, int16_t* __restrict greatest) {
   int16_t low = kPixel - 1, high = 0;
   for (int n = 0; n < kColumns; ++n) {
     const auto before = static_cast<uint16_t>(columns[n] + row);
@@ -181,7 +178,8 @@ class Steps {
   void Find(const uint16_t* columns, int32_t row) {
     ColumnFlags flags;
     int16_t high = 0;
-    FlagSteps(columns, static_cast<uint16_t>(row), reinterpret_cast<uint8_t*>(flags.data()), &low_, &high);
+    Widest<FlagSteps>(columns, static_cast<uint16_t>(row), reinterpret_cast<uint8_t*>(flags.data()), &low_,
+                      &high);
     columns_ = ColumnsOf(flags);
     row_ = row;
     span_ = kPixel - high + low_;
@@ -222,8 +220,8 @@ class RunStarts {
 // ---- tiles of 1 bit ---------------------------------------------------------------------------------------
 
 // Flags pixels between four source pixels, of which even the nearest covers little.
-RASTREL_ALSO_AVX2 void FlagBetween(const uint16_t* __restrict columnX, const uint16_t* __restrict columnY,
-                                   uint16_t rowX, uint16_t rowY, uint8_t* __restrict flags) {
+void FlagBetween(const uint16_t* __restrict columnX, const uint16_t* __restrict columnY, uint16_t rowX,
+                 uint16_t rowY, uint8_t* __restrict flags) {
   constexpr int kLow = kPixel - 1;
   constexpr int kLittle = (1 << (2 * kFraction - 16)) * 42 / 100;
   for (int n = 0; n < kColumns; ++n) {
@@ -247,9 +245,8 @@ using BitPlane = std::array<uint64_t, kBoxSide * kRowWords + 2 * kSpareWords>;
 // Finds the corners of what is at least two pixels wide: four pixels, the left lower one of which is marked,
 // one unlike the three others and each in a square of four that are alike. `most` are those whose three
 // others are set; `squares` and `others` are for work.
-RASTREL_ALSO_AVX2 void FindCorners(const BitPlane& rows, int height, BitPlane& __restrict corners,
-                                   BitPlane& __restrict most, BitPlane& __restrict squares,
-                                   BitPlane& __restrict others) {
+void FindCorners(const BitPlane& rows, int height, BitPlane& __restrict corners, BitPlane& __restrict most,
+                 BitPlane& __restrict squares, BitPlane& __restrict others) {
   const auto onRight = [](const BitPlane& plane, int i) { return plane[i] << 1 | plane[i + 1] >> 63; };
   const auto onLeft = [](const BitPlane& plane, int i) { return plane[i] >> 1 | plane[i - 1] << 63; };
   const int end = kSpareWords + (height - 1) * kRowWords;
@@ -351,7 +348,7 @@ class BitTile {
     const int top = PixelAt(row.y + highest) + 1;
     uint64_t pixels = alikeUntil_[bottom] > top ? colours_[bottom] : Turned(row, bottom, top);
     if (count < kColumns) pixels &= ~(kOnes >> count);
-    pixels = __builtin_bswap64(pixels);
+    pixels = SwapLeftFirst(pixels);
     std::memcpy(to, &pixels, count > kColumns / 2 ? 8 : 4);
   }
 
@@ -360,13 +357,12 @@ class BitTile {
     const auto at = static_cast<size_t>(index) * 8;
     const int64_t pixels = page_.width - index * kColumns;
     if (index >= 0 && pixels >= kColumns) {
-      std::memcpy(&word, row + at, 8);
-      return __builtin_bswap64(word);
+      return LoadLeftFirst(row + at);
     }
     if (index < 0 || pixels <= 0) return background_;
     std::memcpy(&word, row + at, page_.rowBytes - at);
     const uint64_t beyond = kOnes >> pixels;
-    return (__builtin_bswap64(word) & ~beyond) | (background_ & beyond);
+    return (SwapLeftFirst(word) & ~beyond) | (background_ & beyond);
   }
 
   // Most rows of most tiles are blank.
@@ -391,7 +387,7 @@ class BitTile {
   void FindRowsWithCorners(int height) {
     noCornersUntil_.fill(height);
     if (!isSmooth_) return;
-    FindCorners(rows_, height, corners_, most_, work_[0], work_[1]);
+    Widest<FindCorners>(rows_, height, corners_, most_, work_[0], work_[1]);
     int end = height;
     for (int row = height - 3; row > 0; --row) {
       const uint64_t* const words = &corners_[IndexOf(row)];
@@ -421,8 +417,8 @@ class BitTile {
     if (corners == 0) return nearest;
     // One of the four is unlike the others, and weighs less than they do.
     ColumnFlags flags;
-    FlagBetween(&columns_.shortX[1], &columns_.shortY[1], static_cast<uint16_t>(row.x),
-                static_cast<uint16_t>(row.y), reinterpret_cast<uint8_t*>(flags.data()));
+    Widest<FlagBetween>(&columns_.shortX[1], &columns_.shortY[1], static_cast<uint16_t>(row.x),
+                        static_cast<uint16_t>(row.y), reinterpret_cast<uint8_t*>(flags.data()));
     return nearest ^ ((nearest ^ most) & corners & ColumnsOf(flags));
   }
 
@@ -471,8 +467,8 @@ struct ByteColumns {
 
 // Makes a row of a tile, and up to kAtOnce - 1 bytes more.
 template <int kChannels, int kStride, bool kIsSmooth>
-RASTREL_ALSO_AVX2 void TurnRow(const uint8_t* buffer, uint64_t starts, const Columns& columns,
-                               const ByteColumns<kChannels>& bytes, Place row, int count, uint8_t* to) {
+void TurnRow(const uint8_t* buffer, uint64_t starts, const Columns& columns,
+             const ByteColumns<kChannels>& bytes, Place row, int count, uint8_t* to) {
   while (starts != 0) {
     const int n = std::countl_zero(starts);
     if (n >= count) return;
@@ -537,7 +533,9 @@ class ByteTile {
   // `to` has room for more bytes behind its pixels where `isRoomy`.
   void Fill(const Place* places, const Rows& to, bool isRoomy) {
     const int half = isSmooth_ ? kPixel / 512 : kPixel / 2;  // of what positions are rounded to
-    const auto turnRow = isSmooth_ ? TurnRow<kChannels, kStride, true> : TurnRow<kChannels, kStride, false>;
+    const auto turnRow =
+        (isSmooth_ ? Widest<TurnRow<kChannels, kStride, true>> : Widest<TurnRow<kChannels, kStride, false>>)
+            .Best();
     for (int i = 0; i < to.height; ++i) {
       const Place place = {places[i].x + half, places[i].y + half};
       uint8_t* const bytes = kBits == 4 || !isRoomy ? row_.data() : to.StoredRow(i);

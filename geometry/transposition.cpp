@@ -7,7 +7,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
+#include "pixels/words.h"
 
 namespace rastrel {
 namespace {
@@ -32,35 +33,26 @@ struct Strip {
   static constexpr size_t ByteOf(int pixel) { return static_cast<size_t>(pixel) * Bits / 8; }
 };
 
-// Exchanges the parts of two rows that lie off the diagonal of squares of twice `Size` bits.
-template <int Size>
-[[gnu::always_inline]] inline void Exchange(Words& upper, Words& lower) {
-  constexpr uint64_t kLow = ~uint64_t{0} / ((uint64_t{1} << Size) + 1);
-  const Words exchanged = (upper >> Size ^ lower) & kLow;
-  lower ^= exchanged;
-  upper ^= exchanged << Size;
-}
-
 // The exchanges among `Rows` rows (a power of 2 up to 8) of which each is `Apart` pixels below the one
 // before.
 template <int Bits, int Rows, int Apart>
 [[gnu::always_inline]] inline void ExchangeSteps(Words* rows) {
   if constexpr (Rows >= 8) {
-    Exchange<4 * Apart * Bits>(rows[0], rows[4]);
-    Exchange<4 * Apart * Bits>(rows[1], rows[5]);
-    Exchange<4 * Apart * Bits>(rows[2], rows[6]);
-    Exchange<4 * Apart * Bits>(rows[3], rows[7]);
+    ExchangeOffDiagonal<4 * Apart * Bits>(rows[0], rows[4]);
+    ExchangeOffDiagonal<4 * Apart * Bits>(rows[1], rows[5]);
+    ExchangeOffDiagonal<4 * Apart * Bits>(rows[2], rows[6]);
+    ExchangeOffDiagonal<4 * Apart * Bits>(rows[3], rows[7]);
   }
   if constexpr (Rows >= 4) {
 #pragma GCC unroll 8
     for (int i = 0; i < Rows; i += 4) {
-      Exchange<2 * Apart * Bits>(rows[i], rows[i + 2]);
-      Exchange<2 * Apart * Bits>(rows[i + 1], rows[i + 3]);
+      ExchangeOffDiagonal<2 * Apart * Bits>(rows[i], rows[i + 2]);
+      ExchangeOffDiagonal<2 * Apart * Bits>(rows[i + 1], rows[i + 3]);
     }
   }
   if constexpr (Rows >= 2) {
 #pragma GCC unroll 8
-    for (int i = 0; i < Rows; i += 2) Exchange<Apart * Bits>(rows[i], rows[i + 1]);
+    for (int i = 0; i < Rows; i += 2) ExchangeOffDiagonal<Apart * Bits>(rows[i], rows[i + 1]);
   }
 }
 
@@ -140,7 +132,7 @@ template <int Bits>
 }
 
 template <int Bits>
-[[gnu::always_inline]] inline void TransposePacked(const ConstPlane& from, const MutablePlane& to) {
+void TransposePacked(const ConstPlane& from, const MutablePlane& to) {
   using S = Strip<Bits>;
   for (int left = 0; left < from.width; left += S::kTile) {
     const int right = std::min(from.width, left + S::kTile);
@@ -158,25 +150,6 @@ template <int Bits>
       }
     }
   }
-}
-
-RASTREL_ALSO_AVX2 void Transpose1(const ConstPlane& from, const MutablePlane& to) {
-  TransposePacked<1>(from, to);
-}
-RASTREL_ALSO_AVX2 void Transpose2(const ConstPlane& from, const MutablePlane& to) {
-  TransposePacked<2>(from, to);
-}
-RASTREL_ALSO_AVX2 void Transpose4(const ConstPlane& from, const MutablePlane& to) {
-  TransposePacked<4>(from, to);
-}
-RASTREL_ALSO_AVX2 void Transpose8(const ConstPlane& from, const MutablePlane& to) {
-  TransposePacked<8>(from, to);
-}
-RASTREL_ALSO_AVX2 void Transpose16(const ConstPlane& from, const MutablePlane& to) {
-  TransposePacked<16>(from, to);
-}
-RASTREL_ALSO_AVX2 void Transpose32(const ConstPlane& from, const MutablePlane& to) {
-  TransposePacked<32>(from, to);
 }
 
 constexpr int kTriplesTile = 64;
@@ -241,19 +214,19 @@ void Transpose24(const ConstPlane& from, const MutablePlane& to) {
 void Transpose(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
   switch (bits) {
     case 1:
-      return Transpose1(from, to);
+      return Widest<TransposePacked<1>>(from, to);
     case 2:
-      return Transpose2(from, to);
+      return Widest<TransposePacked<2>>(from, to);
     case 4:
-      return Transpose4(from, to);
+      return Widest<TransposePacked<4>>(from, to);
     case 8:
-      return Transpose8(from, to);
+      return Widest<TransposePacked<8>>(from, to);
     case 16:
-      return Transpose16(from, to);
+      return Widest<TransposePacked<16>>(from, to);
     case 24:
       return Transpose24(from, to);
     case 32:
-      return Transpose32(from, to);
+      return Widest<TransposePacked<32>>(from, to);
     default:
       return to.Clear();
   }

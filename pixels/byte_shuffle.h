@@ -4,9 +4,9 @@
 
 #include <cstdint>
 
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
 
-#if defined(__x86_64__) || defined(__i386__)
+#if RASTREL_HAS_X86_VERSIONS
 #include <immintrin.h>
 #endif
 
@@ -14,9 +14,9 @@ namespace rastrel {
 
 using ShuffleBytes = uint8_t __attribute__((vector_size(16)));
 
-// Byte i of the result is byte places[i] (0 to 15) of `bytes`. Call it only where HasSsse3.
+// Byte i of the result is byte places[i] (0 to 15) of `bytes`. Only for versions for SSSE3 and more.
 RASTREL_FOR_SSSE3 inline ShuffleBytes Shuffled(ShuffleBytes bytes, ShuffleBytes places) {
-#if defined(__x86_64__) || defined(__i386__)
+#if RASTREL_HAS_X86_VERSIONS
   return reinterpret_cast<ShuffleBytes>(
       _mm_shuffle_epi8(reinterpret_cast<__m128i>(bytes), reinterpret_cast<__m128i>(places)));
 #else
@@ -28,9 +28,9 @@ RASTREL_FOR_SSSE3 inline ShuffleBytes Shuffled(ShuffleBytes bytes, ShuffleBytes 
 
 using WideShuffleBytes = uint8_t __attribute__((vector_size(32)));
 
-// The same in each half by itself. Call it only where HasAvx2.
+// The same in each half by itself. Only for versions for AVX2.
 RASTREL_FOR_AVX2 inline WideShuffleBytes ShuffledInHalves(WideShuffleBytes bytes, WideShuffleBytes places) {
-#if defined(__x86_64__) || defined(__i386__)
+#if RASTREL_HAS_X86_VERSIONS
   return reinterpret_cast<WideShuffleBytes>(
       _mm256_shuffle_epi8(reinterpret_cast<__m256i>(bytes), reinterpret_cast<__m256i>(places)));
 #else

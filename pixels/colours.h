@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
 
 namespace rastrel {
 
@@ -67,7 +67,7 @@ constexpr const ColourTable& StandardColours(unsigned depth) {
 }
 
 // Distance and index in one number, so that the search is a plain minimum.
-[[gnu::always_inline]] inline unsigned FindNearest(const ColourTable& table, Rgb colour) {
+inline unsigned FindNearest(const ColourTable& table, Rgb colour) {
   int best = INT_MAX;
   for (int i = 0; i < static_cast<int>(table.count); ++i) {
     const int rank = SquaredDistance(table.colours[static_cast<size_t>(i)], colour) * 256 + i;
@@ -75,14 +75,10 @@ constexpr const ColourTable& StandardColours(unsigned depth) {
   }
   return static_cast<unsigned>(best) % 256;
 }
-RASTREL_FOR_AVX2 inline unsigned FindNearestWide(const ColourTable& table, Rgb colour) {
-  return FindNearest(table, colour);
-}
 
 // Returns the index of the nearest entry, the lowest of several, 0 in an empty table.
 inline unsigned NearestIndex(const ColourTable& table, Rgb colour) {
-  if (table.count == 0) return 0;
-  return HasAvx2() ? FindNearestWide(table, colour) : FindNearest(table, colour);
+  return table.count == 0 ? 0 : Widest<FindNearest>(table, colour);
 }
 
 // As NearestIndex, for many colours. Those met last are kept with their indices. For others there is a list

@@ -3,17 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
+#include "pixels/words.h"
 
 namespace rastrel {
 namespace {
-
-uint64_t LoadWord(const uint8_t* bytes) {
-  uint64_t word;
-  std::memcpy(&word, bytes, sizeof(word));
-  return word;
-}
-void StoreWord(uint8_t* bytes, uint64_t word) { std::memcpy(bytes, &word, sizeof(word)); }
 
 constexpr uint64_t AllBits(bool bit) { return bit ? ~uint64_t{0} : 0; }
 
@@ -174,8 +168,7 @@ template <bool kMoved, Way kWay>
 }
 
 template <bool kMoved, Way kWay>
-[[gnu::always_inline]] inline void CombineRows(const Combination& task, const BitTask& bitTask,
-                                               const TouchedBytes& touched) {
+void CombineRows(const Combination& task, const BitTask& bitTask, const TouchedBytes& touched) {
   const BitTask functions = bitTask;  // copies, which no store to a row can change
   const TouchedBytes bytes = touched;
   for (int64_t y = 0; y < task.down.count; ++y) {
@@ -189,24 +182,12 @@ template <bool kMoved, Way kWay>
   }
 }
 
-using RowsPass = void (*)(const Combination& task, const BitTask& bitTask, const TouchedBytes& bytes);
-
-template <bool kMoved, Way kWay>
-void NarrowRows(const Combination& task, const BitTask& bitTask, const TouchedBytes& bytes) {
-  CombineRows<kMoved, kWay>(task, bitTask, bytes);
-}
-template <bool kMoved, Way kWay>
-RASTREL_FOR_AVX2 void WideRows(const Combination& task, const BitTask& bitTask, const TouchedBytes& bytes) {
-  CombineRows<kMoved, kWay>(task, bitTask, bytes);
-}
-
 // By whether bits move, and by the way.
-constexpr RowsPass kPasses[2][3] = {
-    {NarrowRows<false, Way::kAnd>, NarrowRows<false, Way::kAny>, NarrowRows<false, Way::kThroughMask>},
-    {NarrowRows<true, Way::kAnd>, NarrowRows<true, Way::kAny>, NarrowRows<true, Way::kThroughMask>}};
-constexpr RowsPass kWidePasses[2][3] = {
-    {WideRows<false, Way::kAnd>, WideRows<false, Way::kAny>, WideRows<false, Way::kThroughMask>},
-    {WideRows<true, Way::kAnd>, WideRows<true, Way::kAny>, WideRows<true, Way::kThroughMask>}};
+constexpr Kernel<void (*)(const Combination& task, const BitTask& bitTask, const TouchedBytes& touched)>
+    kPasses[2][3] = {{Widest<CombineRows<false, Way::kAnd>>, Widest<CombineRows<false, Way::kAny>>,
+                      Widest<CombineRows<false, Way::kThroughMask>>},
+                     {Widest<CombineRows<true, Way::kAnd>>, Widest<CombineRows<true, Way::kAny>>,
+                      Widest<CombineRows<true, Way::kThroughMask>>}};
 
 }  // namespace
 
@@ -215,8 +196,7 @@ bool CombineAsBits(const Combination& task) {
   if (bytes.count < 8 || !CombinesAsBits(task)) return false;
   const BitTask bitTask = BitTaskFor(task);
   const Way way = task.mask != nullptr ? Way::kThroughMask : bitTask.IsAnd() ? Way::kAnd : Way::kAny;
-  const auto& passes = HasAvx2() ? kWidePasses : kPasses;
-  passes[bytes.left != 0][static_cast<int>(way)](task, bitTask, bytes);
+  kPasses[bytes.left != 0][static_cast<int>(way)](task, bitTask, bytes);
   return true;
 }
 

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
 
 namespace rastrel {
 namespace {
@@ -14,8 +14,7 @@ bool IsSum(const ByteMap::Table& table, uint8_t inverted, uint8_t added) {
   return true;
 }
 
-RASTREL_ALSO_AVX2 void AddToAll(const uint8_t* from, uint8_t inverted, uint8_t added, size_t count,
-                                uint8_t* to) {
+void AddToAll(const uint8_t* from, uint8_t inverted, uint8_t added, size_t count, uint8_t* to) {
   for (size_t i = 0; i < count; ++i) to[i] = static_cast<uint8_t>((from[i] ^ inverted) + added);
 }
 
@@ -31,7 +30,7 @@ void ByteMap::Map(const uint8_t* from, size_t count, uint8_t* to) const {
   if (isIdentity()) {
     if (to != from) std::memcpy(to, from, count);
   } else if (isSum_) {
-    AddToAll(from, inverted_, added_, count, to);
+    Widest<AddToAll>(from, inverted_, added_, count, to);
   } else {
     for (size_t i = 0; i < count; ++i) to[i] = table_[from[i]];
   }

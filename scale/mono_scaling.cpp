@@ -7,7 +7,7 @@
 
 #include "pixels/bit_rows.h"
 #include "pixels/bit_square.h"
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
 
 namespace rastrel {
 namespace {
@@ -220,7 +220,7 @@ bool IsHalf(const Strip& strip, const Rectangle& source, int newWidth) {
 }
 
 // Makes four bytes a time from eight.
-RASTREL_ALSO_AVX2 void HalveWords(const uint8_t* from, size_t words, uint8_t* __restrict to) {
+void HalveWords(const uint8_t* from, size_t words, uint8_t* __restrict to) {
   for (size_t i = 0; i < words; ++i) {
     uint64_t eight;
     std::memcpy(&eight, from + 8 * i, sizeof(eight));
@@ -234,7 +234,7 @@ RASTREL_ALSO_AVX2 void HalveWords(const uint8_t* from, size_t words, uint8_t* __
 
 void HalveRow(const Run& run, int newWidth, uint8_t* row, size_t stride) {
   const size_t whole = static_cast<size_t>(newWidth) / 8;
-  HalveWords(run.first, whole / 4, row);
+  Widest<HalveWords>(run.first, whole / 4, row);
   for (size_t i = whole / 4 * 4; i < stride; ++i) {
     const uint64_t left = 2 * i < run.bytes ? run.first[2 * i] : 0;
     const uint64_t right = 2 * i + 1 < run.bytes ? run.first[2 * i + 1] : 0;

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "pixels/byte_shuffle.h"
+#include "pixels/kernels.h"
 
 namespace rastrel {
 namespace {
@@ -61,35 +62,32 @@ bool IsCopy(const PixelWeights& weights) { return weights.of == std::array<uint8
   return static_cast<uint8_t>(value);
 }
 
-RASTREL_ALSO_AVX2 void SumPairs(const uint16_t* __restrict pairs, const uint16_t* __restrict weights,
-                                size_t count, uint8_t* __restrict to) {
+void SumPairs(const uint16_t* __restrict pairs, const uint16_t* __restrict weights, size_t count,
+              uint8_t* __restrict to) {
   for (size_t i = 0; i < count; ++i) {
     to[i] = static_cast<uint8_t>(WeightedLow(weights[i], pairs[i]) + WeightedHigh(weights[i], pairs[i]));
   }
 }
 
-RASTREL_ALSO_AVX2 void SumFours(const uint16_t* __restrict before, const uint16_t* __restrict behind,
-                                const uint16_t* __restrict weightsBefore,
-                                const uint16_t* __restrict weightsBehind, size_t count,
-                                uint8_t* __restrict to) {
+void SumFours(const uint16_t* __restrict before, const uint16_t* __restrict behind,
+              const uint16_t* __restrict weightsBefore, const uint16_t* __restrict weightsBehind,
+              size_t count, uint8_t* __restrict to) {
   for (size_t i = 0; i < count; ++i) {
     to[i] = Clamped(WeightedHigh(weightsBefore[i], before[i]) - WeightedLow(weightsBefore[i], before[i]) +
                     WeightedLow(weightsBehind[i], behind[i]) - WeightedHigh(weightsBehind[i], behind[i]));
   }
 }
 
-RASTREL_ALSO_AVX2 void BlendTwo(const uint8_t* __restrict first, const uint8_t* __restrict second,
-                                uint16_t firstWeight, uint16_t secondWeight, size_t count,
-                                uint8_t* __restrict to) {
+void BlendTwo(const uint8_t* __restrict first, const uint8_t* __restrict second, uint16_t firstWeight,
+              uint16_t secondWeight, size_t count, uint8_t* __restrict to) {
   for (size_t i = 0; i < count; ++i) {
     to[i] = static_cast<uint8_t>(Weighted(firstWeight, first[i]) + Weighted(secondWeight, second[i]));
   }
 }
 
 // Lines may be the same.
-RASTREL_ALSO_AVX2 void BlendFour(const std::array<const uint8_t*, 4>& lines,
-                                 const std::array<uint8_t, 4>& weights, size_t count,
-                                 uint8_t* __restrict to) {
+void BlendFour(const std::array<const uint8_t*, 4>& lines, const std::array<uint8_t, 4>& weights,
+               size_t count, uint8_t* __restrict to) {
   const uint8_t* const before = lines[0];
   const uint8_t* const here = lines[1];
   const uint8_t* const next = lines[2];
@@ -129,6 +127,8 @@ RASTREL_FOR_SSSE3 void ShuffleRuns(InnerRuns runs, const uint8_t* row, ptrdiff_t
     std::memcpy(to + run * runs.bytesAtOnce, &bytes, sizeof(bytes));
   }
 }
+
+constexpr Kernel kPickRuns = Kernel(CopyRuns).With(Processor::kSsse3, ShuffleRuns);
 
 struct Span {
   uint32_t least;
@@ -204,7 +204,7 @@ void BytePicker::Pick(const uint8_t* row, size_t first, size_t count, ptrdiff_t 
                            innerEnd - innerFirst, bytesAtOnce_};
   const auto place = [&](size_t run) { return to + (run - first) * bytesAtOnce_; };
   PickAtEdge(row, first, innerFirst, shift, to);
-  (HasSsse3() ? ShuffleRuns : CopyRuns)(inner, row, shift, place(innerFirst));
+  kPickRuns(inner, row, shift, place(innerFirst));
   PickAtEdge(row, innerEnd, end, shift, place(innerEnd));
 }
 
@@ -295,11 +295,11 @@ void Resampler::ResampleRow(const uint8_t* row, uint8_t* line) const {
     const uint16_t* weights = pairWeights_->As<uint16_t>() + first;
     if (interpolation_ == Interpolation::kBilinear) {
       picker_.Pick(row, run, runs, 0, reinterpret_cast<uint8_t*>(before));
-      SumPairs(before, weights, pairs, line + first);
+      Widest<SumPairs>(before, weights, pairs, line + first);
     } else {
       picker_.Pick(row, run, runs, -pixel, reinterpret_cast<uint8_t*>(before));
       picker_.Pick(row, run, runs, pixel, reinterpret_cast<uint8_t*>(behind));
-      SumFours(before, behind, weights, weights + weightedPairs_, pairs, line + first);
+      Widest<SumFours>(before, behind, weights, weights + weightedPairs_, pairs, line + first);
     }
   }
 }
@@ -310,9 +310,9 @@ void Resampler::Blend(const PixelWeights& weights, const std::array<const uint8_
   if (IsCopy(weights)) {
     std::memcpy(to, lines[1], count);
   } else if (interpolation_ == Interpolation::kBilinear) {
-    BlendTwo(lines[1], lines[2], weights.of[1], weights.of[2], count, to);
+    Widest<BlendTwo>(lines[1], lines[2], weights.of[1], weights.of[2], count, to);
   } else {
-    BlendFour(lines, weights.of, count, to);
+    Widest<BlendFour>(lines, weights.of, count, to);
   }
 }
 

@@ -9,7 +9,7 @@
 
 #include "frame/dib.h"
 #include "frame/rastrel.h"
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
 
 namespace rastrel {
 namespace {
@@ -101,7 +101,7 @@ uint32_t UnseenBits(int width, size_t stride) {
 }
 
 // Returns how many of the bits that count are set, in rows from `first` up to `end`.
-RASTREL_ALSO_AVX2 uint64_t CountSeenBits(const ConstRows& rows, uint32_t unseen, int first, int end) {
+uint64_t CountSeenBits(const ConstRows& rows, uint32_t unseen, int first, int end) {
   const uint8_t* row = rows.StoredRow(first);
   uint64_t total = CountBits(row, static_cast<size_t>(end - first) * rows.stride);
   if (unseen == 0) return total;
@@ -121,7 +121,7 @@ int TestInk(const ConstRows& rows, bool inkIsSet, double allowance) {
   uint64_t ink = 0;
   for (int y = 0; y < rows.height;) {
     const int end = rows.height - y > chunkRows ? y + chunkRows : rows.height;
-    const uint64_t set = CountSeenBits(rows, unseen, y, end);
+    const uint64_t set = Widest<CountSeenBits>(rows, unseen, y, end);
     ink += inkIsSet ? set : static_cast<uint64_t>(end - y) * seen - set;
     if (allowance <= static_cast<double>(ink)) return kNotBlank;
     y = end;
@@ -150,7 +150,7 @@ struct Run {
   uint8_t last;
 };
 
-RASTREL_ALSO_AVX2 uint64_t CountRun(const uint8_t* pixels, size_t count, Run run) {
+uint64_t CountRun(const uint8_t* pixels, size_t count, Run run) {
   const auto length = static_cast<uint8_t>(run.last - run.first);
   uint64_t total = 0;
   while (count >= sizeof(Bytes)) {
@@ -181,7 +181,7 @@ class BackgroundIndices {
   uint64_t CountIn(const uint8_t* pixels, size_t count) const {
     if (runCount_ > kMostRuns) return LookUpIn(pixels, count);
     uint64_t total = 0;
-    for (size_t i = 0; i < runCount_; ++i) total += CountRun(pixels, count, runs_[i]);
+    for (size_t i = 0; i < runCount_; ++i) total += Widest<CountRun>(pixels, count, runs_[i]);
     return total;
   }
 
@@ -201,7 +201,7 @@ class BackgroundIndices {
 };
 
 // Counts the pixels that are above all three limits, which are given for their bytes in turn.
-RASTREL_ALSO_AVX2 uint64_t CountAbove(const uint8_t* pixels, size_t count, const uint8_t* limits) {
+uint64_t CountAbove(const uint8_t* pixels, size_t count, const uint8_t* limits) {
   constexpr size_t kPixels = sizeof(Bytes);
   uint64_t total = 0;
   while (count > kPixels) {
@@ -271,8 +271,9 @@ int TestTrueColour(const ConstRows& rows, const Rgb& colour, double needed) {
   // Blue is compared with the colour's red and red with its blue, unlike at 8 bits. Kept: callers compare
   // verdicts.
   const uint8_t limits[3] = {colour.red, colour.green, colour.blue};
-  return TestBackground(
-      rows, needed, [&](const uint8_t* pixels, size_t count) { return CountAbove(pixels, count, limits); });
+  return TestBackground(rows, needed, [&](const uint8_t* pixels, size_t count) {
+    return Widest<CountAbove>(pixels, count, limits);
+  });
 }
 
 // ---- the operation ----------------------------------------------------------------------------------------

@@ -5,7 +5,7 @@
 #include "frame/dib.h"
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
 #include "tone/mono_to_grey.h"
 
 namespace rastrel {
@@ -89,15 +89,11 @@ RASTREL_FOR_AVX2 void TurnPixelsAvx2(const uint8_t* pixels, size_t count, uint8_
   TurnPixels<Weights>(pixels + 3 * x, count - x, grey + x);
 }
 
-using TurnFunction = void (*)(const uint8_t* pixels, size_t count, uint8_t* grey);
-
-TurnFunction BestTurn(bool weighted) {
-  if (HasAvx2()) return weighted ? TurnPixelsAvx2<Weighted> : TurnPixelsAvx2<Averaged>;
-  return weighted ? TurnPixels<Weighted> : TurnPixels<Averaged>;
-}
+template <class Weights>
+constexpr Kernel kTurn = Kernel(TurnPixels<Weights>).With(Processor::kAvx2, TurnPixelsAvx2<Weights>);
 
 void TurnTrueColour(const ConstRows& page, bool weighted, const Rows& result) {
-  const TurnFunction turn = BestTurn(weighted);
+  const auto turn = (weighted ? kTurn<Weighted> : kTurn<Averaged>).Best();
   const auto width = static_cast<size_t>(page.width);
   for (int y = 0; y < page.height; ++y) {
     uint8_t* grey = result.StoredRow(y);

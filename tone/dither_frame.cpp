@@ -3,6 +3,8 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "pixels/words.h"
+
 namespace rastrel {
 namespace {
 
@@ -140,10 +142,7 @@ void PackBlackAndWhite(const uint8_t* white, const Rows& rows, int row) {
   uint8_t* to = rows.StoredRow(row);
   const int whole = rows.width / 8;
   for (int i = 0; i < whole; ++i) {
-    // The product brings bit 0 of byte k to bit 63 - k.
-    uint64_t levels;
-    std::memcpy(&levels, white + 8 * i, sizeof(levels));
-    to[i] = static_cast<uint8_t>((levels & 0x0101010101010101) * 0x8040201008040201 >> 56);
+    to[i] = GatherFlags(LoadWord(white + 8 * i) & kLowestBits);
   }
   ClearFrom(whole, rows, to);
   for (int x = 8 * whole; x < rows.width; ++x) to[whole] |= static_cast<uint8_t>((white[x] & 0x80) >> x % 8);

@@ -10,7 +10,7 @@
 #include <cstring>
 
 #include "pixels/byte_shuffle.h"
-#include "pixels/processor.h"
+#include "pixels/kernels.h"
 
 namespace rastrel {
 namespace {
@@ -68,7 +68,7 @@ RASTREL_FOR_AVX2 void ExpandWords(const uint8_t* bits, size_t bytes, uint8_t fli
   ExpandBytes(bits + 4 * words, bytes % 4, flip, white, pixels + 32 * words);
 }
 
-Expansion BestExpansion() { return HasAvx2() ? ExpandWords : ExpandBytes; }
+constexpr Kernel kExpand = Kernel(ExpandBytes).With(Processor::kAvx2, ExpandWords);
 
 // Padding is expanded like pixels: a row of bits always has as much of it as the row of bytes.
 void ExpandRow(Expansion expand, const uint8_t* bits, uint8_t flip, size_t stride, uint8_t* grey) {
@@ -83,13 +83,13 @@ void ExpandRow(Expansion expand, const uint8_t* bits, uint8_t flip, size_t strid
 // the centre are added up before they are weighted. The weighted sums of a column are kept for each distance
 // in x at which pixels ask for them.
 
-struct Kernel3x3 {
+struct Weights3x3 {
   static constexpr int kReach = 1;
-  static constexpr uint16_t kWeights[2][2] = {{99, 31}, {31, 8}};  // [distance in x][distance in y]
+  static constexpr uint16_t kOf[2][2] = {{99, 31}, {31, 8}};  // [distance in x][distance in y]
 };
-struct Kernel5x5 {
+struct Weights5x5 {
   static constexpr int kReach = 2;
-  static constexpr uint16_t kWeights[3][3] = {{39, 25, 7}, {25, 16, 3}, {7, 3, 0}};
+  static constexpr uint16_t kOf[3][3] = {{39, 25, 7}, {25, 16, 3}, {7, 3, 0}};
 };
 
 // Beyond either end of a row come the four pixels at that end once more.
@@ -101,14 +101,14 @@ constexpr size_t kMargin = 8;
 struct ColumnTable {
   std::array<uint8_t, 32> inner, outer;  // twice the same 16
 };
-template <class Kernel>
+template <class Weights>
 constexpr ColumnTable TableFor(int dx) {
   ColumnTable table{};
   for (size_t i = 0; i < 32; ++i) {
     const auto count = static_cast<unsigned>(i % 16);
-    const auto& weights = Kernel::kWeights[dx];
+    const auto& weights = Weights::kOf[dx];
     table.inner[i] = static_cast<uint8_t>(count % 2 * weights[0] + count / 2 * weights[1]);
-    if constexpr (Kernel::kReach > 1) table.outer[i] = static_cast<uint8_t>(count * weights[2]);
+    if constexpr (Weights::kReach > 1) table.outer[i] = static_cast<uint8_t>(count * weights[2]);
   }
   return table;
 }
@@ -125,10 +125,10 @@ RASTREL_FOR_AVX2 inline WideShuffleBytes LoadPixels(const uint8_t* from) {
 }
 
 // What a smoothing works on: the last rows of cells and the sums of columns.
-template <class Kernel>
+template <class Weights>
 class SmoothingRows {
  public:
-  static constexpr int kReach = Kernel::kReach;
+  static constexpr int kReach = Weights::kReach;
   static constexpr int kRows = 2 * kReach + 1;
   static constexpr int kSums = kReach + 1;
 
@@ -142,7 +142,7 @@ class SmoothingRows {
       : buffer_(buffer),
         width_(static_cast<size_t>(width)),
         rowBytes_(static_cast<size_t>(RowBytes(width))),
-        expand_(BestExpansion()) {}
+        expand_(kExpand.Best()) {}
 
   // Writes the cells of a row in place of those of the oldest one. The copies at the ends are of whole
   // groups, with what pads the last one: the neighbour of pixel 0 is pixel 3. Kept: callers compare bytes.
@@ -155,14 +155,14 @@ class SmoothingRows {
   }
 
   // Smooths the row in the middle of those that were read, up to `last`. Above the first one it comes again.
-  // Sums are worked out, or, where HasAvx2, may be looked up.
-  void Smooth(int last, uint8_t* grey) const {
-    SumColumns(last - kReach);
-    SumRow(grey);
+  // Sums are worked out, or looked up.
+  static void Smooth(const SmoothingRows& rows, int last, uint8_t* grey) {
+    rows.SumColumns(last - kReach);
+    rows.SumRow(grey);
   }
-  RASTREL_FOR_AVX2 void SmoothByTables(int last, uint8_t* grey) const {
-    LookUpColumns(last - kReach);
-    SumRow(grey);
+  RASTREL_FOR_AVX2 static void SmoothByTables(const SmoothingRows& rows, int last, uint8_t* grey) {
+    rows.LookUpColumns(last - kReach);
+    rows.SumRow(grey);
   }
 
  private:
@@ -196,8 +196,8 @@ class SmoothingRows {
         counts[dy] += below;
       }
       for (int dx = 0; dx < kSums; ++dx) {
-        CellPairs sum = counts[0] * Kernel::kWeights[dx][0];
-        for (int dy = 1; dy <= kReach; ++dy) sum += counts[dy] * Kernel::kWeights[dx][dy];
+        CellPairs sum = counts[0] * Weights::kOf[dx][0];
+        for (int dy = 1; dy <= kReach; ++dy) sum += counts[dy] * Weights::kOf[dx][dy];
         std::memcpy(sums[dx] + at, &sum, sizeof(sum));
       }
     }
@@ -211,8 +211,8 @@ class SmoothingRows {
     Pixels inner[kSums], outer[kSums];
     for (int dx = 0; dx < kSums; ++dx) {
       sums[dx] = Sums(dx) - kMargin;
-      inner[dx] = LoadPixels(TableFor<Kernel>(dx).inner.data());
-      outer[dx] = LoadPixels(TableFor<Kernel>(dx).outer.data());
+      inner[dx] = LoadPixels(TableFor<Weights>(dx).inner.data());
+      outer[dx] = LoadPixels(TableFor<Weights>(dx).outer.data());
     }
     for (size_t at = 0; at < rowBytes_; at += sizeof(Pixels)) {
       const Pixels innerPair = LoadPixels(cells[kReach - 1] + at) + LoadPixels(cells[kReach + 1] + at);
@@ -221,7 +221,7 @@ class SmoothingRows {
         Pixels sum = ShuffledInHalves(inner[dx], innerCount);
         if constexpr (kReach > 1) {
           const Pixels outerPair = LoadPixels(cells[0] + at) + LoadPixels(cells[kRows - 1] + at);
-          if (Kernel::kWeights[dx][kReach] != 0) sum += ShuffledInHalves(outer[dx], outerPair);
+          if (Weights::kOf[dx][kReach] != 0) sum += ShuffledInHalves(outer[dx], outerPair);
         }
         std::memcpy(sums[dx] + at, &sum, sizeof(sum));
       }
@@ -234,22 +234,20 @@ class SmoothingRows {
   Expansion expand_;
 };
 
-template <class Kernel>
+template <class Weights>
 ErrorCode SmoothPage(const ConstRows& page, uint8_t flip, const Rows& result) {
-  const NewBlock buffer(SmoothingRows<Kernel>::TotalBytes(page.width), Content::kZeroed);
+  const NewBlock buffer(SmoothingRows<Weights>::TotalBytes(page.width), Content::kZeroed);
   if (const ErrorCode failure = buffer.Failure()) return failure;
 
-  SmoothingRows<Kernel> rows(buffer.bytes(), page.width);
+  SmoothingRows<Weights> rows(buffer.bytes(), page.width);
   const auto width = static_cast<size_t>(page.width);
-  const bool byTables = HasAvx2();
+  using Smoothing = SmoothingRows<Weights>;
+  constexpr Kernel kSmooth = Kernel(Smoothing::Smooth).With(Processor::kAvx2, Smoothing::SmoothByTables);
+  const auto smooth = kSmooth.Best();
   for (int y = 0; y < page.height; ++y) {
     uint8_t* grey = result.StoredRow(y);
     rows.Read(page.StoredRow(y), flip, y);
-    if (byTables) {
-      rows.SmoothByTables(y, grey);
-    } else {
-      rows.Smooth(y, grey);
-    }
+    smooth(rows, y, grey);
     std::memset(grey + width, 0, result.stride - width);
   }
   return ErrSuccess;
@@ -323,12 +321,12 @@ GreyPage::GreyPage(const Header& header) : NewBlock(GreyPageBytes(header), Conte
 
 ErrorCode TurnMonoGrey(const ConstRows& page, bool setIsWhite, uint32_t method, const Rows& result) {
   const uint8_t flip = setIsWhite ? 0 : 0xFF;
-  const Expansion expand = BestExpansion();
+  const Expansion expand = kExpand.Best();
   switch (MethodFor(page.height, method)) {
     case kSmoothing3x3:
-      return SmoothPage<Kernel3x3>(page, flip, result);
+      return SmoothPage<Weights3x3>(page, flip, result);
     case kSmoothing5x5:
-      return SmoothPage<Kernel5x5>(page, flip, result);
+      return SmoothPage<Weights5x5>(page, flip, result);
     default:
       for (int y = 0; y < page.height; ++y) {
         ExpandRow(expand, page.StoredRow(y), flip, result.stride, result.StoredRow(y));

@@ -5,6 +5,8 @@
 #include <random>
 #include <vector>
 
+#include "tests/support/processors.h"
+
 namespace rastrel::testing {
 namespace {
 
@@ -38,8 +40,10 @@ TEST(LineVotes, FixedPointVotesAreTheExactOnes) {
     }
     const Lines lines = {extent * 3 / 2, true};
     for (int degrees = 0; degrees < 180; ++degrees) {
-      EXPECT_EQ(VotesFor(anchors, degrees, lines, true), VotesFor(anchors, degrees, lines, false))
-          << extent << ", " << degrees << " degrees";
+      const std::vector<uint16_t> exact = VotesFor(anchors, degrees, lines, true);
+      OnEveryProcessor([&] {
+        EXPECT_EQ(exact, VotesFor(anchors, degrees, lines, false)) << extent << ", " << degrees << " degrees";
+      });
     }
   }
 }
