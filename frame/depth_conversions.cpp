@@ -257,7 +257,7 @@ HGLOBAL RASTREL_CALL ExpandCompressedDIB(HGLOBAL dib) {
                      static_cast<size_t>(DIBRowBytes(static_cast<uint32_t>(page.width()), page.bits())),
                      page.width(), page.height()};
   const uint8_t* stream = page.bytes() + headBytes;
-  const uint8_t* end = stream + std::min<size_t>(page.header().biSizeImage, page.size() - headBytes);
+  const uint8_t* end = page.bytes() + page.size();  // whatever the header says of the size
   if (page.bits() == 8) {
     Decode<ByteRuns>(stream, end, rows);
   } else {

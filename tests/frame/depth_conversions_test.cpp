@@ -31,9 +31,13 @@ TEST(ExpandCompressedDIB, DrawsRunsLiteralsAndMoves) {
         Case{8, 4, {0, 3, 1, 2, 3, 99, 0, 5, 4}, {1, 2, 3, 4, 0, 0, 0, 0}},    // ends inside its literals
         Case{4, 8, {0, 3, 0x12, 0x30, 2, 0x45, 0, 0, 5, 0xAB}, {0x12, 0x34, 0x50, 0, 0xAB, 0xAB, 0xA0, 0}},
         Case{4, 3, {9, 0x12, 9, 0x34, 0, 0, 0, 2, 1, 0, 9, 0x56}, {0x12, 0x10, 0, 0, 0x05, 0x60, 0, 0}}}) {
-    const TestDib result(ExpandCompressedDIB(RunLengths(c.bits, c.width, 2, c.stream).handle()));
-    const Bytes block = result.block();
-    EXPECT_EQ(c.rows, Bytes(block.end() - 8, block.end())) << ::testing::PrintToString(c.stream);
+    // A size of the image that is less than the data's cuts nothing off.
+    for (const uint32_t size : {static_cast<uint32_t>(c.stream.size()), 1u}) {
+      const TestDib page =
+          RunLengths(c.bits, c.width, 2, c.stream).With([size](auto& header) { header.biSizeImage = size; });
+      const Bytes block = TestDib(ExpandCompressedDIB(page.handle())).block();
+      EXPECT_EQ(c.rows, Bytes(block.end() - 8, block.end())) << ::testing::PrintToString(c.stream);
+    }
   }
 }
 
