@@ -16,15 +16,22 @@ namespace {
 
 // ---- sizes ------------------------------------------------------------------------------------------
 
+// In millimetres.
+constexpr double kShortestRun = 2;
+constexpr double kLongestRun = 15;
+constexpr double kLeastHole = 4;
+constexpr double kMostExcess = 0.6;
+constexpr double kDiscMargin = 1.1;
+
 // In pixels, of a resolution above 0.
 struct BlobSizes {
   explicit BlobSizes(const PunchedPage& page)
       : search(page.band() - 1),
-        shortest(static_cast<int>(std::ceil(2 / 25.4 * page.dpi()))),
-        longest(static_cast<int>(15 / 25.4 * page.dpi())),
-        least(page.dpi() * 0.15748031496062992),
-        excess(page.dpi() * 0.023622047244094488),
-        margin(static_cast<int>(page.dpi() * 0.043307086614173235 + 0.5)) {}
+        shortest(static_cast<int>(std::ceil(Inches(kShortestRun) * page.dpi()))),
+        longest(static_cast<int>(Inches(kLongestRun) * page.dpi())),
+        least(page.dpi() * Inches(kLeastHole)),
+        excess(page.dpi() * Inches(kMostExcess)),
+        margin(static_cast<int>(page.dpi() * Inches(kDiscMargin) + 0.5)) {}
 
   int search;     // columns in which a blob's row may begin
   int shortest;   // shorter runs of dark cells are specks

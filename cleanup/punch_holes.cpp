@@ -38,18 +38,21 @@ constexpr double kMaxHole = 3e9;
 
 int64_t Rounded(double length) { return static_cast<int64_t>(length + 0.5); }
 
+constexpr double kProbeMillimetres = 3;  // fits in the smallest hole, of 4 mm
+constexpr double kProbeShare = 0.89;     // of its cells are dark where it lies in a hole
+
 // In pixels.
 struct HoleSizes {
   HoleSizes(const PunchedPage& page, int millimetres)
       : dpi(page.dpi()),
         band(page.band()),
-        probe(static_cast<int>(dpi * 0.11811023622047245 + 0.5)),
-        hole(std::min(millimetres / 25.4 * dpi, kMaxHole)),
-        longestColumn(4.0 * millimetres / 25.4 * dpi),
-        longestRow(2.0 * millimetres / 25.4 * dpi) {}
+        probe(static_cast<int>(dpi * Inches(kProbeMillimetres) + 0.5)),
+        hole(std::min(Inches(millimetres) * dpi, kMaxHole)),
+        longestColumn(Inches(4.0 * millimetres) * dpi),
+        longestRow(Inches(2.0 * millimetres) * dpi) {}
 
   // Whether a probe square counts as a hole when it has more dark cells than this.
-  int64_t Threshold() const { return static_cast<int64_t>(probe * 0.89 * probe); }
+  int64_t Threshold() const { return static_cast<int64_t>(probe * kProbeShare * probe); }
 
   int dpi;
   int band;              // columns from the left edge

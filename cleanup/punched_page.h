@@ -13,6 +13,11 @@
 
 namespace rastrel {
 
+constexpr double kMillimetresPerInch = 25.4;
+
+// A length in inches, to be multiplied by a resolution.
+constexpr double Inches(double millimetres) { return millimetres / kMillimetresPerInch; }
+
 enum Cell : uint8_t { kLight = 0, kDark = 1, kErased = 2, kLine = 3 };
 
 // How far from its middle, this far off in the other direction, a disc still has cells: their distance is

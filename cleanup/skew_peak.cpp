@@ -13,6 +13,8 @@ constexpr int kMiddle = kSamples / 2;
 constexpr double kStepRows = 0.5;  // from slope to slope, at the ends of the page's lines
 static_assert(kMiddle * kStepRows <= ShiftedStrips::kRowsBeyondSteepest);
 
+// Limits without another origin are what measured best on drawn pages of known skew: docs/skew.md.
+
 // ---- the top of a curve -----------------------------------------------------------------------------------
 
 using Curve = std::array<double, kSamples>;
@@ -24,6 +26,9 @@ size_t Highest(const Curve& curve) {
 // The place, in samples from the first, of the top of a parabola through what rises above half of the curve's
 // height. The nearer a sample is to the top the more it counts.
 double TopOf(const Curve& curve) {
+  constexpr int kLeastReach = 2;       // samples to either side count in any case: a parabola needs three
+  constexpr double kLeastWeight = 50;  // that part of the highest one's, so that they do not drop out
+  constexpr double kMostMoved = 2;     // samples from the highest one: further off there is no such parabola
   const auto best = static_cast<int>(Highest(curve));
   const double most = curve[static_cast<size_t>(best)];
   const double half = (most + *std::min_element(curve.begin(), curve.end())) / 2;
@@ -31,13 +36,13 @@ double TopOf(const Curve& curve) {
   int first = best, last = best;
   while (first > 0 && at(first - 1) > half) --first;
   while (last < kSamples - 1 && at(last + 1) > half) ++last;
-  first = std::max(0, std::min(first, best - 2));
-  last = std::min(kSamples - 1, std::max(last, best + 2));
+  first = std::max(0, std::min(first, best - kLeastReach));
+  last = std::min(kSamples - 1, std::max(last, best + kLeastReach));
 
   double moments[5] = {}, products[3] = {};
   for (int i = first; i <= last; ++i) {
     const double x = i - best;
-    const double weight = std::max(at(i) - half, (most - half) / 50);
+    const double weight = std::max(at(i) - half, (most - half) / kLeastWeight);
     const double powers[5] = {1, x, x * x, x * x * x, x * x * x * x};
     for (int k = 0; k < 5; ++k) moments[k] += weight * powers[k];
     for (int k = 0; k < 3; ++k) products[k] += weight * powers[k] * at(i);
@@ -48,7 +53,7 @@ double TopOf(const Curve& curve) {
   const double slant = m0 * (p1 * m4 - p2 * m3) - p0 * (m1 * m4 - m2 * m3) + m2 * (m1 * p2 - m2 * p1);
   const double bend = m0 * (m2 * p2 - m3 * p1) - m1 * (m1 * p2 - m2 * p1) + p0 * (m1 * m3 - m2 * m2);
   if (!(bend < 0)) return best;
-  return best + std::clamp(-slant / (2 * bend), -2.0, 2.0);
+  return best + std::clamp(-slant / (2 * bend), -kMostMoved, kMostMoved);
 }
 
 // ---- curves of parts of the page --------------------------------------------------------------------------
@@ -146,10 +151,13 @@ void SampleSlopes(const ShiftedStrips& strips, double middle, double step, const
 // ---- parts that go together -------------------------------------------------------------------------------
 
 struct SectionsTop : Top {
-  // How far another top may be from it, in samples, and still be the same. The steeper the lines are the more
-  // do the widths of strips move the tops of narrow parts.
+  // How far another top may be from it, in samples, and still be the same: less than a sample where lines are
+  // level. The steeper they are the more do the widths of strips move the tops of narrow parts.
+  static constexpr double kOffWhenLevel = 0.4;
+  static constexpr double kOffBySlope = 25;  // for the square of the slope: one sample more at 11 degrees
   double mostOff;
-  SectionsTop(const Top& top, double slope) : Top(top), mostOff(0.4 + top.error + 25 * slope * slope) {}
+  SectionsTop(const Top& top, double slope)
+      : Top(top), mostOff(kOffWhenLevel + top.error + kOffBySlope * slope * slope) {}
   bool IsNear(double other) const { return std::abs(other - place) <= mostOff; }
 };
 
@@ -196,7 +204,7 @@ int Breadth(const Curve& curve) {
 
 SkewPeak FindSkewPeak(const ShiftedStrips& strips, double slope, double steepest, int16_t* sums) {
   constexpr int kRounds = 3;
-  constexpr double kNearMiddle = 8;
+  constexpr double kNearMiddle = kMiddle / 2;  // samples; a top further out is measured again from there
   const double step = kStepRows / strips.Arm();
   strips.Sum(slope, 0, 1, sums);
   const BandRows bandRows = DivideIntoBands(sums, strips.rows());
