@@ -303,15 +303,6 @@ class PageFilter {
   const RowEnds ends_;
 };
 
-bool HasGreyTable(const LockedDib& page, unsigned entries) {
-  std::array<RGBQUAD, 256> table;
-  if (!page.Holds(kHeaderBytes, entries * sizeof(RGBQUAD))) return false;
-  page.ReadPalette(entries, kBlack, table.data());
-  return std::all_of(table.begin(), table.begin() + entries, [](const RGBQUAD& entry) {
-    return entry.rgbBlue == entry.rgbGreen && entry.rgbGreen == entry.rgbRed;
-  });
-}
-
 HGLOBAL FilteredCopy(HGLOBAL dib, const LockedDib& page, const Filter& filter) {
   // Kept: the table is taken to have biClrUsed entries, none when that is 0.
   const uint64_t offset = kHeaderBytes + uint64_t{page.header().biClrUsed} * sizeof(RGBQUAD);
@@ -337,11 +328,11 @@ HGLOBAL RASTREL_CALL CleanImage(HGLOBAL dib, int level, int fullFilter) {
   const int turned = kLowestLevel + kHighestLevel - level;
   const bool isBlackFirst = page.FirstColourIsBlack();
 
-  if (page.bits() == 1 && HasGreyTable(page, 2)) {
+  if (page.bits() == 1 && page.HasGreyTable(2)) {
     const int threshold = (isBlackFirst ? turned : level) * 8 / 100;
     return FilteredCopy(dib, page, {kBitFilters[threshold - 1].Best(), everyPixel});
   }
-  if (page.bits() == 8 && page.header().biPlanes == 1 && HasGreyTable(page, 256)) {
+  if (page.bits() == 8 && page.header().biPlanes == 1 && page.HasGreyTable(256)) {
     // Kept: the level counts the other way than for bits.
     const int rank = (isBlackFirst ? level : turned) * 9 / 100;
     return FilteredCopy(dib, page, {kGreyFilters[rank - 1].Best(), everyPixel});

@@ -82,6 +82,23 @@ void LockedDib::ReadPalette(unsigned count, RGBQUAD beyond, RGBQUAD* entries) co
   }
 }
 
+ColourTable LockedDib::ReadColourTable() const {
+  ColourTable table;
+  if (bits() > 8) return table;
+  table.count = std::min(DIBNumColors(&header_), 1u << bits());
+  RGBQUAD entries[256];
+  ReadPalette(table.count, kBlack, entries);
+  for (unsigned i = 0; i < table.count; ++i) table.colours[i] = RgbOf(entries[i]);
+  return table;
+}
+
+bool LockedDib::HasGreyTable(unsigned count) const {
+  if (!Holds(kHeaderBytes, count * sizeof(RGBQUAD))) return false;
+  RGBQUAD entries[256];
+  ReadPalette(count, kBlack, entries);
+  return std::all_of(entries, entries + count, [](const RGBQUAD& entry) { return IsGrey(RgbOf(entry)); });
+}
+
 bool LockedDib::FirstColourIsBlack() const {
   RGBQUAD first;
   ReadPalette(1, kBlack, &first);

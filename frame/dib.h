@@ -5,8 +5,10 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "frame/rastrel.h"
+#include "pixels/colours.h"
 #include "platform/platform.h"
 
 namespace rastrel {
@@ -37,18 +39,32 @@ constexpr uint64_t DIBRowBytes(uint64_t width, uint64_t bits) { return (width * 
 // negative.
 uint64_t DIBImageBytes(int32_t width, int32_t height, unsigned bits);
 
-// The rows of a locked DIB. Byte is uint8_t or const uint8_t.
+// Rows of pixels: of a locked DIB, or of one plane of a device bitmap. Byte is uint8_t or const uint8_t.
 template <class Byte>
 struct RowView {
-  Byte* first;  // stored row 0, the bottom of the picture
-  size_t stride;
-  int width;
+  Byte* first;    // of stored row 0: the bottom of a DIB's picture, the top of a bitmap's
+  size_t stride;  // bytes of a row, padding included
+  int width;      // in pixels; they fit in a row
   int height;
+  // Bytes from row to row: more than a row where the planes of a bitmap take turns, and less than 0 where row
+  // 0 is the last in memory.
+  ptrdiff_t step = static_cast<ptrdiff_t>(stride);
 
-  // Row 0 is the bottom of the picture, as stored.
-  Byte* StoredRow(int row) const { return first + static_cast<size_t>(row) * stride; }
+  // Row 0 is the first, as stored.
+  Byte* StoredRow(int row) const { return first + row * step; }
   // Row 0 is the top of the page, as the cleanup operations count.
   Byte* PageRow(int row) const { return StoredRow(height - 1 - row); }
+
+  RowView UpsideDown() const { return {StoredRow(height - 1), stride, width, height, -step}; }
+  // `count` rows from stored row `row` on.
+  RowView Part(int row, int count) const { return {StoredRow(row), stride, width, count, step}; }
+  void Clear() const {
+    for (int y = 0; y < height; ++y) std::memset(StoredRow(y), 0, stride);
+  }
+  // Of rows that follow one another.
+  uint64_t bytes() const { return uint64_t{stride} * static_cast<uint32_t>(height); }
+
+  operator RowView<const Byte>() const { return {first, stride, width, height, step}; }
 };
 using ConstRows = RowView<const uint8_t>;
 using Rows = RowView<uint8_t>;
@@ -70,6 +86,8 @@ class LockedBlock {
   uint8_t* bytes() const { return bytes_; }
   size_t size() const { return size_; }
   bool Holds(uint64_t offset, uint64_t count) const { return offset <= size_ && count <= size_ - offset; }
+  // Of a byte in the block.
+  size_t OffsetOf(const uint8_t* byte) const { return static_cast<size_t>(byte - bytes_); }
 
   // Leaves the lock on the block when the view ends.
   void KeepLocked() { keepLocked_ = true; }
@@ -100,6 +118,12 @@ class LockedDib : public LockedBlock {
   // these are the bytes that follow it in the block; what lies beyond the block reads as `beyond`.
   void ReadPalette(unsigned count, RGBQUAD beyond, RGBQUAD* entries) const;
 
+  // What the indices of up to 8 bits mean: the entries that there are of those that they can name.
+  ColourTable ReadColourTable() const;
+
+  // Whether the first `count` entries, up to 256, are in the block and grey.
+  bool HasGreyTable(unsigned count) const;
+
   // Whether blue, green and red of entry 0 are 0.
   bool FirstColourIsBlack() const;
 
@@ -112,6 +136,11 @@ Header HeaderLike(const Header& source, unsigned bits, uint32_t colours);
 
 constexpr RGBQUAD kBlack = {0, 0, 0, 0};
 constexpr RGBQUAD kWhite = {255, 255, 255, 0};
+constexpr Rgb RgbOf(const RGBQUAD& colour) { return RgbOf(colour.rgbRed, colour.rgbGreen, colour.rgbBlue); }
+constexpr RGBQUAD QuadOf(Rgb colour) {
+  return {static_cast<uint8_t>(BlueOf(colour)), static_cast<uint8_t>(GreenOf(colour)),
+          static_cast<uint8_t>(RedOf(colour)), 0};
+}
 
 enum class Content : bool { kZeroed, kUnset };
 enum class Retry : bool { kNone, kWhenCompacted };

@@ -126,8 +126,7 @@ int RASTREL_CALL GetSystemPalette(RGBQUAD* entries) {
   const SelectedPalette selected(screen.get(), palette.get());
   for (int i = 0; i < count; ++i) {
     const COLORREF colour = GetNearestColor(screen.get(), PALETTEINDEX(static_cast<WORD>(i)));
-    entries[i] = {static_cast<uint8_t>(colour >> 16), static_cast<uint8_t>(colour >> 8),
-                  static_cast<uint8_t>(colour), 0};
+    entries[i] = QuadOf(RgbOfReversed(colour));
   }
   return 1;
 }

@@ -16,14 +16,6 @@ const uint8_t* EntryOf(const LockedDib& dib, unsigned index) {
   return dib.bytes() + kHeaderBytes + index * sizeof(RGBQUAD);
 }
 
-COLORREF ToColorref(RGBQUAD colour) {
-  return colour.rgbRed | uint32_t{colour.rgbGreen} << 8 | uint32_t{colour.rgbBlue} << 16;
-}
-RGBQUAD FromColorref(COLORREF colour) {
-  return {static_cast<uint8_t>(colour >> 16), static_cast<uint8_t>(colour >> 8), static_cast<uint8_t>(colour),
-          0};
-}
-
 // Returns the first byte of the pixel in column x of page row y, null where there is none: no such pixel, a
 // depth other than 1, 8 and 24 bits, or a block that ends before it. The full table is in the block then.
 uint8_t* FindPixel(const LockedDib& dib, unsigned x, unsigned y) {
@@ -44,7 +36,7 @@ uint8_t* FindPixel(const LockedDib& dib, unsigned x, unsigned y) {
 
 // Returns the first of `count` entries with the red, green and blue of `colour`, or -1.
 int FindColorIndex(const LockedDib& dib, unsigned count, COLORREF colour) {
-  const RGBQUAD wanted = FromColorref(colour);
+  const RGBQUAD wanted = QuadOf(RgbOfReversed(colour));
   for (unsigned i = 0; i < count; ++i) {
     if (std::memcmp(EntryOf(dib, i), &wanted, 3) == 0) return static_cast<int>(i);
   }
@@ -67,7 +59,7 @@ int RASTREL_CALL GetDIBPixelColor(HGLOBAL dib, unsigned x, unsigned y, COLORREF*
   } else if (page.bits() == 8) {
     pixel = EntryOf(page, *pixel);
   }
-  *colour = ToColorref(ColourAt(pixel));
+  *colour = RgbOfReversed(RgbOf(ColourAt(pixel)));
   return 1;
 }
 
@@ -80,7 +72,7 @@ int RASTREL_CALL SetDIBPixelColor(HGLOBAL dib, unsigned x, unsigned y, COLORREF 
   if (pixel == nullptr) return 0;
 
   if (page.bits() == 24) {
-    const RGBQUAD bytes = FromColorref(colour);
+    const RGBQUAD bytes = QuadOf(RgbOfReversed(colour));
     std::memcpy(pixel, &bytes, 3);
     return 1;
   }

@@ -6,7 +6,6 @@
 
 #include "frame/dib.h"
 #include "frame/thread_state.h"
-#include "geometry/plane.h"
 
 namespace rastrel {
 
@@ -22,12 +21,12 @@ class PlaneLayout {
   uint64_t bytes() const { return bytes_; }
   int planes() const { return bitmap_.bmPlanes; }
   template <class Byte>
-  Plane<Byte> PlaneAt(int index, Byte* bits) const {
+  RowView<Byte> PlaneAt(int index, Byte* bits) const {
     const auto rowBytes = static_cast<size_t>(bitmap_.bmWidthBytes);
     const size_t step = wholePlanes_ ? rowBytes : rowBytes * bitmap_.bmPlanes;
     const size_t toPlane = wholePlanes_ ? rowBytes * static_cast<size_t>(bitmap_.bmHeight) : rowBytes;
-    return {bits + static_cast<size_t>(index) * toPlane, static_cast<ptrdiff_t>(step), rowBytes,
-            bitmap_.bmWidth, bitmap_.bmHeight};
+    return {bits + static_cast<size_t>(index) * toPlane, rowBytes, bitmap_.bmWidth, bitmap_.bmHeight,
+            static_cast<ptrdiff_t>(step)};
   }
 
  private:
@@ -46,7 +45,7 @@ class FetchedBitmap {
   const BITMAP& description() const { return description_; }
   const PlaneLayout& layout() const { return *layout_; }
   uint8_t* bits() const { return bits_->bytes(); }
-  MutablePlane PlaneAt(int index) const { return layout_->PlaneAt(index, bits()); }
+  Rows PlaneAt(int index) const { return layout_->PlaneAt(index, bits()); }
 
  private:
   ErrorCode Fetch(HBITMAP bitmap);

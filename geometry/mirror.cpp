@@ -7,18 +7,18 @@
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
 #include "geometry/bitmap_bits.h"
-#include "geometry/dib_extent.h"
+#include "geometry/planar_rows.h"
 #include "geometry/reversal.h"
 #include "pixels/kernels.h"
 
 namespace rastrel {
 namespace {
 
-using RowMove = void (*)(const ConstPlane& from, unsigned bits, const MutablePlane& to);
+using RowMove = void (*)(const ConstRows& from, unsigned bits, const Rows& to);
 
 // Whole rows, their padding too.
-void CopyRows(const ConstPlane& from, unsigned /*bits*/, const MutablePlane& to) {
-  for (int y = 0; y < from.height; ++y) std::memcpy(to.Row(y), from.Row(y), from.rowBytes);
+void CopyRows(const ConstRows& from, unsigned /*bits*/, const Rows& to) {
+  for (int y = 0; y < from.height; ++y) std::memcpy(to.StoredRow(y), from.StoredRow(y), from.stride);
 }
 
 using Words = uint64_t __attribute__((vector_size(32)));
@@ -40,39 +40,36 @@ void ExchangeRows(const uint8_t* upper, const uint8_t* lower, size_t bytes, uint
 
 // From both ends to the middle: with two rows read and two written at a time, memory is waited for less than
 // with one.
-void TurnUpsideDown(const ConstPlane& from, unsigned /*bits*/, const MutablePlane& to) {
+void TurnUpsideDown(const ConstRows& from, unsigned /*bits*/, const Rows& to) {
   for (int y = 0; y < from.height / 2; ++y) {
     const int other = from.height - 1 - y;
-    Widest<ExchangeRows>(from.Row(y), from.Row(other), from.rowBytes, to.Row(y), to.Row(other));
+    Widest<ExchangeRows>(from.StoredRow(y), from.StoredRow(other), from.stride, to.StoredRow(y),
+                         to.StoredRow(other));
   }
   const int middle = from.height / 2;
-  if (from.height % 2 != 0) std::memcpy(to.Row(middle), from.Row(middle), from.rowBytes);
+  if (from.height % 2 != 0) std::memcpy(to.StoredRow(middle), from.StoredRow(middle), from.stride);
 }
 
-void MirrorRows(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+void MirrorRows(const ConstRows& from, unsigned bits, const Rows& to) {
   ReverseRows(from, MovedDepth(bits), to);
 }
 
 // Returns the page with its rows moved and `spareBytes` behind them, which callers see in the block's size.
 HGLOBAL MovePage(HGLOBAL dib, RowMove move, uint64_t (*spareBytes)(const Header& header)) {
   const LockedDib page(dib);
-  DibExtent extent;
-  if (!page || !FindExtent(page, &extent)) return nullptr;
-  const uint64_t rowsEnd = extent.headBytes + extent.imageBytes;
+  ConstRows from;
+  if (!page || !FindPlanarRows(page, &from)) return nullptr;
+  const size_t head = page.OffsetOf(from.first);
+  const uint64_t rowsEnd = head + from.bytes();
   const uint64_t spare = spareBytes(page.header());
-  const bool isEmpty = extent.imageBytes == 0;
+  const bool isEmpty = from.bytes() == 0;
   NewBlock result(rowsEnd + spare, isEmpty ? Content::kZeroed : Content::kUnset);
   if (!result) return nullptr;
 
   const WaitCursor cursor;
-  const auto head = static_cast<size_t>(extent.headBytes);
   std::memcpy(result.bytes(), page.bytes(), head);
   if (!isEmpty) {
-    const auto stride = static_cast<size_t>(extent.stride);
-    const auto step = static_cast<ptrdiff_t>(stride);
-    const ConstPlane from = {page.bytes() + head, step, stride, page.width(), page.height()};
-    const MutablePlane to = {result.bytes() + head, step, stride, page.width(), page.height()};
-    move(from, page.bits(), to);
+    move(from, page.bits(), {result.bytes() + head, from.stride, from.width, from.height});
     std::memset(result.bytes() + rowsEnd, 0, static_cast<size_t>(spare));
   }
   return result.Release();
@@ -82,19 +79,16 @@ enum class Order : bool { kKept, kUpsideDown };
 
 // Moves each row of a plane, by way of a buffer for a few rows, to its own place or, upside down, to that of
 // its counterpart.
-void MoveInPlace(const MutablePlane& plane, unsigned bits, RowMove move, Order order, int rowsInBuffer,
+void MoveInPlace(const Rows& plane, unsigned bits, RowMove move, Order order, int rowsInBuffer,
                  uint8_t* buffer) {
-  const auto step = static_cast<ptrdiff_t>(plane.rowBytes);
-  const auto bufferOf = [&](int rows) {
-    return MutablePlane{buffer, step, plane.rowBytes, plane.width, rows};
-  };
+  const auto bufferOf = [&](int rows) { return Rows{buffer, plane.stride, plane.width, rows}; };
   int top = 0;
   int bottom = plane.height;
   if (order == Order::kUpsideDown) {
     while (bottom - top >= 2) {
       const int rows = std::min(rowsInBuffer, (bottom - top) / 2);
-      const MutablePlane upper = plane.Part(top, rows);
-      const MutablePlane lower = plane.Part(bottom - rows, rows);
+      const Rows upper = plane.Part(top, rows);
+      const Rows lower = plane.Part(bottom - rows, rows);
       move(upper, bits, bufferOf(rows));
       move(lower, bits, upper.UpsideDown());
       CopyRows(bufferOf(rows), bits, lower.UpsideDown());

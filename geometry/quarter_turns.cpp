@@ -6,51 +6,52 @@
 #include "frame/rastrel.h"
 #include "frame/thread_state.h"
 #include "geometry/bitmap_bits.h"
-#include "geometry/page_to_turn.h"
 #include "geometry/reversal.h"
+#include "geometry/rows_to_turn.h"
 #include "geometry/transposition.h"
 
 namespace rastrel {
 namespace {
 
-using TurnMove = void (*)(const ConstPlane& from, unsigned bits, const MutablePlane& to);
+using TurnMove = void (*)(const ConstRows& from, unsigned bits, const Rows& to);
 
 // As seen with row 0 at the top. Stored rows of a page go up, so there it is the other way round.
-void TurnLeft(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+void TurnLeft(const ConstRows& from, unsigned bits, const Rows& to) {
   Transpose(from, bits, to.UpsideDown());
 }
 
-void TurnRight(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+void TurnRight(const ConstRows& from, unsigned bits, const Rows& to) {
   Transpose(from.UpsideDown(), bits, to);
 }
 
-void TurnHalf(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+void TurnHalf(const ConstRows& from, unsigned bits, const Rows& to) {
   ReverseRows(from, bits, to.UpsideDown());
 }
 
-void CopyPixels(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+void CopyPixels(const ConstRows& from, unsigned bits, const Rows& to) {
   const uint64_t rowBits = static_cast<uint64_t>(from.width) * bits;
   const auto bytes = static_cast<size_t>(rowBits / 8);
   const auto lastPixels = static_cast<unsigned>(0xFF00 >> rowBits % 8);
   for (int y = 0; y < from.height; ++y) {
-    std::memset(to.Row(y) + bytes, 0, to.rowBytes - bytes);
-    std::memcpy(to.Row(y), from.Row(y), bytes);
-    if (rowBits % 8 != 0) to.Row(y)[bytes] = static_cast<uint8_t>(from.Row(y)[bytes] & lastPixels);
+    std::memset(to.StoredRow(y) + bytes, 0, to.stride - bytes);
+    std::memcpy(to.StoredRow(y), from.StoredRow(y), bytes);
+    if (rowBits % 8 != 0)
+      to.StoredRow(y)[bytes] = static_cast<uint8_t>(from.StoredRow(y)[bytes] & lastPixels);
   }
 }
 
 // ---- device bitmaps ---------------------------------------------------------------------------------------
 
-void TurnBitmapLeft(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+void TurnBitmapLeft(const ConstRows& from, unsigned bits, const Rows& to) {
   TurnLeft(from, MovedDepth(bits), to);
 }
 
 // The last source row of a monochrome bitmap is not copied, so that its leftmost column stays 0; other depths
 // are complete. Kept: callers compare bytes.
-void TurnBitmapRight(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+void TurnBitmapRight(const ConstRows& from, unsigned bits, const Rows& to) {
   TurnRight(from, MovedDepth(bits), to);
   if (bits != 1) return;
-  for (int y = 0; y < to.height; ++y) *to.Row(y) &= 0x7F;
+  for (int y = 0; y < to.height; ++y) *to.StoredRow(y) &= 0x7F;
 }
 
 HBITMAP TurnBitmap(HBITMAP bitmap, TurnMove turn) {
@@ -103,13 +104,15 @@ HGLOBAL TurnPage(HGLOBAL dib, int quarterTurns) {
   if (dib == nullptr) return state.Fail(ErrParameter);
   const LockedDib page(dib);
   if (!page) return state.Fail(ErrLockMemory);
-  PageToTurn source;
-  if (const ErrorCode refused = FindPageToTurn(page, IsTurnedDepth, &source)) return state.Fail(refused);
+  ConstRows from;
+  const PageSize size = ShortSizeOf(page.header());
+  if (const ErrorCode refused = FindRowsToTurn(page, size, IsTurnedDepth, &from)) return state.Fail(refused);
+  const size_t rowsOffset = page.OffsetOf(from.first);
 
   const unsigned turns = static_cast<unsigned>(quarterTurns) % 4;
   Header header = page.header();
-  header.biWidth = source.rows.width;
-  header.biHeight = source.rows.height;
+  header.biWidth = from.width;
+  header.biHeight = from.height;
   if (turns % 2 == 1) {
     std::swap(header.biWidth, header.biHeight);
     std::swap(header.biXPelsPerMeter, header.biYPelsPerMeter);
@@ -117,16 +120,13 @@ HGLOBAL TurnPage(HGLOBAL dib, int quarterTurns) {
   const uint64_t imageBytes = DIBImageBytes(header.biWidth, header.biHeight, header.biBitCount);
   header.biSizeImage = static_cast<uint32_t>(imageBytes);
 
-  NewBlock result(source.rowsOffset + imageBytes, Content::kUnset, Retry::kWhenCompacted);
+  NewBlock result(rowsOffset + imageBytes, Content::kUnset, Retry::kWhenCompacted);
   if (const ErrorCode failure = result.Failure(ErrCreateBitmap)) return state.Fail(failure);
 
-  std::memcpy(result.bytes(), page.bytes(), source.rowsOffset);
+  std::memcpy(result.bytes(), page.bytes(), rowsOffset);
   std::memcpy(result.bytes(), &header, sizeof(header));
   const auto stride = static_cast<size_t>(DIBRowBytes(static_cast<uint32_t>(header.biWidth), page.bits()));
-  const MutablePlane to = {result.bytes() + source.rowsOffset, static_cast<ptrdiff_t>(stride), stride,
-                           header.biWidth, header.biHeight};
-  const ConstPlane from = {source.rows.first, static_cast<ptrdiff_t>(source.rows.stride), source.rows.stride,
-                           source.rows.width, source.rows.height};
+  const Rows to = {result.bytes() + rowsOffset, stride, header.biWidth, header.biHeight};
   kMoves[turns](from, page.bits(), to);
   return result.Release();
 }

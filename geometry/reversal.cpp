@@ -53,18 +53,18 @@ inline uint64_t ReverseRest(uint64_t leftFirst, unsigned restBits) {
 }
 
 template <int Bits>
-void ReversePacked(const ConstPlane& from, const MutablePlane& to) {
+void ReversePacked(const ConstRows& from, const Rows& to) {
   const uint64_t rowBits = static_cast<uint64_t>(from.width) * Bits;
   const auto words = static_cast<size_t>(rowBits / kWordBits);
   const auto restBits = static_cast<unsigned>(rowBits % kWordBits);
-  const size_t restBytes = to.rowBytes - 8 * words;
+  const size_t restBytes = to.stride - 8 * words;
   for (int y = 0; y < from.height; ++y) {
-    const uint8_t* source = from.Row(y);
-    uint8_t* row = to.Row(y);
+    const uint8_t* source = from.StoredRow(y);
+    uint8_t* row = to.StoredRow(y);
     if (words > 0 && restBytes - 1 < 8) {
       // Stored where it ends with the row; what it spoils before the rest is written next.
       const uint64_t word = ReverseRest<Bits>(LoadLeftFirst(source), restBits) << (kWordBits - 8 * restBytes);
-      std::memcpy(row + to.rowBytes - sizeof(word), &word, sizeof(word));
+      std::memcpy(row + to.stride - sizeof(word), &word, sizeof(word));
     } else {
       uint8_t start[8] = {};
       std::memcpy(start, source, (restBits + 7) / 8);
@@ -103,34 +103,34 @@ RASTREL_FOR_AVX2 void ReverseTriplesByFive(const uint8_t* last, size_t pixels, u
 
 constexpr Kernel kReverseInner = Kernel(ReverseTriplesOneByOne).With(Processor::kAvx2, ReverseTriplesByFive);
 
-void Reverse24(const ConstPlane& from, const MutablePlane& to) {
+void Reverse24(const ConstRows& from, const Rows& to) {
   const auto reverseInner = kReverseInner.Best();
   const auto pixels = static_cast<size_t>(from.width);
   for (int y = 0; y < from.height; ++y) {
-    const uint8_t* source = from.Row(y);
-    uint8_t* row = to.Row(y);
+    const uint8_t* source = from.StoredRow(y);
+    uint8_t* row = to.StoredRow(y);
     std::memcpy(row, source + 3 * (pixels - 1), 3);
     reverseInner(source + 3 * (pixels - 1), pixels, row);
     std::memcpy(row + 3 * (pixels - 1), source, 3);
-    std::memset(row + 3 * pixels, 0, to.rowBytes - 3 * pixels);
+    std::memset(row + 3 * pixels, 0, to.stride - 3 * pixels);
   }
 }
 
 // A pixel is the two bytes in which it begins; where two share a byte the one further to the left in the
 // result wins. Kept: callers compare bytes.
-void Reverse15(const ConstPlane& from, const MutablePlane& to) {
+void Reverse15(const ConstRows& from, const Rows& to) {
   constexpr int64_t kBits = 15;
   to.Clear();
   for (int y = 0; y < from.height; ++y) {
     for (int x = 0; x < from.width; ++x) {
-      std::memcpy(to.Row(y) + (from.width - 1 - x) * kBits / 8, from.Row(y) + x * kBits / 8, 2);
+      std::memcpy(to.StoredRow(y) + (from.width - 1 - x) * kBits / 8, from.StoredRow(y) + x * kBits / 8, 2);
     }
   }
 }
 
 }  // namespace
 
-void ReverseRows(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+void ReverseRows(const ConstRows& from, unsigned bits, const Rows& to) {
   switch (bits) {
     case 1:
       return Widest<ReversePacked<1>>(from, to);

@@ -8,7 +8,7 @@
 
 #include "frame/dib.h"
 #include "frame/rastrel.h"
-#include "geometry/dib_extent.h"
+#include "geometry/planar_rows.h"
 
 namespace rastrel {
 namespace {
@@ -56,10 +56,10 @@ struct Grid {
 
 // Returns false when pixels have no bits. A tile takes at least four bytes of the page, so the counts are
 // small enough to be multiplied.
-bool LayGrid(const LockedDib& page, const DibExtent& extent, int tileWidth, int tileHeight, Grid* grid) {
+bool LayGrid(const LockedDib& page, const ConstRows& rows, int tileWidth, int tileHeight, Grid* grid) {
   grid->tileStride = PlanarRowBytes(page.header(), tileWidth);
   if (grid->tileStride == 0) return false;
-  grid->columns = (extent.stride + grid->tileStride - 1) / grid->tileStride;
+  grid->columns = (rows.stride + grid->tileStride - 1) / grid->tileStride;
   const auto height = static_cast<uint64_t>(tileHeight);
   grid->rows = (static_cast<uint64_t>(page.height()) + height - 1) / height;
   return true;
@@ -70,23 +70,23 @@ struct TileSize {
 };
 
 // Returns the tile in a column and row of the grid, or null.
-HGLOBAL CutTile(const LockedDib& page, const DibExtent& extent, const Grid& grid, TileSize size,
+HGLOBAL CutTile(const LockedDib& page, const ConstRows& rows, const Grid& grid, TileSize size,
                 uint64_t column, uint64_t row) {
   const auto left = static_cast<int64_t>(column) * size.width;  // within the page, since tiles are padded
   const auto bottom = static_cast<int64_t>(row) * size.height;
   const int64_t width = std::min<int64_t>(size.width, page.width() - left);
   const int64_t height = std::min<int64_t>(size.height, page.height() - bottom);
   const uint64_t at = column * grid.tileStride;
-  const uint64_t stride = std::min(grid.tileStride, extent.stride - at);
+  const auto stride = static_cast<size_t>(std::min(grid.tileStride, rows.stride - at));
   const uint64_t imageBytes = static_cast<uint64_t>(height) * stride;
-  NewBlock tile(extent.headBytes + imageBytes, Content::kUnset);
+  const size_t headBytes = page.OffsetOf(rows.first);
+  NewBlock tile(headBytes + imageBytes, Content::kUnset);
   if (!tile) return nullptr;
 
-  std::memcpy(tile.bytes(), page.bytes(), static_cast<size_t>(extent.headBytes));
+  std::memcpy(tile.bytes(), page.bytes(), headBytes);
   WriteHeader(page.header(), width, height, imageBytes, tile.bytes());
-  const uint64_t from = extent.headBytes + static_cast<uint64_t>(bottom) * extent.stride + at;
-  CopyRows(page.bytes() + from, static_cast<size_t>(extent.stride), tile.bytes() + extent.headBytes,
-           static_cast<size_t>(stride), static_cast<size_t>(stride), static_cast<uint32_t>(height));
+  CopyRows(rows.StoredRow(static_cast<int>(bottom)) + at, rows.stride, tile.bytes() + headBytes, stride,
+           stride, static_cast<uint32_t>(height));
   return tile.Release();
 }
 
@@ -117,13 +117,13 @@ std::optional<Joined> SurveyTiles(const TileGrid& grid) {
     int height = 0;
     for (uint64_t column = 0; column < grid.columns; ++column) {
       const LockedDib tile(grid.At(column, row));
-      DibExtent extent;
-      if (!tile || !FindExtent(tile, &extent)) return std::nullopt;
-      if (row == 0 && column == 0) joined.headBytes = extent.headBytes;
+      ConstRows rows;
+      if (!tile || !FindPlanarRows(tile, &rows)) return std::nullopt;
+      if (row == 0 && column == 0) joined.headBytes = tile.OffsetOf(rows.first);
       if (row == 0) joined.width += tile.width();
       if (column == 0) height = tile.height();
       joined.fills = joined.fills && tile.height() == height;
-      rowBytes += extent.stride;
+      rowBytes += rows.stride;
       if (rowBytes > kMaxBlockBytes) return std::nullopt;
     }
     if (row == 0) joined.stride = rowBytes;
@@ -136,14 +136,12 @@ std::optional<Joined> SurveyTiles(const TileGrid& grid) {
 
 // Copies a tile's rows to where they belong from byte `at` of the page's block on. Returns false where they
 // would leave its rows.
-bool PlaceTile(const LockedDib& tile, const DibExtent& extent, const Joined& joined, uint64_t at,
-               uint8_t* block) {
-  if (extent.imageBytes == 0) return true;
-  const auto height = static_cast<uint32_t>(tile.height());
-  const uint64_t needed = (height - 1) * joined.stride + extent.stride;
+bool PlaceTile(const ConstRows& tile, const Joined& joined, uint64_t at, uint8_t* block) {
+  if (tile.bytes() == 0) return true;
+  const auto height = static_cast<uint32_t>(tile.height);
+  const uint64_t needed = (height - 1) * joined.stride + tile.stride;
   if (at < joined.headBytes || at > joined.bytes() || needed > joined.bytes() - at) return false;
-  CopyRows(tile.bytes() + extent.headBytes, static_cast<size_t>(extent.stride), block + at,
-           static_cast<size_t>(joined.stride), static_cast<size_t>(extent.stride), height);
+  CopyRows(tile.first, tile.stride, block + at, static_cast<size_t>(joined.stride), tile.stride, height);
   return true;
 }
 
@@ -154,10 +152,10 @@ bool PlaceTiles(const TileGrid& grid, const Joined& joined, uint8_t* block) {
     uint64_t lastHeight = 0;
     for (uint64_t column = 0; column < grid.columns; ++column) {
       const LockedDib tile(grid.At(column, row));
-      DibExtent extent;
-      if (!tile || !FindExtent(tile, &extent)) return false;
-      if (!PlaceTile(tile, extent, joined, at, block)) return false;
-      at += extent.stride;
+      ConstRows rows;
+      if (!tile || !FindPlanarRows(tile, &rows)) return false;
+      if (!PlaceTile(rows, joined, at, block)) return false;
+      at += rows.stride;
       lastHeight = static_cast<uint64_t>(tile.height());
     }
     // The next row of tiles begins where the last tile of this one says; without rows that is further down,
@@ -175,10 +173,10 @@ int RASTREL_CALL SplitDIB(HGLOBAL dib, int tileWidth, int tileHeight, HGLOBAL* t
   if (dib == nullptr || tileWidth < 1 || tileHeight < 1) return 0;
   if (tileArray == nullptr || gridCounts == nullptr) return 0;
   const LockedDib page(dib);
-  DibExtent extent;
+  ConstRows pageRows;
   Grid grid;
-  if (!page || !FindExtent(page, &extent)) return 0;
-  if (!LayGrid(page, extent, tileWidth, tileHeight, &grid)) return 0;
+  if (!page || !FindPlanarRows(page, &pageRows)) return 0;
+  if (!LayGrid(page, pageRows, tileWidth, tileHeight, &grid)) return 0;
 
   gridCounts[0] = static_cast<int>(grid.columns);
   gridCounts[1] = static_cast<int>(grid.rows);
@@ -187,7 +185,7 @@ int RASTREL_CALL SplitDIB(HGLOBAL dib, int tileWidth, int tileHeight, HGLOBAL* t
   if (!tiles) return 0;
   for (uint64_t row = 0; row < grid.rows; ++row) {
     for (uint64_t column = 0; column < grid.columns; ++column) {
-      HGLOBAL tile = CutTile(page, extent, grid, {tileWidth, tileHeight}, column, row);
+      HGLOBAL tile = CutTile(page, pageRows, grid, {tileWidth, tileHeight}, column, row);
       if (tile == nullptr) return 0;
       tiles.Add(tile);
     }

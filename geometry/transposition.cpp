@@ -33,26 +33,26 @@ struct Strip {
   static constexpr size_t ByteOf(int pixel) { return static_cast<size_t>(pixel) * Bits / 8; }
 };
 
-// The exchanges among `Rows` rows (a power of 2 up to 8) of which each is `Apart` pixels below the one
+// The exchanges among `kRows` rows (a power of 2 up to 8) of which each is `Apart` pixels below the one
 // before.
-template <int Bits, int Rows, int Apart>
+template <int Bits, int kRows, int Apart>
 [[gnu::always_inline]] inline void ExchangeSteps(Words* rows) {
-  if constexpr (Rows >= 8) {
+  if constexpr (kRows >= 8) {
     ExchangeOffDiagonal<4 * Apart * Bits>(rows[0], rows[4]);
     ExchangeOffDiagonal<4 * Apart * Bits>(rows[1], rows[5]);
     ExchangeOffDiagonal<4 * Apart * Bits>(rows[2], rows[6]);
     ExchangeOffDiagonal<4 * Apart * Bits>(rows[3], rows[7]);
   }
-  if constexpr (Rows >= 4) {
+  if constexpr (kRows >= 4) {
 #pragma GCC unroll 8
-    for (int i = 0; i < Rows; i += 4) {
+    for (int i = 0; i < kRows; i += 4) {
       ExchangeOffDiagonal<2 * Apart * Bits>(rows[i], rows[i + 2]);
       ExchangeOffDiagonal<2 * Apart * Bits>(rows[i + 1], rows[i + 3]);
     }
   }
-  if constexpr (Rows >= 2) {
+  if constexpr (kRows >= 2) {
 #pragma GCC unroll 8
-    for (int i = 0; i < Rows; i += 2) ExchangeOffDiagonal<Apart * Bits>(rows[i], rows[i + 1]);
+    for (int i = 0; i < kRows; i += 2) ExchangeOffDiagonal<Apart * Bits>(rows[i], rows[i + 1]);
   }
 }
 
@@ -96,43 +96,44 @@ template <int Bits>
 
 // A strip that the right or the lower edge cuts: through copies that are filled up with zeros.
 template <int Bits>
-inline void TransposeEdge(const ConstPlane& from, int x, int y, const MutablePlane& to) {
+inline void TransposeEdge(const ConstRows& from, int x, int y, const Rows& to) {
   using S = Strip<Bits>;
   uint8_t source[S::kSide * sizeof(Words)] = {};
   uint8_t result[S::kColumns * sizeof(uint64_t)];
   const size_t byte = S::ByteOf(x);
   const size_t sourceBytes = std::min(sizeof(Words), (static_cast<size_t>(from.width) * Bits + 7) / 8 - byte);
   const int rows = std::min(S::kSide, from.height - y);
-  for (int i = 0; i < rows; ++i) std::memcpy(source + i * sizeof(Words), from.Row(y + i) + byte, sourceBytes);
+  for (int i = 0; i < rows; ++i)
+    std::memcpy(source + i * sizeof(Words), from.StoredRow(y + i) + byte, sourceBytes);
 
   TransposeStrip<Bits>(source, sizeof(Words), result, sizeof(uint64_t));
 
-  const size_t resultBytes = std::min(sizeof(uint64_t), to.rowBytes - S::ByteOf(y));
+  const size_t resultBytes = std::min(sizeof(uint64_t), to.stride - S::ByteOf(y));
   const int columns = std::min(S::kColumns, from.width - x);
   for (int i = 0; i < columns; ++i) {
-    std::memcpy(to.Row(x + i) + S::ByteOf(y), result + i * sizeof(uint64_t), resultBytes);
+    std::memcpy(to.StoredRow(x + i) + S::ByteOf(y), result + i * sizeof(uint64_t), resultBytes);
   }
 }
 
 // Asks for the part of the strip at (x, y) that a tile further down needs, and for a share of where its
 // columns will go: the processor does not guess either, and waiting would take longer than the work.
 template <int Bits>
-[[gnu::always_inline]] inline void PrefetchNextTile(const ConstPlane& from, int x, int y,
-                                                    const MutablePlane& to) {
+[[gnu::always_inline]] inline void PrefetchNextTile(const ConstRows& from, int x, int y, const Rows& to) {
   using S = Strip<Bits>;
   constexpr int kForWriting = 1;
   if (y + S::kTile + S::kSide > from.height) return;
   for (int i = 0; i < S::kSide; ++i) {
-    __builtin_prefetch(from.Row(y + S::kTile + i) + S::ByteOf(x) + sizeof(Words) - 1);
+    __builtin_prefetch(from.StoredRow(y + S::kTile + i) + S::ByteOf(x) + sizeof(Words) - 1);
   }
   const int top = y - y % S::kTile;
   for (int i = 0; i < S::kSide / 2; ++i) {
-    __builtin_prefetch(to.Row(x + (y - top) / 2 + i) + S::ByteOf(top) + 2 * kTileBytes - 1, kForWriting);
+    __builtin_prefetch(to.StoredRow(x + (y - top) / 2 + i) + S::ByteOf(top) + 2 * kTileBytes - 1,
+                       kForWriting);
   }
 }
 
 template <int Bits>
-void TransposePacked(const ConstPlane& from, const MutablePlane& to) {
+void TransposePacked(const ConstRows& from, const Rows& to) {
   using S = Strip<Bits>;
   for (int left = 0; left < from.width; left += S::kTile) {
     const int right = std::min(from.width, left + S::kTile);
@@ -145,7 +146,8 @@ void TransposePacked(const ConstPlane& from, const MutablePlane& to) {
             continue;
           }
           if constexpr (Bits >= 8) PrefetchNextTile<Bits>(from, x, y, to);  // smaller pages are in the cache
-          TransposeStrip<Bits>(from.Row(y) + S::ByteOf(x), from.step, to.Row(x) + S::ByteOf(y), to.step);
+          TransposeStrip<Bits>(from.StoredRow(y) + S::ByteOf(x), from.step, to.StoredRow(x) + S::ByteOf(y),
+                               to.step);
         }
       }
     }
@@ -166,18 +168,19 @@ constexpr int kTriplesTileBytes = 3 * kTriplesTile;
 
 // Copies rows of a tile, `step` bytes apart, from the page. A whole one is of a size that the compiler knows:
 // for sizes that it does not know it takes string instructions, which are slow to begin.
-[[gnu::always_inline]] inline void CopyTile(const ConstPlane& from, int top, int rows, size_t byte,
+[[gnu::always_inline]] inline void CopyTile(const ConstRows& from, int top, int rows, size_t byte,
                                             size_t bytes, uint8_t* tile, int step) {
   if (bytes == kTriplesTileBytes) {
-    for (int y = 0; y < rows; ++y) std::memcpy(tile + y * step, from.Row(top + y) + byte, kTriplesTileBytes);
+    for (int y = 0; y < rows; ++y)
+      std::memcpy(tile + y * step, from.StoredRow(top + y) + byte, kTriplesTileBytes);
   } else {
-    for (int y = 0; y < rows; ++y) std::memcpy(tile + y * step, from.Row(top + y) + byte, bytes);
+    for (int y = 0; y < rows; ++y) std::memcpy(tile + y * step, from.StoredRow(top + y) + byte, bytes);
   }
 }
 
 // Three bytes do not fit into words: the pixels are moved one by one, out of a copy of a tile, since rows
 // whose distance is a multiple of a large power of 2 push each other out of the cache.
-void Transpose24(const ConstPlane& from, const MutablePlane& to) {
+void Transpose24(const ConstRows& from, const Rows& to) {
   constexpr int kForWriting = 1;
   constexpr int kStep = kTriplesTileBytes + 4;  // with room behind the last pixel
   uint8_t tile[kTriplesTile * kStep];
@@ -190,9 +193,9 @@ void Transpose24(const ConstPlane& from, const MutablePlane& to) {
       CopyTile(from, top, rows, byte, bytes, tile, kStep);
       const int rowsOfNext = std::min(kTriplesTile, from.height - top - rows);
       for (int x = 0; x < columns; ++x) {
-        uint8_t* row = to.Row(left + x) + 3 * static_cast<size_t>(top);
+        uint8_t* row = to.StoredRow(left + x) + 3 * static_cast<size_t>(top);
         if (x < rowsOfNext) {
-          const uint8_t* source = from.Row(top + rows + x) + byte;
+          const uint8_t* source = from.StoredRow(top + rows + x) + byte;
           for (size_t i = 0; i < bytes; i += 64) __builtin_prefetch(source + i);
           for (int i = 1; i <= 3; ++i) __builtin_prefetch(row + kTriplesTileBytes + 64 * i - 1, kForWriting);
         }
@@ -205,13 +208,13 @@ void Transpose24(const ConstPlane& from, const MutablePlane& to) {
     }
     const size_t pixelBytes = 3 * static_cast<size_t>(from.height);
     for (int x = left; x < left + columns; ++x)
-      std::memset(to.Row(x) + pixelBytes, 0, to.rowBytes - pixelBytes);
+      std::memset(to.StoredRow(x) + pixelBytes, 0, to.stride - pixelBytes);
   }
 }
 
 }  // namespace
 
-void Transpose(const ConstPlane& from, unsigned bits, const MutablePlane& to) {
+void Transpose(const ConstRows& from, unsigned bits, const Rows& to) {
   switch (bits) {
     case 1:
       return Widest<TransposePacked<1>>(from, to);

@@ -17,6 +17,12 @@ constexpr Rgb RgbOf(unsigned red, unsigned green, unsigned blue) { return red <<
 constexpr unsigned RedOf(Rgb colour) { return colour >> 16 & 0xFF; }
 constexpr unsigned GreenOf(Rgb colour) { return colour >> 8 & 0xFF; }
 constexpr unsigned BlueOf(Rgb colour) { return colour & 0xFF; }
+constexpr bool IsGrey(Rgb colour) { return colour == RgbOf(BlueOf(colour), BlueOf(colour), BlueOf(colour)); }
+
+// The same of 0x00BBGGRR, as a COLORREF has them, and back.
+constexpr Rgb RgbOfReversed(uint32_t reversed) {
+  return RgbOf(reversed & 0xFF, reversed >> 8 & 0xFF, reversed >> 16 & 0xFF);
+}
 
 constexpr int SquaredDistance(Rgb a, Rgb b) {
   const int red = static_cast<int>(RedOf(a)) - static_cast<int>(RedOf(b));

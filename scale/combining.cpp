@@ -12,16 +12,6 @@
 namespace rastrel {
 namespace {
 
-// The number of a page's colour-table entries that its pixels can name.
-unsigned EntriesOf(const Header& header) {
-  return header.biBitCount > 8 ? 0 : std::min(DIBNumColors(&header), 1u << header.biBitCount);
-}
-
-void StoreTable(const RGBQUAD* entries, unsigned count, ColourTable* table) {
-  std::memcpy(table->colours.data(), entries, count * sizeof(RGBQUAD));
-  for (unsigned i = 0; i < count; ++i) table->colours[i] &= 0xFFFFFF;
-}
-
 // Returns false for what is not a whole uncompressed page.
 template <class Byte>
 bool ReadImage(const LockedDib& dib, Image<Byte>* image) {
@@ -31,10 +21,7 @@ bool ReadImage(const LockedDib& dib, Image<Byte>* image) {
   if (!dib.FindRows(kHeaderBytes + PaletteBytes(&header), &image->rows)) return false;
 
   image->bits = header.biBitCount;
-  image->table.count = EntriesOf(header);
-  RGBQUAD entries[256];
-  dib.ReadPalette(image->table.count, kBlack, entries);
-  StoreTable(entries, image->table.count, &image->table);
+  image->table = dib.ReadColourTable();
   return true;
 }
 
@@ -160,7 +147,7 @@ int RASTREL_CALL CombineDIB(int x, int y, HGLOBAL* destination, HGLOBAL source, 
   const ScreenColours screen;
   const unsigned taken = std::min(screen.count, DIBNumColors(&changing.header()));
   ColourTable target = to.table;
-  StoreTable(screen.colours, std::min(taken, target.count), &target);
+  for (unsigned i = 0; i < std::min(taken, target.count); ++i) target.colours[i] = RgbOf(screen.colours[i]);
   const Combination task = {read,
                             stencil,
                             to,

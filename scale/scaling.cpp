@@ -65,8 +65,7 @@ Palette ReadPalette(const Task& task) {
   palette.table.count = std::min(DIBNumColors(&task.page.header()), indices);
   std::copy_n(palette.colours.begin(), palette.table.count, palette.table.colours.begin());
   const unsigned used = palette.table.count == indices ? indices : HighestIndex(task.source, bits) + 1;
-  palette.isGrey = std::all_of(palette.colours.begin(), palette.colours.begin() + used,
-                               [](Rgb colour) { return colour == BlueOf(colour) * 0x010101; });
+  palette.isGrey = std::all_of(palette.colours.begin(), palette.colours.begin() + used, IsGrey);
   return palette;
 }
 

@@ -9,6 +9,7 @@
 
 #include "frame/dib.h"
 #include "frame/rastrel.h"
+#include "pixels/colours.h"
 #include "pixels/kernels.h"
 
 namespace rastrel {
@@ -243,12 +244,8 @@ int TestBackground(const ConstRows& rows, double needed, CountRow countRow) {
   return kNotBlank;
 }
 
-struct Rgb {
-  uint8_t red, green, blue;
-};
-
 // The colour table is read from the end of the header, by its own size. An entry beyond the block is none.
-BackgroundIndices FindBackground(const LockedDib& page, const Rgb& colour) {
+BackgroundIndices FindBackground(const LockedDib& page, Rgb colour) {
   BackgroundIndices indices;
   for (unsigned i = 0; i < 256; ++i) {
     const uint64_t offset = uint64_t{page.header().biSize} + i * sizeof(RGBQUAD);
@@ -256,7 +253,7 @@ BackgroundIndices FindBackground(const LockedDib& page, const Rgb& colour) {
     RGBQUAD entry;
     std::memcpy(&entry, page.bytes() + offset, sizeof(entry));
     const bool isLighter =
-        entry.rgbBlue > colour.blue && entry.rgbGreen > colour.green && entry.rgbRed > colour.red;
+        entry.rgbBlue > BlueOf(colour) && entry.rgbGreen > GreenOf(colour) && entry.rgbRed > RedOf(colour);
     if (isLighter) indices.Add(i);
   }
   return indices;
@@ -267,10 +264,11 @@ int TestIndices(const ConstRows& rows, const BackgroundIndices& background, doub
       rows, needed, [&](const uint8_t* pixels, size_t count) { return background.CountIn(pixels, count); });
 }
 
-int TestTrueColour(const ConstRows& rows, const Rgb& colour, double needed) {
+int TestTrueColour(const ConstRows& rows, Rgb colour, double needed) {
   // Blue is compared with the colour's red and red with its blue, unlike at 8 bits. Kept: callers compare
   // verdicts.
-  const uint8_t limits[3] = {colour.red, colour.green, colour.blue};
+  const uint8_t limits[3] = {static_cast<uint8_t>(RedOf(colour)), static_cast<uint8_t>(GreenOf(colour)),
+                             static_cast<uint8_t>(BlueOf(colour))};
   return TestBackground(rows, needed, [&](const uint8_t* pixels, size_t count) {
     return Widest<CountAbove>(pixels, count, limits);
   });
@@ -278,21 +276,11 @@ int TestTrueColour(const ConstRows& rows, const Rgb& colour, double needed) {
 
 // ---- the operation ----------------------------------------------------------------------------------------
 
-// Whether both entries of a 1-bit page's colour table are grey. What lies beyond the block is not.
-bool HasGreyTable(const LockedDib& page) {
-  RGBQUAD entries[2];
-  if (!page.Holds(kHeaderBytes, sizeof(entries))) return false;
-  page.ReadPalette(2, kBlack, entries);
-  return std::all_of(std::begin(entries), std::end(entries), [](const RGBQUAD& entry) {
-    return entry.rgbBlue == entry.rgbGreen && entry.rgbGreen == entry.rgbRed;
-  });
-}
-
-int TestPage(const LockedDib& page, int tolerance, const Rgb& colour) {
+int TestPage(const LockedDib& page, int tolerance, Rgb colour) {
   const unsigned bits = page.bits();
   if (bits != 1 && bits != 8 && bits != 24) return kNotBlank;
   if (page.width() <= 0 || page.height() <= 0) {
-    return bits == 1 && HasGreyTable(page) ? kBlank : kNotBlank;  // neither ink nor background
+    return bits == 1 && page.HasGreyTable(2) ? kBlank : kNotBlank;  // neither ink nor background
   }
   ConstRows rows = {};
   if (!page.FindRows(kHeaderBytes + PaletteBytes(&page.header()), &rows)) return kNoImage;
@@ -302,7 +290,7 @@ int TestPage(const LockedDib& page, int tolerance, const Rgb& colour) {
   const double allowance = std::clamp(tolerance, 0, 1000) / 10.0 / 100.0 * pixels;
   switch (bits) {
     case 1:
-      return HasGreyTable(page) ? TestInk(rows, !page.FirstColourIsBlack(), allowance) : kNotBlank;
+      return page.HasGreyTable(2) ? TestInk(rows, !page.FirstColourIsBlack(), allowance) : kNotBlank;
     case 8:
       return TestIndices(rows, FindBackground(page, colour), pixels - allowance);
     default:
@@ -317,8 +305,5 @@ int RASTREL_CALL IsImageBlank(HGLOBAL dib, int tolerance, COLORREF background) {
   using namespace rastrel;
   const LockedDib page(dib);
   if (!page || !page.Holds(0, kHeaderBytes)) return kNoImage;
-  return TestPage(page, tolerance,
-                  {.red = static_cast<uint8_t>(background),
-                   .green = static_cast<uint8_t>(background >> 8),
-                   .blue = static_cast<uint8_t>(background >> 16)});
+  return TestPage(page, tolerance, RgbOfReversed(background));
 }

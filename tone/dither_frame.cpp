@@ -8,29 +8,15 @@
 namespace rastrel {
 namespace {
 
-constexpr RGBQUAD BlackAndWhiteEntry(unsigned index) { return index == 0 ? kBlack : kWhite; }
-
 // Bit 3 is red, bit 2 green, bit 1 blue; bit 0 shows in the reserved byte alone. Kept: callers compare bytes.
 constexpr RGBQUAD EightColoursEntry(unsigned index) {
   const auto full = [index](unsigned bit) { return static_cast<uint8_t>((index >> bit & 1) * 255); };
   return {full(1), full(2), full(3), full(0)};
 }
 
-// Red and green stop at 252 (7 * 36) while blue reaches 255 (3 * 85). Kept: callers compare bytes.
-constexpr RGBQUAD CubeEntry(unsigned index) {
-  return {static_cast<uint8_t>(index % 4 * 85), static_cast<uint8_t>(index / 4 % 8 * 36),
-          static_cast<uint8_t>(index / 32 * 36), 0};
-}
-
 RGBQUAD PaletteEntry(int bits, unsigned index) {
-  switch (bits) {
-    case 1:
-      return BlackAndWhiteEntry(index);
-    case 4:
-      return EightColoursEntry(index);
-    default:
-      return CubeEntry(index);
-  }
+  return bits == 4 ? EightColoursEntry(index)
+                   : QuadOf(StandardColours(static_cast<unsigned>(bits)).colours[index]);
 }
 
 uint32_t Colours(int bits) { return 1u << bits; }

@@ -1,0 +1,173 @@
+// Tiles of a straightened page of 4, 8 or 24 bits.
+#ifndef RASTREL_GEOMETRY_STRAIGHTENING_BYTES_H
+#define RASTREL_GEOMETRY_STRAIGHTENING_BYTES_H
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+
+#include "frame/dib.h"
+#include "geometry/straightening_columns.h"
+
+namespace rastrel::straightening {
+
+// Bytes of a run are made so many at once; those that are too many are made again as parts of what follows.
+constexpr int kAtOnce = 16;
+
+template <int kChannels>
+struct ByteColumns {
+  std::array<uint16_t, kColumns * kChannels + kAtOnce> x, y;  // as the short ones, for each byte
+};
+
+// Mixes bytes of four pixels by where they lie among them. All that is in 16 bits.
+[[gnu::always_inline]] inline void Mix(const uint8_t* __restrict lower, const uint8_t* __restrict upper,
+                                       int nextPixel, const uint16_t* __restrict columnX,
+                                       const uint16_t* __restrict columnY, uint16_t rowX, uint16_t rowY,
+                                       uint8_t* __restrict to) {
+  for (int n = 0; n < kAtOnce; ++n) {
+    const auto x = static_cast<uint16_t>((columnX[n] + rowX) << 1);
+    const auto y = static_cast<uint16_t>((columnY[n] + rowY) << 1);
+    const auto right = static_cast<uint16_t>(x >> 8);      // in 256ths
+    const auto above = static_cast<uint16_t>(y & 0xFF00);  // in 65536ths
+    const auto low = static_cast<uint16_t>(lower[n] * (256 - right) + lower[n + nextPixel] * right);
+    const auto high = static_cast<uint16_t>(upper[n] * (256 - right) + upper[n + nextPixel] * right);
+    const auto lost = static_cast<uint16_t>((uint32_t{low} * above) >> 16);
+    const auto gained = static_cast<uint16_t>((uint32_t{high} * above) >> 16);
+    to[n] = static_cast<uint8_t>(static_cast<uint16_t>(low - lost + gained + 128) >> 8);
+  }
+}
+
+// Makes a row of a tile, and up to kAtOnce - 1 bytes more.
+template <int kChannels, int kStride, bool kIsSmooth>
+void TurnRow(const uint8_t* buffer, uint64_t starts, const Columns& columns,
+             const ByteColumns<kChannels>& bytes, Place row, int count, uint8_t* to) {
+  while (starts != 0) {
+    const int n = std::countl_zero(starts);
+    if (n >= count) return;
+    starts &= kOnes >> n >> 1;
+    const int end = std::min(std::countl_zero(starts), count) * kChannels;
+    const uint8_t* from =
+        buffer + PixelAt(row.y + columns.y[n]) * kStride + PixelAt(row.x + columns.x[n]) * kChannels;
+    for (int i = n * kChannels; i < end; i += kAtOnce, from += kAtOnce) {
+      if constexpr (kIsSmooth) {
+        Mix(from, from + kStride, kChannels, &bytes.x[i], &bytes.y[i], static_cast<uint16_t>(row.x),
+            static_cast<uint16_t>(row.y), to + i);
+      } else {
+        std::memcpy(to + i, from, kAtOnce);
+      }
+    }
+  }
+}
+
+// What a page with a colour table is mixed by: the greys of its indices, and the indices nearest to greys.
+struct GreyTable {
+  std::array<uint8_t, 256> greys, indices;
+};
+
+// 4, 8 or 24 bits. The buffer has the bytes of pixels, or with a table their greys.
+template <int kBits>
+class ByteTile {
+ public:
+  ByteTile(const ConstRows& page, bool isSmooth, const GreyTable* table, const uint8_t* background)
+      : page_(page), isSmooth_(isSmooth), table_(table) {
+    std::memcpy(background_.data(), background, kChannels);
+    if (table_ != nullptr) background_[0] = table_->greys[background_[0]];
+  }
+
+  static Position Origin(const Box<int64_t>& box) { return {box.columns.first, box.rows.first}; }
+
+  void SetColumns(const Columns& columns) {
+    columns_ = columns;
+    starts_.Forget();
+    for (int i = 0; i < kColumns * kChannels; ++i) {
+      bytes_.x[i] = columns.shortX[1 + i / kChannels];
+      bytes_.y[i] = columns.shortY[1 + i / kChannels];
+    }
+  }
+
+  void Load(const Box<int64_t>& box) {
+    const auto width = static_cast<int>(box.columns.size());
+    const auto left = static_cast<int>(std::clamp<int64_t>(-box.columns.first, 0, width));
+    const auto right = static_cast<int>(std::clamp<int64_t>(page_.width - box.columns.first, left, width));
+    for (int row = 0; row < box.rows.size(); ++row) {
+      const int64_t y = box.rows.first + row;
+      uint8_t* const to = buffer_.data() + row * kStride;
+      if (y < 0 || y >= page_.height || left == right) {
+        FillBackground(to, width);
+        continue;
+      }
+      const uint8_t* const from = page_.StoredRow(static_cast<int>(y));
+      FillBackground(to, left);
+      LoadPixels(from, box.columns.first + left, right - left, to + left * kChannels);
+      FillBackground(to + right * kChannels, width - right);
+    }
+  }
+
+  // `to` has room for more bytes behind its pixels where `isRoomy`.
+  void Fill(const Place* places, const Rows& to, bool isRoomy) {
+    const int half = isSmooth_ ? kPixel / 512 : kPixel / 2;  // of what positions are rounded to
+    const auto turnRow =
+        (isSmooth_ ? Widest<TurnRow<kChannels, kStride, true>> : Widest<TurnRow<kChannels, kStride, false>>)
+            .Best();
+    for (int i = 0; i < to.height; ++i) {
+      const Place place = {places[i].x + half, places[i].y + half};
+      uint8_t* const bytes = kBits == 4 || !isRoomy ? row_.data() : to.StoredRow(i);
+      starts_.Find(columns_, place);
+      turnRow(buffer_.data(), starts_.columns(), columns_, bytes_, place, to.width, bytes);
+      if constexpr (kChannels == 1) {
+        if (table_ != nullptr) LookUp(table_->indices, to.width, bytes);
+      }
+      if constexpr (kBits == 4) {
+        Pack(to.width, to.StoredRow(i));
+      } else if (!isRoomy) {
+        std::memcpy(to.StoredRow(i), bytes, static_cast<size_t>(to.width) * kChannels);
+      }
+    }
+  }
+
+ private:
+  static constexpr int kChannels = kBits == 24 ? 3 : 1;
+  static constexpr int kStride = kBoxSide * kChannels;
+
+  void FillBackground(uint8_t* to, int count) const {
+    for (int i = 0; i < count * kChannels; ++i) to[i] = background_[i % kChannels];
+  }
+
+  void LoadPixels(const uint8_t* row, int64_t first, int count, uint8_t* to) const {
+    if constexpr (kBits == 4) {
+      for (int n = 0; n < count; ++n) {
+        const int64_t x = first + n;
+        to[n] = row[x / 2] >> (x % 2 == 0 ? 4 : 0) & 0xF;
+      }
+    } else {
+      std::memcpy(to, row + first * kChannels, static_cast<size_t>(count) * kChannels);
+    }
+    if constexpr (kChannels == 1) {
+      if (table_ != nullptr) LookUp(table_->greys, count, to);
+    }
+  }
+
+  static void LookUp(const std::array<uint8_t, 256>& table, int count, uint8_t* bytes) {
+    for (int n = 0; n < count; ++n) bytes[n] = table[bytes[n]];
+  }
+
+  void Pack(int count, uint8_t* to) {
+    row_[count] = 0;
+    for (int n = 0; n < count; n += 2) to[n / 2] = static_cast<uint8_t>(row_[n] << 4 | row_[n + 1]);
+  }
+
+  ConstRows page_;
+  bool isSmooth_;
+  const GreyTable* table_;
+  std::array<uint8_t, kChannels> background_;
+  Columns columns_;
+  RunStarts starts_;
+  ByteColumns<kChannels> bytes_ = {};
+  std::array<uint8_t, kColumns * kChannels + kAtOnce> row_;
+  std::array<uint8_t, kBoxSide* kStride + 2 * kAtOnce> buffer_ = {};
+};
+
+}  // namespace rastrel::straightening
+
+#endif
