@@ -29,7 +29,8 @@ SkewCorners ShearedCorners(int32_t width, int32_t height, bool horizontal, int32
 }
 
 // How far the ramp of `reach` steps has come at `index` of `count`: it rises from 0 for a positive shift and
-// falls from `reach` for the others, so the two differ by one row or column. Kept: callers compare bytes.
+// falls from `reach` for the others, so the two differ by one row or column. Kept: callers of
+// SkewDIB compare its pages with stored ones.
 uint64_t Ramp(uint64_t reach, uint32_t index, uint32_t count, bool rising) {
   return reach * (rising ? index : count - index) / count;
 }
@@ -168,6 +169,6 @@ HGLOBAL RASTREL_CALL SkewDIB(HGLOBAL dib, int horizontal, int shift, uint32_t* e
   ErrorCode code = ErrSuccess;
   HGLOBAL result = Shear(source, horizontal != 0, shift, &code);
   if (result == nullptr) return fail(code);
-  source.KeepLocked();  // Kept: callers count on one more lock after a success.
+  source.KeepLocked();  // Kept: callers unlock the page once after a success.
   return result;
 }

@@ -1,7 +1,8 @@
 // Removing specks: every pixel is compared with its eight neighbours in the source page.
 //
 // The rows of a block lie end to end and are read so: behind a row's last byte comes the first of the next
-// row, and padding is filtered like pixels. Kept: callers compare whole rows. The rows between the first and
+// row, and padding is filtered like pixels. Kept: callers of CleanImage compare
+// whole rows with stored ones, padding included. The rows between the first and
 // the last are therefore one long stretch that is filtered in chunks, and the pixels at both ends of each row
 // are put back afterwards.
 #include <algorithm>

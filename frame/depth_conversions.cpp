@@ -180,7 +180,8 @@ void WidenRow(const uint8_t* from, size_t present, const Colours& colours, size_
   for (size_t x = present; x < width; ++x) std::memcpy(to + 3 * x, &colours.first[0], 3);
 }
 
-// The rows of a page that is to be widened. All of these have 16 bits. Kept: callers compare bytes.
+// The rows of a page that is to be widened. All of these have 16 bits. Kept: callers of Convert8to24
+// compare its pages with stored ones.
 struct NarrowRows {
   uint16_t width;
   uint16_t height;

@@ -73,7 +73,7 @@ HPALETTE RASTREL_CALL CreateDIBPalette(HGLOBAL dib) {
   }
   const PaletteRecord record(kFixedEntries);
   if (!record) {
-    page.KeepLocked();  // Kept: callers count on the lock that this failure leaves.
+    page.KeepLocked();  // Kept: callers unlock the page once when they see this code.
     return nullptr;
   }
   FillFixedEntries(record.entries());

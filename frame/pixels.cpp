@@ -1,6 +1,6 @@
 // Single pixels by their coordinates. Both operations have an idea of their own of where pixels lie: behind a
 // colour table of the depth's full size, whatever biClrUsed says, and at 1 bit with the leftmost pixel of a
-// byte in its lowest bit. Kept: what one of them has written the other reads, and callers count on it.
+// byte in its lowest bit. Kept: callers read with one what they wrote with the other.
 #include <cstring>
 
 #include "frame/dib.h"
@@ -78,7 +78,7 @@ int RASTREL_CALL SetDIBPixelColor(HGLOBAL dib, unsigned x, unsigned y, COLORREF 
   }
   const int index = FindColorIndex(page, FullTable(page.bits()), colour);
   if (index < 0) {
-    page.KeepLocked();  // Kept: callers count on the lock that a colour not in the table leaves.
+    page.KeepLocked();  // Kept: callers unlock the page once when a colour is not in the table.
     return 0;
   }
   if (page.bits() == 8) {

@@ -47,7 +47,7 @@ void TurnBitmapLeft(const ConstRows& from, unsigned bits, const Rows& to) {
 }
 
 // The last source row of a monochrome bitmap is not copied, so that its leftmost column stays 0; other depths
-// are complete. Kept: callers compare bytes.
+// are complete. Kept: callers of RotateBitmap270 compare its bits with stored ones.
 void TurnBitmapRight(const ConstRows& from, unsigned bits, const Rows& to) {
   TurnRight(from, MovedDepth(bits), to);
   if (bits != 1) return;

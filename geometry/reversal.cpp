@@ -117,7 +117,7 @@ void Reverse24(const ConstRows& from, const Rows& to) {
 }
 
 // A pixel is the two bytes in which it begins; where two share a byte the one further to the left in the
-// result wins. Kept: callers compare bytes.
+// result wins. Kept: callers of FlipBitmapHorizontal compare its bits with stored ones.
 void Reverse15(const ConstRows& from, const Rows& to) {
   constexpr int64_t kBits = 15;
   to.Clear();

@@ -12,7 +12,7 @@ namespace rastrel {
 void ReverseRows(const ConstRows& from, unsigned bits, const Rows& to);
 
 // The depth that mirrors, and the turns of bitmaps, go by. Pixels of 2 bits are not moved, so that the image
-// comes out blank. Kept: callers compare bytes.
+// comes out blank. Kept: callers of FlipDIBHorizontal compare its pages with stored ones.
 constexpr unsigned MovedDepth(unsigned bits) { return bits == 2 ? 0 : bits; }
 
 }  // namespace rastrel

@@ -218,7 +218,7 @@ HGLOBAL RotateBy(HGLOBAL dib, double angle) {
 HGLOBAL RASTREL_CALL RotateDIB(HGLOBAL dib, double angle) { return rastrel::rotation::RotateBy(dib, angle); }
 
 // Turns like any other: a page of even size loses a line of pixels, which a transpose would not. Kept:
-// callers compare bytes.
+// callers of RotateDIB90 and its like compare their pages with stored ones, and have TurnDIB for the other.
 HGLOBAL RASTREL_CALL RotateDIB90(HGLOBAL dib) { return rastrel::rotation::RotateBy(dib, 90.0); }
 HGLOBAL RASTREL_CALL RotateDIB180(HGLOBAL dib) { return rastrel::rotation::RotateBy(dib, 180.0); }
 HGLOBAL RASTREL_CALL RotateDIB270(HGLOBAL dib) { return rastrel::rotation::RotateBy(dib, 270.0); }

@@ -5,7 +5,8 @@
 namespace rastrel::rotation {
 namespace {
 
-// Kept: callers compare bytes. More digits of pi / 180 would shift single pixels at some angles.
+// pi / 180. Kept: more digits would shift single pixels at some angles, and callers of RotateDIB compare its
+// pages with stored ones.
 constexpr double kRadiansPerDegree = 0.01745329;
 
 }  // namespace

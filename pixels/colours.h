@@ -57,7 +57,7 @@ inline constexpr ColourTable kSixteenColours = {
      0x00FF00, 0xFFFF00, 0x0000FF, 0xFF00FF, 0x00FFFF, 0xFFFFFF}};
 
 // Three bits of red, three of green, two of blue. Red and green end at 252 (7 * 36) while blue reaches 255
-// (3 * 85). Kept: callers compare bytes.
+// (3 * 85). Kept: callers of dithers to 8 bits compare colour tables with stored ones.
 inline constexpr ColourTable kColourCube = [] {
   ColourTable cube = {256, {}};
   for (unsigned i = 0; i < 256; ++i) {

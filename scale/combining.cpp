@@ -27,7 +27,7 @@ bool ReadImage(const LockedDib& dib, Image<Byte>* image) {
 
 // What is drawn is as large as the destination, from the source's first pixel on, and is clipped to both. One
 // would expect the source's size: where a negative position moves the beginning of a large source out, its
-// end does not move in. Kept: callers compare bytes.
+// end does not move in. Kept: callers of CombineDIB compare its pages with stored ones.
 Span Clip(int position, int sourceSize, int destinationSize) {
   const int64_t first = position < 0 ? -int64_t{position} : 0;
   const int64_t end = std::min<int64_t>({sourceSize, destinationSize, int64_t{destinationSize} - position});

@@ -21,7 +21,8 @@ struct Rectangle {
 };
 
 // The indices of all levels, as they are found in a ramp of `count` levels. Most come out one below the entry
-// that matches; level 0 comes out as 255 where entry 1 is above 0. Kept: callers compare bytes.
+// that matches; level 0 comes out as 255 where entry 1 is above 0. Kept: callers of ScaleGrayDIB compare
+// its pages with stored ones.
 ByteMap::Table IndicesOf(const RGBQUAD* table, int count) {
   ByteMap::Table indices;
   for (int level = 0; level < 256; ++level) {
@@ -50,7 +51,8 @@ HGLOBAL Enlarge(const LockedDib& page, const Rectangle& part, int xFactor, int y
   const int height = part.height * yFactor;
   if (width > kMostPixels || height > kMostPixels) return nullptr;
 
-  // The header keeps its number of colours, though the table is full. Kept: callers compare bytes.
+  // The header keeps its number of colours, though the table is full. Kept: callers of ScaleGrayDIB
+  // compare headers with stored ones.
   const int colours = 1 << bits;
   RGBQUAD table[256] = {};
   page.ReadPalette(static_cast<unsigned>(colours), kBlack, table);

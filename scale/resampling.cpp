@@ -24,7 +24,7 @@ double InnerKernel(double s) { return s * s * s - 2 * (s * s) + 1; }
 double OuterKernel(double s) { return s * s * s - 5 * (s * s) + 8 * s - 4; }
 
 // The parts are cut to whole numbers one by one, so that they need not come to 255 together. Kept: callers
-// compare bytes.
+// of ScaleDIB compare its pages with stored ones.
 PixelWeights CubicWeights(uint32_t x, uint32_t from, uint32_t to) {
   const uint32_t at = x * from / to;
   const double t = static_cast<double>(x) * from / to - at;
@@ -265,7 +265,7 @@ bool Resampler::PrepareColumns() {
 PixelWeights Resampler::WeightsOfRow(uint32_t y) const {
   PixelWeights weights = WeightsAt(interpolation_, y, from_.height, to_.height);
   if (interpolation_ == Interpolation::kCubic) {
-    // Before the first row there is black, not the first row again. Kept: callers compare bytes.
+    // Before the first row there is black, not the first row again. Kept as the weights are.
     if (weights.at == 0) weights.of[0] = 0;
   } else if (weights.at == from_.height - 1) {
     weights.of = {0, 255, 0, 0};
@@ -273,8 +273,8 @@ PixelWeights Resampler::WeightsOfRow(uint32_t y) const {
   return weights;
 }
 
-// Where row `at` has too few behind it, they are row `at` again, not the last one. Kept: callers compare
-// bytes.
+// Where row `at` has too few behind it, they are row `at` again, not the last one. Kept as the weights
+// are.
 uint32_t Resampler::RowAt(uint32_t at, uint32_t i) const {
   return at + i - 1 < from_.height ? at + i - 1 : at;
 }

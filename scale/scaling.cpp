@@ -17,7 +17,7 @@ namespace {
 
 using Size = Resampler::Size;
 
-// The low 16 bits of each. Kept: callers compare bytes.
+// The low 16 bits of each. Kept: callers of ScaleDIB compare its pages with stored ones.
 Size SizeOf(int width, int height) { return {static_cast<uint16_t>(width), static_cast<uint16_t>(height)}; }
 
 struct Task {
@@ -85,7 +85,7 @@ bool ScaleTrueColour(const Task& task) {
 }
 
 // The length of the black that a row begins with. It gets index 0 even where another entry is nearer, unlike
-// black behind a colour. Kept: callers compare bytes.
+// black after a colour. Kept: callers of ScaleDIB compare its pages with stored ones.
 size_t LeadingBlack(const uint8_t* line, size_t channels, size_t width) {
   const uint8_t* end = line + channels * width;
   const auto isNotZero = [](uint8_t value) { return value != 0; };

@@ -88,7 +88,7 @@ using Words = uint64_t __attribute__((vector_size(32)));
 }
 
 // The bits that count in a row. Where the last pixel ends a byte, the byte of padding behind it, if there is
-// one, counts like pixels. Kept: callers compare verdicts.
+// one, counts like pixels. Kept: callers compare verdicts of IsImageBlank with earlier ones.
 uint64_t BitsSeen(int width) {
   const auto bits = static_cast<uint64_t>(width);
   return bits % 8 == 0 && bits % 32 != 0 ? bits + 8 : bits;
@@ -265,8 +265,8 @@ int TestIndices(const ConstRows& rows, const BackgroundIndices& background, doub
 }
 
 int TestTrueColour(const ConstRows& rows, Rgb colour, double needed) {
-  // Blue is compared with the colour's red and red with its blue, unlike at 8 bits. Kept: callers compare
-  // verdicts.
+  // Blue is compared with the colour's red and red with its blue, unlike at 8 bits. Kept: callers
+  // compare verdicts of IsImageBlank with earlier ones.
   const uint8_t limits[3] = {static_cast<uint8_t>(RedOf(colour)), static_cast<uint8_t>(GreenOf(colour)),
                              static_cast<uint8_t>(BlueOf(colour))};
   return TestBackground(rows, needed, [&](const uint8_t* pixels, size_t count) {

@@ -31,7 +31,7 @@ Lanes Without(Lanes a, Lanes mask) { return {a.low & ~mask.low, a.high & ~mask.h
 // What becomes of the next row is what the pair after starts from. One cell behind the last pixel takes part
 // in the last block, and nothing else ever sets it: the next row's goes on to both rows of the pair after.
 // Where the page's width needs no padding (kApart), current rows keep one such cell among themselves and next
-// rows another. Kept: callers compare bytes.
+// rows another. Kept: callers of DitherSmooth and DitherSharp compare their pages with stored ones.
 template <bool kSharp, bool kApart>
 class BlockKernel {
  public:
@@ -150,7 +150,8 @@ class BlockDither {
   }
 
   // In grey, the second stored row of a page counts by its red alone, and so does (but for kSharp) the first
-  // pixel of the first row. Kept: callers compare bytes.
+  // pixel of the first row. Kept: callers of DitherSmooth and DitherSharp compare their pages with stored
+  // ones.
   void ReadGrey(int row, uint8_t* grey) const {
     if (row == 1) return page_.ReadRed(row, grey);
     page_.ReadGrey(row, grey);

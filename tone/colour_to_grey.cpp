@@ -113,7 +113,7 @@ Header ResultHeader(const Header& source, unsigned bits, uint32_t colours) {
 }
 
 // 1 and 24 bits. At 1 bit a set bit is white whatever the colour table says, unlike in
-// ConvertMonoDIBtoGrayscale. Kept: callers compare bytes.
+// ConvertMonoDIBtoGrayscale. Kept: callers of ConvColorDIBtoGrayscale compare its pages with stored ones.
 HGLOBAL TurnPixelsGrey(const LockedDib& page, const ConstRows& rows, bool weighted, uint32_t method,
                        ThreadState& state) {
   GreyPage result(ResultHeader(page.header(), 8, 256));
@@ -148,7 +148,8 @@ HGLOBAL TurnPaletteGrey(const LockedDib& page, const ConstRows& rows, bool weigh
   return result.Release();
 }
 
-// Other depths come out as a page of 8 bits that is all 0 and has no palette. Kept: callers count on a page.
+// Other depths come out as a page of 8 bits that is all 0 and has no palette. Kept: callers go on
+// with a page where they would stop at a failure.
 // Whoever takes no colours for a full table still finds rows.
 HGLOBAL MakeBlackPage(const LockedDib& page, ThreadState& state) {
   const Header header = ResultHeader(page.header(), 8, 0);
@@ -189,7 +190,7 @@ HGLOBAL ColourToGrey(HGLOBAL dib, bool weighted, uint32_t method) {
       result = MakeBlackPage(page, state);
       break;
   }
-  if (result != nullptr) page.KeepLocked();  // Kept: callers count on the lock that success leaves.
+  if (result != nullptr) page.KeepLocked();  // Kept: callers unlock the page once after a success.
   return result;
 }
 

@@ -47,7 +47,7 @@ inline Lanes Stored(Lanes share, Lanes noError, Lanes before) { return share | (
 //
 // "+" adds to the cell, "=" replaces it. The usual kernel adds everywhere; here a next-row cell keeps only
 // the last share stored, or what it held since an earlier row. With kDelay 2 the next-row shares lie one
-// pixel further left. Kept: callers compare bytes.
+// pixel further left. Kept: callers of DitherFS4 compare its pages with stored ones.
 template <class Quantiser, int kDelayOfCells>
 class FloydSteinberg {
  public:
@@ -93,7 +93,7 @@ class FloydSteinberg {
 //     next row           +3    +5    +7    +5    +3
 //     row after next     =1    =3    =5    =a    =b
 //
-// "+" adds to the cell, "=" replaces it. Kept: callers compare bytes.
+// "+" adds to the cell, "=" replaces it. Kept: callers of DitherJJN compare its pages with stored ones.
 template <class Quantiser, int kWeightA, int kWeightB>
 class Jarvis {
  public:

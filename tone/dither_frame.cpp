@@ -8,7 +8,8 @@
 namespace rastrel {
 namespace {
 
-// Bit 3 is red, bit 2 green, bit 1 blue; bit 0 shows in the reserved byte alone. Kept: callers compare bytes.
+// Bit 3 is red, bit 2 green, bit 1 blue; bit 0 shows in the reserved byte alone. Kept: callers of
+// dithers compare their pages with stored ones, colour tables included.
 constexpr RGBQUAD EightColoursEntry(unsigned index) {
   const auto full = [index](unsigned bit) { return static_cast<uint8_t>((index >> bit & 1) * 255); };
   return {full(1), full(2), full(3), full(0)};
@@ -159,7 +160,7 @@ HGLOBAL Dither(HGLOBAL dib, int bits, const DitherRules& rules, DitherPass pass)
   if (!page) return state.Fail(rules.cannotLock);
   if (!page.Holds(0, kHeaderBytes)) return state.Fail(ErrDIBSize);
   if (static_cast<unsigned>(bits) >= page.bits() || !PagePlanes::Takes(page.bits())) {
-    page.KeepLocked();  // Kept: callers count on the lock that this refusal leaves.
+    page.KeepLocked();  // Kept: callers unlock the page once when they see this code.
     return state.Fail(ErrDitherParameter);
   }
   ConstRows rows = {};

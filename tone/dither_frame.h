@@ -78,7 +78,7 @@ void PackBlackAndWhite(const uint8_t* white, const Rows& rows, int row);
 void PackEightColours(const uint8_t* red, const uint8_t* green, const uint8_t* blue, const Rows& rows,
                       int row);
 // To 8 bits: levels 0 .. 7 of red and green, 0 .. 3 of blue. A blue level of 4 sets the lowest bit of green
-// and leaves blue at 0. Kept: callers compare bytes.
+// and leaves blue at 0. Kept: callers of dithers compare their pages with stored ones.
 void PackCube(const uint8_t* red, const uint8_t* green, const uint8_t* blue, const Rows& rows, int row);
 
 // In what the dithers' checks differ.

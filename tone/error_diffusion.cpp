@@ -18,7 +18,8 @@ struct FloydSteinbergDither {
 };
 
 struct JarvisDither {
-  // In grey, the first stored pixel of a page counts by its red alone. Kept: callers compare bytes.
+  // In grey, the first stored pixel of a page counts by its red alone. Kept: callers of DitherJJN compare
+  // its pages with stored ones.
   static constexpr bool kFirstPixelIsRed = true;
   using Binary = Jarvis<BlackOrWhite, 1, 3>;
   using RedOrGreen = Jarvis<Steps<5, 7>, 1, 3>;

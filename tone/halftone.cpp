@@ -22,7 +22,7 @@ constexpr int kPattern = 16;
 // A page of 24 bits is taken apart into rows of its width rounded up to 4, one behind the other, and then
 // read in rows as long as its stored ones in bytes: about three rows a row, and after a third of the page 0.
 // Columns beyond the width take their bytes from what follows the row's pixels, 0 beyond the block. Kept:
-// callers compare bytes.
+// callers of Halftone compare its pages with stored ones.
 class GreyRows {
  public:
   GreyRows(const LockedDib& page, const ConstRows& rows)
@@ -178,7 +178,7 @@ HGLOBAL RASTREL_CALL Halftone(HGLOBAL dib, uint16_t method, int brightness, uint
   if (!source) return fail(ErrNoMemory);
   if (!source.Holds(0, kHeaderBytes)) return fail(ErrDIBSize);
   if (!PagePlanes::Takes(source.bits())) {
-    source.KeepLocked();  // Kept: callers count on the lock that this refusal leaves.
+    source.KeepLocked();  // Kept: callers unlock the page once when they see this code.
     return fail(ErrParameter);
   }
   ConstRows rows = {};

@@ -2,7 +2,8 @@
 // kernel whose weights add up to 255, so that sums are greys and fit bytes.
 //
 // Smoothed rows come out late: row y is centred on source row y - 1 (3 x 3) or y - 2 (5 x 5), and the last
-// source rows are never centres. One would expect row y itself. Kept: callers compare bytes.
+// source rows are never centres. One would expect row y itself. Kept: callers of
+// ConvertMonoDIBtoGrayscale compare its pages with stored ones.
 #include "tone/mono_to_grey.h"
 
 #include <algorithm>
@@ -145,7 +146,7 @@ class SmoothingRows {
         expand_(kExpand.Best()) {}
 
   // Writes the cells of a row in place of those of the oldest one. The copies at the ends are of whole
-  // groups, with what pads the last one: the neighbour of pixel 0 is pixel 3. Kept: callers compare bytes.
+  // groups, with what pads the last one: the neighbour of pixel 0 is pixel 3. Kept as the late rows are.
   void Read(const uint8_t* bits, uint8_t flip, int row) {
     uint8_t* cells = Cells(row);
     expand_(bits, (width_ + 7) / 8, flip, 1, cells);
