@@ -84,7 +84,7 @@ TEST_P(PaperAndInk, AreWhatWasDrawn) {
   EXPECT_LE(wrong, inkPixels * kind.mostWrong);
 }
 INSTANTIATE_TEST_SUITE_P(Kinds, PaperAndInk, testing::ValuesIn(kKinds),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& kind) { return kind.param.name; });
 
 TEST(PaperMap, RowsAndSinglePixelsTellTheSame) {
   for (const int width : {1, 7, 33, 130}) {
