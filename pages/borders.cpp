@@ -347,7 +347,7 @@ class Tiles {
  private:
   struct Tile {
     bool isMasked = false, isNeeded = false, hasPaper = false, isWhole = false;
-    int spread = 0;    // brightness between a tenth and nine tenths of its pixels
+    int spread = 0;    // its brightest pixel to its darkest
     int mean[3] = {};  // in 1/256
   };
   Tile& at(int column, int row) {
@@ -425,15 +425,9 @@ class Tiles {
       }
     }
     if (count * 100 < all * kLeastShare) return;
-    int below = 0, low = -1, high = 255;
-    for (int value = 0; value < 256; ++value) {
-      below += counts[value];
-      if (low < 0 && below * 10 >= count) low = value;
-      if (below * 10 >= count * 9) {
-        high = value;
-        break;
-      }
-    }
+    int low = 0, high = 255;
+    while (counts[low] == 0) ++low;
+    while (counts[high] == 0) --high;
     tile->hasPaper = true;
     tile->isWhole = count == kSide * kSide;
     tile->spread = high - low;
@@ -451,7 +445,8 @@ class Tiles {
     std::nth_element(spreads.begin(), spreads.begin() + third, spreads.end());
     const auto upper = static_cast<ptrdiff_t>(levels.size() * 2 / 3);
     std::nth_element(levels.begin(), levels.begin() + upper, levels.end());
-    const int mostSpread = spreads[static_cast<size_t>(third)] * 2 + 4;
+    constexpr int kSpreadTimes2 = 3, kLeastSpread = 4;
+    const int mostSpread = spreads[static_cast<size_t>(third)] * kSpreadTimes2 / 2 + kLeastSpread;
     const int leastLevel = levels[static_cast<size_t>(upper)] / 2;
     for (size_t i = 0; i < tiles_.size(); ++i) {
       Tile& tile = tiles_[i];

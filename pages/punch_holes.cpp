@@ -392,18 +392,17 @@ class HoleFinder {
     mark->light = around == 0 ? 0 : static_cast<int>(light * 100 / around);
   }
 
+  // Medians, as flecks of light end rays early.
   static double Diagonal(const double (&lengths)[kRays]) {
-    double sums[2] = {}, counts[2] = {};
+    std::vector<double> upright, diagonal;
     for (int ray = 0; ray < kRays; ++ray) {
       const int off = ray % (kRays / 4);
-      const bool isUpright = off <= 1 || off >= kRays / 4 - 1;
-      const bool isDiagonal = off >= kRays / 8 - 1 && off <= kRays / 8 + 1;
-      if (lengths[ray] < 0 || (!isUpright && !isDiagonal)) continue;
-      sums[isDiagonal] += lengths[ray];
-      counts[isDiagonal] += 1;
+      if (lengths[ray] < 0) continue;
+      if (off <= 1 || off >= kRays / 4 - 1) upright.push_back(lengths[ray]);
+      if (off >= kRays / 8 - 1 && off <= kRays / 8 + 1) diagonal.push_back(lengths[ray]);
     }
-    if (counts[0] == 0 || counts[1] == 0 || sums[0] == 0) return 1;
-    return sums[1] / counts[1] * counts[0] / sums[0];
+    if (upright.empty() || diagonal.empty()) return 1;
+    return Median(std::move(diagonal)) / std::max(1.0, Median(std::move(upright)));
   }
 
   // ---- rows -----------------------------------------------------------------------------------------------

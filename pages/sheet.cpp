@@ -52,6 +52,7 @@ constexpr int kWholeSide = 88;        // of a side that a surround runs along
 constexpr int kHalfSide = 45;
 constexpr int kLineOff = kMm;   // tolerance around a fitted line
 constexpr int kLineShare = 85;  // of places within it
+constexpr int kLeastDark = kMm * 3 / 2;
 constexpr int kSliverRatio = 8, kSliverDepth = 6 * kMm;
 constexpr int kThin = kMm * 3 / 2;     // of a printed rule or frame, at most
 constexpr int kRuleOff = kMm / 2;      // how far a printed rule is off the parallel to the image's edge
@@ -233,13 +234,12 @@ Area Follow(const BytePlane& grid, uint8_t darkBelow, int x, int y, BytePlane* s
 }
 
 // Takes the light between an area and the near image's edges into its box.
-void WidenToEdges(Area* area) {
-  constexpr int kNear = 12;  // 1 / kNear of the image
+void WidenToEdges(int gap, Area* area) {
   const int width = area->member->width(), height = area->member->height();
-  if (area->left < width / kNear) area->left = 0;
-  if (area->top < height / kNear) area->top = 0;
-  if (area->right > width - width / kNear) area->right = width;
-  if (area->bottom > height - height / kNear) area->bottom = height;
+  if (area->left <= gap) area->left = 0;
+  if (area->top <= gap) area->top = 0;
+  if (area->right >= width - gap) area->right = width;
+  if (area->bottom >= height - gap) area->bottom = height;
 }
 
 // Fills what an area encloses, alone or together with the image's edge, unless it is as large as a piece of a
@@ -248,9 +248,10 @@ struct Enclosed {
   int64_t cells = 0;
   int letters = 0;
 };
-Enclosed FillEnclosed(const BytePlane& grid, uint8_t inkBelow, int letterMin, int letterMax, Area* whole) {
+Enclosed FillEnclosed(const BytePlane& grid, uint8_t inkBelow, int letterMin, int letterMax, int gap,
+                      Area* whole) {
   Area& area = *whole;
-  WidenToEdges(&area);
+  WidenToEdges(gap, &area);
   struct Run {
     int row, left, right, parent;
   };
@@ -420,10 +421,35 @@ struct Units {
   int Cells(int mm16) const { return std::max(1, (mm16 * pixelsPerMm16 / 16 + cell * 8) / (cell * 16)); }
 };
 
+// An area along a side, before anything that it encloses is filled.
+struct Rim {
+  int places = 0;     // where it lies near the image's edge
+  int atEdge = 0;     // of these, where at its very edge
+  int64_t thick = 0;  // cells, summed over these
+};
+Rim RimAlong(const Area& area, const SideAxis& axis, const Units& units) {
+  const int first = axis.IsUpright() ? area.top : area.left,
+            end = axis.IsUpright() ? area.bottom : area.right;
+  const int gap = units.Cells(kEdgeGap), edgePad = units.Cells(kEdgePad) - 1;
+  Rim rim;
+  for (int place = first; place < end; ++place) {
+    int depth = 0;
+    while (depth <= gap && axis.At(*area.member, place, depth) != kMember) ++depth;
+    if (depth > gap) continue;
+    ++rim.places;
+    rim.atEdge += depth <= edgePad;
+    // A corner, where the other side's run begins, counts no more than twice what is thin.
+    for (int run = 0; run < 2 * units.Cells(kThin) && depth < axis.across &&
+                      axis.At(*area.member, place, depth) == kMember;
+         ++run)
+      ++depth, ++rim.thick;
+  }
+  return rim;
+}
+
 struct SideEvidence {
-  int touched = 0;    // places
-  int atEdge = 0;     // places where it lies at the image's very edge
-  int64_t thick = 0;  // cells, summed over the places touched
+  int touched = 0;  // places
+  Rim rim;
   int64_t depthSum = 0;
   int rough = 0;             // percent
   int sharp = 0, paper = 0;  // percent
@@ -439,22 +465,15 @@ SideEvidence LookAtSide(const BytePlane& grid, const Area& area, const SideAxis&
   std::vector<int32_t>& depths = evidence.depths;
   evidence.medians = RunningMedian(depths, units.Cells(kMedianReach));
   const int sharpWidth = units.Cells(kSharpWidth), paperReach = units.Cells(kPaperReach);
-  const int edgePad = units.Cells(kEdgePad) - 1;
   int rough = 0, sharp = 0, paper = 0;
   std::vector<uint8_t> inside;
   for (int place = 0; place < axis.places; ++place) {
     const int depth = depths[static_cast<size_t>(place)];
     if (depth == 0) continue;
     ++evidence.touched;
-    for (int d = 0; d <= edgePad; ++d) {
-      if (axis.At(*area.member, place, d) != kMember) continue;
-      ++evidence.atEdge;
-      break;
-    }
     if (depth < 0) continue;
     ++evidence.reached;
     evidence.depthSum += depth;
-    for (int d = 0; d < depth; ++d) evidence.thick += axis.At(*area.member, place, d) == kMember;
     rough += std::abs(depth - evidence.medians[static_cast<size_t>(place)]) > units.Cells(kRough);
     int outside = 0, count = 0;
     for (int d = std::max(0, depth - sharpWidth - 2); d < std::max(1, depth - 1); ++d, ++count)
@@ -471,7 +490,9 @@ SideEvidence LookAtSide(const BytePlane& grid, const Area& area, const SideAxis&
     std::nth_element(inside.begin(), upper, inside.end());
     const int bright = *upper;
     sharp += (nearest - outside) * 100 >= (bright - outside) * kSharpRise;
-    paper += bright * 100 >= paperLevel * kPaperShare;
+    const auto half = inside.begin() + static_cast<ptrdiff_t>(inside.size() / 2);
+    std::nth_element(inside.begin(), half, inside.end());
+    paper += *half * 100 >= paperLevel * kPaperShare;
   }
   const int reached = std::max(1, evidence.reached);
   evidence.rough = rough * 100 / reached;
@@ -520,12 +541,12 @@ Judgement Judge(const Area& area, const Enclosed& enclosed, const SideEvidence (
 
   const SideEvidence& main = sides[best];
   // Thin, clear of the image's edge and parallel to it: a printed rule, or with corners a frame.
-  const bool isThin = main.thick <= int64_t{main.reached} * units.Cells(kThin);
-  if (isThin && main.atEdge * 100 < main.touched * kAtEdge) {
+  const bool isThin = main.rim.thick <= int64_t{main.rim.places} * units.Cells(kThin);
+  if (isThin && main.rim.atEdge * 100 < main.rim.places * kAtEdge) {
     const int64_t rise = std::llabs(main.line.atLast - main.line.atFirst);
     int framed = 0;
     for (const SideEvidence& side : sides)
-      framed += side.touched * 100 >= static_cast<int>(side.depths.size()) * kHalfSide;
+      framed += side.rim.places * 100 >= static_cast<int>(side.depths.size()) * kHalfSide;
     if (framed >= 3) return {false, true, 70, "a frame near the image's edge"};
     if (main.line.isFound && rise <= int64_t{16} * units.Cells(kRuleOff))
       return {false, true, 60, "a rule along the image's edge"};
@@ -551,6 +572,8 @@ Judgement Judge(const Area& area, const Enclosed& enclosed, const SideEvidence (
     if (!isWhole && touching == 1) return {false, true, 60, "dark along a part of the side only"};
     if (isWhole && sides[s].line.share < kLineShare) return {false, true, 60, "its boundary is no line"};
   }
+  // On a tinted page a thin dark strip may as well be the shadow of what is bound there.
+  if (meanDepth < units.Cells(kLeastDark)) return {false, true, 60, "too thin to be told from a shadow"};
   if (bestShare < kWholeSide * 10) return {false, true, 60, "dark along a part of the side only"};
   return {true, true, 80, "dark surround"};
 }
@@ -605,10 +628,15 @@ class SheetFinder {
     Area& area = *followed;
     const int64_t leastCells = int64_t{kLeastArea} * units_.Cells(kMm) * units_.Cells(kMm);
     if (area.cells < leastCells) return;
-    const Enclosed enclosed = FillEnclosed(grid_, static_cast<uint8_t>(sheet_.paper * kInkShare / 100),
-                                           units_.Cells(kLetterMin), units_.Cells(kLetterMax), &area);
+    const bool isEdgeLine = IsEdgeLine(area);
+    Rim rims[4];
+    for (const SheetSide side : kSheetSides)
+      rims[static_cast<size_t>(side)] = RimAlong(area, SideAxis(grid_, side), units_);
+    const Enclosed enclosed =
+        FillEnclosed(grid_, static_cast<uint8_t>(sheet_.paper * kInkShare / 100), units_.Cells(kLetterMin),
+                     units_.Cells(kLetterMax), units_.Cells(kEdgeGap), &area);
     SideEvidence sides[4];
-    if (IsEdgeLine(area)) {
+    if (isEdgeLine) {
       AddSurround(area, {true, true, 80, "the line of the sheet's edge"}, sides);
       for (int y = area.top; y < area.bottom; ++y) {
         for (int x = area.left; x < area.right; ++x) {
@@ -619,6 +647,7 @@ class SheetFinder {
     }
     for (const SheetSide side : kSheetSides) {
       sides[static_cast<size_t>(side)] = LookAtSide(grid_, area, SideAxis(grid_, side), units_, sheet_.paper);
+      sides[static_cast<size_t>(side)].rim = rims[static_cast<size_t>(side)];
     }
     const int brightness = static_cast<int>(area.sum / area.cells);
     const Judgement judgement =
@@ -647,17 +676,31 @@ class SheetFinder {
       sheet_.outside = BytePlane(grid_.width(), grid_.height());
   }
 
-  // A thin line that runs from one edge of the image to the one across, right beside a third: where sheet and
-  // neighbour meet. No rule of a page does that.
+  // A thin line that runs from one edge of the image to the one across, right beside a third, with empty
+  // paper on its inner side: where sheet and neighbour meet. No rule of a page does that.
   bool IsEdgeLine(const Area& area) const {
-    constexpr int kBeside = 32;  // 1 / kBeside of the image
-    const int width = grid_.width(), height = grid_.height(), most = units_.Cells(kThin);
-    const bool isUpright = area.top == 0 && area.bottom == height &&
-                           (area.right <= width / kBeside || area.left >= width - width / kBeside);
-    const bool isLevel = area.left == 0 && area.right == width &&
-                         (area.bottom <= height / kBeside || area.top >= height - height / kBeside);
-    return (isUpright && area.cells <= int64_t{most} * height && area.cells >= height) ||
-           (isLevel && area.cells <= int64_t{most} * width && area.cells >= width);
+    constexpr int kBeside = 32;                    // 1 / kBeside of the image
+    constexpr int kInner = 3 * kMm, kMostInk = 8;  // percent of the cells there
+    for (const SheetSide side : kSheetSides) {
+      const SideAxis axis(grid_, side);
+      const int first = axis.IsUpright() ? area.top : area.left,
+                end = axis.IsUpright() ? area.bottom : area.right;
+      const int most = axis.across / kBeside;
+      if (first > 0 || end < axis.places || area.cells < axis.places ||
+          area.cells > int64_t{axis.places} * units_.Cells(kThin))
+        continue;
+      int64_t inner = 0, inked = 0;
+      bool isWhole = true;
+      for (int place = 0; place < axis.places && isWhole; ++place) {
+        int depth = most;
+        while (depth >= 0 && axis.At(*area.member, place, depth) != kMember) --depth;
+        isWhole = depth >= 0;
+        for (int d = depth + 2; isWhole && d < depth + 2 + units_.Cells(kInner); ++d, ++inner)
+          inked += axis.At(grid_, place, d) * 100 < sheet_.paper * kInkShare;
+      }
+      if (isWhole && inked * 100 <= inner * kMostInk) return true;
+    }
+    return false;
   }
 
   // Takes the area as outside, without what is attached to it and stands out of its sides' run.
