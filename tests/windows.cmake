@@ -16,9 +16,7 @@ set(otherSystem
   # bitmaps of several planes again, and padding of rows that stays as it was; the system clears it,
   BitmapMoves.TakePlanesAndPaddingAlong
   # bitmaps of any depth in any device context; the system takes those of 1 bit and of the screen's depth,
-  InvertBitmap.TakesOtherDepthsThanTheScreens
-  # a colour table that GetDIBits leaves alone.
-  ConvertBitmapToDIB.HasItsStandardColours)
+  InvertBitmap.TakesOtherDepthsThanTheScreens)
 list(JOIN otherSystem ":" otherSystem)
 
 # One run: Wine takes longer to start than most tests take.

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 #include <rastrel.h>
 
-#include <limits>
-
 #include "tests/cleanup/progress_recorder.h"
 #include "tests/cleanup/punched_pages.h"
 #include "tests/support/test_dib.h"
@@ -58,11 +56,6 @@ TEST(PunchHoleRemover, NeedsMoreDarkCellsThanTheProductAsRounded) {
   }
 }
 
-TEST(PunchHoleRemover, PaintsTheWholePageForHugeHoles) {
-  const TestDib page = WithBoxes(120, 100, {{60, 50, 40, 40}}, 11811);
-  for (const Pixel pixel : Remove(page, std::numeric_limits<int>::max()).Pixels()) ASSERT_EQ(255u, pixel);
-}
-
 TEST(PunchHoleRemover, LeavesLinesAndWhatLiesOutsideTheBand) {
   struct Case {
     const char* what;
@@ -86,58 +79,6 @@ TEST(PunchHoleRemover, KeptEndsTheWalkDownAColumnAfterHeightMinusFourSteps) {
   EXPECT_EQ((std::vector<std::string>{"........", "........", "....o...", "....o...", "........", "........",
                                       "..o.#...", "..o.#...", "..o.#...", "........"}),
             Removed(WithBoxes(8, 10, {{2, 6, 1, 3}, {4, 2, 1, 2}, {4, 6, 1, 3}}, 315), 1));
-}
-
-TEST(PunchHoleRemover, SizeCodesGiveMillimetres) {
-  struct Case {
-    int code;
-    int radius;  // at 25 dots per inch as many pixels as the hole has millimetres
-  };
-  const TestDib page = WithBoxes(40, 60, {{9, 30, 3, 3}});
-  for (const Case& c : {Case{-3, 9}, Case{-2, 7}, Case{-1, 5}, Case{0, 4}, Case{1, 2}, Case{2, 3}, Case{3, 3},
-                        Case{4, 4}, Case{10, 7}}) {
-    const TestDib result = Remove(page, c.code);
-    int painted = 0;  // in the column of the middle
-    for (int y = 0; y < 60; ++y) painted += result.At(11, y) == 255;
-    EXPECT_EQ(2 * c.radius - 1, painted) << c.code;
-  }
-  for (const int code : {-4, INT32_MIN}) EXPECT_FALSE(Remove(page, code)) << code;
-  // However large a disc is said to be, it ends with the page.
-  EXPECT_EQ(std::vector<std::string>(60, std::string(40, 'o')), Removed(page, INT32_MAX));
-}
-
-TEST(PunchHoleRemover, PaintsTheLightColourOfEachDepth) {
-  struct Case {
-    int bits;
-    std::vector<RGBQUAD> table;
-    Pixel light, dark, painted;
-  };
-  for (const Case& c : {Case{1, {}, 1, 0, 1}, Case{1, {{255, 255, 255, 0}, {0, 0, 0, 0}}, 0, 1, 0},
-                        Case{8, {}, 128, 127, 255}, Case{24, {}, 0x808080, 0x7F7F80, 0xFFFFFF}}) {
-    TestDib page(HeaderWithDots(c.bits, 40, 20, kDots25), c.table);
-    page.Fill(0, 0, 40, 20, c.light);
-    for (const int left : {6, 20}) page.Fill(left, 5, 3, 3, c.dark);
-    const TestDib result = Remove(page, 0);
-    // In the hole, in the disc around it, outside of both, and beyond the band.
-    EXPECT_EQ((std::vector<Pixel>{c.painted, c.painted, c.light, c.dark}),
-              (std::vector<Pixel>{result.At(7, 6), result.At(8, 3), result.At(5, 3), result.At(21, 6)}))
-        << c.bits << " bits, light " << c.light;
-  }
-}
-
-TEST(PunchHoleRemover, ErasesHolesOfAScannedPage) {
-  // 300 dots per inch: the probe of 35 x 35 needs 1091 dark cells. 1090 are 31 rows of 35 and one of 5.
-  for (const int extra : {5, 6}) {
-    const TestDib page = WithBoxes(300, 200, {{60, 60, 35, 31}, {60, 91, extra, 1}}, 11811);
-    EXPECT_EQ(extra == 6 ? 255 : 0, Remove(page, 0).At(75, 75)) << extra;
-  }
-}
-
-TEST(PunchHoleRemover, CopiesAPageWhereThereIsNothingToSearch) {
-  for (const int dotsPerMetre : {0, 100, -11811, 11811}) {
-    const TestDib page = WithBoxes(30, 20, {{0, 0, 9, 9}}, dotsPerMetre);
-    EXPECT_EQ(page.block(), Remove(page, 0).block()) << dotsPerMetre;
-  }
 }
 
 TEST(PunchProgress, IsAStepForEveryFifthRowAndColumn) {

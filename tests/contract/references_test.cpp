@@ -126,7 +126,7 @@ const Comparison kComparisons[] = {
        return Results{reference::DitherSharp(page.block(), bits), DitherSharp(page.handle(), bits)};
      }},
     {"ScaleDIB",
-     {1, 4, 8, 24},
+     {4, 8, 24},
      300,
      [](const TestDib& page, Arguments& random) {
        const int cubic = random.From(0, 1), width = random.From(1, random.IsOneIn(5) ? 3000 : 200),

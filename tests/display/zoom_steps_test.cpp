@@ -60,12 +60,6 @@ TEST(BZoomStep, GoesAFewPercentFromTheRatioAsItIsAndMayPassTheLimitOnce) {
               "2147483647/10 2040109465/10");
 }
 
-TEST(BZoomStep, FormsLargeProductsInFullAndCutsTheQuotient) {
-  // 300,000,000 * 10 is -1,294,967,296 in 32 bits.
-  ExpectSteps(kTableIn, "1000000000/2000000000 10/15, 300000000/1 10/10, -2147483648/-1 10/10");
-  ExpectSteps(kTableOut, "1000000000/250000000 20/10, 1/300000000 10/10");
-}
-
 TEST(BZoomStep, TakesTheThreadsBaseAndTables) {
   OnFreshThread([] {
     const ScaleStepTable in = {2, {100, 400}}, out = {1, {100}};

@@ -2,7 +2,6 @@
 #include <rastrel.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <filesystem>
 
 #include "tests/support/faults.h"
@@ -78,27 +77,6 @@ TEST(ConvertBitmapToDIB, MakesTheColourTable) {
   }
   EXPECT_EQ(nullptr, ConvertBitmapToDIB(nullptr, nullptr));
   EXPECT_EQ(nullptr, ConvertBitmapToDIB(kDead, reinterpret_cast<HPALETTE>(kDead)));
-}
-
-TEST(ConvertBitmapToDIB, HasItsStandardColours) {
-  const auto tableOf = [](int bits) {
-    HBITMAP bitmap = CreateBitmap(1, 1, 1, static_cast<unsigned>(bits), nullptr);
-    const Bytes block = TestDib(ConvertBitmapToDIB(bitmap, nullptr)).block();
-    DeleteObject(bitmap);
-    std::vector<uint32_t> colours(1u << bits);
-    std::memcpy(colours.data(), block.data() + 40, colours.size() * 4);
-    return colours;
-  };
-  EXPECT_EQ((std::vector<uint32_t>{0, 0x800000, 0x8000, 0x808000, 0x80, 0x800080, 0x8080, 0xC0C0C0, 0x808080,
-                                   0xFF0000, 0xFF00, 0xFFFF00, 0xFF, 0xFF00FF, 0xFFFF, 0xFFFFFF}),
-            tableOf(4));
-  std::vector<uint32_t> cube;
-  for (uint32_t red = 0; red < 8; ++red) {
-    for (uint32_t green = 0; green < 8; ++green) {
-      for (uint32_t blue = 0; blue < 4; ++blue) cube.push_back(red * 36 << 16 | green * 36 << 8 | blue * 85);
-    }
-  }
-  EXPECT_EQ(cube, tableOf(8));
 }
 
 TEST(DeviceBitmaps, TakeThePaletteOfTheScreen) {

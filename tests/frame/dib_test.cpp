@@ -11,35 +11,6 @@
 namespace rastrel::testing {
 namespace {
 
-TEST(PaletteSize, FollowsTheHeadersKind) {
-  struct Case {
-    uint32_t size;
-    int bits;
-    uint32_t used;
-    int expected;
-  };
-  for (const Case& c : {Case{40, 8, 0, 1024}, Case{40, 8, 17, 68}, Case{40, 1, 0, 8}, Case{40, 4, 0, 64},
-                        Case{40, 24, 0, 0}, Case{40, 24, 5, 20}, Case{40, 16, 0, 0}, Case{40, 32, 0, 0},
-                        // Of other sizes biClrUsed is not looked at, and an entry has 3 bytes.
-                        Case{108, 8, 17, 768}, Case{40, 8, 0x40000001, 4}}) {
-    BITMAPINFOHEADER header = {};
-    header.biSize = c.size;
-    header.biBitCount = static_cast<uint16_t>(c.bits);
-    header.biClrUsed = c.used;
-    EXPECT_EQ(c.expected, PaletteSize(&header)) << c.size << " " << c.bits << " " << c.used;
-  }
-  const BITMAPCOREHEADER core = {12, 5, 5, 1, 4};
-  EXPECT_EQ(48, PaletteSize(&core));
-  EXPECT_EQ(0, PaletteSize(nullptr));
-}
-
-TEST(DIBRowBytes, RoundsUpToFourBytes) {
-  EXPECT_EQ(4u, DIBRowBytes(1, 1));
-  EXPECT_EQ(8u, DIBRowBytes(33, 1));
-  EXPECT_EQ(12u, DIBRowBytes(3, 24));
-  EXPECT_EQ(8u, DIBRowBytes(5, 8));
-}
-
 TEST(DIBImageBytes, OfNegativeOrHugePicturesFitNoBlock) {
   EXPECT_EQ(24u, DIBImageBytes(3, 2, 24));
   EXPECT_EQ(0u, DIBImageBytes(0, 5, 24));

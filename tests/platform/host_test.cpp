@@ -2,7 +2,6 @@
 #include <rastrel.h>
 
 #include <cstring>
-#include <set>
 #include <thread>
 #include <vector>
 
@@ -111,27 +110,6 @@ TEST(MemoryBlocks, ManyThreadsMakeLockAndFreeThem) {
   EXPECT_EQ(0u, GlobalFlags(shared));
   GlobalFree(shared);
   EXPECT_EQ(live, host::LiveBlocks());
-}
-
-TEST(MemoryBlocks, HandlesOfLiveBlocksDiffer) {
-  std::set<HGLOBAL> handles;
-  for (int i = 0; i < 3000; ++i) handles.insert(GlobalAlloc(GMEM_MOVEABLE, 8));
-  EXPECT_EQ(3000u, handles.size());
-  for (HGLOBAL handle : handles) GlobalFree(handle);
-}
-
-TEST(FaultInjection, FailsTheNthOnceAndSaysSo) {
-  host::FailNth(host::Fault::kAllocation, 2);
-  HGLOBAL first = GlobalAlloc(GMEM_MOVEABLE, 8);
-  EXPECT_NE(nullptr, first);
-  EXPECT_FALSE(host::FaultStruck(host::Fault::kAllocation));
-  EXPECT_EQ(nullptr, GlobalReAlloc(first, 16, 0));
-  EXPECT_TRUE(host::FaultStruck(host::Fault::kAllocation));
-  EXPECT_EQ(first, GlobalReAlloc(first, 16, 0));
-  host::FailNth(host::Fault::kLock, 1);
-  EXPECT_EQ(nullptr, GlobalLock(first));
-  EXPECT_EQ(0u, GlobalFlags(first));
-  GlobalFree(first);
 }
 
 // What a presenter saw, in order.

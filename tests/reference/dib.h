@@ -77,9 +77,6 @@ struct View {
   }
   // Entries at and beyond `colours` are what lies there in the block.
   Colour Entry(int index) const { return ColourAt(kHeader + 4 * index); }
-  bool HoldsEntry(int index) const {
-    return kHeader + 4 * int64_t{index} + 4 <= static_cast<int64_t>(block.size());
-  }
 
   // The pixel in column x of stored row y: an index, or 0xRRGGBB at 24 bits.
   int Pixel(int x, int64_t y) const {

@@ -203,79 +203,8 @@ inline Block Interpolated(const Block& dib, int32_t cubic, int32_t newWidth, int
   return result;
 }
 
-// The bytes of source row sy (from the top) from the rectangle's first on, at least as many as are used.
-inline Line MonoBytes(const View& source, int64_t left, int64_t rectWidth, int64_t sy) {
-  const int64_t end = source.Row(source.height);  // nothing is read from here on
-  const int64_t from = source.Row(source.height - sy - 1) + left / 8;
-  const bool runsPast = source.width - left < rectWidth;
-  const int64_t copied = runsPast ? (source.width - left) / 8 + 1 : (rectWidth + 7) / 8 + 1;
-  Line bytes(static_cast<size_t>((rectWidth + 7) / 8 + 3));
-  for (int64_t i = 0; i < copied; ++i) {
-    bytes[static_cast<size_t>(i)] = from + i < end ? ByteAt(source.block, from + i) : uint8_t{0};
-  }
-  return bytes;
-}
-
-inline bool BitOf(const Line& bytes, int64_t bit) {
-  return (bytes[static_cast<size_t>(bit / 8)] & 0x80 >> (bit % 8)) != 0;
-}
-
-// A row of the result. In a row of the old width what pads its last byte comes from the source too, as do
-// the first (width mod 8) bits of the byte behind it.
-inline Line MonoRow(const Line& bytes, int64_t left, int64_t rectWidth, int64_t newWidth, int64_t stride) {
-  Line row(static_cast<size_t>(stride));
-  const auto set = [&](int64_t bit) {
-    row[static_cast<size_t>(bit / 8)] |= static_cast<uint8_t>(0x80 >> (bit % 8));
-  };
-  if (rectWidth != newWidth) {
-    for (int64_t x = 0; x < newWidth; ++x) {
-      const int64_t sx = (x * rectWidth + newWidth / 2) / newWidth;
-      if (sx >= rectWidth) break;
-      if (BitOf(bytes, sx + left % 8)) set(x);
-    }
-    return row;
-  }
-  const int64_t used = std::min((newWidth + 7) / 8 * 8 + newWidth % 8, 8 * stride);
-  for (int64_t x = 0; x < used; ++x) {
-    if (BitOf(bytes, x + left % 8)) set(x);
-  }
-  return row;
-}
-
-// The rectangle's top counts from the top row. The result has room for a row and 16 bytes more.
-inline Block ScaleMonoRect(const Block& dib, int32_t left, int32_t top, int32_t rectWidth, int32_t rectHeight,
-                           int32_t newWidth, int32_t newHeight) {
-  const View source(dib);
-  if (rectWidth < 1 || rectHeight < 1 || newWidth < 1 || newHeight < 1) return {};
-  if (left < 0 || top < 0 || left >= source.width || top >= source.height) return {};
-  if (!HoldsItsRows(source)) return {};
-
-  const int64_t stride = ((int64_t{newWidth} + 7) / 8 + 3) / 4 * 4;
-  Block result = WithHeadOf(source, source.pixels + stride * (int64_t{newHeight} + 1) + 16);
-  SetField(result, kWidth, 4, newWidth);
-  SetField(result, kHeight, 4, newHeight);
-
-  int64_t built = -1;
-  Line row;
-  for (int64_t j = 0; j < newHeight; ++j) {
-    const int64_t sy = top + (j * rectHeight + newHeight / 2) / newHeight;
-    if (sy >= int64_t{top} + rectHeight) break;
-    if (sy != built && sy < source.height) {
-      row = MonoRow(MonoBytes(source, left, rectWidth, sy), left, rectWidth, newWidth, stride);
-      built = sy;
-    }
-    for (int64_t i = 0; i < stride; ++i) {
-      Byte(result, source.pixels + (newHeight - j - 1) * stride + i) = row[static_cast<size_t>(i)];
-    }
-  }
-  return result;
-}
-
 inline Block ScaleDIB(const Block& dib, int32_t cubic, int32_t newWidth, int32_t newHeight) {
   const View source(dib);
-  if (source.bits == 1) {
-    return ScaleMonoRect(dib, 0, 0, source.width, source.height, newWidth, newHeight);
-  }
   if (source.bits != 4 && source.bits != 8 && source.bits != 24) return {};
   return Interpolated(dib, cubic, newWidth, newHeight);
 }
