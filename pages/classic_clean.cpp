@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "pages/black_and_white.h"
 #include "pages/blank.h"
 #include "pages/operations.h"
 #include "pages/overlay.h"
@@ -54,33 +55,6 @@ PaintedRuns RunsOfTrim(const Dib& dib) {
   }
   return runs;
 }
-
-// A two-colour page, worked on as black and white with the darker colour as entry 0, which is what the
-// operations know. Restores the colours at the end. Does nothing for other depths.
-class AsBlackAndWhite {
- public:
-  explicit AsBlackAndWhite(const Dib& dib) {
-    const PageView page(dib);
-    if (page.bits() != 1) return;
-    if (ExtremeInk(page, /*light=*/false).bytes[0] == 1) {
-      std::swap(page.palette()[0], page.palette()[1]);
-      ExchangeWithZero(page, {{1, 0, 0}});
-    }
-    colours_[0] = std::exchange(page.palette()[0], {0, 0, 0, 0});
-    colours_[1] = std::exchange(page.palette()[1], {255, 255, 255, 0});
-    isActive_ = true;
-  }
-  void Restore(const Dib& dib) const {
-    const PageView page(dib);
-    if (!isActive_ || page.bits() != 1) return;
-    page.palette()[0] = colours_[0];
-    page.palette()[1] = colours_[1];
-  }
-
- private:
-  RGBQUAD colours_[2] = {};
-  bool isActive_ = false;
-};
 
 int64_t ChangedPixels(const Dib& before, const Dib& after) {
   const PageView from(before), to(after);
@@ -253,7 +227,7 @@ class Cleaning {
     if (skew.hasStructure == 0) throw NotHere{"the page shows no lines to go by"};
     record_.skew = skew.angle;
     if (std::abs(skew.angle) <= kLeastTurn) return;
-    if (skew.confidence < kCertain) {
+    if (skew.confidence < kCertainSkew) {
       throw NotHere{Text(Fixed(skew.angle, 2), " degrees are not certain (confidence ",
                          Fixed(skew.confidence, 2), ")")};
     }

@@ -4,6 +4,7 @@
 
 #include "pages/blank.h"
 #include "pages/classic_clean.h"
+#include "pages/model_clean.h"
 #include "pages/operations.h"
 
 namespace rastrel::pages {
@@ -43,10 +44,11 @@ Dib CleanPage(Dib page, const CleanOptions& options, CleanRecord* record, Dib* o
   record->isResolutionAssumed = CompleteResolution(&PageView(page).header(), options.dpi);
   CleanOptions chosen = options;
   // On a resolution that is only assumed holes are not measured.
-  if (record->isResolutionAssumed && !options.measuresHolesAnyway && !chosen.holeSize) {
+  if (options.isClassic && record->isResolutionAssumed && !options.measuresHolesAnyway && !chosen.holeSize) {
     chosen.holeSize = kUsualHoles;
   }
-  page = CleanClassically(std::move(page), chosen, record, overlay);
+  page = chosen.isClassic ? CleanClassically(std::move(page), chosen, record, overlay)
+                          : CleanByModel(std::move(page), chosen, record, overlay);
   if (options.reduction != Reduction::kNone && PageView(page).bits() == 1) {
     record->skipped.push_back({"reduce", "the page has 1 bit already"});
   } else if (options.reduction != Reduction::kNone) {

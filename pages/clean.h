@@ -17,13 +17,14 @@ enum class TextTone { kAuto, kDark, kLight };
 
 // By whole degrees as DeskewDIB does it, or to hundredths where these are certain.
 enum class Deskewing { kOff, kWhole, kFine };
-constexpr double kCertain = 0.5;  // of a measured skew, the least confidence that a page is turned with
+constexpr double kCertainSkew = 0.5;  // of a measured skew, the least confidence that a page is turned with
 
 // How pages become black and white.
 enum class Reduction { kNone, kThreshold, kOrdered, kFloydSteinberg, kJarvisJudiceNinke };
 
 struct CleanOptions {
   TextTone text = TextTone::kAuto;
+  bool isClassic = false;  // the plain operations one after the other, as they were before there was a model
   bool cropsSheet = false;
   bool trims = true;
   bool erasesHoles = true;
@@ -57,13 +58,19 @@ struct Skipped {
   std::string reason;
 };
 
-// What was taken away of a page, or left for a reason.
+// What a step would take away of a page or move, or left for a reason.
 struct Region {
-  std::string kind;                              // "border", "hole", "speck" ...
+  std::string kind;                              // "border", "hole", "speck", "turn", "crop"
   int left = 0, top = 0, right = 0, bottom = 0;  // on the page that came in; right and bottom lie outside
   int64_t pixels = 0;
   double confidence = 0;  // 0 to 1
   std::string reason;
+  bool isTakenBack = false;  // the check found that it would harm the page
+};
+
+// A side of the sheet that was left as it is, though something dark stands there.
+struct SideLeft {
+  std::string side, reason;
 };
 
 // What was found on a page and done to it.
@@ -78,17 +85,20 @@ struct CleanRecord {
   std::optional<double> skewConfidence;  // 0 to 1, where it was measured finely
   bool isTurned = false;
   bool isCropped = false;
-  bool isReduced = false;                     // to black and white
-  int64_t trimmedLeft = 0, trimmedRight = 0;  // pixels
-  std::vector<Hole> holes;                    // where they were on the page as it came in
+  bool isReduced = false;                                                        // to black and white
+  int64_t trimmedLeft = 0, trimmedTop = 0, trimmedRight = 0, trimmedBottom = 0;  // pixels
+  std::vector<Hole> holes;  // where they were on the page as it came in
   int64_t specks = 0, speckPixels = 0;
   bool isBlank = false;              // before any reduction
   std::optional<double> inkPercent;  // of an examination
   std::vector<Region> regions;
   std::vector<StepTime> times;
   std::vector<Skipped> skipped;
+  std::vector<SideLeft> sidesLeft;
+  bool isChecked = false;          // the page that goes out was compared with the one that came in
+  std::vector<Skipped> takenBack;  // steps that the check has taken back, and what it missed
 
-  int64_t trimmedPixels() const { return trimmedLeft + trimmedRight; }
+  int64_t trimmedPixels() const { return trimmedLeft + trimmedTop + trimmedRight + trimmedBottom; }
 };
 
 // Notes in a record how long its own life was.

@@ -1,5 +1,6 @@
 #include "pages/overlay.h"
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 
@@ -101,6 +102,18 @@ void Overlay::Paint(Removed what, const Dib& before, const Dib& after, const Pla
       const Point point = place.ToInput({static_cast<double>(x), static_cast<double>(y)});
       const auto inX = static_cast<int>(std::lround(point.x)), inY = static_cast<int>(std::lround(point.y));
       if (IsOn(picture, inX, inY)) picture.PageRow(inY)[inX] = IndexOf(what);
+    }
+  }
+}
+
+void Overlay::Paint(Removed what, const BitPlane& mask) {
+  const PageView picture(picture_);
+  for (int y = 0; y < picture.height(); ++y) {
+    uint8_t* row = picture.PageRow(y);
+    for (size_t i = 0; i < mask.wordsPerRow(); ++i) {
+      for (uint64_t bits = mask.Row(y)[i]; bits != 0; bits &= bits - 1) {
+        row[i * 64 + 63 - static_cast<size_t>(std::countr_zero(bits))] = IndexOf(what);
+      }
     }
   }
 }

@@ -36,6 +36,8 @@ class Overlay {
   // Paints in the colour of `what` the pixels in which two versions of a page differ; `place` tells where
   // they lie.
   void Paint(Removed what, const Dib& before, const Dib& after, const Placement& place);
+  // The same for what a mask of the page that came in names.
+  void Paint(Removed what, const BitPlane& mask);
   // The same for all that does not lie on the page.
   void PaintAround(Removed what, const Dib& page, const Placement& place);
   Dib Take() { return std::move(picture_); }

@@ -33,15 +33,17 @@ JsonText HolesOf(const CleanRecord& record) {
 JsonText RegionsOf(const CleanRecord& record) {
   JsonText regions = JsonText::Array();
   for (const Region& region : record.regions) {
-    regions.Add("", JsonText::Object()
-                        .Add("kind", region.kind)
-                        .Add("left", region.left)
-                        .Add("top", region.top)
-                        .Add("right", region.right)
-                        .Add("bottom", region.bottom)
-                        .Add("pixels", region.pixels)
-                        .Add("confidence", Rounded(region.confidence, 100))
-                        .Add("reason", region.reason));
+    JsonText entry = JsonText::Object();
+    entry.Add("kind", region.kind)
+        .Add("left", region.left)
+        .Add("top", region.top)
+        .Add("right", region.right)
+        .Add("bottom", region.bottom)
+        .Add("pixels", region.pixels)
+        .Add("confidence", Rounded(region.confidence, 100))
+        .Add("reason", region.reason);
+    if (region.isTakenBack) entry.Add("takenBack", true);
+    regions.Add("", entry);
   }
   return regions;
 }
@@ -54,12 +56,20 @@ JsonText StepsOf(const CleanRecord& record) {
   return steps;
 }
 
-JsonText SkippedOf(const CleanRecord& record) {
+JsonText SkippedOf(const std::vector<Skipped>& list) {
   JsonText steps = JsonText::Array();
-  for (const Skipped& skipped : record.skipped) {
+  for (const Skipped& skipped : list) {
     steps.Add("", JsonText::Object().Add("step", skipped.step).Add("reason", skipped.reason));
   }
   return steps;
+}
+
+JsonText SidesLeftOf(const CleanRecord& record) {
+  JsonText sides = JsonText::Array();
+  for (const SideLeft& left : record.sidesLeft) {
+    sides.Add("", JsonText::Object().Add("side", left.side).Add("reason", left.reason));
+  }
+  return sides;
 }
 
 }  // namespace
@@ -77,13 +87,18 @@ std::string JsonOf(const CleanRecord& record) {
         .Add("heightIn", record.heightIn)
         .Add("trimmedPixels", record.trimmedPixels())
         .Add("trimmedLeft", record.trimmedLeft)
-        .Add("trimmedRight", record.trimmedRight);
+        .Add("trimmedTop", record.trimmedTop)
+        .Add("trimmedRight", record.trimmedRight)
+        .Add("trimmedBottom", record.trimmedBottom);
   }
   json.Add("holes", record.holes.size()).Add("holesAt", HolesOf(record));
   if (!record.isExamination) {
     json.Add("specks", record.specks).Add("speckPixels", record.speckPixels);
     if (!record.regions.empty()) json.Add("regions", RegionsOf(record));
-    json.Add("steps", StepsOf(record)).Add("skipped", SkippedOf(record));
+    json.Add("steps", StepsOf(record)).Add("skipped", SkippedOf(record.skipped));
+    if (!record.sidesLeft.empty()) json.Add("sidesLeft", SidesLeftOf(record));
+    json.Add("checked", record.isChecked);
+    if (!record.takenBack.empty()) json.Add("takenBack", SkippedOf(record.takenBack));
   }
   return json.Text();
 }

@@ -134,6 +134,8 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, ReductionWords* reduction
       clean, "--text", kTones, [&steps](int tone) { steps.text = static_cast<TextTone>(tone); },
       "Dark or light text, or auto: by what most of the page is (auto)")
       ->type_name("TONE");
+  clean->add_flag("--classic", steps.isClassic,
+                  "Clean by the plain operations one after the other, as earlier versions did (off)");
   clean->add_flag("--crop-sheet", steps.cropsSheet, "Cut the sheet out of a dark surround first (off)");
   AddSwitch(clean, "trim", &steps.trims, "Leave dark borders at the left and right");
   AddNo(clean, "holes", &steps.erasesHoles, "Leave punch holes");
@@ -180,9 +182,9 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, ReductionWords* reduction
       ->type_name("HOW");
   AddFromTable(clean, "--brightness", "halftone", "brightness", "0; with --reduce threshold or ordered",
                [reduction](double value) { reduction->brightness = value; });
-  for (const char* name : {"--text", "--crop-sheet", "--no-trim", "--no-holes", "--holes", "--no-specks",
-                           "--speck-level", "--speck-full", "--deskew", "--no-deskew", "--max-skew",
-                           "--drop-blank", "--reduce", "--brightness"}) {
+  for (const char* name : {"--text", "--classic", "--crop-sheet", "--no-trim", "--no-holes", "--holes",
+                           "--no-specks", "--speck-level", "--speck-full", "--deskew", "--no-deskew",
+                           "--max-skew", "--drop-blank", "--reduce", "--brightness"}) {
     clean->get_option(name)->group(group);
   }
   return clean;

@@ -75,7 +75,7 @@ std::string Dots(const CleanRecord& record) {
 }
 
 bool IsSkewKnown(const CleanRecord& record) {
-  return record.skew && record.skewConfidence.value_or(1) >= kCertain;
+  return record.skew && record.skewConfidence.value_or(1) >= kCertainSkew;
 }
 
 // What was done to one page, in words.

@@ -1,4 +1,4 @@
-// What `clean` does to pages that are drawn here: faults go, and nothing else does.
+// What the classic chain does to pages that are drawn here: faults go, and nothing else does.
 #include "pages/clean.h"
 
 #include <gtest/gtest.h>
@@ -80,8 +80,11 @@ bool SamePixels(const Dib& a, const Dib& b) {
 
 // What comes of a page, and what is noted of it.
 struct Cleaned {
-  explicit Cleaned(Dib dib, const CleanOptions& options = {})
-      : page(CleanPage(std::move(dib), options, &record)) {}
+  explicit Cleaned(Dib dib, const CleanOptions& options = {}) : page(Classically(std::move(dib), options)) {}
+  Dib Classically(Dib dib, CleanOptions options) {
+    options.isClassic = true;
+    return CleanPage(std::move(dib), options, &record);
+  }
   CleanRecord record;
   Dib page;
 };
@@ -370,7 +373,9 @@ TEST(Clean, TellsAndShowsWhatItRemoved) {
     drawing.Fill(170, 120, 172, 121);
     CleanRecord record;
     Dib overlay;
-    const Dib page = CleanPage(Duplicate(drawing.page()), {}, &record, &overlay);
+    CleanOptions classic;
+    classic.isClassic = true;
+    const Dib page = CleanPage(Duplicate(drawing.page()), classic, &record, &overlay);
     EXPECT_TRUE(record.isTurned);
     EXPECT_EQ(std::pair(kWidth, kHeight), std::pair(record.widthIn, record.heightIn));
     EXPECT_EQ(std::pair(int64_t{30} * kHeight, int64_t{10} * kHeight),
@@ -415,6 +420,7 @@ TEST(Clean, TellsPlacesOnThePageThatCameIn) {
   options.cropsSheet = true;
   CleanRecord record;
   Dib overlay;
+  options.isClassic = true;
   CleanPage(Duplicate(scan), options, &record, &overlay);
   ASSERT_EQ(1u, record.holes.size());
   const PageView view(scan);
@@ -508,7 +514,7 @@ TEST(Clean, TurnsByWholeDegreesOrOnlyByAnglesThatAreCertain) {
   options.deskew = Deskewing::kFine;
   const Cleaned left(noise.Take(), options);
   EXPECT_TRUE(SamePixels(before, left.page));
-  EXPECT_LT(left.record.skewConfidence.value_or(1), kCertain);
+  EXPECT_LT(left.record.skewConfidence.value_or(1), kCertainSkew);
   ASSERT_EQ(1u, left.record.skipped.size());
   EXPECT_EQ("deskew", left.record.skipped[0].step);
 }

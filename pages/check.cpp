@@ -1,0 +1,288 @@
+#include "pages/check.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "pages/judgement.h"
+
+namespace rastrel::pages {
+namespace {
+
+constexpr int kCell = check::kCell;
+constexpr int CellsOf(int size) { return (size + kCell - 1) / kCell; }
+
+// Sine and cosine of up to 45 degrees as sums of their series: exactly the same on every machine.
+struct SineAndCosine {
+  double sine, cosine;
+};
+SineAndCosine SineAndCosineOf(double degrees) {
+  const double x = degrees * 0.017453292519943295;  // pi / 180
+  double sine = 0, cosine = 0, term = 1;
+  for (int n = 1; n <= 16; ++n) {
+    // term is x^(n-1) / (n-1)!
+    const bool isNegative = (n - 1) / 2 % 2 != 0;
+    double& sum = n % 2 != 0 ? cosine : sine;
+    sum += isNegative ? -term : term;
+    term = term * x / n;
+  }
+  return {sine, cosine};
+}
+
+// ---- cells
+// ------------------------------------------------------------------------------------------------------
+
+// The least of each cell's values, as far as they are in the rows.
+class Darkest {
+ public:
+  Darkest(int width, int height) : width_(width), cells_(CellsOf(width), CellsOf(height), 255) {}
+  void AddRow(int y, const uint8_t* row) {
+    uint8_t* cells = cells_.Row(y / kCell);
+    const int whole = width_ / kCell;
+    for (int i = 0; i < whole; ++i, row += kCell) {
+      cells[i] = std::min({cells[i], row[0], row[1], row[2], row[3]});
+    }
+    for (int x = whole * kCell; x < width_; ++x, ++row) cells[whole] = std::min(cells[whole], *row);
+  }
+  const BytePlane& cells() const { return cells_; }
+
+ private:
+  int width_;
+  BytePlane cells_;
+};
+
+// The least of each cell and the eight around it.
+BytePlane LeastAround(const BytePlane& cells) {
+  const int width = cells.width(), height = cells.height();
+  BytePlane across(width, height), result(width, height);
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* from = cells.Row(y);
+    uint8_t* to = across.Row(y);
+    for (int x = 0; x < width; ++x)
+      to[x] = std::min({from[std::max(x - 1, 0)], from[x], from[std::min(x + 1, width - 1)]});
+  }
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* above = across.Row(std::max(y - 1, 0));
+    const uint8_t* here = across.Row(y);
+    const uint8_t* below = across.Row(std::min(y + 1, height - 1));
+    uint8_t* to = result.Row(y);
+    for (int x = 0; x < width; ++x) to[x] = std::min({above[x], here[x], below[x]});
+  }
+  return result;
+}
+
+// 0 where a cell has ink, 255 where it has none.
+BytePlane CellsWithInk(const BitPlane& ink) {
+  BytePlane cells(CellsOf(ink.width()), CellsOf(ink.height()), 255);
+  std::vector<uint64_t> rows(ink.wordsPerRow());
+  for (int row = 0; row < cells.height(); ++row) {
+    std::fill(rows.begin(), rows.end(), 0);
+    for (int y = row * kCell; y < std::min((row + 1) * kCell, ink.height()); ++y) {
+      for (size_t i = 0; i < rows.size(); ++i) rows[i] |= ink.Row(y)[i];
+    }
+    for (int i = 0; i < cells.width(); ++i) {
+      if ((rows[static_cast<size_t>(i) / 16] >> (60 - i % 16 * 4) & 15) != 0) cells.Row(row)[i] = 0;
+    }
+  }
+  return cells;
+}
+
+BytePlane DarknessOf(const PageView& page, bool isTextDark) {
+  if (page.bits() == 1) {
+    BitPlane ink = InkOf1Bit(page);
+    if (!isTextDark) {
+      for (uint64_t& word : ink.words()) word = ~word;
+    }
+    return CellsWithInk(ink);
+  }
+  BytePlane grey = GreyOf(page);
+  Darkest darkest(page.width(), page.height());
+  for (int y = 0; y < page.height(); ++y) {
+    uint8_t* row = grey.Row(y);
+    if (!isTextDark) {
+      for (int x = 0; x < page.width(); ++x) row[x] = static_cast<uint8_t>(255 - row[x]);
+    }
+    darkest.AddRow(y, row);
+  }
+  return darkest.cells();
+}
+
+// The four rows of a row of cells; those beyond the page are empty.
+struct FourRows {
+  FourRows(const BitPlane& plane, int row) {
+    for (int i = 0; i < kCell; ++i) {
+      const int y = row * kCell + i;
+      rows[i] = !plane.isEmpty() && y < plane.height() ? plane.Row(y) : nullptr;
+    }
+  }
+  uint64_t Any(size_t word) const {
+    uint64_t any = 0;
+    for (const uint64_t* row : rows) any |= row != nullptr ? row[word] : 0;
+    return any;
+  }
+  int CountIn(size_t word, uint64_t mask) const {
+    int count = 0;
+    for (const uint64_t* row : rows) count += row != nullptr ? std::popcount(row[word] & mask) : 0;
+    return count;
+  }
+  const uint64_t* rows[kCell];
+};
+
+// The middle of the paper's brightness: what most of a page's pixels are, counting those without ink.
+int PaperLevel(const BitPlane& ink, const BytePlane& grey) {
+  constexpr int kStep = 7;  // every so many pixels both ways tell enough
+  int64_t counts[256] = {}, all = 0;
+  for (int y = 0; y < grey.height(); y += kStep) {
+    for (int x = 0; x < grey.width(); x += kStep) {
+      if (ink.Get(x, y)) continue;
+      ++counts[grey.Row(y)[x]];
+      ++all;
+    }
+  }
+  int level = 0;
+  for (int64_t below = counts[0]; 2 * below < all && level < 255; below += counts[level]) ++level;
+  return level;
+}
+
+}  // namespace
+
+Movement::Movement(int width, int height, double degrees, int turnedWidth, int turnedHeight, int left,
+                   int top)
+    : isIdentity_(degrees == 0 && left == 0 && top == 0) {
+  const auto [sine, cosine] = SineAndCosineOf(degrees);
+  sine_ = sine;
+  cosine_ = cosine;
+  const double middleX = (width - 1) / 2.0, middleY = (height - 1) / 2.0;
+  x_ = (turnedWidth - 1) / 2.0 - left - (middleX * cosine + middleY * sine);
+  y_ = (turnedHeight - 1) / 2.0 - top - (middleY * cosine - middleX * sine);
+}
+
+void Missing::Add(int left, int top, int right, int bottom, int64_t count) {
+  box = isNothing() ? Box{left, top, right, bottom}
+                    : Box{std::min(box.left, left), std::min(box.top, top), std::max(box.right, right),
+                          std::max(box.bottom, bottom)};
+  pixels += count;
+}
+
+Missing FindPaintedOver(const PageView& before, const PageView& after, const BitPlane& ink,
+                        const BitPlane& named) {
+  Missing missing;
+  for (int y = 0; y < ink.height(); ++y) {
+    const uint8_t *old = before.PageRow(y), *now = after.PageRow(y);
+    if (std::memcmp(old, now, before.stride()) == 0) continue;
+    for (size_t i = 0; i < ink.wordsPerRow(); ++i) {
+      uint64_t bits = ink.Row(y)[i] & ~(named.isEmpty() ? 0 : named.Row(y)[i]);
+      for (; bits != 0; bits &= bits - 1) {
+        const int x = static_cast<int>(i) * 64 + 63 - std::countr_zero(bits);
+        if (!SamePixel(before, old, now, x)) missing.Add(x, y, x + 1, y + 1, 1);
+      }
+    }
+  }
+  return missing;
+}
+
+Missing FindLost(const BitPlane& ink, const BytePlane& grey, const BitPlane& named, const PageView& after,
+                 bool isTextDark, const Movement& movement) {
+  Missing missing;
+  if (ink.isEmpty()) return missing;
+  const BytePlane there = LeastAround(DarknessOf(after, isTextDark));
+  const bool isGrey = !grey.isEmpty();
+  const int paper = isGrey ? PaperLevel(ink, grey) : 255;
+  std::vector<uint8_t> darkest(static_cast<size_t>(CellsOf(ink.width())) + 1);
+  for (int row = 0; row < CellsOf(ink.height()); ++row) {
+    const FourRows inked(ink, row), taken(named, row);
+    for (size_t i = 0; i < ink.wordsPerRow(); ++i) {
+      uint64_t any = inked.Any(i);
+      if (any == 0) continue;
+      const uint64_t anyTaken = taken.Any(i);
+      for (int cell = 0; any != 0 && cell < 16; ++cell) {
+        const uint64_t mask = uint64_t{15} << (60 - 4 * cell);
+        if ((any & mask) == 0 || (anyTaken & mask) != 0) continue;
+        if (inked.CountIn(i, mask) < check::kLeastInk) continue;
+        const int left = static_cast<int>(i) * 64 + cell * kCell, top = row * kCell;
+        const int right = std::min(left + kCell, ink.width()), bottom = std::min(top + kCell, ink.height());
+        int dark = 0;
+        if (isGrey) {
+          dark = 255;
+          for (int y = top; y < bottom; ++y) {
+            for (int x = left; x < right; ++x) dark = std::min<int>(dark, grey.Row(y)[x]);
+          }
+          if ((paper - dark) * 100 < check::kPalePercent * paper) continue;
+        }
+        const double x = movement.XOf((left + right - 1) / 2.0, (top + bottom - 1) / 2.0);
+        const double y = movement.YOf((left + right - 1) / 2.0, (top + bottom - 1) / 2.0);
+        const bool isOnPage = x >= 0 && y >= 0 && x < after.width() && y < after.height();
+        const int most = paper - (paper - dark) * check::kLeftPercent / 100;
+        if (!isOnPage || there.Row(static_cast<int>(y) / kCell)[static_cast<int>(x) / kCell] > most) {
+          missing.Add(left, top, right, bottom, inked.CountIn(i, mask));
+        }
+      }
+    }
+  }
+  return missing;
+}
+
+Missing FindCutText(const Components& components, const BitPlane& named, double letterHeight) {
+  Missing missing;
+  if (named.isEmpty() || letterHeight <= 0) return missing;
+  struct Letter {
+    Box box;
+    int64_t taken;
+    bool isTaken, isCut;
+  };
+  // All letters, taken or not, from left to right.
+  std::vector<Letter> letters;
+  bool isAnyTaken = false;
+  for (const Component& component : components.all()) {
+    const Box& box = component.box;
+    const double height = box.height();
+    if (height < check::kLeastLetter * letterHeight || height > check::kMostLetter * letterHeight ||
+        box.width() > check::kLongestLetter * letterHeight) {
+      continue;
+    }
+    Letter letter = {box, 0, false, false};
+    const int x = (box.left + box.right) / 2, y = (box.top + box.bottom) / 2;
+    if (named.Get(box.left, y) || named.Get(box.right - 1, y) || named.Get(x, box.top) ||
+        named.Get(x, box.bottom - 1)) {
+      for (const uint32_t index : components.RunsOf(component)) {
+        const InkRun& run = components.runs()[index];
+        for (int column = run.left; column < run.right; ++column) letter.taken += named.Get(column, run.row);
+      }
+      const int64_t percent = letter.taken * 100 / component.pixelCount;
+      letter.isTaken = percent > check::kCutLeast;
+      letter.isCut = letter.isTaken && percent < check::kCutMost;
+      isAnyTaken = isAnyTaken || letter.isTaken;
+    }
+    letters.push_back(letter);
+  }
+  if (!isAnyTaken) return missing;
+  std::stable_sort(letters.begin(), letters.end(),
+                   [](const Letter& a, const Letter& b) { return a.box.left < b.box.left; });
+  const auto furthest =
+      static_cast<int>((check::kNextLetter + check::kLongestLetter) * check::kMostLetter * letterHeight);
+  int count = 0;
+  for (size_t i = 0; i < letters.size(); ++i) {
+    const Letter& letter = letters[i];
+    if (!letter.isTaken) continue;
+    const double height = letter.box.height();
+    int alike = 0;
+    const auto look = [&](const Letter& other) {
+      const double otherHeight = other.box.height();
+      const int off = std::abs(letter.box.top + letter.box.bottom - other.box.top - other.box.bottom);
+      const int apart = std::max(other.box.left - letter.box.right, letter.box.left - other.box.right);
+      alike += std::max(height, otherHeight) <= check::kAlikeHeights * std::min(height, otherHeight) &&
+               off <= 2 * check::kOneLine * height && apart <= check::kNextLetter * height;
+    };
+    for (size_t k = i; k-- > 0 && letter.box.left - letters[k].box.left <= furthest;) look(letters[k]);
+    for (size_t k = i + 1; k < letters.size() && letters[k].box.left - letter.box.left <= furthest; ++k)
+      look(letters[k]);
+    if (alike < 2) continue;
+    ++count;
+    missing.Add(letter.box.left, letter.box.top, letter.box.right, letter.box.bottom, letter.taken);
+  }
+  return count >= check::kLeastLetters ? missing : Missing{};
+}
+
+}  // namespace rastrel::pages

@@ -1,0 +1,58 @@
+// The promise that no page becomes worse: what was ink on the page that came in is on the page that goes out,
+// moved as the page was moved, or belongs to something that was named as removed.
+//
+// Three questions, each answered from the pixels, not from what a step believes to have done.
+#ifndef RASTREL_PAGES_CHECK_H
+#define RASTREL_PAGES_CHECK_H
+
+#include <cstdint>
+
+#include "pages/components.h"
+#include "pages/page.h"
+#include "pages/planes.h"
+
+namespace rastrel::pages {
+
+// Where the pixels of one page lie on another that was made of it: turned about its middle, then cut.
+class Movement {
+ public:
+  Movement() = default;
+  // Counter-clockwise; the turned page's size, and the left and top of what was cut out of it.
+  Movement(int width, int height, double degrees, int turnedWidth, int turnedHeight, int left, int top);
+
+  bool isIdentity() const { return isIdentity_; }
+  // Where the middle of a pixel goes.
+  double XOf(double x, double y) const { return x_ + x * cosine_ + y * sine_; }
+  double YOf(double x, double y) const { return y_ - x * sine_ + y * cosine_; }
+
+ private:
+  bool isIdentity_ = true;
+  double x_ = 0, y_ = 0, sine_ = 0, cosine_ = 1;
+};
+
+// What is missing, in pixels of the page that came in, and around what.
+struct Missing {
+  int64_t pixels = 0;
+  Box box = {0, 0, 0, 0};
+  bool isNothing() const { return pixels == 0; }
+  void Add(int left, int top, int right, int bottom, int64_t count);
+};
+
+// Painting: pixels of ink of the page that have changed and are not named. Pages of one size and depth.
+Missing FindPaintedOver(const PageView& before, const PageView& after, const BitPlane& ink,
+                        const BitPlane& named);
+
+// Moving, smoothing and reducing: ink that is not as dark as before, near where it should be. `grey` is the
+// page as the model sees it (empty for 1-bit pages), with dark ink; `named` may be empty, as may `ink`
+// outside of it.
+Missing FindLost(const BitPlane& ink, const BytePlane& grey, const BitPlane& named, const PageView& after,
+                 bool isTextDark, const Movement& movement);
+
+// The plan itself: whether what it names takes letters of a line, or cuts pieces that are letters, of which
+// the rest stays. `named` are pixels that would be removed as a border; `letterHeight` a usual letter's
+// height in pixels.
+Missing FindCutText(const Components& components, const BitPlane& named, double letterHeight);
+
+}  // namespace rastrel::pages
+
+#endif

@@ -1,0 +1,557 @@
+#include "pages/model_clean.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "pages/black_and_white.h"
+#include "pages/blank.h"
+#include "pages/borders.h"
+#include "pages/check.h"
+#include "pages/judgement.h"
+#include "pages/model.h"
+#include "pages/operations.h"
+#include "pages/overlay.h"
+#include "pages/punch_holes.h"
+#include "pages/safeguards.h"
+#include "pages/speck_removal.h"
+#include "pages/text.h"
+
+namespace rastrel::pages {
+namespace {
+
+// ---- painting
+// -----------------------------------------------------------------------------------------------------
+
+// Visits the columns of each run of bits that are set in a row: from, and the first after.
+template <class Visit>
+void ForEachRunOf(const BitPlane& plane, int y, Visit visit) {
+  const uint64_t* row = plane.Row(y);
+  int from = -1;
+  for (size_t i = 0; i < plane.wordsPerRow(); ++i) {
+    const uint64_t word = row[i];
+    const auto base = static_cast<int>(i) * 64;
+    if (word == (from < 0 ? 0 : ~uint64_t{0})) continue;
+    for (int bit = 0; bit < 64;) {
+      const uint64_t rest = (from < 0 ? word : ~word) << bit;
+      if (rest == 0) break;
+      bit += std::countl_zero(rest);
+      if (from < 0) {
+        from = base + bit;
+      } else {
+        visit(from, base + bit);
+        from = -1;
+      }
+    }
+  }
+  if (from >= 0) visit(from, plane.width());
+}
+
+// The columns of a mask in one row become what `plane` has there.
+void PutPlane(const BytePlane& plane, const BitPlane& mask, bool isNegative, int channel,
+              const PageView& page) {
+  const size_t step = page.bits() == 24 ? 3 : 1;
+  for (int y = 0; y < page.height(); ++y) {
+    uint8_t* row = page.PageRow(y) + channel;
+    const uint8_t* from = plane.Row(y);
+    ForEachRunOf(mask, y, [&](int first, int end) {
+      for (int x = first; x < end; ++x) {
+        row[static_cast<size_t>(x) * step] = static_cast<uint8_t>(isNegative ? 255 - from[x] : from[x]);
+      }
+    });
+  }
+}
+
+BytePlane ChannelOf(const PageView& page, int channel, bool isNegative) {
+  BytePlane plane(page.width(), page.height());
+  for (int y = 0; y < page.height(); ++y) {
+    const uint8_t* row = page.PageRow(y) + channel;
+    uint8_t* to = plane.Row(y);
+    const unsigned flip = isNegative ? 255 : 0;
+    for (int x = 0; x < page.width(); ++x)
+      to[x] = static_cast<uint8_t>(row[3 * static_cast<size_t>(x)] ^ flip);
+  }
+  return plane;
+}
+
+// Replaces what a mask names by paper.
+void PaintMask(const PageModel& model, const BitPlane& mask, const PageView& page) {
+  if (page.bits() == 1 || (page.bits() == 8 && !HasGreyRamp(page))) {
+    const Ink ground = GroundInk(page, model.isTextDark);
+    for (int y = 0; y < page.height(); ++y) {
+      ForEachRunOf(mask, y, [&](int first, int end) { PaintRow(page, y, first, end, ground); });
+    }
+    return;
+  }
+  const bool isNegative = !model.isTextDark;
+  if (page.bits() == 8) {
+    BytePlane grey = model.grey;
+    PaintPaper({{&grey}, 1}, mask, model.ink);
+    PutPlane(grey, mask, isNegative, 0, page);
+    return;
+  }
+  BytePlane blue = ChannelOf(page, 0, isNegative), green = ChannelOf(page, 1, isNegative),
+            red = ChannelOf(page, 2, isNegative);
+  PaintPaper({{&blue, &green, &red}, 3}, mask, model.ink);
+  PutPlane(blue, mask, isNegative, 0, page);
+  PutPlane(green, mask, isNegative, 1, page);
+  PutPlane(red, mask, isNegative, 2, page);
+}
+
+// A speck and its soft rim become what lies beside them, mirrored, so that the paper's grain goes on.
+void PaintSpeck(const PageModel& model, const Box& speck, const PageView& page) {
+  if (page.bits() == 1) return;
+  const int rim = std::max(1, static_cast<int>(model.pixelsPerPoint + 0.5));
+  const Box box = {std::max(speck.left - rim, 0), std::max(speck.top - rim, 0),
+                   std::min(speck.right + rim, page.width()), std::min(speck.bottom + rim, page.height())};
+  const size_t bytes = page.bits() / 8u;
+  const auto isClear = [&](int left, int right) {
+    if (left < 0 || right > page.width()) return false;
+    for (int y = box.top; y < box.bottom; ++y) {
+      for (int x = left; x < right; ++x) {
+        if (model.ink.Get(x, y)) return false;
+      }
+    }
+    return true;
+  };
+  const bool isLeftClear = isClear(box.left - box.width(), box.left);
+  const bool isRightClear = isClear(box.right, box.right + box.width());
+  for (int y = box.top; y < box.bottom; ++y) {
+    uint8_t* row = page.PageRow(y);
+    for (int x = box.left; x < box.right; ++x) {
+      // Other ink may reach into the rim.
+      const bool isOwn = x >= speck.left && x < speck.right && y >= speck.top && y < speck.bottom;
+      if (!isOwn && model.ink.Get(x, y)) continue;
+      int from = isLeftClear ? 2 * box.left - 1 - x : isRightClear ? 2 * box.right - 1 - x : -1;
+      if (from < 0) {
+        // Ink on both sides: the nearest pixels without.
+        from = x < (speck.left + speck.right) / 2 ? box.left : box.right - 1;
+        if (model.ink.Get(from, y)) from = from == box.left ? box.right - 1 : box.left;
+      }
+      std::memcpy(row + static_cast<size_t>(x) * bytes, row + static_cast<size_t>(from) * bytes, bytes);
+    }
+  }
+}
+
+void Unite(const BitPlane& mask, BitPlane* all) {
+  if (mask.isEmpty()) return;
+  if (all->isEmpty()) {
+    *all = mask;
+    return;
+  }
+  for (size_t i = 0; i < mask.words().size(); ++i) all->words()[i] |= mask.words()[i];
+}
+
+// ---- the chain
+// ----------------------------------------------------------------------------------------------------
+
+class ModelCleaning {
+ public:
+  ModelCleaning(Dib page, const CleanOptions& options, CleanRecord* record, Overlay* overlay)
+      : page_(std::move(page)), options_(options), record_(*record), overlay_(overlay) {
+    const PageView view(page_);
+    record_.widthIn = view.width();
+    record_.heightIn = view.height();
+    record_.isTextDark =
+        options.text == TextTone::kAuto ? !IsDarkPage(page_) : options.text == TextTone::kDark;
+  }
+
+  Dib Finish() {
+    Report("model");
+    Understand();
+    Report("trim");
+    if (options_.trims) PlanTrim();
+    Report("holes");
+    if (options_.erasesHoles) PlanHoles();
+    Report("specks");
+    if (options_.removesSpecks) RemoveSpecks();
+    CheckPainting();
+    Report("deskew");
+    if (options_.deskew != Deskewing::kOff) Try("deskew", &ModelCleaning::PlanTurn);
+    if (options_.cropsSheet) Try("sheet", &ModelCleaning::PlanCrop);
+    Move();
+    record_.isChecked = true;
+    if (painted_) page_ = std::move(painted_);
+    record_.isBlank = IsBlank(page_, record_.isTextDark, options_.blankPercent);
+    return std::move(page_);
+  }
+
+ private:
+  // Thrown by a step that has no business with a page.
+  struct NotHere {
+    std::string reason;
+  };
+  void Report(const char* step) const {
+    constexpr double kSteps = 7;
+    options_.Report(step, std::min(1.0, static_cast<double>(record_.times.size()) / kSteps));
+  }
+  void Try(const char* step, void (ModelCleaning::*work)()) {
+    const StepTimer timer(&record_, step);
+    try {
+      (this->*work)();
+    } catch (const NotHere& notHere) {
+      record_.skipped.push_back({step, notHere.reason});
+    } catch (const PageError& error) {
+      record_.skipped.push_back({step, error.what()});
+    }
+  }
+
+  const Dib& Current() const { return painted_ ? painted_ : page_; }
+  // The page that is painted on: a copy, so that what came in stays to be compared with.
+  const Dib& ToPaint() {
+    if (!painted_) painted_ = Duplicate(page_);
+    return painted_;
+  }
+
+  void Understand() {
+    const StepTimer timer(&record_, "model");
+    const PageView view(page_);
+    const int dpi =
+        record_.isResolutionAssumed ? 0 : static_cast<int>(DotsPerInch(view.resolution().x) + 0.5);
+    model_ = UnderstandPage(view, record_.isTextDark, dpi);
+  }
+
+  // ---- what is painted over ----
+
+  void PlanTrim() {
+    const StepTimer timer(&record_, "trim");
+    constexpr int kLeastSide = 32;  // of a page that has an edge and a middle
+    if (model_.width < kLeastSide || model_.height < kLeastSide) {
+      record_.skipped.push_back({"trim", "the page is too small"});
+      return;
+    }
+    BorderPlan plan =
+        model_.isBitonal() ? PlanBorders(model_.sheet, model_.ink) : PlanBorders(model_.sheet, model_.grey);
+    for (const SideLeftAlone& side : plan.leftAlone) {
+      record_.sidesLeft.push_back({std::string(NameOf(side.side)), side.reason});
+    }
+    if (plan.IsEmpty()) return;
+    const Missing cut = FindCutText(*model_.components, plan.mask, model_.letterHeight);
+    const size_t firstItem = record_.regions.size();
+    for (const BorderRegion& region : plan.regions) {
+      record_.regions.push_back({"border", region.left, region.top, region.right, region.bottom, 0,
+                                 region.confidence / 100.0, region.reason, !cut.isNothing()});
+    }
+    if (!cut.isNothing()) {
+      record_.takenBack.push_back({"trim", Text("letters would go at ", cut.box.left, ", ", cut.box.top)});
+      return;
+    }
+    if (record_.regions.size() > firstItem) record_.regions[firstItem].pixels = plan.pixels;
+    CountTrimmed(plan.mask);
+    PaintMask(model_, plan.mask, PageView(ToPaint()));
+    if (overlay_ != nullptr) overlay_->Paint(Removed::kBorder, plan.mask);
+    Unite(plan.mask, &named_);
+    border_ = std::move(plan.mask);
+  }
+
+  // To which side what is trimmed belongs: that which it is nearest to.
+  void CountTrimmed(const BitPlane& mask) {
+    for (int y = 0; y < mask.height(); ++y) {
+      const int down = std::min(y, mask.height() - 1 - y);
+      ForEachRunOf(mask, y, [&](int first, int end) {
+        const int fromLeft = first, fromRight = mask.width() - end;
+        int64_t* side = y < mask.height() / 2 ? &record_.trimmedTop : &record_.trimmedBottom;
+        if (std::min(fromLeft, fromRight) <= down)
+          side = fromLeft <= fromRight ? &record_.trimmedLeft : &record_.trimmedRight;
+        *side += end - first;
+      });
+    }
+  }
+
+  void PlanHoles() {
+    const StepTimer timer(&record_, "holes");
+    if (options_.holeSize) {
+      EraseHolesOfSize();
+      return;
+    }
+    const HolePlan plan = model_.isBitonal() ? pages::PlanHoles(model_.sheet, model_.ink)
+                                             : pages::PlanHoles(model_.sheet, model_.grey);
+    if (plan.IsEmpty()) return;
+    for (const PunchHole& hole : plan.holes) {
+      const double radius = hole.diameter / 2;
+      record_.holes.push_back({hole.x, hole.y, hole.diameter, SideOf(hole.side)});
+      record_.regions.push_back({"hole", static_cast<int>(hole.x - radius), static_cast<int>(hole.y - radius),
+                                 static_cast<int>(hole.x + radius) + 1, static_cast<int>(hole.y + radius) + 1,
+                                 0, hole.confidence / 100.0, hole.reason, false});
+    }
+    TakeHoles(plan.mask);
+  }
+
+  static Side SideOf(SheetSide side) {
+    switch (side) {
+      case SheetSide::kTop:
+        return Side::kTop;
+      case SheetSide::kRight:
+        return Side::kRight;
+      case SheetSide::kBottom:
+        return Side::kBottom;
+      default:
+        return Side::kLeft;
+    }
+  }
+
+  void TakeHoles(const BitPlane& mask) {
+    PaintMask(model_, mask, PageView(ToPaint()));
+    if (overlay_ != nullptr) overlay_->Paint(Removed::kHole, mask);
+    Unite(mask, &named_);
+    holes_ = mask;
+  }
+
+  // Holes of one size, which somebody asked for: as the operation of the core finds them.
+  void EraseHolesOfSize() {
+    if (!record_.isTextDark) {
+      record_.skipped.push_back({"holes", "the page is dark"});
+      return;
+    }
+    try {
+      const Dib tried = Duplicate(Current());
+      record_.holes = EraseHoles(tried, options_.holeSize, GroundInk(PageView(tried), true));
+      if (record_.holes.empty()) return;
+      BitPlane mask(model_.width, model_.height);
+      const PageView before(Current()), after(tried);
+      for (int y = 0; y < model_.height; ++y) {
+        const uint8_t *old = before.PageRow(y), *now = after.PageRow(y);
+        if (std::memcmp(old, now, before.stride()) == 0) continue;
+        for (int x = 0; x < model_.width; ++x) {
+          if (!SamePixel(before, old, now, x)) mask.Set(x, y);
+        }
+      }
+      for (const Hole& hole : record_.holes) {
+        const double radius = hole.diameter / 2;
+        record_.regions.push_back({"hole", static_cast<int>(hole.x - radius),
+                                   static_cast<int>(hole.y - radius), static_cast<int>(hole.x + radius) + 1,
+                                   static_cast<int>(hole.y + radius) + 1, 0, 1,
+                                   "a disc of the size that was asked for", false});
+      }
+      TakeHoles(mask);
+    } catch (const PageError& error) {
+      record_.skipped.push_back({"holes", error.what()});
+    }
+  }
+
+  void RemoveSpecks() {
+    const StepTimer timer(&record_, "specks");
+    constexpr double kUsualLevel = 30;  // at which the largest specks are removed that are usual
+    const double largest =
+        LargestSpeck(model_.pixelsPerPoint, model_.letterHeight) * options_.speckLevel / kUsualLevel;
+    const SpeckPlan plan = PlanSpecks(*model_.components, model_.ink, model_.grey, model_.pictures,
+                                      model_.pixelsPerPoint, largest);
+    if (!plan.leftAlone.empty()) record_.skipped.push_back({"specks", plan.leftAlone});
+    if (plan.components.empty()) return;
+    BitPlane mask(model_.width, model_.height);
+    Box all = (*model_.components)[plan.components.front()].box;
+    const PageView page(ToPaint());
+    const Ink ground = GroundInk(page, model_.isTextDark);
+    for (const uint32_t index : plan.components) {
+      const Component& speck = (*model_.components)[index];
+      if (!border_.isEmpty() && border_.Get(speck.box.left, speck.box.top)) continue;
+      if (!holes_.isEmpty() && holes_.Get(speck.box.left, speck.box.top)) continue;
+      DrawComponent(*model_.components, speck, &mask);
+      PaintSpeck(model_, speck.box, page);
+      if (page.bits() == 1) {
+        for (const uint32_t run : model_.components->RunsOf(speck)) {
+          const InkRun& ink = model_.components->runs()[run];
+          PaintRow(page, ink.row, ink.left, ink.right, ground);
+        }
+      }
+      all = {std::min(all.left, speck.box.left), std::min(all.top, speck.box.top),
+             std::max(all.right, speck.box.right), std::max(all.bottom, speck.box.bottom)};
+      ++record_.specks;
+      record_.speckPixels += speck.pixelCount;
+    }
+    record_.regions.push_back({"specks", all.left, all.top, all.right, all.bottom, record_.speckPixels, 1,
+                               Text(record_.specks, " marks, none of which fits a letter or a row of dots"),
+                               false});
+    if (overlay_ != nullptr) overlay_->Paint(Removed::kSpeck, mask);
+    Unite(mask, &named_);
+  }
+
+  // Everything that was painted is taken back when ink has gone that no step named.
+  void CheckPainting() {
+    if (!painted_) return;
+    const StepTimer timer(&record_, "check");
+    const Missing missing = FindPaintedOver(PageView(page_), PageView(painted_), model_.ink, named_);
+    if (missing.isNothing()) return;
+    record_.takenBack.push_back({"paint", Text(missing.pixels, " pixels of ink were painted over at ",
+                                               missing.box.left, ", ", missing.box.top)});
+    for (Region& item : record_.regions) item.isTakenBack = true;
+    record_.trimmedLeft = record_.trimmedTop = record_.trimmedRight = record_.trimmedBottom = 0;
+    record_.holes.clear();
+    record_.specks = record_.speckPixels = 0;
+    named_ = border_ = holes_ = BitPlane();
+    painted_.Reset();
+  }
+
+  // ---- how it is moved ----
+
+  BitPlane InkThatStays() const {
+    BitPlane ink = model_.ink;
+    if (!named_.isEmpty()) {
+      for (size_t i = 0; i < ink.words().size(); ++i) ink.words()[i] &= ~named_.words()[i];
+    }
+    return ink;
+  }
+
+  void PlanTurn() {
+    constexpr double kAlike = 0.02, kUsualRange = 15, kLeastTurn = 0.05;
+    const Resolution resolution = PageView(page_).resolution();
+    if (std::abs(resolution.x - resolution.y) > kAlike * resolution.x) {
+      throw NotHere{"its resolutions across and down differ"};
+    }
+    if (options_.deskew == Deskewing::kWhole) {
+      const int degrees = DetectSkewAngle(Current().handle(), record_.isTextDark, 0, nullptr);
+      record_.skew = degrees;
+      RequireLessThanMost(degrees);
+      turn_ = -degrees;
+      return;
+    }
+    const SkewResult skew = SkewOfInk(std::max(options_.mostSkew, kUsualRange));
+    record_.skewConfidence = skew.confidence;
+    if (skew.hasStructure == 0) throw NotHere{"the page shows no lines to go by"};
+    record_.skew = skew.angle;
+    if (std::abs(skew.angle) <= kLeastTurn) return;
+    if (skew.confidence < kCertainSkew) {
+      throw NotHere{Text(Fixed(skew.angle, 2), " degrees are not certain (confidence ",
+                         Fixed(skew.confidence, 2), ")")};
+    }
+    RequireLessThanMost(skew.angle);
+    turn_ = -skew.angle;
+    record_.regions.push_back(
+        {"turn", 0, 0, model_.width, model_.height, 0, skew.confidence, "the lines of the page", false});
+  }
+
+  // On the ink alone shadows, tints and what was named as removed mislead nobody.
+  SkewResult SkewOfInk(double range) const {
+    const Dib ink = MakePage(model_.width, model_.height, 1, PageView(page_).resolution());
+    {
+      const PageView view(ink);
+      std::fill(view.pixels().begin(), view.pixels().end(), uint8_t{0xFF});
+      PutInk(InkThatStays(), view);
+    }
+    const SkewOptions options = {.range = range, .polarity = 1};
+    SkewResult skew = {};
+    if (::MeasureSkew(ink.handle(), &options, &skew) == 0) throw PageError(LibraryError());
+    return skew;
+  }
+
+  void RequireLessThanMost(double degrees) const {
+    if (std::abs(degrees) > options_.mostSkew) {
+      throw NotHere{Text(Fixed(degrees, 1), " degrees are too many for skew")};
+    }
+  }
+
+  // The sheet's box on the page as it came in, sides that are not certain at the image's edge.
+  void PlanCrop() {
+    const Sheet& sheet = model_.sheet;
+    const auto isCertain = [&](SheetSide side) {
+      return sheet.side(side).kind == SideKind::kCertain && sheet.side(side).hasLine;
+    };
+    if (std::none_of(std::begin(kSheetSides), std::end(kSheetSides), isCertain)) {
+      throw NotHere{"no side of the sheet is certain"};
+    }
+    crop_ = Crop::kSheet;
+  }
+
+  Area SheetOnTurned(const Movement& movement, int width, int height) const {
+    const Sheet& sheet = model_.sheet;
+    Area area = {0, 0, width, height};
+    const int right = model_.width - 1, bottom = model_.height - 1;
+    for (const SheetSide side : kSheetSides) {
+      const SheetSideFit& fit = sheet.side(side);
+      if (fit.kind != SideKind::kCertain || !fit.hasLine) continue;
+      const bool isUpright = side == SheetSide::kLeft || side == SheetSide::kRight;
+      const int places = isUpright ? model_.height : model_.width;
+      const int first = fit.LineDepthAt(0, places), last = fit.LineDepthAt(places - 1, places);
+      const auto place = [&](int depth, int along) {
+        const double x = side == SheetSide::kLeft ? depth : side == SheetSide::kRight ? right - depth : along;
+        const double y = side == SheetSide::kTop      ? depth
+                         : side == SheetSide::kBottom ? bottom - depth
+                                                      : along;
+        return isUpright ? movement.XOf(x, y) : movement.YOf(x, y);
+      };
+      // Outermost, so that nothing of the sheet goes; what of the surround stays in the wedge was painted.
+      const double a = place(first, 0), b = place(last, places - 1);
+      if (side == SheetSide::kLeft) area.left = std::max(area.left, static_cast<int>(std::min(a, b)));
+      if (side == SheetSide::kTop) area.top = std::max(area.top, static_cast<int>(std::min(a, b)));
+      if (side == SheetSide::kRight) area.right = std::min(area.right, static_cast<int>(std::max(a, b)) + 1);
+      if (side == SheetSide::kBottom)
+        area.bottom = std::min(area.bottom, static_cast<int>(std::max(a, b)) + 1);
+    }
+    return area;
+  }
+
+  void Move() {
+    if (turn_ == 0 && crop_ == Crop::kNone) return;
+    Dib moved;
+    Movement movement;
+    bool isCropped = false;
+    {
+      const StepTimer timer(&record_, "move");
+      int width = model_.width, height = model_.height;
+      if (turn_ != 0) {
+        const Ink ground = GroundInk(PageView(Current()), record_.isTextDark);
+        moved = options_.deskew == Deskewing::kWhole ? Rotate(Current(), turn_, ground)
+                                                     : Straighten(Current(), turn_, ground);
+        const PageView view(moved);
+        width = view.width();
+        height = view.height();
+      }
+      movement = Movement(model_.width, model_.height, turn_, width, height, 0, 0);
+      if (crop_ == Crop::kSheet) {
+        const Area area = SheetOnTurned(movement, width, height);
+        isCropped = area.width() < width || area.height() < height;
+        if (isCropped && area.width() > 0 && area.height() > 0) {
+          moved = pages::Crop(moved ? moved : Current(), area);
+          movement = Movement(model_.width, model_.height, turn_, width, height, area.left, area.top);
+        }
+      }
+    }
+    if (!moved) return;
+    const StepTimer timer(&record_, "check");
+    const Missing missing =
+        FindLost(model_.ink, model_.grey, named_, PageView(moved), model_.isTextDark, movement);
+    if (!missing.isNothing()) {
+      record_.takenBack.push_back(
+          {isCropped ? "sheet" : "deskew",
+           Text(missing.pixels, " pixels of ink were missing at ", missing.box.left, ", ", missing.box.top)});
+      for (Region& item : record_.regions)
+        item.isTakenBack = item.isTakenBack || item.kind == "turn" || item.kind == "crop";
+      return;
+    }
+    painted_ = std::move(moved);
+    record_.isTurned = turn_ != 0;
+    record_.isCropped = isCropped;
+  }
+
+  enum class Crop { kNone, kSheet };
+
+  Dib page_;     // as it came in
+  Dib painted_;  // what is to go out, if anything was done
+  const CleanOptions& options_;
+  CleanRecord& record_;
+  Overlay* overlay_;
+  PageModel model_;
+  BitPlane named_, border_, holes_;  // what the plan names as removed, in all and by what
+  double turn_ = 0;                  // degrees counter-clockwise
+  Crop crop_ = Crop::kNone;
+};
+
+}  // namespace
+
+Dib CleanByModel(Dib page, const CleanOptions& options, CleanRecord* record, Dib* overlay) {
+  const bool isWidened = PageView(page).bits() == 4;
+  if (isWidened) page = WidenTo8(page);
+  const AsBlackAndWhite colours(page);
+  std::optional<Overlay> removed;
+  if (overlay != nullptr) removed.emplace(page);
+  page = ModelCleaning(std::move(page), options, record, removed ? &*removed : nullptr).Finish();
+  if (overlay != nullptr) *overlay = removed->Take();
+  colours.Restore(page);
+  if (isWidened) page = NarrowTo4(page);
+  return page;
+}
+
+}  // namespace rastrel::pages
