@@ -24,7 +24,8 @@ constexpr int kRimPixels = 2;
 // Brightness of the sheet's paper, carried on outside of it.
 class NearbyPaper {
  public:
-  explicit NearbyPaper(const Sheet& sheet) : cell_(sheet.cell * kCells) {
+  explicit NearbyPaper(const Sheet& sheet)
+      : shift_(std::countr_zero(static_cast<unsigned>(sheet.cell * kCells))) {
     const BytePlane& cells = sheet.cells;
     plane_ = BytePlane((cells.width() + kCells - 1) / kCells, (cells.height() + kCells - 1) / kCells);
     std::vector<uint8_t> values;
@@ -46,7 +47,7 @@ class NearbyPaper {
     Spread(sheet.paper);
   }
 
-  uint8_t At(int x, int y) const { return plane_.Row(y / cell_)[x / cell_]; }
+  uint8_t At(int x, int y) const { return plane_.Row(y >> shift_)[x >> shift_]; }
 
  private:
   static constexpr int kCells = 8;
@@ -78,7 +79,7 @@ class NearbyPaper {
     }
   }
 
-  int cell_;
+  int shift_;  // tiles are powers of two
   BytePlane plane_;
 };
 
@@ -109,10 +110,11 @@ class Masking {
  private:
   explicit Masking(const Sheet& sheet)
       : sheet_(sheet),
+        shift_(std::countr_zero(static_cast<unsigned>(sheet.cell))),
         zones_(sheet.outside.width(), sheet.outside.height()),
         mask_(sheet.width, sheet.height) {}
 
-  Zone ZoneAt(int x, int y) const { return static_cast<Zone>(zones_.Row(y / sheet_.cell)[x / sheet_.cell]); }
+  Zone ZoneAt(int x, int y) const { return static_cast<Zone>(zones_.Row(y >> shift_)[x >> shift_]); }
 
   void FindZones() {
     const BytePlane& outside = sheet_.outside;
@@ -235,6 +237,7 @@ class Masking {
   static constexpr int kWedgeReach = 12;  // times the ragged reach, along the image's edge
 
   const Sheet& sheet_;
+  int shift_;
   BytePlane zones_;
   BitPlane mask_;
   std::vector<std::pair<int32_t, int32_t>> open_;

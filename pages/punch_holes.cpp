@@ -179,20 +179,23 @@ class HoleFinder {
     // edge.
     const int w = width + 2 * core, h = height + 2 * core;
     std::vector<int32_t> sums(static_cast<size_t>(w + 1) * static_cast<size_t>(h + 1), 0);
+    constexpr int kFleckShare = 16;  // 1 / kFleckShare of the core may be light
+    const int limit = sheet_.paper * percent / 100;
     const auto sumAt = [&](int x, int y) -> int32_t& {
       return sums[static_cast<size_t>(y) * static_cast<size_t>(w + 1) + static_cast<size_t>(x)];
     };
     for (int y = 0; y < h; ++y) {
       int32_t row = 0;
+      const int cy = top + y - core;
       for (int x = 0; x < w; ++x) {
-        const int cx = left + x - core, cy = top + y - core;
+        const int cx = left + x - core;
         row += cx < 0 || cy < 0 || cx >= cells.width() || cy >= cells.height() ||
-               DiffersCell(cx, cy, percent, isLighter);
+               DiffersCell(cx, cy, limit, isLighter);
         sumAt(x + 1, y + 1) = sumAt(x + 1, y) + row;
       }
     }
     BytePlane full(w, h);
-    const int32_t least = core * core - (core * core) / 16;
+    const int32_t least = core * core - core * core / kFleckShare;
     for (int y = 0; y + core <= h; ++y) {
       for (int x = 0; x + core <= w; ++x) {
         const int32_t sum = sumAt(x + core, y + core) - sumAt(x, y + core) - sumAt(x + core, y) + sumAt(x, y);
@@ -205,9 +208,9 @@ class HoleFinder {
     FollowCores(frame, full, left - core, top - core, core, percent, isLighter, marks);
   }
 
-  bool DiffersCell(int x, int y, int percent, bool isLighter) const {
+  bool DiffersCell(int x, int y, int limit, bool isLighter) const {
     if (sheet_.HasOutside() && sheet_.outside.Row(y)[x] != 0) return false;
-    const int value = sheet_.cells.Row(y)[x], limit = sheet_.paper * percent / 100;
+    const int value = sheet_.cells.Row(y)[x];
     return isLighter ? value >= limit : value < limit;
   }
 

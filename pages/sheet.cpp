@@ -102,32 +102,37 @@ BytePlane Shrink(const BytePlane& grey, int cell) {
   return grid;
 }
 
+// How many bits are set in each byte.
+uint64_t CountInBytes(uint64_t word) {
+  word -= word >> 1 & 0x5555555555555555u;
+  word = (word & 0x3333333333333333u) + (word >> 2 & 0x3333333333333333u);
+  return (word + (word >> 4)) & 0x0F0F0F0F0F0F0F0Fu;
+}
+
 BytePlane Shrink(const BitPlane& ink, int cell) {
   const int columns = (ink.width() + cell - 1) / cell, rows = (ink.height() + cell - 1) / cell;
-  BytePlane grid(columns, rows);
-  std::vector<uint8_t> counts(static_cast<size_t>(columns));
-  const uint64_t mask = ((uint64_t{1} << cell) - 1);
+  BytePlane grid(columns, rows, 255);
+  // Every 8 / cell-th cell of a word is counted in a byte of its own.
+  const int lanes = 8 / cell;
+  const uint64_t mask = 0x0101010101010101u * ((1u << cell) - 1);
   for (int r = 0; r < rows; ++r) {
-    std::fill(counts.begin(), counts.end(), uint8_t{0});
     const int top = r * cell, bottom = std::min(ink.height(), top + cell);
-    for (int y = top; y < bottom; ++y) {
-      const uint64_t* row = ink.Row(y);
-      for (size_t w = 0; w < ink.wordsPerRow(); ++w) {
-        uint64_t word = row[w];
-        if (word == 0) continue;
-        const int perWord = 64 / cell;
-        const int first = static_cast<int>(w) * perWord;
-        for (int i = perWord - 1; i >= 0 && word != 0; --i, word >>= cell) {
-          if (first + i < columns)
-            counts[static_cast<size_t>(first + i)] =
-                static_cast<uint8_t>(counts[static_cast<size_t>(first + i)] + std::popcount(word & mask));
-        }
-      }
-    }
     uint8_t* out = grid.Row(r);
-    for (int c = 0; c < columns; ++c) {
-      const int across = std::min(cell, ink.width() - c * cell);
-      out[c] = static_cast<uint8_t>(255 - 255 * counts[static_cast<size_t>(c)] / (across * (bottom - top)));
+    for (size_t w = 0; w < ink.wordsPerRow(); ++w) {
+      uint64_t any = 0, counts[8] = {};
+      for (int y = top; y < bottom; ++y) any |= ink.Row(y)[w];
+      if (any == 0) continue;
+      for (int y = top; y < bottom; ++y) {
+        const uint64_t word = ink.Row(y)[w];
+        for (int lane = 0; lane < lanes; ++lane)
+          counts[lane] += CountInBytes(word >> (cell * (lanes - 1 - lane)) & mask);
+      }
+      const int first = static_cast<int>(w) * (64 / cell);
+      for (int i = 0; i < 64 / cell && first + i < columns; ++i) {
+        const int count = static_cast<int>(counts[i % lanes] >> (56 - 8 * (i / lanes)) & 0xFF);
+        const int across = std::min(cell, ink.width() - (first + i) * cell);
+        out[first + i] = static_cast<uint8_t>(255 - 255 * count / (across * (bottom - top)));
+      }
     }
   }
   return grid;

@@ -104,11 +104,14 @@ TEST_P(SurroundGoes, AsAWholeAndLooksLikePaper) {
           sum += page.grey.Row(y)[x];
           truth += sheet.PaperAt(x);
           isAllOutside &= plan.mask.Get(x, y);
-          if (!plan.mask.Get(x, y)) ASSERT_EQ(before.Row(y)[x], page.grey.Row(y)[x]);
+          if (!plan.mask.Get(x, y)) {
+            ASSERT_EQ(before.Row(y)[x], page.grey.Row(y)[x]);
+          }
         }
       }
-      if (isAllOutside)
+      if (isAllOutside) {
         ASSERT_LE(std::llabs(sum - truth), kVisible * kTile * kTile) << "painted at " << tx << ", " << ty;
+      }
     }
   }
 }
@@ -223,8 +226,9 @@ TEST(PlanBorders, TakesTheSheetsEdgeLineAndLeavesTheNextPagesLetters) {
   for (int y = 0; y < kHeight; ++y) {
     for (int x = 0; x < kWidth; ++x) {
       const bool isLine = x >= kWidth - 22 && x < kWidth - 18;
-      if (isLine || page.truth.Get(x, y))
+      if (isLine || page.truth.Get(x, y)) {
         ASSERT_EQ(isLine, !plan.IsEmpty() && plan.mask.Get(x, y)) << x << ", " << y;
+      }
     }
   }
 }
