@@ -126,7 +126,7 @@ INSTANTIATE_TEST_SUITE_P(
         DrawnSheet{"Flecked", {30, 44}, {40, 40}, {50, 36}, {44, 44}, 255, 0, 0, 300, true},
         DrawnSheet{"Bars", {0, 0}, {24, 24}, {0, 0}, {16, 16}, 255, 0, 0, 20, true},
         DrawnSheet{"Wedge", {0, 0}, {0, 0}, {0, 60}, {0, 0}, 255, 0, 0, 0, true}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& test) { return test.param.name; });
 
 // ---- the page's own
 // --------------------------------------------------------------------------------------------
@@ -214,7 +214,7 @@ INSTANTIATE_TEST_SUITE_P(
                                 page.Bar(0, y, kWidth, 2, 0);
                             },
                             true}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& test) { return test.param.name; });
 
 // A strip of the next page outside the line where two sheets meet: the line goes, the letters stay.
 TEST(PlanBorders, TakesTheSheetsEdgeLineAndLeavesTheNextPagesLetters) {

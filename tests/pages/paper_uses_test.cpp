@@ -61,7 +61,7 @@ TEST_P(BlankPages, AreToldByTheirInk) {
   EXPECT_EQ(GetParam().isBlank, FindBlankness(page.grey, paper, FindInk(page.grey, paper)).isBlank);
 }
 INSTANTIATE_TEST_SUITE_P(Kinds, BlankPages, testing::ValuesIn(kPages),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& test) { return test.param.name; });
 
 TEST(Polarity, IsDecidedByTextAndNotByPaper) {
   for (const int paperLevel : {240, 50}) {

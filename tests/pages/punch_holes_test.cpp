@@ -129,7 +129,7 @@ INSTANTIATE_TEST_SUITE_P(
                     for (const int y : {830, 1460}) page.Bar(70, y, 44, 44, 5);
                   }},
         Marks{.name = "SmallDots", .discs = {{12, 108.5, 2.5}, {12, 188.5, 2.5}}, .areHoles = false}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& test) { return test.param.name; });
 
 }  // namespace
 }  // namespace rastrel::pages
