@@ -632,4 +632,30 @@ TextLines FindTextLines(const BitPlane& ink, double mostSlope) {
   return found;
 }
 
+BytePlane PictureOfLines(const BitPlane& ink, const TextLines& lines) {
+  constexpr uint8_t kPaper = 255, kInk = 190, kEdge = 90, kMiddle = 0;
+  BytePlane picture(ink.width(), ink.height(), kPaper);
+  for (int y = 0; y < ink.height(); ++y) {
+    for (int x = 0; x < ink.width(); ++x) {
+      if (ink.Get(x, y)) picture.Row(y)[x] = kInk;
+    }
+  }
+  const auto dot = [&](int x, double y, uint8_t value) {
+    const auto row = static_cast<int>(y);
+    if (x >= 0 && x < picture.width() && row >= 0 && row < picture.height()) picture.Row(row)[x] = value;
+  };
+  for (const TextLine& line : lines.lines) {
+    for (size_t i = 1; i < line.points.size(); ++i) {
+      const LinePoint &a = line.points[i - 1], &b = line.points[i];
+      for (int x = static_cast<int>(a.x); x < static_cast<int>(b.x); ++x) {
+        const double u = (x - a.x) / (b.x - a.x);
+        dot(x, a.top + u * (b.top - a.top), kEdge);
+        dot(x, a.bottom + u * (b.bottom - a.bottom), kEdge);
+        dot(x, a.middle() + u * (b.middle() - a.middle()), kMiddle);
+      }
+    }
+  }
+  return picture;
+}
+
 }  // namespace rastrel::pages

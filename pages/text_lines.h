@@ -32,12 +32,16 @@ struct TextLine {
 };
 
 struct TextLines {
-  std::vector<TextLine> lines;  // by their left ends' height on the page
+  std::vector<TextLine> lines;  // those most certain first
   double height = 0;            // a usual line's; 0 where there are none
 };
 
 // Lines that rise or fall by no more than `mostSlope`.
 TextLines FindTextLines(const BitPlane& ink, double mostSlope);
+
+// The lines' bands over the ink, as a picture of the page's size: ink light grey, edges of bands dark, their
+// middles black.
+BytePlane PictureOfLines(const BitPlane& ink, const TextLines& lines);
 
 }  // namespace rastrel::pages
 
