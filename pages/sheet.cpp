@@ -47,12 +47,14 @@ constexpr int kLeastSharp = 75;       // of places
 constexpr int kPaperReach = 8 * kMm;  // inwards, where the paper's brightness is looked for
 constexpr int kPaperShare = 60;       // of the page's paper level, which the paper inside has at least
 constexpr int kLeastPaper = 70;       // of places with paper inside
+constexpr int kLeastPartly = 90;      // of places with paper inside and sharp, where a part of a side is dark
 constexpr int kDeepest = 45;          // of the image across, to which a side's depth is followed
 constexpr int kWholeSide = 88;        // of a side that a surround runs along
 constexpr int kHalfSide = 45;
 constexpr int kLineOff = kMm;   // tolerance around a fitted line
 constexpr int kLineShare = 85;  // of places within it
 constexpr int kLeastDark = kMm * 3 / 2;
+constexpr int kCornerDepth = 15 * kMm;  // deeper blocks in a corner are pictures
 constexpr int kSliverRatio = 8, kSliverDepth = 6 * kMm;
 constexpr int kThin = kMm * 3 / 2;     // of a printed rule or frame, at most
 constexpr int kRuleOff = kMm / 2;      // how far a printed rule is off the parallel to the image's edge
@@ -562,9 +564,13 @@ Judgement Judge(const Area& area, const Enclosed& enclosed, const SideEvidence (
   if (isBlack) {
     if (rough > reached * 2 * kMostRough) return {false, true, 50, "its boundary is ragged"};
     if (main.touched * 100 >= places * kWholeSide) return {true, true, 95, "surround along the side"};
+    // Along a part of a side a black picture may stand: on grey pages every place has to show the sheet's
+    // edge.
+    if (!isBlackAndWhite && (paper < reached * kLeastPartly || sharp < reached * kLeastPartly))
+      return {false, true, 60, "dark along a part of the side, as of a picture"};
     if (main.touched * 100 >= places * kHalfSide && rough <= reached * kMostRough)
       return {true, true, 85, "surround along a part of the side"};
-    if (isCorner) return {true, true, 85, "surround at a corner"};
+    if (isCorner && meanDepth <= units.Cells(kCornerDepth)) return {true, true, 85, "surround at a corner"};
     if (main.touched >= kSliverRatio * meanDepth && meanDepth <= units.Cells(kSliverDepth))
       return {true, true, 80, "sliver of the surround"};
     return {false, true, 50, "runs off the image, as a picture or a tab does"};

@@ -190,6 +190,8 @@ INSTANTIATE_TEST_SUITE_P(
                                 for (int x = kWidth - 44; x < kWidth - 34; ++x) page.grey.Row(y)[x] = 250;
                             },
                             true},
+                    OwnDark{"BlackPictureInACorner", White,
+                            [](DrawnPage& page) { page.Bar(600, 0, 280, 300, 8); }, false},
                     OwnDark{"PlainTab", White,
                             [](DrawnPage& page) { page.Bar(kWidth - 50, 400, 50, 110, 0); }, true},
                     OwnDark{"BannerWithLetters", White,
