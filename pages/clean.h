@@ -26,6 +26,9 @@ struct CleanOptions {
   TextTone text = TextTone::kAuto;
   bool isClassic = false;  // the plain operations one after the other, as they were before there was a model
   bool cropsSheet = false;
+  bool evensLight = false;          // the shadow of a gutter, a vignette
+  bool whitensPaper = false;        // paper becomes white
+  bool weakensShowThrough = false;  // what shows through from behind comes nearer to the paper
   bool trims = true;
   bool erasesHoles = true;
   std::optional<int> holeSize;       // as PunchHoleRemover takes it; nothing: each hole is measured
@@ -39,6 +42,8 @@ struct CleanOptions {
   Reduction reduction = Reduction::kNone;
   int brightness = 0;  // added to every grey first: by threshold or ordered
   double dpi = 0;      // of pages that do not say; 0: 300 is assumed
+  // Is given pictures of what was understood of a page: paper, ink, pictures, sheet.
+  std::function<void(const std::string& name, Dib picture)> explain;
   // Called before each step with its name and the share that is done; false ends the work.
   std::function<bool(const char* step, double done)> progress;
 

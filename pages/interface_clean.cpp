@@ -35,7 +35,11 @@ constexpr Options kStandard = {.size = sizeof(Options),
                                .brightness = 0,
                                .dpi = 0,
                                .progress = nullptr,
-                               .progressContext = nullptr};
+                               .progressContext = nullptr,
+                               .classic = 0,
+                               .evenLight = 0,
+                               .whitePaper = 0,
+                               .lessBleed = 0};
 
 // As InRange, for options.
 template <class Number>
@@ -48,7 +52,11 @@ CleanOptions Translated(const Options* given) {
   const Options options = TakeStruct(given, kStandard);
   CleanOptions result;
   result.text = static_cast<TextTone>(Option<int>(options.text, TextAuto, TextLight, "text"));
+  result.isClassic = options.classic != 0;
   result.cropsSheet = options.cropSheet != 0;
+  result.evensLight = options.evenLight != 0;
+  result.whitensPaper = options.whitePaper != 0;
+  result.weakensShowThrough = options.lessBleed != 0;
   result.trims = options.trim != 0;
   result.erasesHoles = options.holes != 0;
   const int size = Option<int>(options.holeSize, HolesUsual, 40, "holeSize");

@@ -70,4 +70,47 @@ PageModel UnderstandPage(const PageView& page, bool isTextDark, int dpi) {
   return model;
 }
 
+namespace {
+
+Dib PageOf(const BytePlane& plane) {
+  Dib page = MakePage(plane.width(), plane.height(), 8, {});
+  const PageView view(page);
+  for (int y = 0; y < plane.height(); ++y) std::copy_n(plane.Row(y), plane.width(), view.PageRow(y));
+  return page;
+}
+
+// Pictures of the model are an eighth to all of the page's size, by how large that is.
+int FactorFor(const PageModel& model) {
+  constexpr int kLargest = 1600;  // pixels
+  int factor = 1;
+  while (factor < 8 && std::max(model.width, model.height) / factor > kLargest) factor *= 2;
+  return factor;
+}
+
+// White paper; tones, screens, solid ink and lines each in a grey of its own.
+BytePlane PictureOfPictures(const PageModel& model, int factor) {
+  constexpr uint8_t kGreyOf[] = {255, 160, 200, 0, 100};
+  BytePlane picture(std::max(model.width / factor, 1), std::max(model.height / factor, 1));
+  for (int y = 0; y < picture.height(); ++y) {
+    for (int x = 0; x < picture.width(); ++x) {
+      picture.Row(y)[x] = kGreyOf[static_cast<size_t>(model.pictures.At(x * factor, y * factor))];
+    }
+  }
+  return picture;
+}
+
+}  // namespace
+
+std::vector<ModelPicture> PicturesOfModel(const PageModel& model) {
+  const int factor = FactorFor(model);
+  const BytePlane ink = PictureOfInk(model.ink);
+  std::vector<ModelPicture> pictures;
+  if (!model.isBitonal()) pictures.push_back({"paper", PageOf(PictureOfPaper(model.paper, factor))});
+  pictures.push_back({"ink", PageOf(ink)});
+  pictures.push_back({"pictures", PageOf(PictureOfPictures(model, factor))});
+  pictures.push_back(
+      {"sheet", PageOf(PictureOfSheet(model.sheet, model.isBitonal() ? ink : model.grey, factor))});
+  return pictures;
+}
+
 }  // namespace rastrel::pages

@@ -8,15 +8,18 @@
 #include <utility>
 
 #include "pages/black_and_white.h"
-#include "pages/blank.h"
+#include "pages/blankness.h"
 #include "pages/borders.h"
 #include "pages/check.h"
+#include "pages/flatten.h"
 #include "pages/judgement.h"
 #include "pages/model.h"
 #include "pages/operations.h"
 #include "pages/overlay.h"
+#include "pages/polarity.h"
 #include "pages/punch_holes.h"
 #include "pages/safeguards.h"
+#include "pages/skew.h"
 #include "pages/speck_removal.h"
 #include "pages/text.h"
 
@@ -155,8 +158,7 @@ class ModelCleaning {
     const PageView view(page_);
     record_.widthIn = view.width();
     record_.heightIn = view.height();
-    record_.isTextDark =
-        options.text == TextTone::kAuto ? !IsDarkPage(page_) : options.text == TextTone::kDark;
+    record_.isTextDark = options.text == TextTone::kAuto ? IsTextDark() : options.text == TextTone::kDark;
   }
 
   Dib Finish() {
@@ -169,14 +171,14 @@ class ModelCleaning {
     Report("specks");
     if (options_.removesSpecks) RemoveSpecks();
     CheckPainting();
+    Brighten();
     Report("deskew");
     if (options_.deskew != Deskewing::kOff) Try("deskew", &ModelCleaning::PlanTurn);
     if (options_.cropsSheet) Try("sheet", &ModelCleaning::PlanCrop);
     Move();
     record_.isChecked = true;
-    if (painted_) page_ = std::move(painted_);
-    record_.isBlank = IsBlank(page_, record_.isTextDark, options_.blankPercent);
-    return std::move(page_);
+    TellBlank();
+    return painted_ ? std::move(painted_) : std::move(page_);
   }
 
  private:
@@ -184,6 +186,17 @@ class ModelCleaning {
   struct NotHere {
     std::string reason;
   };
+  // Only dark pages are asked for their text: it is light on few of them, as dark paper is paper.
+  bool IsTextDark() const {
+    constexpr int kLeastConfidence = 20;  // less: hardly any text
+    if (!IsDarkPage(page_)) return true;
+    const PageView view(page_);
+    const Polarity polarity = view.bits() == 1 ? FindPolarity(InkOf1Bit(view)) : FindPolarity(GreyOf(view));
+    // Without text, a dark page is most often a negative on 1 bit, and dark paper or a photograph otherwise.
+    if (polarity.confidence < kLeastConfidence) return view.bits() != 1;
+    return !polarity.textIsLight;
+  }
+
   void Report(const char* step) const {
     constexpr double kSteps = 7;
     options_.Report(step, std::min(1.0, static_cast<double>(record_.times.size()) / kSteps));
@@ -212,6 +225,10 @@ class ModelCleaning {
     const int dpi =
         record_.isResolutionAssumed ? 0 : static_cast<int>(DotsPerInch(view.resolution().x) + 0.5);
     model_ = UnderstandPage(view, record_.isTextDark, dpi);
+    if (!options_.explain) return;
+    for (ModelPicture& picture : PicturesOfModel(model_)) {
+      options_.explain(picture.name, std::move(picture.picture));
+    }
   }
 
   // ---- what is painted over ----
@@ -334,6 +351,10 @@ class ModelCleaning {
 
   void RemoveSpecks() {
     const StepTimer timer(&record_, "specks");
+    if (options_.filtersFully) {
+      FilterFully();
+      return;
+    }
     constexpr double kUsualLevel = 30;  // at which the largest specks are removed that are usual
     const double largest =
         LargestSpeck(model_.pixelsPerPoint, model_.letterHeight) * options_.speckLevel / kUsualLevel;
@@ -369,6 +390,29 @@ class ModelCleaning {
     Unite(mask, &named_);
   }
 
+  // The filter of the core on every pixel: somebody asked for it by name.
+  void FilterFully() {
+    if (model_.isBitonal() ? !model_.isTextDark
+                           : PageView(page_).bits() == 24 || !HasGreyRamp(PageView(page_))) {
+      record_.skipped.push_back({"specks", "only dark text on black-and-white and grey pages is filtered"});
+      return;
+    }
+    const Dib filtered = Despeckle(Current(), options_.speckLevel, /*filtersFully=*/true);
+    const PageView before(ToPaint()), after(filtered);
+    BitPlane mask(model_.width, model_.height);
+    for (int y = 0; y < model_.height; ++y) {
+      uint8_t *row = before.PageRow(y), *now = after.PageRow(y);
+      for (int x = 0; x < model_.width; ++x) {
+        if (SamePixel(before, row, now, x)) continue;
+        mask.Set(x, y);
+        ++record_.speckPixels;
+      }
+      std::memcpy(row, now, before.stride());
+    }
+    if (overlay_ != nullptr) overlay_->Paint(Removed::kSpeck, mask);
+    Unite(mask, &named_);
+  }
+
   // Everything that was painted is taken back when ink has gone that no step named.
   void CheckPainting() {
     if (!painted_) return;
@@ -383,6 +427,43 @@ class ModelCleaning {
     record_.specks = record_.speckPixels = 0;
     named_ = border_ = holes_ = BitPlane();
     painted_.Reset();
+  }
+
+  // ---- light and paper ----
+
+  void Brighten() {
+    if (!options_.evensLight && !options_.whitensPaper && !options_.weakensShowThrough) return;
+    const StepTimer timer(&record_, "paper");
+    const bool isTrueColour = PageView(page_).bits() == 24;
+    if (!isTrueColour && (model_.isBitonal() || !HasGreyRamp(PageView(page_)))) {
+      record_.skipped.push_back({"paper", "only pages of greys and colours have their paper changed"});
+      return;
+    }
+    if (!record_.isTextDark) {
+      record_.skipped.push_back({"paper", "the text is light"});
+      return;
+    }
+    const PageView view(ToPaint());
+    const PixelRows rows = {view.PageRow(0), -static_cast<ptrdiff_t>(view.stride()), isTrueColour ? 3 : 1};
+    const BitPlane pictures = Screened();
+    if (isTrueColour && options_.whitensPaper) {
+      FindPaperColour(model_.paper, model_.grey, {rows.topRow, rows.stride, rows.bytesPerPixel});
+    }
+    if (options_.weakensShowThrough) WeakenShowThrough(rows, model_.paper, model_.ink, &pictures);
+    if (options_.evensLight) EvenLight(rows, model_.paper, &pictures);
+    if (options_.whitensPaper) WhitenPaper(rows, model_.paper, &pictures);
+  }
+
+  // Photographs, tints and screens, pixel by pixel.
+  BitPlane Screened() const {
+    BitPlane pictures(model_.width, model_.height);
+    for (int y = 0; y < model_.height; ++y) {
+      for (int x = 0; x < model_.width; x += model_.pictures.cell()) {
+        if (!model_.pictures.IsScreened(x, y)) continue;
+        for (int i = x; i < std::min(x + model_.pictures.cell(), model_.width); ++i) pictures.Set(i, y);
+      }
+    }
+    return pictures;
   }
 
   // ---- how it is moved ----
@@ -408,33 +489,20 @@ class ModelCleaning {
       turn_ = -degrees;
       return;
     }
-    const SkewResult skew = SkewOfInk(std::max(options_.mostSkew, kUsualRange));
+    const PageSkew skew = FindSkew(InkThatStays(), std::clamp(options_.mostSkew, kUsualRange, 30.0));
     record_.skewConfidence = skew.confidence;
-    if (skew.hasStructure == 0) throw NotHere{"the page shows no lines to go by"};
+    if (skew.isSeveral) throw NotHere{"its parts differ in skew: " + skew.reason};
+    if (skew.confidence == 0) throw NotHere{"the page shows no lines to go by"};
     record_.skew = skew.angle;
     if (std::abs(skew.angle) <= kLeastTurn) return;
-    if (skew.confidence < kCertainSkew) {
+    if (skew.confidence < kSureOfSkew) {
       throw NotHere{Text(Fixed(skew.angle, 2), " degrees are not certain (confidence ",
                          Fixed(skew.confidence, 2), ")")};
     }
     RequireLessThanMost(skew.angle);
     turn_ = -skew.angle;
     record_.regions.push_back(
-        {"turn", 0, 0, model_.width, model_.height, 0, skew.confidence, "the lines of the page", false});
-  }
-
-  // On the ink alone shadows, tints and what was named as removed mislead nobody.
-  SkewResult SkewOfInk(double range) const {
-    const Dib ink = MakePage(model_.width, model_.height, 1, PageView(page_).resolution());
-    {
-      const PageView view(ink);
-      std::fill(view.pixels().begin(), view.pixels().end(), uint8_t{0xFF});
-      PutInk(InkThatStays(), view);
-    }
-    const SkewOptions options = {.range = range, .polarity = 1};
-    SkewResult skew = {};
-    if (::MeasureSkew(ink.handle(), &options, &skew) == 0) throw PageError(LibraryError());
-    return skew;
+        {"turn", 0, 0, model_.width, model_.height, 0, skew.confidence, skew.reason, false});
   }
 
   void RequireLessThanMost(double degrees) const {
@@ -524,6 +592,21 @@ class ModelCleaning {
     painted_ = std::move(moved);
     record_.isTurned = turn_ != 0;
     record_.isCropped = isCropped;
+  }
+
+  // By what is written on the page; with more than the usual percentage, by how much that is.
+  void TellBlank() {
+    constexpr double kUsualPercent = 0.1;
+    const BitPlane ink = InkThatStays();
+    const Blankness found =
+        model_.isBitonal() ? FindBlankness(ink) : FindBlankness(model_.grey, model_.paper, ink);
+    // Lines of text are never nothing, however pale or small they are.
+    record_.isBlank = found.isBlank && !(record_.skewConfidence.value_or(0) >= kSureOfSkew);
+    if (options_.blankPercent <= kUsualPercent) return;
+    int64_t pixels = 0;
+    for (const uint64_t word : ink.words()) pixels += std::popcount(word);
+    const double page = static_cast<double>(model_.width) * model_.height;
+    if (static_cast<double>(pixels) * 100 < options_.blankPercent * page) record_.isBlank = true;
   }
 
   enum class Crop { kNone, kSheet };

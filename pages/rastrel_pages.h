@@ -161,6 +161,10 @@ typedef struct CleanOptions {
   double dpi;            /* of pages that do not say; 0: 300 is assumed */
   PageProgress progress; /* may be null */
   void* progressContext;
+  int32_t classic;    /* clean by the plain operations one after the other */
+  int32_t evenLight;  /* even the shadow of a gutter, a vignette */
+  int32_t whitePaper; /* make the paper white, and leave ink as it is */
+  int32_t lessBleed;  /* weaken what shows through from behind */
 } CleanOptions;
 
 /* Fills in what CleanPage does when it is not told otherwise; `size` is sizeof(CleanOptions). */

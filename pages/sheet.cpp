@@ -709,28 +709,7 @@ class SheetFinder {
         for (int d = depth + 2; isWhole && d < depth + 2 + units_.Cells(kInner); ++d, ++inner)
           inked += axis.At(grid_, place, d) * 100 < sheet_.paper * kInkShare;
       }
-      if (isWhole && inked * 100 <= inner * kMostInk && !HasLineLike(area, axis, most)) return true;
-    }
-    return false;
-  }
-
-  // Whether a second line runs through the image in parallel: those are the rules of the paper.
-  bool HasLineLike(const Area& area, const SideAxis& axis, int most) const {
-    constexpr int kStep = 4, kLineCells = 60;  // places; percent of them that a line covers
-    std::vector<int> at;
-    for (int place = 0; place < axis.places; place += kStep) {
-      int depth = most;
-      while (depth > 0 && axis.At(*area.member, place, depth) != kMember) --depth;
-      at.push_back(depth);
-    }
-    for (int off = units_.Cells(kThin) * 2; off < axis.across / 2; ++off) {
-      int64_t dark = 0;
-      for (size_t i = 0; i < at.size(); ++i) {
-        const int depth = at[i] + off;
-        if (depth >= axis.across) continue;
-        dark += axis.At(grid_, static_cast<int>(i) * kStep, depth) * 100 < sheet_.paper * kInkShare;
-      }
-      if (dark * 100 >= static_cast<int64_t>(at.size()) * kLineCells) return true;
+      if (isWhole && inked * 100 <= inner * kMostInk) return true;
     }
     return false;
   }

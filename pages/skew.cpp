@@ -295,16 +295,6 @@ class InkPage {
   HGLOBAL block_ = nullptr;
 };
 
-// The limits are from real pages turned by known angles, whose answers were right to 0.3 degrees or not.
-double ConfidenceOf(const Agreement& lines) {
-  const double many = Between(6, 14, lines.lines);
-  // A few are enough where they are of one mind.
-  const double few =
-      Between(2, 3, lines.lines) * Between(0.9, 0.97, lines.agreeing) * Between(0.2, 0.1, lines.disorder);
-  return std::max(many, few) * Between(0.35, 0.1, lines.error) * Between(0.2, 0.45, lines.agreeing) *
-         Between(1.3, 0.8, lines.disorder);
-}
-
 std::string Words(const char* format, double a, double b, double c) {
   char text[200];
   std::snprintf(text, sizeof text, format, a, b, c);
@@ -326,7 +316,8 @@ PageSkew FindSkew(const BitPlane& ink, const TextLines& lines, double range) {
   skew.isSeveral = AreSeveral(votes);
   skew.spread = agreement.spread;
 
-  const double fromLines = ConfidenceOf(agreement);
+  const double fromLines = Between(0.35, 0.1, agreement.error) * Between(0.2, 0.45, agreement.agreeing) *
+                           Between(6, 14, agreement.lines) * Between(1.3, 0.8, agreement.disorder);
   const double apart = std::abs(peak.angle - agreement.degrees);
   if (peak.hasStructure != 0 && apart < std::max(0.35, std::min(1.0, 2 * agreement.spread))) {
     skew.angle = peak.angle;

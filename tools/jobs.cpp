@@ -236,7 +236,13 @@ class Jobs {
           return finished;
         case Command::kClean: {
           Dib overlay;
-          pages[0] = CleanPage(std::move(pages[0]), options_.clean, &report.record,
+          pages::CleanOptions clean = options_.clean;
+          if (!options_.explain.empty()) {
+            clean.explain = [&](const std::string& name, const Dib& picture) {
+              WriteExplanation(report, name, picture);
+            };
+          }
+          pages[0] = CleanPage(std::move(pages[0]), clean, &report.record,
                                task.overlay.empty() ? nullptr : &overlay);
           if (report.record.isResolutionAssumed) finished.fileWithoutDpi = report.file;
           report.isDropped = options_.dropsBlank && report.record.isBlank;
@@ -308,6 +314,16 @@ class Jobs {
         throw PageError(fmt::format("{} {}", path, error.what()));
       }
     }
+  }
+
+  // Each page's pictures are named after its file and its place in that.
+  void WriteExplanation(const PageReport& report, const std::string& name, const Dib& picture) const {
+    const fs::path file = PathOf(report.file);
+    const std::string own = fmt::format("{}-{:03}-{}.png", NameOf(file.stem()), report.page, name);
+    const std::string path = NameOf(PathOf(options_.explain) / PathOf(own));
+    OutputFile out(path);
+    WritePng(picture, out.path());
+    out.Commit();
   }
 
   static void WriteOverlay(const Dib& overlay, const std::string& path, Finished* finished) {
@@ -439,6 +455,10 @@ int RunJobs(const JobOptions& options) {
     std::error_code error;
     const fs::path path = PathOf(folder);
     if (!path.empty() && !path.has_filename()) fs::create_directories(path, error);
+  }
+  if (!options.explain.empty()) {
+    std::error_code error;
+    fs::create_directories(PathOf(options.explain), error);
   }
   return Jobs(options, std::move(plan)).Run();
 }

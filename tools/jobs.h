@@ -28,6 +28,7 @@ struct JobOptions {
   CleanOptions clean;       // kClean
   bool dropsBlank = false;  // kClean: blank pages are left out
   std::string overlay;      // kClean: where pictures of what was removed go; empty: nowhere
+  std::string explain;      // kClean: a folder for pictures of what was understood
   std::vector<Step> chain;  // kApply
 };
 

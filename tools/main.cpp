@@ -125,6 +125,11 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, ReductionWords* reduction
                    "Show what was removed: the page as it came in, in grey, with borders blue, holes\n"
                    "orange and specks vermilion. A PNG file, numbered as OUT is, or a folder")
       ->type_name("FILE");
+  clean
+      ->add_option("--explain", options->explain,
+                   "Show what was understood of each page: pictures of its paper, ink, pictures and sheet,\n"
+                   "as PNG files in a folder")
+      ->type_name("DIR");
   AddReportOptions(clean, &options->report);
 
   pages::CleanOptions& steps = options->clean;
@@ -136,6 +141,13 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, ReductionWords* reduction
       ->type_name("TONE");
   clean->add_flag("--classic", steps.isClassic,
                   "Clean by the plain operations one after the other, as earlier versions did (off)");
+  clean->add_flag("--flatten", steps.evensLight, "Even the light: shadows of the gutter, vignettes (off)");
+  constexpr static std::string_view kPapers[] = {"keep", "white"};
+  AddChoice(
+      clean, "--paper", kPapers, [&steps](int paper) { steps.whitensPaper = paper == 1; },
+      "white: make the paper white, and leave ink as it is (keep)")
+      ->type_name("HOW");
+  clean->add_flag("--bleed", steps.weakensShowThrough, "Weaken what shows through from behind (off)");
   clean->add_flag("--crop-sheet", steps.cropsSheet, "Cut the sheet out of a dark surround first (off)");
   AddSwitch(clean, "trim", &steps.trims, "Leave dark borders at the left and right");
   AddNo(clean, "holes", &steps.erasesHoles, "Leave punch holes");
@@ -182,9 +194,10 @@ CLI::App* AddClean(CLI::App* app, JobOptions* options, ReductionWords* reduction
       ->type_name("HOW");
   AddFromTable(clean, "--brightness", "halftone", "brightness", "0; with --reduce threshold or ordered",
                [reduction](double value) { reduction->brightness = value; });
-  for (const char* name : {"--text", "--classic", "--crop-sheet", "--no-trim", "--no-holes", "--holes",
-                           "--no-specks", "--speck-level", "--speck-full", "--deskew", "--no-deskew",
-                           "--max-skew", "--drop-blank", "--reduce", "--brightness"}) {
+  for (const char* name :
+       {"--text", "--classic", "--flatten", "--paper", "--bleed", "--crop-sheet", "--no-trim", "--no-holes",
+        "--holes", "--no-specks", "--speck-level", "--speck-full", "--deskew", "--no-deskew", "--max-skew",
+        "--drop-blank", "--reduce", "--brightness"}) {
     clean->get_option(name)->group(group);
   }
   return clean;

@@ -44,7 +44,9 @@ Json ToJson(const PageReport& report, Command command) {
     json["heightIn"] = record.heightIn;
     json["trimmedPixels"] = record.trimmedPixels();
     json["trimmedLeft"] = record.trimmedLeft;
+    json["trimmedTop"] = record.trimmedTop;
     json["trimmedRight"] = record.trimmedRight;
+    json["trimmedBottom"] = record.trimmedBottom;
     json["holes"] = record.holes.size();
     json["holesAt"] = Json::array();
     for (const Hole& hole : record.holes) {
@@ -64,6 +66,28 @@ Json ToJson(const PageReport& report, Command command) {
     json["skipped"] = Json::array();
     for (const Skipped& skipped : record.skipped) {
       json["skipped"].push_back({{"step", skipped.step}, {"reason", skipped.reason}});
+    }
+    if (!record.sidesLeft.empty()) json["sidesLeft"] = Json::array();
+    for (const pages::SideLeft& left : record.sidesLeft) {
+      json["sidesLeft"].push_back({{"side", left.side}, {"reason", left.reason}});
+    }
+    if (!record.regions.empty()) json["regions"] = Json::array();
+    for (const pages::Region& region : record.regions) {
+      Json entry = {{"kind", region.kind},
+                    {"left", region.left},
+                    {"top", region.top},
+                    {"right", region.right},
+                    {"bottom", region.bottom},
+                    {"pixels", region.pixels},
+                    {"confidence", Rounded(region.confidence, 100)},
+                    {"reason", region.reason}};
+      if (region.isTakenBack) entry["takenBack"] = true;
+      json["regions"].push_back(entry);
+    }
+    if (command == Command::kClean) json["checked"] = record.isChecked;
+    if (!record.takenBack.empty()) json["takenBack"] = Json::array();
+    for (const Skipped& taken : record.takenBack) {
+      json["takenBack"].push_back({{"step", taken.step}, {"reason", taken.reason}});
     }
   }
   return json;
@@ -97,8 +121,8 @@ std::string Deeds(const PageReport& report) {
 
 void PrintRemoved(const CleanRecord& record) {
   if (record.trimmedPixels() > 0) {
-    fmt::print("    border: {} pixels at the left, {} at the right\n", record.trimmedLeft,
-               record.trimmedRight);
+    fmt::print("    border: {} pixels at the left, {} at the right, {} above, {} below\n", record.trimmedLeft,
+               record.trimmedRight, record.trimmedTop, record.trimmedBottom);
   }
   for (const Hole& hole : record.holes) {
     fmt::print("    hole at the {}: {:.0f} pixels wide, its middle at {:.0f}, {:.0f}\n",

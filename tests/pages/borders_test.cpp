@@ -190,11 +190,6 @@ INSTANTIATE_TEST_SUITE_P(
                                 for (int x = kWidth - 44; x < kWidth - 34; ++x) page.grey.Row(y)[x] = 250;
                             },
                             true},
-                    OwnDark{"LinedPaper", White,
-                            [](DrawnPage& page) {
-                              for (int y = 24; y < kHeight; y += 56) page.Bar(0, y, kWidth, 3, 0);
-                            },
-                            true},
                     OwnDark{"BlackPictureInACorner", White,
                             [](DrawnPage& page) { page.Bar(600, 0, 280, 300, 8); }, false},
                     OwnDark{"PlainTab", White,
