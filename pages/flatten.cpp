@@ -4,6 +4,8 @@
 #include <array>
 #include <vector>
 
+#include "pages/grow.h"
+
 namespace rastrel::pages {
 namespace {
 
@@ -63,27 +65,6 @@ std::array<BytePlane, 3> GroundOfChannels(const PixelRows& page, const PaperMap&
     }
   }
   return grounds;
-}
-
-// Each pixel with `reach` pixels around it.
-BitPlane Widened(BitPlane plane, int reach) {
-  const size_t words = plane.wordsPerRow();
-  for (int i = 0; i < reach; ++i) {
-    const BitPlane before = plane;
-    for (int y = 0; y < plane.height(); ++y) {
-      uint64_t* out = plane.Row(y);
-      for (const int from : {std::max(y - 1, 0), y, std::min(y + 1, plane.height() - 1)}) {
-        const uint64_t* row = before.Row(from);
-        for (size_t word = 0; word < words; ++word) {
-          uint64_t near = row[word] | row[word] >> 1 | row[word] << 1;
-          if (word > 0) near |= row[word - 1] << 63;
-          if (word + 1 < words) near |= row[word + 1] >> 63;
-          out[word] |= near;
-        }
-      }
-    }
-  }
-  return plane;
 }
 
 }  // namespace

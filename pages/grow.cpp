@@ -1,6 +1,6 @@
 #include "pages/grow.h"
 
-#include <utility>
+#include <algorithm>
 
 namespace rastrel::pages {
 namespace {
@@ -69,6 +69,29 @@ void GrowInto(const BitPlane& mask, BitPlane& seeds) {
     }
     if (down) grown = true;  // the way up is still to go
   }
+}
+
+BitPlane Widened(BitPlane plane, int reach) {
+  const size_t words = plane.wordsPerRow();
+  const auto bitsInLast = static_cast<unsigned>(plane.width()) % 64;
+  const uint64_t insideLast = bitsInLast == 0 ? ~uint64_t{0} : ~uint64_t{0} << (64 - bitsInLast);
+  for (int i = 0; i < reach; ++i) {
+    const BitPlane before = plane;
+    for (int y = 0; y < plane.height(); ++y) {
+      uint64_t* out = plane.Row(y);
+      for (const int from : {std::max(y - 1, 0), y, std::min(y + 1, plane.height() - 1)}) {
+        const uint64_t* row = before.Row(from);
+        for (size_t word = 0; word < words; ++word) {
+          uint64_t near = row[word] | row[word] >> 1 | row[word] << 1;
+          if (word > 0) near |= row[word - 1] << 63;
+          if (word + 1 < words) near |= row[word + 1] >> 63;
+          out[word] |= near;
+        }
+      }
+      if (words > 0) out[words - 1] &= insideLast;
+    }
+  }
+  return plane;
 }
 
 }  // namespace rastrel::pages

@@ -13,19 +13,17 @@
 namespace rastrel::pages {
 namespace {
 
-constexpr int kShareUnit = 256;  // darkness of a pixel below its paper: 0 as bright as the paper, 256 black
-
 // How often each darkness occurs, and each difference from the paper to either side, on a sample of the
 // page's rows.
 struct Sample {
-  std::array<int64_t, kShareUnit> darknesses{};
-  std::array<int64_t, kShareUnit> differences{};
+  std::array<int64_t, kDarknessUnit> darknesses{};
+  std::array<int64_t, kDarknessUnit> differences{};
 };
 
 // A stroke is ink if it gets this much darker somewhere than what parts ink from paper, in percent:
 // show-through and the grain of dark paper are even, and stay under it.
 constexpr int kSeedPercent = 130;
-constexpr int kLeastInk = 10;  // of kShareUnit, 4 %: paler than the palest pencil
+constexpr int kLeastInk = 10;  // of kDarknessUnit, 4 %: paler than the palest pencil
 // The median difference of pixels from their paper is the grain. Where ink and paper are parted at less than
 // kGrainOfBlank times of it, there are not two classes, and only what stands out of the grain is ink.
 constexpr int kGrainOfBlank = 3;
@@ -34,7 +32,7 @@ constexpr int kSampledRows = 256;  // enough for a histogram; spread over the pa
 
 Sample TakeSample(const BytePlane& grey, const PaperMap& paper) {
   std::array<uint32_t, 256> reciprocal{};
-  for (uint32_t i = 1; i < 256; ++i) reciprocal[i] = (kShareUnit * 65536 + i - 1) / i;
+  for (uint32_t i = 1; i < 256; ++i) reciprocal[i] = (kDarknessUnit * 65536 + i - 1) / i;
   Sample sample;
   std::vector<uint8_t> ground(static_cast<size_t>(grey.width()));
   const int step = std::max(grey.height() / kSampledRows, 1);
@@ -48,7 +46,7 @@ Sample TakeSample(const BytePlane& grey, const PaperMap& paper) {
       const int difference = bright - row[x];
       const auto share =
           static_cast<size_t>(std::abs(difference) * reciprocal[static_cast<size_t>(bright)] >> 16);
-      const size_t bounded = std::min<size_t>(share, kShareUnit - 1);
+      const size_t bounded = std::min<size_t>(share, kDarknessUnit - 1);
       ++sample.differences[bounded];
       ++sample.darknesses[difference > 0 ? bounded : 0];
     }
@@ -56,20 +54,12 @@ Sample TakeSample(const BytePlane& grey, const PaperMap& paper) {
   return sample;
 }
 
-int MedianOf(const std::array<int64_t, kShareUnit>& counts) {
+int MedianOf(const std::array<int64_t, kDarknessUnit>& counts) {
   int64_t total = 0, below = 0;
   for (const int64_t count : counts) total += count;
   int median = 0;
-  while (median < kShareUnit - 1 && (below += counts[static_cast<size_t>(median)]) * 2 < total) ++median;
+  while (median < kDarknessUnit - 1 && (below += counts[static_cast<size_t>(median)]) * 2 < total) ++median;
   return median;
-}
-
-// From which darkness on a pixel can be ink.
-int LeastDarkness(const Sample& sample) {
-  const int parting = PartingValue(sample.darknesses);
-  const int grain = std::max(MedianOf(sample.differences), 1);
-  // Of a blank page the grain itself is parted in two, near its middle.
-  return std::max({parting, kLeastInk, parting < grain * kGrainOfBlank ? grain * kAboveGrain : 0});
 }
 
 // Eight bytes of 0 or 1 as eight bits, the first in the highest: the factor moves byte i to bit 63 - i of the
@@ -110,16 +100,25 @@ BitPlane DarkerThan(const BytePlane& grey, const PaperMap& paper, const BytePlan
 BytePlane ThresholdMap(const PaperMap& paper, int darkness) {
   BytePlane map = paper.brightness();
   for (uint8_t& value : map.bytes())
-    value = static_cast<uint8_t>(value * (kShareUnit - darkness) / kShareUnit);
+    value = static_cast<uint8_t>(value * (kDarknessUnit - darkness) / kDarknessUnit);
   return map;
 }
 
 }  // namespace
 
+int LeastDarkness(const BytePlane& grey, const PaperMap& paper) {
+  if (grey.isEmpty() || paper.isEmpty()) return kLeastInk;
+  const Sample sample = TakeSample(grey, paper);
+  const int parting = PartingValue(sample.darknesses);
+  const int grain = std::max(MedianOf(sample.differences), 1);
+  // Of a blank page the grain itself is parted in two, near its middle.
+  return std::max({parting, kLeastInk, parting < grain * kGrainOfBlank ? grain * kAboveGrain : 0});
+}
+
 BitPlane FindInk(const BytePlane& grey, const PaperMap& paper) {
   if (grey.isEmpty() || paper.isEmpty()) return BitPlane(grey.width(), grey.height());
-  const int parting = LeastDarkness(TakeSample(grey, paper));
-  const int seed = std::min(parting * kSeedPercent / 100, kShareUnit - 1);
+  const int parting = LeastDarkness(grey, paper);
+  const int seed = std::min(parting * kSeedPercent / 100, kDarknessUnit - 1);
   const BitPlane all = DarkerThan(grey, paper, ThresholdMap(paper, parting));
   BitPlane ink = DarkerThan(grey, paper, ThresholdMap(paper, seed));
   GrowInto(all, ink);

@@ -16,6 +16,12 @@ namespace rastrel::pages {
 // count as ink, as they would on a 1-bit scan of the page.
 BitPlane FindInk(const BytePlane& grey, const PaperMap& paper);
 
+// From which darkness on pixels of this page are ink, of kDarknessUnit: 0 is as bright as the paper, all of
+// it black. It parts ink from paper best over the whole page, and stays above the grain of a page without
+// ink.
+constexpr int kDarknessUnit = 256;
+int LeastDarkness(const BytePlane& grey, const PaperMap& paper);
+
 // The mask as a picture, ink black, paper white.
 BytePlane PictureOfInk(const BitPlane& ink);
 

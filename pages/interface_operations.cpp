@@ -192,6 +192,14 @@ HGLOBAL RASTREL_CALL HalftonePage(HGLOBAL page, int method, int brightness) {
   });
 }
 
+HGLOBAL RASTREL_CALL BinarizePage(HGLOBAL page, int quality, int isDoubled, int dithersPictures) {
+  return Made(page, [&](const Dib& dib) {
+    return ToBlackAndWhite(dib, {.isBest = InRange(quality, 0, 1, "there is no such quality") == 1,
+                                 .isDoubled = isDoubled != 0,
+                                 .dithersPictures = dithersPictures != 0});
+  });
+}
+
 HGLOBAL RASTREL_CALL GreyPage(HGLOBAL page, int formula, int smoothing) {
   return Made(page, [&](const Dib& dib) {
     return Grey(dib, static_cast<GreyFormula>(InRange(formula, 0, 1, "there is no such formula")),

@@ -6,6 +6,9 @@
 #include <initializer_list>
 #include <numeric>
 
+#include "pages/binarize.h"
+#include "pages/model.h"
+#include "pages/polarity.h"
 #include "pages/text.h"
 
 namespace rastrel::pages {
@@ -27,6 +30,36 @@ void RequireMoreBits(const Dib& page, int bits) {
   if (PageView(page).bits() <= bits) {
     throw PageError(Text("the page has ", Count(PageView(page).bits(), "bit"), " already"));
   }
+}
+
+constexpr int kUsualDpi = 300;  // where nobody knows
+constexpr double kMillimetresPerInch = 25.4;
+constexpr double kMostKnownDpi = 20000;  // what a resolution is taken for at most
+
+// Stains and large letters have some tone as well. What is dithered is as large as a photograph, and fills
+// its box.
+constexpr int kPictureSide = 30;    // mm
+constexpr int kPictureFilled = 70;  // percent
+
+// Where a page has photographs.
+BitPlane PhotographsOf(const PageView& page, const BytePlane& grey, int dpi) {
+  const PageModel model = UnderstandPage(page, !FindPolarity(grey).textIsLight, dpi);
+  BitPlane mask(grey.width(), grey.height());
+  const Pictures& pictures = model.pictures;
+  const int side = pictures.cell();
+  const double leastSide = kPictureSide * (dpi > 0 ? dpi : kUsualDpi) / kMillimetresPerInch;
+  for (const PictureRegion& region : pictures.regions()) {
+    const Box& box = region.box;
+    if (region.kind != PictureKind::kTone || std::min(box.width(), box.height()) < leastSide) continue;
+    const int64_t boxCells = int64_t{box.width() / side} * (box.height() / side);
+    if (region.cellCount * 100 < boxCells * kPictureFilled) continue;
+    for (int y = box.top; y < std::min(box.bottom, mask.height()); ++y) {
+      for (int x = box.left; x < std::min(box.right, mask.width()); ++x) {
+        if (pictures.At(x, y) == PictureKind::kTone) mask.Set(x, y);
+      }
+    }
+  }
+  return mask;
 }
 
 // ---- geometry ---------------------------------------------------------------------------------------------
@@ -288,6 +321,29 @@ Dib Halftone(const Dib& page, Halftoning method, int brightness) {
       ::Halftone((grey ? grey : page).handle(), static_cast<uint16_t>(method), brightness, &error);
   if (result == nullptr) SetRastrelError(error);
   return Checked(result);
+}
+
+Dib ToBlackAndWhite(const Dib& page, const BlackAndWhiteOptions& options) {
+  RequireDepth(page, {4, 8, 24});
+  const PageView view(page);
+  const BytePlane grey = GreyOf(view);
+  BinarizeOptions binarize;
+  binarize.quality = options.isBest ? BinarizeQuality::kBest : BinarizeQuality::kFast;
+  binarize.dpi = static_cast<int>(std::clamp(DotsPerInch(view.resolution().x), 0.0, kMostKnownDpi));
+  binarize.enlarge = options.isDoubled ? 2 : 1;
+  BitPlane pictures;
+  if (options.dithersPictures) {
+    pictures = PhotographsOf(view, grey, binarize.dpi);
+    binarize.pictures = &pictures;
+  }
+  const BitPlane black = Binarize(grey, binarize);
+  Resolution resolution = view.resolution();
+  if (options.isDoubled) {
+    for (int32_t* side : {&resolution.x, &resolution.y}) *side = *side > INT32_MAX / 2 ? *side : 2 * *side;
+  }
+  Dib result = MakePage(black.width(), black.height(), 1, resolution);
+  PutInk(black, PageView(result));
+  return result;
 }
 
 Dib Grey(const Dib& page, GreyFormula formula, int smoothing) {

@@ -81,6 +81,14 @@ Dib DitherBlocksSharply(const Dib& page, int bits);
 enum class Halftoning { kThreshold, kDiffusion, kOrdered };
 Dib Halftone(const Dib& page, Halftoning method, int brightness);
 
+// Adaptive black and white: text sharp under any light (see pages/binarize.h).
+struct BlackAndWhiteOptions {
+  bool isBest = false;     // slower, and closer to what a person would trace
+  bool isDoubled = false;  // smoothed to twice the resolution
+  bool dithersPictures = true;
+};
+Dib ToBlackAndWhite(const Dib& page, const BlackAndWhiteOptions& options = {});
+
 enum class GreyFormula { kWeighted, kAverage };
 // Smoothing (0 to 2) is for black-and-white pages.
 Dib Grey(const Dib& page, GreyFormula formula = GreyFormula::kWeighted, int smoothing = 0);

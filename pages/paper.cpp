@@ -33,7 +33,8 @@ namespace {
 constexpr int kBlocksInCell = 2;  // along each side
 constexpr int kFineReach = 2;  // cells to each side: 5 of them, 3 mm, are wider than strokes of text and pens
 constexpr int kWideReach = 8;  // 17 cells, 12 mm: wider than the strokes of titles
-constexpr int kRimOfInk = 1;   // cells
+constexpr int kInkPercent = 65;  // of the ink's usual darkness: what hides as much is ink, a stain hides less
+constexpr int kRimOfInk = 1;     // cells
 constexpr int kMinTolerance = 6;     // grey levels: grain of paper averaged over a block
 constexpr int kToleranceShare = 10;  // or a tenth of the brightness, for uneven paper
 constexpr int kPlainContrast = 14;   // grey levels between bright and dark blocks; writing differs by more
@@ -195,7 +196,8 @@ void TakeInkOut(BytePlane& fine, const BytePlane& wide, const BytePlane& dark) {
   BytePlane isInk(fine.width(), fine.height());
   for (size_t i = 0; i < wide.bytes().size(); ++i) {
     const int ground = wide.bytes()[i];
-    isInk.bytes()[i] = (ground - fine.bytes()[i]) * kShareUnit > ground * inkDarkness ? 1 : 0;
+    isInk.bytes()[i] =
+        (ground - fine.bytes()[i]) * kShareUnit * 100 > ground * inkDarkness * kInkPercent ? 1 : 0;
   }
   Spread(isInk, kRimOfInk, 0, [](uint8_t a, uint8_t b) { return a > b ? a : b; });
   for (size_t i = 0; i < wide.bytes().size(); ++i) {

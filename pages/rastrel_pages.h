@@ -315,6 +315,12 @@ RASTREL_PAGES_API HGLOBAL RASTREL_CALL DitherPageSmoothly(HGLOBAL page, int bits
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL DitherPageSharply(HGLOBAL page, int bits);
 /* Reduces to black and white; `brightness`, -255 to 255, is added to every grey first. */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL HalftonePage(HGLOBAL page, int method, int brightness);
+enum PageBinarize { BinarizeFast = 0, BinarizeBest = 1 };
+/* Reduces to black and white by what is paper and what is ink at each place, so that text stays sharp under
+ * any light: by a threshold that follows the paper, or by a minimum cut, which takes longer. If `isDoubled`,
+ * smoothed to twice the resolution; if `dithersPictures`, with photographs by error diffusion. */
+RASTREL_PAGES_API HGLOBAL RASTREL_CALL BinarizePage(HGLOBAL page, int quality, int isDoubled,
+                                                    int dithersPictures);
 /* Turns to 8-bit grey; `smoothing` (0, 1, 2: none, 3 x 3, 5 x 5) is for black-and-white pages. */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL GreyPage(HGLOBAL page, int formula, int smoothing);
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL InvertPage(HGLOBAL page);

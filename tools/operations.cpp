@@ -67,6 +67,11 @@ Dib RunHalftone(const Dib& page, const Values& values) {
   return pages::Halftone(page, static_cast<Halftoning>(Whole(values[0])), Whole(values[1]));
 }
 
+Dib RunBinarize(const Dib& page, const Values& values) {
+  return ToBlackAndWhite(
+      page, {.isBest = values[0] == 1, .isDoubled = values[1] == 1, .dithersPictures = values[2] == 0});
+}
+
 template <auto Dither>
 Dib RunBlockDither(const Dib& page, const Values& values) {
   return Dither(page, values[0] == 0 ? 1 : 4);
@@ -175,6 +180,9 @@ constexpr std::string_view kFormulas[] = {"weighted"sv, "average"sv};
 constexpr std::string_view kSheets[] = {"light"sv, "dark"sv};
 constexpr std::string_view kInterpolations[] = {"bilinear"sv, "cubic"sv};
 constexpr std::string_view kSmoothings[] = {"0"sv, "1"sv, "2"sv};
+constexpr std::string_view kBinarizeQualities[] = {"fast"sv, "best"sv};
+constexpr std::string_view kResolutions[] = {"same"sv, "double"sv};
+constexpr std::string_view kPictures[] = {"dither"sv, "no"sv};
 constexpr std::string_view kHalftones[] = {"threshold"sv, "diffusion"sv, "ordered"sv};
 
 constexpr Parameter kFill = {
@@ -251,6 +259,15 @@ constexpr Parameter kHalftone[] = {{.name = "method",
                                     .defaultValue = 0,
                                     .least = -255,
                                     .most = 255}};
+
+constexpr Parameter kBinarize[] = {
+    {.name = "quality",
+     .help = "a threshold that follows the paper, or a minimum cut, which takes longer",
+     .choices = kBinarizeQualities},
+    {.name = "resolution", .help = "the page's own, or smoothed to twice of it", .choices = kResolutions},
+    {.name = "pictures",
+     .help = "error diffusion for photographs, or the same as for text",
+     .choices = kPictures}};
 
 constexpr Parameter kFlip[] = {{.name = "direction",
                                 .help = "h exchanges left and right, v top and bottom",
@@ -350,6 +367,9 @@ constexpr Operation kOperations[] = {
     {"dither", "Reduces to 1, 4 or 8 bits by error diffusion.", "", "4, 8, 24", kDither, RunDither},
     {"halftone", "Reduces to black and white.", "Pages of 24 bits are turned to grey first.", "4, 8, 24",
      kHalftone, RunHalftone},
+    {"binarize", "Reduces to black and white, text sharp under any light.",
+     "What is ink is judged against the paper around it; specks go, light text on dark stays light.",
+     "4, 8, 24", kBinarize, RunBinarize},
     {"smooth-dither", "Reduces to 1 or 4 bits by spreading the tone of small blocks, for photographs.", "",
      "4, 8, 24", kBlockDither, RunBlockDither<DitherBlocksSmoothly>},
     {"sharp-dither", "The same with harder edges, for text and drawings.", "", "4, 8, 24", kBlockDither,

@@ -25,8 +25,9 @@ TEST(ParseStep, TakesValuesByPlaceAndByName) {
        {Case{"rotate:3.5", {{3.5, 0}}}, Case{"rotate:-90,black", {{-90, 1}}},
         Case{"rotate:fill=black,angle=1", {{1, 1}}}, Case{"skew:h,-20", {{0, -20}}},
         Case{"dither:jjn,8", {{1, 2}}}, Case{"dither", {{0, 0}}}, Case{"halftone:ordered,-10", {{2, -10}}},
-        Case{"clean:100,yes", {{100, 1}}}, Case{"holes:-3", {{-3}}}, Case{"holes", {{kAutomaticHoles}}},
-        Case{"holes:auto", {{kAutomaticHoles}}}, Case{"trim", {}},
+        Case{"binarize:best,double,no", {{1, 1, 1}}}, Case{"clean:100,yes", {{100, 1}}},
+        Case{"holes:-3", {{-3}}}, Case{"holes", {{kAutomaticHoles}}}, Case{"holes:auto", {{kAutomaticHoles}}},
+        Case{"trim", {}},
         Case{"combine:a:b.png,-3,mask=m.tif", {{0, -3}, {"a:b.png", "", "", "", "m.tif"}}}}) {
     const Step step = ParseStep(test.text);
     EXPECT_EQ(std::string_view(test.text).substr(0, step.operation->name.size()), step.operation->name);
@@ -67,6 +68,7 @@ TEST(Operations, RunOnTheDepthsTheyNameAndLeaveTheirInputAlone) {
                                  "trim",           "holes:0",
                                  "clean",          "clean:60,yes",
                                  "dither",         "halftone:ordered,10",
+                                 "binarize",       "binarize:best,double",
                                  "grey",           "flip:h",
                                  "flip:v",         "turn:-1",
                                  "invert",         "expand",
