@@ -194,6 +194,15 @@ class Composer {
            (1 - soil_.gutter * std::exp(-std::max(x, 0.0) / soil_.gutterMm));
   }
 
+  // The back, spread by the paper's fibres: the mean of nine places 0.15 mm apart.
+  double ShownThrough(int x, int y) const {
+    const double step = 0.15 * dotsPerMm_;
+    double sum = 0;
+    for (const int dy : {-1, 0, 1})
+      for (const int dx : {-1, 0, 1}) sum += Sample(back_, width_, height_, x + dx * step, y + dy * step);
+    return sum / (9 * 255);
+  }
+
   // How dark a picture is where it is printed as dots, 85 to the inch at 45 degrees.
   double Screened(double dark, double xMm, double yMm) const {
     const double turn = 85 / 25.4 * 6.2832, u = (xMm + yMm) * 0.7071, v = (xMm - yMm) * 0.7071;
@@ -227,7 +236,7 @@ class Composer {
         paper += soil_.grain * Normal(random_);
         const double light = Light(p.x, p.y);
         const double covered = std::max(dark, decoy) / 255 * soil_.inkStrength;
-        const double shown = back_.empty() ? 0 : back_[at] / 255.0 * soil_.bleed;
+        const double shown = back_.empty() ? 0 : ShownThrough(x, y) * soil_.bleed;
         const double outer = (1 - onSheet) > 0 ? Normal(random_) * soil_.surroundGrain : 0;
         for (int c = 0; c < channels_; ++c) {
           double value = std::max(0.0, Of(soil_.paper, c) + paper);
