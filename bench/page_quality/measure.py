@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 """Measures how good cleaned pages are, on the pages that rastrel_quality_pages draws.
 
-  measure.py PAGES --rastrel PROGRAM [--peers] [--quick] [--only TEXT] [--no-reading] [--json FILE] [--cases FOLDER] [-j N]
+  measure.py PAGES [--rastrel PROGRAM] [--peers] [--quick] [--only TEXT] [--no-reading] [--json FILE] [--with FILE] [--cases FOLDER] [-j N]
 
-Writes tables in Markdown; --json keeps every figure of every page. --cases writes, for each page on which something went wrong, what came in,
+Writes tables in Markdown; --json keeps every figure of every page, --with adds those of an earlier run to the tables. --cases writes, for each page on which something went wrong, what came in,
 what came out and where (red: ink lost, blue: surround left, green: sheet painted), with a line each in README.txt. --quick takes one page of each
 condition and reads none. Needs Debian's python3-numpy, python3-pil, python3-scipy, tesseract-ocr; for --peers unpaper, imagemagick, liblept5.
 """
@@ -164,18 +164,19 @@ def keep_case(figures, page, path, image, before, after, masks, truth, folder):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("pages")
-    parser.add_argument("--rastrel", required=True)
+    parser.add_argument("--rastrel")
     parser.add_argument("--peers", action="store_true")
     parser.add_argument("--quick", action="store_true")
     parser.add_argument("--only", default="")
     parser.add_argument("--no-reading", action="store_true")
     parser.add_argument("--json")
+    parser.add_argument("--with", dest="earlier")
     parser.add_argument("--cases")
     parser.add_argument("-j", type=int, default=os.cpu_count())
     arguments = parser.parse_args()
     if arguments.cases:
         os.makedirs(arguments.cases, exist_ok=True)
-    chosen = [cleaners.Rastrel(arguments.rastrel)]
+    chosen = [cleaners.Rastrel(arguments.rastrel)] if arguments.rastrel else []
     if arguments.peers:
         chosen += [cleaners.Unpaper(), cleaners.ImageMagick(), cleaners.Leptonica()]
     pages = pages_of(arguments.pages, arguments.only, arguments.quick)
@@ -190,6 +191,9 @@ def main():
     if arguments.json:
         with open(arguments.json, "w") as file:
             json.dump(rows, file, indent=0)
+    if arguments.earlier:
+        with open(arguments.earlier) as file:
+            rows += json.load(file)
     if arguments.cases:
         with open(os.path.join(arguments.cases, "README.txt"), "w") as file:
             for row in rows:
