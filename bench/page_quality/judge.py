@@ -76,7 +76,10 @@ def judge_marks(truth, before, after, dpi):
         sizes, gone = nd.sum_labels(ink, labels, all_pieces), nd.sum_labels(lost, labels, all_pieces)
         boxes = nd.find_objects(labels)
         extent = np.array([max(b[0].stop - b[0].start, b[1].stop - b[1].start) for b in boxes])
-        dots = (extent <= max(2, 0.75 * mm)) & (sizes >= 1)
+        # Smaller than any full stop are crumbs of broken strokes.
+        crumbs = sizes < (0.2 * mm) ** 2
+        dots = (extent <= max(2, 0.75 * mm)) & ~crumbs
+        figures["crumbs"], figures["crumbsLost"] = int(crumbs.sum()), int((crumbs & (gone > 0.5 * sizes)).sum())
         figures["pieces"], figures["piecesLost"] = len(sizes), int((gone > 0.5 * sizes).sum())
         figures["dots"], figures["dotsLost"] = int(dots.sum()), int((dots & (gone > 0.5 * sizes)).sum())
     figures["lostMask"] = lost

@@ -126,6 +126,8 @@ def complaints(figures):
         wrong.append("decoys erased: %d" % figures["decoysErased"])
     if figures.get("dotsLost", 0):
         wrong.append("dots lost: %d" % figures["dotsLost"])
+    if figures.get("crumbsLost", 0) > 2:
+        wrong.append("crumbs of broken strokes lost: %d" % figures["crumbsLost"])
     if part("specksLeft", "specks") > 0.1:
         wrong.append("specks left: %d of %d" % (figures["specksLeft"], figures["specks"]))
     if figures.get("fillTone", 0) > 4:

@@ -17,6 +17,8 @@ def names(rows):
 
 
 def table(head, lines):
+    if not lines:
+        return ""
     out = "| " + " | ".join(head) + " |\n|---" + "|--:" * (len(head) - 1) + "|\n"
     return out + "".join("| " + " | ".join(str(cell) for cell in line) + " |\n" for line in lines)
 
@@ -51,8 +53,9 @@ def holes_and_specks(rows):
     for name in names(rows):
         mine = of(rows, name)
         lines.append([name] + ["%d of %d" % (total(mine, part), total(mine, whole)) for part, whole in (
-            ("holesFound", "holes"), ("decoysErased", "decoys"), ("specksLeft", "specks"), ("largeSpecksLeft", "largeSpecks"), ("dotsLost", "dots"))])
-    return table(["", "holes filled", "other marks harmed", "specks up to 3 x 3 left", "larger ones left", "dots and points lost"], lines)
+            ("holesFound", "holes"), ("decoysErased", "decoys"), ("specksLeft", "specks"), ("largeSpecksLeft", "largeSpecks"), ("dotsLost", "dots"),
+            ("crumbsLost", "crumbs"))])
+    return table(["", "holes filled", "other marks harmed", "specks up to 3 x 3 left", "larger ones left", "dots and points lost", "crumbs of broken strokes lost"], lines)
 
 
 def fill(rows):
@@ -126,4 +129,5 @@ def by_condition(rows):
 
 
 def all_tables(rows):
-    return "\n".join([marks(rows), holes_and_specks(rows), fill(rows), skews(rows), blanks(rows), reading(rows), black_and_white(rows), by_condition(rows)])
+    tables = [marks(rows), holes_and_specks(rows), fill(rows), skews(rows), blanks(rows), reading(rows), black_and_white(rows), by_condition(rows)]
+    return "\n".join(text for text in tables if text)
