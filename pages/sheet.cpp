@@ -77,29 +77,60 @@ int PixelsPerMm16(int width, int height, int dpi) {
   return std::max(1, shortSide * 16 / kAssumedShortSideMm);
 }
 
+// Sums `kRows` rows, column by column; 8 x 255 at most.
+template <int kRows>
+void SumRows(const BytePlane& grey, int top, uint16_t* sums) {
+  const uint8_t* rows[kRows];
+  for (int i = 0; i < kRows; ++i) rows[i] = grey.Row(top + i);
+  for (int x = 0; x < grey.width(); ++x) {
+    unsigned sum = 0;
+    for (int i = 0; i < kRows; ++i) sum += rows[i][x];
+    sums[x] = static_cast<uint16_t>(sum);
+  }
+}
+
 // Means of square cells. The last cells of a row or column may reach beyond the image and count what lies in
 // it.
 BytePlane Shrink(const BytePlane& grey, int cell) {
   if (cell == 1) return grey;
   const int columns = (grey.width() + cell - 1) / cell, rows = (grey.height() + cell - 1) / cell;
   BytePlane grid(columns, rows);
-  // Eight rows of bytes fit 16 bits.
-  std::vector<uint16_t> sums(static_cast<size_t>(columns) * static_cast<size_t>(cell));
+  std::vector<uint16_t> sums(static_cast<size_t>(columns) * static_cast<size_t>(cell), uint16_t{0});
+  std::vector<uint16_t> pairs(sums.size() / 2);
+  const int shift = 2 * std::countr_zero(static_cast<unsigned>(cell));
+  const int wholeColumns = grey.width() / cell;
   for (int r = 0; r < rows; ++r) {
-    std::fill(sums.begin(), sums.end(), uint16_t{0});
     const int top = r * cell, bottom = std::min(grey.height(), top + cell);
-    for (int y = top; y < bottom; ++y) {
-      const uint8_t* row = grey.Row(y);
-      uint16_t* sum = sums.data();
-      for (int x = 0; x < grey.width(); ++x) sum[x] = static_cast<uint16_t>(sum[x] + row[x]);
+    if (bottom - top == 8) {
+      SumRows<8>(grey, top, sums.data());
+    } else if (bottom - top == 4) {
+      SumRows<4>(grey, top, sums.data());
+    } else {
+      SumRows<1>(grey, top, sums.data());
+      for (int y = top + 1; y < bottom; ++y) {
+        const uint8_t* row = grey.Row(y);
+        for (int x = 0; x < grey.width(); ++x)
+          sums[static_cast<size_t>(x)] = static_cast<uint16_t>(sums[static_cast<size_t>(x)] + row[x]);
+      }
+    }
+    const uint16_t* from = sums.data();
+    for (int part = cell / 2; part >= 1; part /= 2) {
+      uint16_t* to = from == sums.data() ? pairs.data() : sums.data();
+      const int count = columns * part;
+      for (int i = 0; i < count; ++i) to[i] = static_cast<uint16_t>(from[2 * i] + from[2 * i + 1]);
+      from = to;
     }
     uint8_t* out = grid.Row(r);
-    for (int c = 0; c < columns; ++c) {
-      uint32_t sum = 0;
-      for (int i = 0; i < cell; ++i) sum += sums[static_cast<size_t>(c * cell + i)];
-      const int across = std::min(cell, grey.width() - c * cell);
-      out[c] = static_cast<uint8_t>(sum / static_cast<uint32_t>(across * (bottom - top)));
+    if (bottom - top == cell) {
+      for (int c = 0; c < wholeColumns; ++c) out[c] = static_cast<uint8_t>(from[c] >> shift);
+    } else {
+      for (int c = 0; c < wholeColumns; ++c)
+        out[c] = static_cast<uint8_t>(from[c] / (cell * (bottom - top)));
     }
+    if (wholeColumns < columns)
+      out[wholeColumns] = static_cast<uint8_t>(from[wholeColumns] /
+                                               ((grey.width() - wholeColumns * cell) * (bottom - top)));
+    std::fill(sums.begin() + grey.width(), sums.end(), uint16_t{0});
   }
   return grid;
 }
@@ -115,25 +146,39 @@ BytePlane Shrink(const BitPlane& ink, int cell) {
   const int columns = (ink.width() + cell - 1) / cell, rows = (ink.height() + cell - 1) / cell;
   BytePlane grid(columns, rows, 255);
   // Every 8 / cell-th cell of a word is counted in a byte of its own.
-  const int lanes = 8 / cell;
+  const int lanes = 8 / cell, cellsInWord = 64 / cell;
   const uint64_t mask = 0x0101010101010101u * ((1u << cell) - 1);
+  const int wholeColumns = ink.width() / cell;
+  uint8_t brightness[kLargestCell * kLargestCell + 1] = {};
   for (int r = 0; r < rows; ++r) {
     const int top = r * cell, bottom = std::min(ink.height(), top + cell);
+    if (const int area = cell * (bottom - top); r == 0 || bottom - top < cell) {
+      for (int count = 0; count <= area; ++count)
+        brightness[count] = static_cast<uint8_t>(255 - 255 * count / area);
+    }
     uint8_t* out = grid.Row(r);
     for (size_t w = 0; w < ink.wordsPerRow(); ++w) {
-      uint64_t any = 0, counts[8] = {};
-      for (int y = top; y < bottom; ++y) any |= ink.Row(y)[w];
+      const uint64_t* word = ink.Row(top) + w;
+      uint64_t any = 0, every = ~uint64_t{0}, counts[8] = {};
+      for (int y = top; y < bottom; ++y, word += ink.wordsPerRow()) any |= *word, every &= *word;
       if (any == 0) continue;
-      for (int y = top; y < bottom; ++y) {
-        const uint64_t word = ink.Row(y)[w];
-        for (int lane = 0; lane < lanes; ++lane)
-          counts[lane] += CountInBytes(word >> (cell * (lanes - 1 - lane)) & mask);
+      const int first = static_cast<int>(w) * cellsInWord;
+      const int end = std::min(cellsInWord, wholeColumns - first);
+      if (every == ~uint64_t{0}) {
+        std::memset(out + first, 0, static_cast<size_t>(end));
+        continue;
       }
-      const int first = static_cast<int>(w) * (64 / cell);
-      for (int i = 0; i < 64 / cell && first + i < columns; ++i) {
+      word = ink.Row(top) + w;
+      for (int y = top; y < bottom; ++y, word += ink.wordsPerRow()) {
+        for (int lane = 0; lane < lanes; ++lane)
+          counts[lane] += CountInBytes(*word >> (cell * (lanes - 1 - lane)) & mask);
+      }
+      for (int i = 0; i < end; ++i)
+        out[first + i] = brightness[counts[i % lanes] >> (56 - 8 * (i / lanes)) & 0xFF];
+      if (const int i = wholeColumns - first; i >= 0 && i < cellsInWord && wholeColumns < columns) {
         const int count = static_cast<int>(counts[i % lanes] >> (56 - 8 * (i / lanes)) & 0xFF);
-        const int across = std::min(cell, ink.width() - (first + i) * cell);
-        out[first + i] = static_cast<uint8_t>(255 - 255 * count / (across * (bottom - top)));
+        out[wholeColumns] =
+            static_cast<uint8_t>(255 - 255 * count / ((ink.width() - wholeColumns * cell) * (bottom - top)));
       }
     }
   }
@@ -143,15 +188,23 @@ BytePlane Shrink(const BitPlane& ink, int cell) {
 // The brightness of which `percent` of the cells in the middle of the image stay below.
 uint8_t PaperLevel(const BytePlane& grid) {
   constexpr int kPercent = 80, kMargin = 6;  // 1 / kMargin of the image at each side is left out
-  int64_t counts[256] = {}, all = 0;
-  for (int r = grid.height() / kMargin; r < grid.height() - grid.height() / kMargin; ++r) {
+  // Neighbours are mostly alike: counting them apart does not wait for the count before.
+  constexpr int kApart = 4;
+  uint32_t counts[kApart][256] = {};
+  const int left = grid.width() / kMargin, right = grid.width() - left;
+  const int top = grid.height() / kMargin, bottom = grid.height() - top;
+  for (int r = top; r < bottom; ++r) {
     const uint8_t* row = grid.Row(r);
-    for (int c = grid.width() / kMargin; c < grid.width() - grid.width() / kMargin; ++c, ++all)
-      ++counts[row[c]];
+    int c = left;
+    for (; c + kApart <= right; c += kApart) {
+      for (int i = 0; i < kApart; ++i) ++counts[i][row[c + i]];
+    }
+    for (; c < right; ++c) ++counts[0][row[c]];
   }
+  const int64_t all = int64_t{right - left} * (bottom - top);
   int64_t below = 0;
   for (int value = 0; value < 256; ++value) {
-    below += counts[value];
+    for (const auto& part : counts) below += part[value];
     if (below * 100 >= all * kPercent) return static_cast<uint8_t>(value);
   }
   return 255;
@@ -189,6 +242,11 @@ struct SideAxis {
         return place;
     }
   }
+  // From one depth to the next in a plane of the grid's size.
+  ptrdiff_t Step(const BytePlane& plane) const {
+    const ptrdiff_t step = IsUpright() ? 1 : plane.width();
+    return side == SheetSide::kLeft || side == SheetSide::kTop ? step : -step;
+  }
   uint8_t At(const BytePlane& plane, int place, int depth) const {
     return plane.Row(Y(place, depth))[X(place, depth)];
   }
@@ -214,26 +272,43 @@ struct Area {
   }
 };
 
-// Follows dark cells from a first one. `seen` keeps what belongs to an area already; `member` is all 0.
+// Follows dark cells from a first one, run by run. `seen` keeps what belongs to an area already; `member` is
+// all 0.
 Area Follow(const BytePlane& grid, uint8_t darkBelow, int x, int y, BytePlane* seen, BytePlane* member) {
   Area area{member, x, y, x + 1, y + 1};
-  std::vector<std::pair<int32_t, int32_t>> open = {{x, y}};
-  seen->Row(y)[x] = kSeen;
+  struct Run {
+    int32_t left, right, row;
+  };
+  std::vector<Run> open;
+  const auto take = [&](int column, int row) {
+    const uint8_t* cells = grid.Row(row);
+    uint8_t* known = seen->Row(row);
+    const auto isOpen = [&](int c) { return known[c] == 0 && cells[c] < darkBelow; };
+    int left = column, right = column + 1;
+    while (left > 0 && isOpen(left - 1)) --left;
+    while (right < grid.width() && isOpen(right)) ++right;
+    std::memset(known + left, kSeen, static_cast<size_t>(right - left));
+    std::memset(member->Row(row) + left, kMember, static_cast<size_t>(right - left));
+    area.cells += right - left;
+    for (int c = left; c < right; ++c) area.sum += cells[c];
+    area.left = std::min(area.left, left);
+    area.right = std::max(area.right, right);
+    area.top = std::min(area.top, row);
+    area.bottom = std::max(area.bottom, row + 1);
+    open.push_back({left, right, row});
+    return right;
+  };
+  take(x, y);
   while (!open.empty()) {
-    const auto [cx, cy] = open.back();
+    const Run run = open.back();
     open.pop_back();
-    member->Row(cy)[cx] = kMember;
-    ++area.cells;
-    area.sum += grid.Row(cy)[cx];
-    area.left = std::min(area.left, cx);
-    area.right = std::max(area.right, cx + 1);
-    area.top = std::min(area.top, cy);
-    area.bottom = std::max(area.bottom, cy + 1);
-    for (int ny = std::max(0, cy - 1); ny <= std::min(grid.height() - 1, cy + 1); ++ny) {
-      for (int nx = std::max(0, cx - 1); nx <= std::min(grid.width() - 1, cx + 1); ++nx) {
-        if (seen->Row(ny)[nx] != 0 || grid.Row(ny)[nx] >= darkBelow) continue;
-        seen->Row(ny)[nx] = kSeen;
-        open.push_back({nx, ny});
+    for (const int row : {run.row - 1, run.row + 1}) {
+      if (row < 0 || row >= grid.height()) continue;
+      const uint8_t* cells = grid.Row(row);
+      const uint8_t* known = seen->Row(row);
+      const int end = std::min(grid.width(), run.right + 1);
+      for (int c = std::max(0, run.left - 1); c < end; ++c) {
+        if (known[c] == 0 && cells[c] < darkBelow) c = take(c, row);
       }
     }
   }
@@ -247,6 +322,12 @@ void WidenToEdges(int gap, Area* area) {
   if (area->top <= gap) area->top = 0;
   if (area->right >= width - gap) area->right = width;
   if (area->bottom >= height - gap) area->bottom = height;
+}
+
+// The first place from `from` on that holds `value`, or `end`.
+int FirstLike(const uint8_t* row, int from, int end, uint8_t value) {
+  const void* at = std::memchr(row + from, value, static_cast<size_t>(end - from));
+  return at == nullptr ? end : static_cast<int>(static_cast<const uint8_t*>(at) - row);
 }
 
 // Fills what an area encloses, alone or together with the image's edge, unless it is as large as a piece of a
@@ -265,23 +346,25 @@ Enclosed FillEnclosed(const BytePlane& grid, uint8_t inkBelow, int letterMin, in
   const int width = area.member->width(), height = area.member->height();
   std::vector<Run> runs;
   const auto rootOf = [&runs](int i) {
-    while (runs[static_cast<size_t>(i)].parent != i) i = runs[static_cast<size_t>(i)].parent;
+    while (runs[static_cast<size_t>(i)].parent != i) {
+      int& parent = runs[static_cast<size_t>(i)].parent;
+      parent = runs[static_cast<size_t>(parent)].parent;
+      i = parent;
+    }
     return i;
   };
   size_t above = 0, aboveEnd = 0;
   for (int y = area.top; y < area.bottom; ++y) {
     const size_t first = runs.size();
+    const uint8_t* member = area.member->Row(y);
     for (int x = area.left; x < area.right;) {
-      if (area.Has(x, y)) {
-        ++x;
-        continue;
-      }
-      int end = x;
-      while (end < area.right && !area.Has(end, y)) ++end;
+      x = FirstLike(member, x, area.right, 0);
+      if (x == area.right) break;
+      const int end = FirstLike(member, x, area.right, kMember);
       const int number = static_cast<int>(runs.size());
       runs.push_back({y, x, end, number});
-      for (size_t i = above; i < aboveEnd; ++i) {
-        if (runs[i].right <= x || runs[i].left >= end) continue;
+      while (above < aboveEnd && runs[above].right <= x) ++above;
+      for (size_t i = above; i < aboveEnd && runs[i].left < end; ++i) {
         const int a = rootOf(static_cast<int>(i)), b = rootOf(number);
         runs[static_cast<size_t>(std::max(a, b))].parent = std::min(a, b);
       }
@@ -341,11 +424,13 @@ std::vector<int32_t> Profile(const Area& area, const SideAxis& axis, int gap, in
   const int first = axis.IsUpright() ? area.top : area.left,
             end = axis.IsUpright() ? area.bottom : area.right;
   const int deepest = axis.across * kDeepest / 100;
+  const ptrdiff_t step = axis.Step(*area.member);
   std::vector<int32_t> depths(static_cast<size_t>(axis.places), 0);
   for (int place = first; place < end; ++place) {
+    const uint8_t* edge = area.member->Row(axis.Y(place, 0)) + axis.X(place, 0);
     int depth = 0, light = 0, last = 0;
     while (depth < deepest && light <= (last == 0 ? gap : fleck)) {
-      if (axis.At(*area.member, place, depth) == kMember) {
+      if (edge[depth * step] == kMember) {
         last = depth + 1;
         light = 0;
       } else {
@@ -465,6 +550,8 @@ struct SideEvidence {
   Line line;
 };
 
+int FloorOf(int number, int divisor) { return number / divisor - (number % divisor < 0); }
+
 SideEvidence LookAtSide(const BytePlane& grid, const Area& area, const SideAxis& axis, const Units& units,
                         uint8_t paperLevel) {
   SideEvidence evidence;
@@ -473,7 +560,7 @@ SideEvidence LookAtSide(const BytePlane& grid, const Area& area, const SideAxis&
   evidence.medians = RunningMedian(depths, units.Cells(kMedianReach));
   const int sharpWidth = units.Cells(kSharpWidth), paperReach = units.Cells(kPaperReach);
   int rough = 0, sharp = 0, paper = 0;
-  std::vector<uint8_t> inside;
+  std::vector<uint8_t> inside(static_cast<size_t>(paperReach) + 1);
   for (int place = 0; place < axis.places; ++place) {
     const int depth = depths[static_cast<size_t>(place)];
     if (depth == 0) continue;
@@ -482,24 +569,28 @@ SideEvidence LookAtSide(const BytePlane& grid, const Area& area, const SideAxis&
     ++evidence.reached;
     evidence.depthSum += depth;
     rough += std::abs(depth - evidence.medians[static_cast<size_t>(place)]) > units.Cells(kRough);
+    const uint8_t* edge = grid.Row(axis.Y(place, 0)) + axis.X(place, 0);
+    const ptrdiff_t step = axis.Step(grid);
     int outside = 0, count = 0;
     for (int d = std::max(0, depth - sharpWidth - 2); d < std::max(1, depth - 1); ++d, ++count)
-      outside += axis.At(grid, place, d);
+      outside += edge[d * step];
     outside /= std::max(1, count);
-    inside.clear();
-    for (int d = depth + 1; d < std::min(axis.across, depth + 2 + paperReach); ++d)
-      inside.push_back(axis.At(grid, place, d));
-    if (inside.empty()) continue;
-    int nearest = 0;
-    for (int d = 0; d < std::min<int>(sharpWidth, static_cast<int>(inside.size())); ++d)
-      nearest = std::max<int>(nearest, inside[static_cast<size_t>(d)]);
-    const auto upper = inside.begin() + static_cast<ptrdiff_t>(inside.size() * 3 / 4);
-    std::nth_element(inside.begin(), upper, inside.end());
-    const int bright = *upper;
-    sharp += (nearest - outside) * 100 >= (bright - outside) * kSharpRise;
-    const auto half = inside.begin() + static_cast<ptrdiff_t>(inside.size() / 2);
-    std::nth_element(inside.begin(), half, inside.end());
-    paper += *half * 100 >= paperLevel * kPaperShare;
+    const int cells = std::min(axis.across, depth + 2 + paperReach) - (depth + 1);
+    if (cells <= 0) continue;
+    int nearest = 0, paperCells = 0;
+    for (int i = 0; i < cells; ++i) {
+      const uint8_t cell = edge[(depth + 1 + i) * step];
+      inside[static_cast<size_t>(i)] = cell;
+      if (i < sharpWidth) nearest = std::max<int>(nearest, cell);
+      paperCells += cell * 100 >= paperLevel * kPaperShare;
+    }
+    // Of the step up to the brightness that three quarters stay at or below, enough is taken at once.
+    const int bright = outside + FloorOf((nearest - outside) * 100, kSharpRise);
+    int atMost = 0;
+    for (int i = 0; i < cells; ++i) atMost += inside[static_cast<size_t>(i)] <= bright;
+    sharp += atMost > cells * 3 / 4;
+    // Half of them are paper.
+    paper += cells - paperCells <= cells / 2;
   }
   const int reached = std::max(1, evidence.reached);
   evidence.rough = rough * 100 / reached;
@@ -718,8 +809,9 @@ class SheetFinder {
   void Take(const Area& area, const SideEvidence (&sides)[4]) {
     const int bump = units_.Cells(kBump);
     for (int y = area.top; y < area.bottom; ++y) {
-      for (int x = area.left; x < area.right; ++x) {
-        if (!area.Has(x, y)) continue;
+      const uint8_t* member = area.member->Row(y);
+      for (int x = FirstLike(member, area.left, area.right, kMember); x < area.right;
+           x = FirstLike(member, x + 1, area.right, kMember)) {
         bool isOutside = false;
         for (const SheetSide side : kSheetSides) {
           const SideEvidence& evidence = sides[static_cast<size_t>(side)];
