@@ -28,30 +28,48 @@ class NearbyPaper {
       : shift_(std::countr_zero(static_cast<unsigned>(sheet.cell * kCells))) {
     const BytePlane& cells = sheet.cells;
     plane_ = BytePlane((cells.width() + kCells - 1) / kCells, (cells.height() + kCells - 1) / kCells);
-    std::vector<uint8_t> values;
     for (int ty = 0; ty < plane_.height(); ++ty) {
       for (int tx = 0; tx < plane_.width(); ++tx) {
-        values.clear();
+        uint8_t values[kCells * kCells];
+        size_t count = 0;
+        const int right = std::min(cells.width(), (tx + 1) * kCells);
         for (int y = ty * kCells; y < std::min(cells.height(), (ty + 1) * kCells); ++y) {
-          for (int x = tx * kCells; x < std::min(cells.width(), (tx + 1) * kCells); ++x) {
-            if (sheet.outside.Row(y)[x] == 0) values.push_back(cells.Row(y)[x]);
+          const uint8_t *row = cells.Row(y), *outside = sheet.outside.Row(y);
+          for (int x = tx * kCells; x < right; ++x) {
+            values[count] = row[x];
+            count += outside[x] == 0;
           }
         }
-        if (values.size() < kLeastCells) continue;
-        const auto at = values.begin() + static_cast<ptrdiff_t>(values.size() * 3 / 4);
-        std::nth_element(values.begin(), at, values.end());
+        if (count < kLeastCells) continue;
+        std::fill(values + count, std::end(values), uint8_t{255});
+        const uint8_t paper = ValueAt(values, count * 3 / 4);
         // What is dark as a whole is no paper.
-        if (*at * 2 >= sheet.paper) plane_.Row(ty)[tx] = std::max<uint8_t>(1, *at);
+        if (paper * 2 >= sheet.paper) plane_.Row(ty)[tx] = std::max<uint8_t>(1, paper);
       }
     }
     Spread(sheet.paper);
   }
 
-  uint8_t At(int x, int y) const { return plane_.Row(y >> shift_)[x >> shift_]; }
+  // What is darker than `percent` of the paper at a pixel is below this.
+  int Limit(int x, int y, int percent) const {
+    return (plane_.Row(y >> shift_)[x >> shift_] * percent + 99) / 100;
+  }
 
  private:
   static constexpr int kCells = 8;
   static constexpr size_t kLeastCells = 16;
+
+  // The value that `rank` others stay at or below: bit by bit, from counts.
+  static uint8_t ValueAt(const uint8_t (&values)[kCells * kCells], size_t rank) {
+    unsigned found = 0;
+    for (unsigned bit = 128; bit != 0; bit /= 2) {
+      uint8_t below = 0;
+      for (const uint8_t value : values)
+        below = static_cast<uint8_t>(below + (value < static_cast<uint8_t>(found + bit)));
+      if (below <= rank) found += bit;
+    }
+    return static_cast<uint8_t>(found);
+  }
 
   // Gives tiles without paper the mean of their neighbours that have it, ring by ring.
   void Spread(uint8_t otherwise) {
@@ -95,15 +113,58 @@ enum class Zone : uint8_t {
   kCore,    // everything goes
 };
 
+// The bits of word `word` that columns from `left` up to, not including, `right` have.
+uint64_t WordMask(int word, int left, int right) {
+  const int first = std::max(0, left - word * 64), end = std::min(64, right - word * 64);
+  return ~uint64_t{0} >> first & ~uint64_t{0} << (64 - end);
+}
+
+// What is dark, on pages of either kind: pixel by pixel, and added to a plane along a part of a row.
+struct DarkInk {
+  const BitPlane& ink;
+  bool Is(int x, int y) const { return ink.Get(x, y); }
+  void AddRun(int left, int right, int y, BitPlane* plane) const {
+    for (int w = left / 64; w * 64 < right; ++w) plane->Row(y)[w] |= ink.Row(y)[w] & WordMask(w, left, right);
+  }
+};
+struct DarkGrey {
+  const BytePlane& grey;
+  const NearbyPaper& paper;
+  int cellShift;
+  bool Is(int x, int y) const { return grey.Row(y)[x] < paper.Limit(x, y, kDarkShare); }
+  void AddRun(int left, int right, int y, BitPlane* plane) const {
+    const uint8_t* row = grey.Row(y);
+    for (int x = left; x < right;) {
+      const int end = std::min(right, ((x >> cellShift) + 1) << cellShift);
+      const int limit = paper.Limit(x, y, kDarkShare);
+      for (; x < end; ++x) {
+        if (row[x] < limit) plane->Set(x, y);
+      }
+    }
+  }
+};
+
+// The pixels of a word that are set or have a neighbour that is.
+uint64_t NearSet(const BitPlane& plane, int y, size_t w) {
+  uint64_t near = 0;
+  for (int ny = std::max(0, y - 1); ny <= std::min(plane.height() - 1, y + 1); ++ny) {
+    const uint64_t* row = plane.Row(ny);
+    near |= row[w] | row[w] << 1 | row[w] >> 1;
+    if (w > 0) near |= row[w - 1] << 63;
+    if (w + 1 < plane.wordsPerRow()) near |= row[w + 1] >> 63;
+  }
+  return near;
+}
+
 class Masking {
  public:
-  template <class IsDark>
-  static BitPlane Make(const Sheet& sheet, const IsDark& isDark) {
+  template <class Dark>
+  static BitPlane Make(const Sheet& sheet, const Dark& dark) {
     Masking masking(sheet);
     masking.FindZones();
-    masking.MaskSurround(isDark);
-    masking.GrowIntoRim(isDark);
-    masking.TakeRagged(isDark);
+    masking.MaskSurround(dark);
+    masking.GrowIntoRim();
+    masking.TakeRagged(dark);
     return std::move(masking.mask_);
   }
 
@@ -112,74 +173,73 @@ class Masking {
       : sheet_(sheet),
         shift_(std::countr_zero(static_cast<unsigned>(sheet.cell))),
         zones_(sheet.outside.width(), sheet.outside.height()),
-        mask_(sheet.width, sheet.height) {}
+        mask_(sheet.width, sheet.height),
+        open_(sheet.width, sheet.height) {}
 
   Zone ZoneAt(int x, int y) const { return static_cast<Zone>(zones_.Row(y >> shift_)[x >> shift_]); }
 
   void FindZones() {
     const BytePlane& outside = sheet_.outside;
+    const int width = outside.width(), height = outside.height();
     const int reach = std::max(1, (sheet_.Pixels(kRaggedReach) + sheet_.cell - 1) / sheet_.cell);
-    const auto raise = [this](int x, int y, Zone zone) {
-      if (x < 0 || y < 0 || x >= zones_.width() || y >= zones_.height()) return;
-      uint8_t& at = zones_.Row(y)[x];
-      at = std::max(at, static_cast<uint8_t>(zone));
+    const auto raise = [this](int left, int right, int y, Zone zone) {
+      if (y < 0 || y >= zones_.height()) return;
+      uint8_t* row = zones_.Row(y);
+      for (int x = std::max(0, left); x <= std::min(zones_.width() - 1, right); ++x)
+        row[x] = std::max(row[x], static_cast<uint8_t>(zone));
     };
-    for (int y = 0; y < outside.height(); ++y) {
-      for (int x = 0; x < outside.width(); ++x) {
-        if (outside.Row(y)[x] == 0) continue;
-        bool isInner = true;
-        for (int ny = std::max(0, y - 1); ny <= std::min(outside.height() - 1, y + 1); ++ny) {
-          for (int nx = std::max(0, x - 1); nx <= std::min(outside.width() - 1, x + 1); ++nx)
-            isInner &= outside.Row(ny)[nx] != 0;
-        }
-        raise(x, y, isInner ? Zone::kCore : Zone::kBorder);
+    std::vector<uint8_t> allThree(static_cast<size_t>(width) + 2, 255);
+    for (int y = 0; y < height; ++y) {
+      const uint8_t *row = outside.Row(y), *above = outside.Row(std::max(0, y - 1)),
+                    *below = outside.Row(std::min(height - 1, y + 1));
+      uint8_t any = 0;
+      for (int x = 0; x < width; ++x) {
+        any |= row[x];
+        allThree[static_cast<size_t>(x) + 1] = row[x] & above[x] & below[x];
+      }
+      if (any == 0) continue;
+      for (int x = 0; x < width; ++x) {
+        if (row[x] == 0) continue;
+        const uint8_t* around = allThree.data() + x;
+        const bool isInner = (around[0] & around[1] & around[2]) != 0;
+        raise(x, x, y, isInner ? Zone::kCore : Zone::kBorder);
         if (isInner) continue;
-        for (int ny = y - reach; ny <= y + reach; ++ny) {
-          for (int nx = x - reach; nx <= x + reach; ++nx)
-            raise(nx, ny, std::abs(nx - x) <= 1 && std::abs(ny - y) <= 1 ? Zone::kRim : Zone::kRagged);
-        }
+        for (int ny = y - reach; ny <= y + reach; ++ny) raise(x - reach, x + reach, ny, Zone::kRagged);
+        for (int ny = y - 1; ny <= y + 1; ++ny) raise(x - 1, x + 1, ny, Zone::kRim);
         // Where it ends along the image's edge it may run out in a wedge.
         const int run = reach * kWedgeReach;
-        if (x < reach || x >= zones_.width() - reach) {
-          for (int ny = y - run; ny <= y + run; ++ny) raise(x, ny, Zone::kRagged);
+        if (x < reach || x >= width - reach) {
+          for (int ny = y - run; ny <= y + run; ++ny) raise(x, x, ny, Zone::kRagged);
         }
-        if (y < reach || y >= zones_.height() - reach) {
-          for (int nx = x - run; nx <= x + run; ++nx) raise(nx, y, Zone::kRagged);
-        }
+        if (y < reach || y >= height - reach) raise(x - run, x + run, y, Zone::kRagged);
       }
     }
   }
 
   void MaskRun(int left, int right, int y) {
-    for (int x = left; x < right; ++x) {
-      if (x % 64 == 0 && x + 64 <= right) {
-        mask_.Row(y)[x / 64] = ~uint64_t{0};
-        x += 63;
-      } else {
-        mask_.Set(x, y);
-      }
-    }
+    for (int w = left / 64; w * 64 < right; ++w) mask_.Row(y)[w] |= WordMask(w, left, right);
   }
 
-  template <class IsDark>
-  void MaskSurround(const IsDark& isDark) {
-    for (int y = 0; y < sheet_.height; ++y) {
-      const uint8_t* zones = zones_.Row(y / sheet_.cell);
-      for (int c = 0; c < zones_.width(); ++c) {
-        const int left = c * sheet_.cell, right = std::min(sheet_.width, left + sheet_.cell);
-        if (zones[c] == static_cast<uint8_t>(Zone::kCore)) {
-          MaskRun(left, right, y);
-        } else if (zones[c] == static_cast<uint8_t>(Zone::kBorder)) {
-          for (int x = left; x < right; ++x) {
-            if (isDark(x, y)) Mask(x, y);
-          }
+  // What is dark in the zones around stays open.
+  template <class Dark>
+  void MaskSurround(const Dark& dark) {
+    for (int r = 0; r < zones_.height(); ++r) {
+      const uint8_t* zones = zones_.Row(r);
+      const int bottom = std::min(sheet_.height, (r + 1) << shift_);
+      for (int c = 0; c < zones_.width();) {
+        const int first = c;
+        while (c < zones_.width() && zones[c] == zones[first]) ++c;
+        if (zones[first] == static_cast<uint8_t>(Zone::kSheet)) continue;
+        const int left = first << shift_, right = std::min(sheet_.width, c << shift_);
+        for (int y = r << shift_; y < bottom; ++y) {
+          if (zones[first] == static_cast<uint8_t>(Zone::kCore))
+            MaskRun(left, right, y);
+          else
+            dark.AddRun(left, right, y,
+                        zones[first] == static_cast<uint8_t>(Zone::kBorder) ? &mask_ : &open_);
         }
       }
     }
-  }
-  void Mask(int x, int y) {
-    mask_.Set(x, y);
-    open_.push_back({x, y});
   }
 
   template <class Visit>
@@ -189,49 +249,69 @@ class Masking {
     }
   }
 
-  template <class IsDark>
-  void GrowIntoRim(const IsDark& isDark) {
-    while (!open_.empty()) {
-      const auto [x, y] = open_.back();
-      open_.pop_back();
-      ForNeighbours(x, y, [&](int nx, int ny) {
-        if (!mask_.Get(nx, ny) && ZoneAt(nx, ny) >= Zone::kRim && isDark(nx, ny)) Mask(nx, ny);
-      });
+  // The open pixels of the rim that hang together with the mask.
+  void GrowIntoRim() {
+    const size_t words = mask_.wordsPerRow();
+    for (int y = 0; y < sheet_.height; ++y) {
+      const uint64_t* open = open_.Row(y);
+      for (size_t w = 0; w < words; ++w) {
+        if (open[w] == 0) continue;
+        uint64_t near = NearSet(mask_, y, w) & open[w];
+        while (near != 0) {
+          const int bit = std::countl_zero(near);
+          near &= ~(uint64_t{1} << 63 >> bit);
+          Grow(static_cast<int>(w) * 64 + bit, y);
+        }
+      }
+    }
+  }
+  void Grow(int startX, int startY) {
+    const auto take = [this](int x, int y) {
+      if (!open_.Get(x, y) || ZoneAt(x, y) != Zone::kRim) return;
+      open_.Clear(x, y);
+      mask_.Set(x, y);
+      mark_.push_back({x, y});
+    };
+    mark_.clear();
+    take(startX, startY);
+    while (!mark_.empty()) {
+      const auto [x, y] = mark_.back();
+      mark_.pop_back();
+      ForNeighbours(x, y, take);
     }
   }
 
   // Marks all of whose pixels lie near the surround.
-  template <class IsDark>
-  void TakeRagged(const IsDark& isDark) {
-    BitPlane seen(sheet_.width, sheet_.height);
-    std::vector<std::pair<int32_t, int32_t>> mark;
+  template <class Dark>
+  void TakeRagged(const Dark& dark) {
     for (int y = 0; y < sheet_.height; ++y) {
-      const uint8_t* zones = zones_.Row(y / sheet_.cell);
-      for (int c = 0; c < zones_.width(); ++c) {
-        if (zones[c] != static_cast<uint8_t>(Zone::kRagged) && zones[c] != static_cast<uint8_t>(Zone::kRim))
-          continue;
-        for (int x = c * sheet_.cell; x < std::min(sheet_.width, (c + 1) * sheet_.cell); ++x) {
-          if (seen.Get(x, y) || mask_.Get(x, y) || !isDark(x, y)) continue;
-          bool isNear = true;
-          mark.assign(1, {x, y});
-          seen.Set(x, y);
-          for (size_t i = 0; i < mark.size(); ++i) {
-            const auto [mx, my] = mark[i];
-            ForNeighbours(mx, my, [&](int nx, int ny) {
-              if (seen.Get(nx, ny) || mask_.Get(nx, ny) || !isDark(nx, ny)) return;
-              if (ZoneAt(nx, ny) == Zone::kSheet) {
-                isNear = false;
-                return;
-              }
-              seen.Set(nx, ny);
-              mark.push_back({nx, ny});
-            });
-          }
+      const uint64_t* open = open_.Row(y);
+      for (size_t w = 0; w < open_.wordsPerRow(); ++w) {
+        while (open[w] != 0) {
+          const bool isNear = FollowMark(static_cast<int>(w) * 64 + std::countl_zero(open[w]), y, dark);
           if (!isNear) continue;
-          for (const auto& [mx, my] : mark) mask_.Set(mx, my);
+          for (const auto& [x, markY] : mark_) mask_.Set(x, markY);
         }
       }
     }
+  }
+  template <class Dark>
+  bool FollowMark(int startX, int startY, const Dark& dark) {
+    bool isNear = true;
+    mark_.assign(1, {startX, startY});
+    open_.Clear(startX, startY);
+    for (size_t i = 0; i < mark_.size(); ++i) {
+      const auto [x, y] = mark_[i];
+      ForNeighbours(x, y, [&](int nx, int ny) {
+        if (open_.Get(nx, ny)) {
+          open_.Clear(nx, ny);
+          mark_.push_back({nx, ny});
+        } else if (isNear && ZoneAt(nx, ny) == Zone::kSheet && dark.Is(nx, ny)) {
+          isNear = false;
+        }
+      });
+    }
+    return isNear;
   }
 
   static constexpr int kWedgeReach = 12;  // times the ragged reach, along the image's edge
@@ -239,34 +319,47 @@ class Masking {
   const Sheet& sheet_;
   int shift_;
   BytePlane zones_;
-  BitPlane mask_;
-  std::vector<std::pair<int32_t, int32_t>> open_;
+  BitPlane mask_, open_;  // open: dark, and not judged yet
+  std::vector<std::pair<int32_t, int32_t>> mark_;
 };
 
 // Takes the blurred rim along: pixels next to the mask that are not quite paper.
 void TakeRim(const BytePlane& grey, const NearbyPaper& paper, BitPlane* mask) {
   for (int pass = 0; pass < kRimPixels; ++pass) {
-    const BitPlane before = *mask;
+    // Found by the mask as it is before the pass, so that a row is put down after the next one was looked at.
+    struct Rim {
+      int x, y;
+    };
+    std::vector<Rim> above, found;
+    const auto putDown = [mask](std::vector<Rim>* rims) {
+      for (const Rim& rim : *rims) mask->Set(rim.x, rim.y);
+      rims->clear();
+    };
     for (int y = 0; y < grey.height(); ++y) {
-      const uint64_t* rows[3] = {before.Row(std::max(0, y - 1)), before.Row(y),
-                                 before.Row(std::min(grey.height() - 1, y + 1))};
-      for (size_t w = 0; w < before.wordsPerRow(); ++w) {
-        uint64_t near = 0;
-        for (const uint64_t* row : rows) {
-          near |= row[w] | row[w] << 1 | row[w] >> 1;
-          if (w > 0) near |= row[w - 1] << 63;
-          if (w + 1 < before.wordsPerRow()) near |= row[w + 1] >> 63;
-        }
-        near &= ~rows[1][w];
+      const uint64_t* row = mask->Row(y);
+      for (size_t w = 0; w < mask->wordsPerRow(); ++w) {
+        if (row[w] == ~uint64_t{0}) continue;
+        uint64_t near = NearSet(*mask, y, w) & ~row[w];
         while (near != 0) {
           const int bit = std::countl_zero(near);
           near &= ~(uint64_t{1} << 63 >> bit);
           const int x = static_cast<int>(w) * 64 + bit;
-          if (x < grey.width() && grey.Row(y)[x] * 100 < paper.At(x, y) * kRimShare) mask->Set(x, y);
+          if (x < grey.width() && grey.Row(y)[x] < paper.Limit(x, y, kRimShare)) found.push_back({x, y});
         }
       }
+      putDown(&above);
+      above.swap(found);
     }
+    putDown(&above);
   }
+}
+
+// Most words of a mask are empty or full.
+int64_t CountSet(const BitPlane& mask) {
+  int64_t count = 0;
+  for (const uint64_t word : mask.words())
+    count += word == 0 ? 0 : word == ~uint64_t{0} ? 64 : std::popcount(word);
+  return count;
 }
 
 BorderPlan Describe(const Sheet& sheet, BitPlane mask) {
@@ -280,7 +373,7 @@ BorderPlan Describe(const Sheet& sheet, BitPlane mask) {
     const SheetSideFit& fit = sheet.side(side);
     if (fit.kind == SideKind::kNotCertain) plan.leftAlone.push_back({side, fit.reason});
   }
-  for (const uint64_t word : mask.words()) plan.pixels += std::popcount(word);
+  plan.pixels = CountSet(mask);
   if (plan.pixels > 0) plan.mask = std::move(mask);
   return plan;
 }
@@ -516,15 +609,15 @@ class Tiles {
 BorderPlan PlanBorders(const Sheet& sheet, const BytePlane& grey) {
   if (!sheet.HasOutside()) return Describe(sheet, {});
   const NearbyPaper paper(sheet);
-  BitPlane mask =
-      Masking::Make(sheet, [&](int x, int y) { return grey.Row(y)[x] * 100 < paper.At(x, y) * kDarkShare; });
+  const DarkGrey dark{grey, paper, std::countr_zero(static_cast<unsigned>(sheet.cell))};
+  BitPlane mask = Masking::Make(sheet, dark);
   TakeRim(grey, paper, &mask);
   return Describe(sheet, std::move(mask));
 }
 
 BorderPlan PlanBorders(const Sheet& sheet, const BitPlane& ink) {
   if (!sheet.HasOutside()) return Describe(sheet, {});
-  return Describe(sheet, Masking::Make(sheet, [&](int x, int y) { return ink.Get(x, y); }));
+  return Describe(sheet, Masking::Make(sheet, DarkInk{ink}));
 }
 
 void PaintPaper(const PaintedPlanes& page, const BitPlane& mask, const BitPlane& avoid) {

@@ -124,12 +124,11 @@ BytePlane Shrink(const BytePlane& grey, int cell) {
     if (bottom - top == cell) {
       for (int c = 0; c < wholeColumns; ++c) out[c] = static_cast<uint8_t>(from[c] >> shift);
     } else {
-      for (int c = 0; c < wholeColumns; ++c)
-        out[c] = static_cast<uint8_t>(from[c] / (cell * (bottom - top)));
+      for (int c = 0; c < wholeColumns; ++c) out[c] = static_cast<uint8_t>(from[c] / (cell * (bottom - top)));
     }
     if (wholeColumns < columns)
-      out[wholeColumns] = static_cast<uint8_t>(from[wholeColumns] /
-                                               ((grey.width() - wholeColumns * cell) * (bottom - top)));
+      out[wholeColumns] =
+          static_cast<uint8_t>(from[wholeColumns] / ((grey.width() - wholeColumns * cell) * (bottom - top)));
     std::fill(sums.begin() + grey.width(), sums.end(), uint16_t{0});
   }
   return grid;
