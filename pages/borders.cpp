@@ -404,17 +404,20 @@ class Tiles {
   int rows() const { return rows_; }
   bool IsMasked(int column, int row) const { return at(column, row).isMasked; }
 
-  // The smooth paper at a pixel, in 1/256.
-  int PaperAt(int plane, int x, int y) const {
-    // Between the middles of four tiles.
-    const int fx = std::clamp(x - kSide / 2, 0, (columns_ - 1) * kSide),
-              fy = std::clamp(y - kSide / 2, 0, (rows_ - 1) * kSide);
-    const int c = fx / kSide, r = fy / kSide, dx = fx % kSide, dy = fy % kSide;
-    const int c1 = std::min(columns_ - 1, c + 1), r1 = std::min(rows_ - 1, r + 1);
-    const auto value = [&](int column, int row) { return at(column, row).mean[plane]; };
-    const int upper = value(c, r) * (kSide - dx) + value(c1, r) * dx;
-    const int lower = value(c, r1) * (kSide - dx) + value(c1, r1) * dx;
-    return (upper * (kSide - dy) + lower * dy) / (kSide * kSide);
+  // The smooth paper in one row of a tile, in 1/256: between the middles of four tiles.
+  void PaperRow(int plane, int column, int y, int (&paper)[kSide]) const {
+    const int fy = std::clamp(y - kSide / 2, 0, (rows_ - 1) * kSide);
+    const int r = fy / kSide, r1 = std::min(rows_ - 1, r + 1), dy = fy % kSide;
+    const auto value = [&](int c) {
+      c = std::clamp(c, 0, columns_ - 1);
+      return at(c, r).mean[plane] * (kSide - dy) + at(c, r1).mean[plane] * dy;
+    };
+    const int before = value(column - 1), here = value(column), after = value(column + 1);
+    constexpr int kHalf = kSide / 2;
+    for (int i = 0; i < kHalf; ++i) {
+      paper[i] = (before * (kHalf - i) + here * (kHalf + i)) / (kSide * kSide);
+      paper[kHalf + i] = (here * (kSide - i) + after * i) / (kSide * kSide);
+    }
   }
 
   // A tile of whole clean paper to copy the grain from, or -1.
@@ -431,6 +434,13 @@ class Tiles {
       if (off < leastOff) leastOff = off, best = candidate;
     }
     return best;
+  }
+
+  // The bits of a plane in one row of a tile, the last column's the lowest.
+  static unsigned BitsOf(const BitPlane& plane, int column, int y) {
+    constexpr int kTilesInWord = 64 / kSide;
+    const uint64_t word = plane.Row(y)[column / kTilesInWord];
+    return static_cast<unsigned>(word >> (64 - kSide * (column % kTilesInWord + 1))) & 0xFFFFu;
   }
 
   static uint32_t Hash(uint32_t a, uint32_t b, uint32_t c) {
@@ -501,15 +511,22 @@ class Tiles {
   }
 
   void MeasureTile(int column, int row, Tile* tile) const {
-    int counts[256] = {}, count = 0;
-    int sums[3] = {};
-    const int right = std::min(mask_.width(), (column + 1) * kSide),
+    const int left = column * kSide, right = std::min(mask_.width(), left + kSide),
               bottom = std::min(mask_.height(), (row + 1) * kSide);
-    const int all = (right - column * kSide) * (bottom - row * kSide);
+    const int all = (right - left) * (bottom - row * kSide);
+    int count = 0, low = INT32_MAX, high = 0;  // the last two of the planes' sum
+    int sums[3] = {};
     for (int y = row * kSide; y < bottom; ++y) {
-      for (int x = column * kSide; x < right; ++x) {
-        if (tile->isMasked && mask_.Get(x, y)) continue;
-        if (!avoid_.isEmpty() && avoid_.Get(x, y)) continue;
+      const unsigned taken = (tile->isMasked ? BitsOf(mask_, column, y) : 0) |
+                             (avoid_.isEmpty() ? 0 : BitsOf(avoid_, column, y));
+      if (taken == 0xFFFFu) continue;
+      if (taken == 0 && right - left == kSide) {
+        count += kSide;
+        AddRow(left, y, sums, &low, &high);
+        continue;
+      }
+      for (int x = left; x < right; ++x) {
+        if ((taken >> (kSide - 1 - (x - left)) & 1) != 0) continue;
         ++count;
         int sum = 0;
         for (int p = 0; p < page_.count; ++p) {
@@ -517,17 +534,31 @@ class Tiles {
           sums[p] += value;
           sum += value;
         }
-        ++counts[sum / page_.count];
+        low = std::min(low, sum);
+        high = std::max(high, sum);
       }
     }
     if (count * 100 < all * kLeastShare) return;
-    int low = 0, high = 255;
-    while (counts[low] == 0) ++low;
-    while (counts[high] == 0) --high;
     tile->hasPaper = true;
     tile->isWhole = count == kSide * kSide;
-    tile->spread = high - low;
+    tile->spread = high / page_.count - low / page_.count;
     for (int p = 0; p < page_.count; ++p) tile->mean[p] = sums[p] * 256 / count;
+  }
+  void AddRow(int left, int y, int (&sums)[3], int* low, int* high) const {
+    uint16_t all[kSide] = {};
+    for (int p = 0; p < page_.count; ++p) {
+      const uint8_t* row = page_.planes[p]->Row(y) + left;
+      uint16_t sum = 0;
+      for (int i = 0; i < kSide; ++i) {
+        sum = static_cast<uint16_t>(sum + row[i]);
+        all[i] = static_cast<uint16_t>(all[i] + row[i]);
+      }
+      sums[p] += sum;
+    }
+    for (const uint16_t sum : all) {
+      *low = std::min<int>(*low, sum);
+      *high = std::max<int>(*high, sum);
+    }
   }
 
   // Ink, edges and pictures spread brightness more than the page's paper does, and are darker.
@@ -630,16 +661,30 @@ void PaintPaper(const PaintedPlanes& page, const BitPlane& mask, const BitPlane&
       const int grain = tiles.GrainFor(column, row);
       const int grainX = grain < 0 ? 0 : grain % tiles.columns() * kSide,
                 grainY = grain < 0 ? 0 : grain / tiles.columns() * kSide;
+      const int left = column * kSide, width = std::min(kSide, mask.width() - left);
       for (int dy = 0; dy < kSide && row * kSide + dy < mask.height(); ++dy) {
-        for (int dx = 0; dx < kSide && column * kSide + dx < mask.width(); ++dx) {
-          const int x = column * kSide + dx, y = row * kSide + dy;
-          if (!mask.Get(x, y)) continue;
-          for (int p = 0; p < page.count; ++p) {
-            const int noise = grain < 0 ? 0
-                                        : page.planes[p]->Row(grainY + dy)[grainX + dx] * 256 -
-                                              tiles.PaperAt(p, grainX + dx, grainY + dy);
-            const int value = (tiles.PaperAt(p, x, y) + noise + 128) >> 8;
-            page.planes[p]->Row(y)[x] = static_cast<uint8_t>(std::clamp(value, 0, 255));
+        const int y = row * kSide + dy;
+        const unsigned masked = Tiles::BitsOf(mask, column, y);
+        if (masked == 0) continue;
+        for (int p = 0; p < page.count; ++p) {
+          int paper[kSide];
+          tiles.PaperRow(p, column, y, paper);
+          if (grain >= 0) {
+            const uint8_t* from = page.planes[p]->Row(grainY + dy) + grainX;
+            int grainPaper[kSide];
+            tiles.PaperRow(p, grain % tiles.columns(), grainY + dy, grainPaper);
+            for (int i = 0; i < kSide; ++i) paper[i] += from[i] * 256 - grainPaper[i];
+          }
+          uint8_t painted[kSide];
+          for (int i = 0; i < kSide; ++i)
+            painted[i] = static_cast<uint8_t>(std::clamp((paper[i] + 128) >> 8, 0, 255));
+          uint8_t* to = page.planes[p]->Row(y) + left;
+          if (masked == 0xFFFFu) {
+            std::copy_n(painted, kSide, to);
+            continue;
+          }
+          for (int i = 0; i < width; ++i) {
+            if ((masked >> (kSide - 1 - i) & 1) != 0) to[i] = painted[i];
           }
         }
       }
