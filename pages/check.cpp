@@ -146,6 +146,33 @@ int PaperLevel(const BitPlane& ink, const BytePlane& grey) {
   return level;
 }
 
+// Whether what is around a piece of ink, up to two pixels from its box, is paper: light, on 1-bit pages, and
+// else lighter than the piece by more than grain is.
+bool StandsOnPaper(const Components& components, const Component& component, const BitPlane& ink,
+                   const BytePlane& grey, int paperLevel) {
+  constexpr int kRing = 2;  // pixels
+  const Box& box = component.box;
+  const int left = std::max(0, box.left - kRing), right = std::min(ink.width(), box.right + kRing);
+  const int top = std::max(0, box.top - kRing), bottom = std::min(ink.height(), box.bottom + kRing);
+  int64_t light = 0, lightSum = 0, inkSum = 0;
+  for (int y = top; y < bottom; ++y) {
+    for (int x = left; x < right; ++x) {
+      if (ink.Get(x, y)) continue;
+      ++light;
+      if (!grey.isEmpty()) lightSum += grey.Row(y)[x];
+    }
+  }
+  const int64_t around = int64_t{right - left} * (bottom - top) - component.pixelCount;
+  if (light * 100 < around * check::kLeastLightAround) return false;
+  if (grey.isEmpty()) return true;
+  for (const uint32_t index : components.RunsOf(component)) {
+    const InkRun& run = components.runs()[index];
+    for (int x = run.left; x < run.right; ++x) inkSum += grey.Row(run.row)[x];
+  }
+  const int64_t contrast = lightSum / light - inkSum / component.pixelCount;
+  return contrast * 100 >= int64_t{paperLevel} * check::kLeastContrast;
+}
+
 }  // namespace
 
 Movement::Movement(int width, int height, double degrees, int turnedWidth, int turnedHeight, int left,
@@ -224,7 +251,8 @@ Missing FindLost(const BitPlane& ink, const BytePlane& grey, const BitPlane& nam
   return missing;
 }
 
-Missing FindCutText(const Components& components, const BitPlane& named, double letterHeight) {
+Missing FindCutText(const Components& components, const BitPlane& ink, const BytePlane& grey, int paperLevel,
+                    const BitPlane& named, double letterHeight) {
   Missing missing;
   if (named.isEmpty() || letterHeight <= 0) return missing;
   struct Letter {
@@ -251,7 +279,8 @@ Missing FindCutText(const Components& components, const BitPlane& named, double 
         for (int column = run.left; column < run.right; ++column) letter.taken += named.Get(column, run.row);
       }
       const int64_t percent = letter.taken * 100 / component.pixelCount;
-      letter.isTaken = percent > check::kCutLeast;
+      letter.isTaken =
+          percent > check::kCutLeast && StandsOnPaper(components, component, ink, grey, paperLevel);
       letter.isCut = letter.isTaken && percent < check::kCutMost;
       isAnyTaken = isAnyTaken || letter.isTaken;
     }

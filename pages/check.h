@@ -50,8 +50,11 @@ Missing FindLost(const BitPlane& ink, const BytePlane& grey, const BitPlane& nam
 
 // The plan itself: whether what it names takes letters of a line, or cuts pieces that are letters, of which
 // the rest stays. `named` are pixels that would be removed as a border; `letterHeight` a usual letter's
-// height in pixels.
-Missing FindCutText(const Components& components, const BitPlane& named, double letterHeight);
+// height in pixels. A letter stands
+// on paper: pieces of a surround's grain, which differ from what is around them as noise does, are none.
+// `grey` is empty for 1-bit pages; `paperLevel` is the brightness of most of the paper.
+Missing FindCutText(const Components& components, const BitPlane& ink, const BytePlane& grey, int paperLevel,
+                    const BitPlane& named, double letterHeight);
 
 }  // namespace rastrel::pages
 

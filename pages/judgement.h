@@ -177,6 +177,9 @@ constexpr double kLeastLetter = 0.6, kMostLetter = 3.5, kLongestLetter = 6;
 constexpr double kAlikeHeights = 1.6, kOneLine = 0.7, kNextLetter = 2;
 // So many of them make text of what would be removed; fewer may be flecks of a ragged surround.
 constexpr int kLeastLetters = 4;
+// Around a letter so much is no ink, in percent, and lighter than it by so much of the paper's brightness, in
+// percent: the grain of a dark surround makes differences of a few percent.
+constexpr int kLeastLightAround = 40, kLeastContrast = 14;
 // A letter is cut when a border takes more than the first and less than the second percentage of it.
 constexpr int kCutLeast = 10, kCutMost = 90;
 

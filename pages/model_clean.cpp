@@ -246,7 +246,9 @@ class ModelCleaning {
       record_.sidesLeft.push_back({std::string(NameOf(side.side)), side.reason});
     }
     if (plan.IsEmpty()) return;
-    const Missing cut = FindCutText(*model_.components, plan.mask, model_.letterHeight);
+    const Missing cut =
+        FindCutText(*model_.components, model_.ink, model_.grey,
+                    model_.isBitonal() ? 255 : model_.paper.level(), plan.mask, model_.letterHeight);
     const size_t firstItem = record_.regions.size();
     for (const BorderRegion& region : plan.regions) {
       record_.regions.push_back({"border", region.left, region.top, region.right, region.bottom, 0,

@@ -91,8 +91,8 @@ TEST_P(BinarizeEither, DithersPicturesToTheirBrightness) {
 }
 INSTANTIATE_TEST_SUITE_P(Qualities, BinarizeEither,
                          testing::Values(BinarizeQuality::kFast, BinarizeQuality::kBest),
-                         [](const auto& info) {
-                           return info.param == BinarizeQuality::kFast ? "Fast" : "Best";
+                         [](const auto& test) {
+                           return test.param == BinarizeQuality::kFast ? "Fast" : "Best";
                          });
 
 }  // namespace

@@ -151,9 +151,15 @@ TEST(Check, FindsTextInWhatWouldBeRemoved) {
     }
     return named;
   };
-  EXPECT_TRUE(FindCutText(components, columns(0, 140), 16).isNothing());   // the margin
-  EXPECT_FALSE(FindCutText(components, columns(0, 200), 16).isNothing());  // and some letters of each line
-  EXPECT_FALSE(FindCutText(components, columns(1000, kWidth), 16).isNothing());
+  const auto takesText = [&](const BitPlane& named) {
+    return !FindCutText(components, ink, {}, 255, named, 16).isNothing();
+  };
+  EXPECT_FALSE(takesText(columns(0, 140)));  // the margin
+  EXPECT_TRUE(takesText(columns(0, 200)));   // and some letters of each line
+  EXPECT_TRUE(takesText(columns(1000, kWidth)));
+  // What differs from its surroundings as noise does is no text.
+  const BytePlane dim(kWidth, kHeight, 40);
+  EXPECT_TRUE(FindCutText(components, ink, dim, 200, columns(0, 200), 16).isNothing());
 }
 
 }  // namespace
