@@ -31,7 +31,7 @@ int main(void) {
   HGLOBAL page = PageFromPixels(pixels, kWidth, kHeight, kWidth, PixelsGrey8, kDpi, kDpi);
   CleanRecord* record = NULL;
   HGLOBAL clean = page != NULL ? CleanPage(page, &options, &record, NULL) : NULL;
-  GlobalFree(page);
+  if (page != NULL) GlobalFree(page);
   free(pixels);
   if (clean == NULL) {
     fprintf(stderr, "The page %s.\n", PagesErrorText());

@@ -10,14 +10,13 @@
 #include <filesystem>
 #include <system_error>
 
-#include "formats/files.h"
+#include "formats/bytes.h"
 #include "formats/paths.h"
 #include "pages/page.h"
 #include "pages/text.h"
 
 namespace rastrel::formats {
 
-using namespace pages;
 namespace {
 
 namespace fs = std::filesystem;
@@ -55,14 +54,14 @@ OutputFile::OutputFile(const std::string& finalPath) : finalPath_(finalPath) {
   }
   const fs::path final = PathOf(finalPath_);
   if (fs::exists(final, error) && !fs::is_regular_file(final, error)) {
-    throw PageError("is there and is not a regular file");
+    throw PageError("is there and is not a regular file", ErrExists);
   }
   static std::atomic<unsigned> count{0};
   const std::string name =
       Text(".", Shortened(NameOf(final.filename())), ".", ::getpid(), "-", count.fetch_add(1), ".part");
   path_ = NameOf(final.parent_path() / PathOf(name));
   const int file = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666);
-  if (file < 0) throw PageError(Text("cannot be written: ", std::strerror(errno)));
+  if (file < 0) throw PageError(Text("cannot be written: ", std::strerror(errno)), ErrOpenFile);
   ::close(file);
   slot_ = TakeSlot(path_.c_str());
 }
@@ -75,7 +74,7 @@ OutputFile::~OutputFile() {
 void OutputFile::Commit() {
   std::error_code error;
   fs::rename(PathOf(path_), PathOf(finalPath_), error);
-  if (error) throw PageError(Text("cannot be written: ", error.message()));
+  if (error) throw PageError(Text("cannot be written: ", error.message()), ErrFileIO);
   if (slot_ >= 0) unfinished[slot_].store(nullptr);
   slot_ = -1;
   path_.clear();

@@ -1,33 +1,14 @@
 #include "formats/tiff_file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <bit>
-#include <cerrno>
 #include <cstring>
-
-#include "pages/page.h"
-#include "pages/text.h"
 
 namespace rastrel::formats {
 
-using namespace pages;
-
-TiffFile::TiffFile(const std::string& path, bool isWritten)
-    : file_(::open(path.c_str(), isWritten ? O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC : O_RDONLY | O_CLOEXEC,
-                   0666)),
-      isWritten_(isWritten) {
-  if (file_ < 0) throw PageError(Text("cannot be opened: ", std::strerror(errno)));
-}
-
-TiffFile::~TiffFile() { ::close(file_); }
-
 void TiffFile::BeginAt(uint64_t directory) {
   uint8_t head[4] = {};
-  ReadAt(0, head);
+  bytes_->ReadAt(0, head);
   const bool isBigEndian = head[0] == 'M';
   const bool isBigTiff = head[isBigEndian ? 3 : 2] == 43;
   ShowPointer(isBigTiff ? 8 : 4, directory, isBigTiff ? 8 : 4, isBigEndian);
@@ -52,7 +33,7 @@ TIFF* TiffFile::Open(TIFFOpenOptions* options) {
 tmsize_t TiffFile::Read(thandle_t handle, void* buffer, tmsize_t size) {
   auto& self = *static_cast<TiffFile*>(handle);
   const std::span bytes(static_cast<uint8_t*>(buffer), static_cast<size_t>(size));
-  const size_t got = self.ReadAt(self.position_, bytes);
+  const size_t got = self.bytes_->ReadAt(self.position_, bytes);
   for (size_t i = 0; i < self.shownBytes_; ++i) {
     const uint64_t at = self.shownAt_ + i - self.position_;  // huge in front of what is read
     if (at < got) bytes[at] = self.shown_[i];
@@ -63,17 +44,10 @@ tmsize_t TiffFile::Read(thandle_t handle, void* buffer, tmsize_t size) {
 
 tmsize_t TiffFile::Write(thandle_t handle, void* buffer, tmsize_t size) {
   auto& self = *static_cast<TiffFile*>(handle);
-  const auto* bytes = static_cast<const uint8_t*>(buffer);
-  tmsize_t written = 0;
-  while (written < size) {
-    const ssize_t count = ::pwrite(self.file_, bytes + written, static_cast<size_t>(size - written),
-                                   static_cast<off_t>(self.position_));
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return -1;
-    written += count;
-    self.position_ += static_cast<uint64_t>(count);
-  }
-  return written;
+  const std::span bytes(static_cast<const uint8_t*>(buffer), static_cast<size_t>(size));
+  if (!self.bytes_->WriteAt(self.position_, bytes)) return -1;
+  self.position_ += bytes.size();
+  return size;
 }
 
 toff_t TiffFile::Seek(thandle_t handle, toff_t offset, int origin) {
@@ -82,30 +56,13 @@ toff_t TiffFile::Seek(thandle_t handle, toff_t offset, int origin) {
   return self.position_ = from + offset;
 }
 
-toff_t TiffFile::Size(thandle_t handle) {
-  struct stat status {};
-  return ::fstat(static_cast<TiffFile*>(handle)->file_, &status) == 0 ? static_cast<toff_t>(status.st_size)
-                                                                      : 0;
-}
-
-// Returns how many bytes there are.
-size_t TiffFile::ReadAt(uint64_t position, std::span<uint8_t> bytes) const {
-  size_t got = 0;
-  while (got < bytes.size()) {
-    const ssize_t count =
-        ::pread(file_, bytes.data() + got, bytes.size() - got, static_cast<off_t>(position + got));
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    got += static_cast<size_t>(count);
-  }
-  return got;
-}
+toff_t TiffFile::Size(thandle_t handle) { return static_cast<TiffFile*>(handle)->bytes_->size(); }
 
 // As this machine writes it; 0 behind the end.
 template <class Number>
 Number TiffFile::NumberAt(uint64_t position) const {
   uint8_t bytes[sizeof(Number)] = {};
-  ReadAt(position, bytes);
+  bytes_->ReadAt(position, bytes);
   Number number;
   std::memcpy(&number, bytes, sizeof(number));
   return number;

@@ -8,15 +8,15 @@
 
 #include <cstdint>
 #include <span>
-#include <string>
+
+#include "formats/bytes.h"
 
 namespace rastrel::formats {
 
 class TiffFile {
  public:
-  // Opens a file to be read, or an empty one to be written. Throws PageError.
-  TiffFile(const std::string& path, bool isWritten);
-  ~TiffFile();
+  // To be read, or, being empty, to be written.
+  TiffFile(Bytes* bytes, bool isWritten) : bytes_(bytes), isWritten_(isWritten) {}
   TiffFile(const TiffFile&) = delete;
   TiffFile& operator=(const TiffFile&) = delete;
 
@@ -35,13 +35,12 @@ class TiffFile {
   static int Close(thandle_t) { return 0; }
   static toff_t Size(thandle_t file);
 
-  size_t ReadAt(uint64_t position, std::span<uint8_t> bytes) const;
   template <class Number>
   Number NumberAt(uint64_t position) const;
   uint64_t NextPointerAt(uint32_t directory) const;
   void ShowPointer(uint64_t position, uint64_t value, size_t bytes, bool isBigEndian);
 
-  int file_;
+  Bytes* bytes_;
   bool isWritten_;
   uint64_t position_ = 0;
   uint32_t first_ = 0, last_ = 0;  // directories of a file that is written

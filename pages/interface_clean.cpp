@@ -39,7 +39,9 @@ constexpr Options kStandard = {.size = sizeof(Options),
                                .classic = 0,
                                .evenLight = 0,
                                .whitePaper = 0,
-                               .lessBleed = 0};
+                               .lessBleed = 0,
+                               .explain = nullptr,
+                               .explainContext = nullptr};
 
 // As InRange, for options.
 template <class Number>
@@ -77,6 +79,12 @@ CleanOptions Translated(const Options* given) {
     throw PageError("brightness goes with ReduceThreshold and ReduceOrdered", ErrOption);
   }
   result.dpi = Option(options.dpi, 0.0, 1e6, "dpi");
+  if (options.explain != nullptr) {
+    result.explain = [explain = options.explain, context = options.explainContext](const std::string& name,
+                                                                                   const Dib& picture) {
+      explain(context, name.c_str(), picture.handle());
+    };
+  }
   if (options.progress != nullptr) {
     result.progress = [progress = options.progress, context = options.progressContext](
                           const char* step, double done) { return progress(context, step, done) == 0; };
@@ -108,6 +116,13 @@ const Entry& At(const std::vector<Entry>& list, int32_t index) {
   return list[static_cast<size_t>(index)];
 }
 
+int GiveTexts(const std::string& first, const char** firstText, const std::string& second,
+              const char** secondText) {
+  if (firstText != nullptr) *firstText = first.c_str();
+  if (secondText != nullptr) *secondText = second.c_str();
+  return 1;
+}
+
 CleanSummary SummaryOf(const CleanRecord& record) {
   const auto count = [](const auto& list) { return static_cast<int32_t>(list.size()); };
   return {.size = sizeof(CleanSummary),
@@ -135,7 +150,12 @@ CleanSummary SummaryOf(const CleanRecord& record) {
           .holes = count(record.holes),
           .times = count(record.times),
           .skipped = count(record.skipped),
-          .regions = count(record.regions)};
+          .regions = count(record.regions),
+          .trimmedTop = record.trimmedTop,
+          .trimmedBottom = record.trimmedBottom,
+          .isChecked = record.isChecked,
+          .takenBack = count(record.takenBack),
+          .sidesLeft = count(record.sidesLeft)};
 }
 
 bool IsTextDark(const Dib& page, int text) {
@@ -209,9 +229,10 @@ int RASTREL_CALL GetCleanHole(const ::CleanRecord* record, int32_t index, PageHo
 int RASTREL_CALL GetCleanRegion(const ::CleanRecord* record, int32_t index, PageRegion* region) {
   return Guarded(0, [&] {
     const Region& entry = At(Of(record).regions, index);
-    GiveStruct(PageRegion{sizeof(PageRegion), entry.kind.c_str(), entry.left, entry.top, entry.right,
-                          entry.bottom, entry.pixels, entry.confidence, entry.reason.c_str()},
-               region);
+    GiveStruct(
+        PageRegion{sizeof(PageRegion), entry.kind.c_str(), entry.left, entry.top, entry.right, entry.bottom,
+                   entry.pixels, entry.confidence, entry.reason.c_str(), entry.isTakenBack},
+        region);
     return 1;
   });
 }
@@ -220,9 +241,23 @@ int RASTREL_CALL GetCleanSkipped(const ::CleanRecord* record, int32_t index, con
                                  const char** reason) {
   return Guarded(0, [&] {
     const Skipped& entry = At(Of(record).skipped, index);
-    if (step != nullptr) *step = entry.step.c_str();
-    if (reason != nullptr) *reason = entry.reason.c_str();
-    return 1;
+    return GiveTexts(entry.step, step, entry.reason, reason);
+  });
+}
+
+int RASTREL_CALL GetCleanTakenBack(const ::CleanRecord* record, int32_t index, const char** step,
+                                   const char** reason) {
+  return Guarded(0, [&] {
+    const Skipped& entry = At(Of(record).takenBack, index);
+    return GiveTexts(entry.step, step, entry.reason, reason);
+  });
+}
+
+int RASTREL_CALL GetCleanSideLeft(const ::CleanRecord* record, int32_t index, const char** side,
+                                  const char** reason) {
+  return Guarded(0, [&] {
+    const SideLeft& entry = At(Of(record).sidesLeft, index);
+    return GiveTexts(entry.side, side, entry.reason, reason);
   });
 }
 

@@ -104,12 +104,10 @@ HGLOBAL RASTREL_CALL DeskewPage(HGLOBAL page, int isTextLight) {
 HGLOBAL RASTREL_CALL CropPage(HGLOBAL page, int left, int top, int width, int height) {
   return Made(page, [&](const Dib& dib) {
     const PageView view(dib);
-    InRange(left, 0, view.width() - 1, "the rectangle does not lie inside the page");
-    InRange(top, 0, view.height() - 1, "the rectangle does not lie inside the page");
-    InRange(width, 0, INT_MAX - left, "the rectangle does not lie inside the page");
-    InRange(height, 0, INT_MAX - top, "the rectangle does not lie inside the page");
-    return Crop(dib, {left, top, width == 0 ? view.width() : left + width,
-                      height == 0 ? view.height() : top + height});
+    const auto end = [](int from, int length, int side) {
+      return length == 0 ? side : static_cast<int>(std::min<int64_t>(int64_t{from} + length, INT_MAX));
+    };
+    return Crop(dib, {left, top, end(left, width, view.width()), end(top, height, view.height())});
   });
 }
 

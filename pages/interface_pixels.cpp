@@ -159,16 +159,6 @@ void ChangeHeader(HGLOBAL page, Change change) {
   GlobalUnlock(page);
 }
 
-PageInfo InfoOf(const PageView& page) {
-  return {.size = sizeof(PageInfo),
-          .width = page.width(),
-          .height = page.height(),
-          .bits = page.bits(),
-          .isGrey = HasGreyRamp(page),
-          .dpiX = DotsPerInch(page.resolution().x),
-          .dpiY = DotsPerInch(page.resolution().y)};
-}
-
 }  // namespace
 }  // namespace rastrel::pages
 

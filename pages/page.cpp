@@ -281,6 +281,16 @@ void RowBrightness(const PageView& page, const std::vector<uint8_t>& table, int 
   }
 }
 
+PageInfo InfoOf(const PageView& page) {
+  return {.size = sizeof(PageInfo),
+          .width = page.width(),
+          .height = page.height(),
+          .bits = page.bits(),
+          .isGrey = HasGreyRamp(page),
+          .dpiX = DotsPerInch(page.resolution().x),
+          .dpiY = DotsPerInch(page.resolution().y)};
+}
+
 BytePlane GreyOf(const PageView& page) {
   BytePlane grey(page.width(), page.height());
   std::vector<uint8_t> table;

@@ -158,6 +158,9 @@ uint8_t Brightness(const PageView& page, const std::vector<uint8_t>& table, cons
 void RowBrightness(const PageView& page, const std::vector<uint8_t>& table, int y, int from, int to,
                    uint8_t* out);
 
+// Size, depth and resolution.
+PageInfo InfoOf(const PageView& page);
+
 // What the page model is worked out on. The brightness of a colour is its luma here, as the eye sees it; the
 // operations of the core take the mean of red, green and blue (BrightnessTable).
 constexpr uint8_t Luma(int red, int green, int blue) {

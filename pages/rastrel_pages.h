@@ -143,6 +143,10 @@ enum PageHoleSize {
  * ends the work with ErrCancelled. Called on the thread that cleans. */
 typedef int(RASTREL_CALL* PageProgress)(void* context, const char* step, double done);
 
+/* Given a picture of what was understood of the page: "paper", "ink" ... The picture is the library's and is
+ * freed after the call. */
+typedef void(RASTREL_CALL* PagePicture)(void* context, const char* name, HGLOBAL picture);
+
 typedef struct CleanOptions {
   uint32_t size;
   int32_t text;          /* PageText */
@@ -161,10 +165,12 @@ typedef struct CleanOptions {
   double dpi;            /* of pages that do not say; 0: 300 is assumed */
   PageProgress progress; /* may be null */
   void* progressContext;
-  int32_t classic;    /* clean by the plain operations one after the other */
-  int32_t evenLight;  /* even the shadow of a gutter, a vignette */
-  int32_t whitePaper; /* make the paper white, and leave ink as it is */
-  int32_t lessBleed;  /* weaken what shows through from behind */
+  int32_t classic;     /* clean by the plain operations one after the other */
+  int32_t evenLight;   /* even the shadow of a gutter, a vignette */
+  int32_t whitePaper;  /* make the paper white, and leave ink as it is */
+  int32_t lessBleed;   /* weaken what shows through from behind */
+  PagePicture explain; /* may be null */
+  void* explainContext;
 } CleanOptions;
 
 /* Fills in what CleanPage does when it is not told otherwise; `size` is sizeof(CleanOptions). */
@@ -211,7 +217,10 @@ typedef struct CleanSummary {
   int32_t isTurned, isCropped, isReduced;
   int64_t trimmedLeft, trimmedRight; /* pixels painted over */
   int64_t specks, speckPixels;
-  int32_t holes, times, skipped, regions; /* how many of these lists there are */
+  int32_t holes, times, skipped, regions; /* how many entries these lists have */
+  int64_t trimmedTop, trimmedBottom;
+  int32_t isChecked;            /* the page was compared with the one that came in */
+  int32_t takenBack, sidesLeft; /* how many entries these lists have */
 } CleanSummary;
 
 RASTREL_PAGES_API int RASTREL_CALL GetCleanSummary(const CleanRecord* record, CleanSummary* summary);
@@ -231,6 +240,7 @@ typedef struct PageRegion {
   int64_t pixels;
   double confidence; /* 0 to 1 */
   const char* reason;
+  int32_t isTakenBack; /* the check found that it would harm the page */
 } PageRegion;
 
 /* Entries of a record's lists, counted from 0. Texts belong to the record. Return 1, or 0 and ErrParameter.
@@ -241,6 +251,12 @@ RASTREL_PAGES_API int RASTREL_CALL GetCleanRegion(const CleanRecord* record, int
 /* A step that was left out, and why. */
 RASTREL_PAGES_API int RASTREL_CALL GetCleanSkipped(const CleanRecord* record, int32_t index,
                                                    const char** step, const char** reason);
+/* A step that the check has taken back, or what it missed. */
+RASTREL_PAGES_API int RASTREL_CALL GetCleanTakenBack(const CleanRecord* record, int32_t index,
+                                                     const char** step, const char** reason);
+/* A side of the sheet that was left as it is though something dark stands there. */
+RASTREL_PAGES_API int RASTREL_CALL GetCleanSideLeft(const CleanRecord* record, int32_t index,
+                                                    const char** side, const char** reason);
 RASTREL_PAGES_API int RASTREL_CALL GetCleanTime(const CleanRecord* record, int32_t index, const char** step,
                                                 double* milliseconds);
 /* The whole record as a JSON object, with the names that `rastrel clean --json` uses. Belongs to the record.

@@ -1,6 +1,7 @@
 #include "tools/jobs.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -9,8 +10,7 @@
 
 #include <fmt/format.h>
 
-#include "formats/output_file.h"
-#include "formats/paths.h"
+#include "tools/paths.h"
 #include "tools/system.h"
 
 namespace rastrel::tool {
@@ -22,26 +22,24 @@ constexpr double kAssumedDpi = 300;
 
 // ---- the plan ---------------------------------------------------------------------------------------------
 
-std::vector<Task> ListTasks(const std::vector<std::string>& inputs) {
-  std::vector<Task> tasks;
+void ListTasks(const std::vector<std::string>& inputs, Plan* plan) {
   for (size_t i = 0; i < inputs.size(); ++i) {
-    try {
-      const PageFile file = Inspect(inputs[i]);
-      const int pages = static_cast<int>(file.pages.size()) + (file.damage.empty() ? 0 : 1);
-      int page = 0;
-      for (const uint64_t place : file.pages) {
-        tasks.push_back(
-            {{{.input = i, .page = ++page, .pages = pages, .format = file.format, .place = place}}});
-      }
-      if (!file.damage.empty()) {
-        tasks.push_back(
-            {{{.input = i, .page = pages, .pages = pages, .format = file.format, .error = file.damage}}});
-      }
-    } catch (const PageError& error) {
-      tasks.push_back({{{.input = i, .error = error.what()}}});
+    Input file(OpenPages(inputs[i].c_str()));
+    if (!file) {
+      plan->tasks.push_back({{{.input = i, .error = PagesErrorText()}}});
+      continue;
     }
+    const char* damage = DamageOfPages(file.get());
+    const int found = CountPages(file.get()), pages = found + (damage == nullptr ? 0 : 1);
+    for (int page = 1; page <= found; ++page) {
+      plan->tasks.push_back({{{.input = i, .page = page, .pages = pages, .file = file.get()}}});
+    }
+    if (damage != nullptr) {
+      plan->tasks.push_back(
+          {{{.input = i, .page = pages, .pages = pages, .file = file.get(), .error = damage}}});
+    }
+    plan->files.push_back(std::move(file));
   }
-  return tasks;
 }
 
 size_t InputOf(const Task& task) { return task.sources.front().input; }
@@ -56,7 +54,13 @@ std::vector<Task> Joined(std::vector<Task> tasks, bool isByInput) {
   return joined;
 }
 
-Format WritableFormat(Format format) { return format == Format::kJpeg ? Format::kPng : format; }
+// The format that pages of an input go to; a file that could not be opened has some, for its error.
+std::string WritableFormat(const PageFile* file) {
+  const char* name = file != nullptr ? FormatOfPages(file) : "bmp";
+  return FindFormat(name)->isWritten ? name : "png";
+}
+
+bool HasManyPages(const std::string& format) { return FindFormat(format)->hasManyPages != 0; }
 
 std::string Numbered(const fs::path& path, int number) {
   const std::string name = fmt::format("{}-{:03}{}", NameOf(path.stem()), number, NameOf(path.extension()));
@@ -64,7 +68,7 @@ std::string Numbered(const fs::path& path, int number) {
 }
 
 // Gives each task of `tasks` an output of its own: `path`, numbered where there are several.
-void PlanSinglePages(std::span<Task> tasks, const fs::path& path, Format format, Plan* plan) {
+void PlanSinglePages(std::span<Task> tasks, const fs::path& path, const std::string& format, Plan* plan) {
   int number = 0;
   for (Task& task : tasks) {
     task.output = plan->outputs.size();
@@ -73,9 +77,9 @@ void PlanSinglePages(std::span<Task> tasks, const fs::path& path, Format format,
 }
 
 // Puts all of `tasks` into `path`.
-void PlanDocument(std::span<Task> tasks, const fs::path& path, Plan* plan) {
+void PlanDocument(std::span<Task> tasks, const fs::path& path, const std::string& format, Plan* plan) {
   for (Task& task : tasks) task.output = plan->outputs.size();
-  plan->outputs.push_back({NameOf(path), Format::kTiff});
+  plan->outputs.push_back({NameOf(path), format});
 }
 
 void PlanFolder(const JobOptions& options, Plan* plan) {
@@ -85,11 +89,11 @@ void PlanFolder(const JobOptions& options, Plan* plan) {
     while (last < tasks.size() && InputOf(tasks[last]) == InputOf(tasks[first])) ++last;
     const std::span<Task> ofFile = tasks.subspan(first, last - first);
     const Source& source = ofFile[0].sources.front();
-    const Format format = options.format.value_or(WritableFormat(source.format));
+    const std::string format = options.format.empty() ? WritableFormat(source.file) : options.format;
     fs::path path = PathOf(options.output) / PathOf(options.inputs[source.input]).filename();
-    path.replace_extension(Extension(format));
-    if (format == Format::kTiff) {
-      PlanDocument(ofFile, path, plan);
+    path.replace_extension(format);
+    if (HasManyPages(format)) {
+      PlanDocument(ofFile, path, format, plan);
     } else {
       PlanSinglePages(ofFile, path, format, plan);
     }
@@ -102,11 +106,16 @@ bool IsFolder(const std::string& path) {
   return !PathOf(path).has_filename() || fs::is_directory(PathOf(path), error);
 }
 
+bool IsPng(const std::string& ending) {
+  const std::optional<PageFormat> format = ending.empty() ? std::nullopt : FindFormat(ending.substr(1));
+  return format && format->name == std::string_view("png");
+}
+
 void PlanOverlays(const JobOptions& options, Plan* plan) {
   JobOptions pictures;
   pictures.inputs = options.inputs;
   pictures.output = options.overlay;
-  pictures.format = Format::kPng;
+  pictures.format = "png";
   Plan overlays;
   overlays.tasks = plan->tasks;
   if (IsFolder(options.overlay)) {
@@ -114,9 +123,9 @@ void PlanOverlays(const JobOptions& options, Plan* plan) {
   } else {
     const fs::path path = PathOf(options.overlay);
     const std::string ending = NameOf(path.extension());
-    if (ending.empty() || FormatNamed(ending.substr(1)) != Format::kPng)
+    if (!IsPng(ending))
       throw UsageError(fmt::format("--overlay: '{}' is neither a PNG file nor a folder", options.overlay));
-    PlanSinglePages(overlays.tasks, path, Format::kPng, &overlays);
+    PlanSinglePages(overlays.tasks, path, "png", &overlays);
   }
   for (size_t i = 0; i < plan->tasks.size(); ++i) {
     plan->tasks[i].overlay = overlays.outputs[overlays.tasks[i].output].path;
@@ -169,20 +178,83 @@ void RefuseLosses(const JobOptions& options, const Plan& plan) {
 struct Finished {
   const Task* task = nullptr;
   PageReport report;
-  std::string fileWithoutDpi;                      // whose resolution had to be assumed
-  std::vector<EncodedTiff> encoded;                // for TIFF
-  std::vector<std::unique_ptr<OutputFile>> files;  // for others, written but not yet under their names
-  std::unique_ptr<OutputFile> overlay;             // likewise
+  std::string fileWithoutDpi;    // whose resolution had to be assumed
+  std::vector<Encoded> encoded;  // for a file of many pages
+  struct File {
+    Writer writer;  // written, but not yet under its name
+    std::string path;
+  };
+  std::vector<File> files;  // for others
+  Writer overlay;           // likewise
 };
 
-void Describe(const Dib& dib, CleanRecord* record) {
-  const PageView page(dib);
-  record->width = page.width();
-  record->height = page.height();
-  record->bits = page.bits();
-  record->dpiX = DotsPerInch(page.resolution().x);
-  record->dpiY = DotsPerInch(page.resolution().y);
+// Notes how long its own life was.
+class StepTimer {
+ public:
+  StepTimer(PageReport* report, std::string step)
+      : report_(report), step_(std::move(step)), start_(std::chrono::steady_clock::now()) {}
+  ~StepTimer() {
+    const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start_;
+    report_->times.push_back({std::move(step_), time.count()});
+  }
+  StepTimer(const StepTimer&) = delete;
+  StepTimer& operator=(const StepTimer&) = delete;
+
+ private:
+  PageReport* report_;
+  std::string step_;
+  std::chrono::steady_clock::time_point start_;
+};
+
+void TakeRecord(CleanRecord* record, PageReport* report) {
+  report->record.reset(record);
+  GetCleanSummary(record, &report->summary);
+  for (int32_t i = 0; i < report->summary.times; ++i) {
+    const char* step = "";
+    double milliseconds = 0;
+    GetCleanTime(record, i, &step, &milliseconds);
+    report->times.push_back({step, milliseconds});
+  }
 }
+
+void Describe(HGLOBAL page, PageReport* report) {
+  const PageInfo info = InfoOf(page);
+  CleanSummary& summary = report->summary;
+  summary.width = info.width;
+  summary.height = info.height;
+  summary.bits = info.bits;
+  summary.dpiX = info.dpiX;
+  summary.dpiY = info.dpiY;
+}
+
+// Its page is written. Throws PageError.
+Writer Written(HGLOBAL page, const std::string& path, const std::string& format) {
+  Writer writer(Checked(CreatePages(path.c_str(), format.c_str(), nullptr)));
+  Checked(AppendPage(writer.get(), page, nullptr));
+  return writer;
+}
+
+// Where pictures of what was understood of a page go.
+struct Explanation {
+  std::string folder, file;
+  int page;
+  std::string error;  // of the first that could not be written
+};
+
+// Each page's pictures are named after its file and its place in that.
+void RASTREL_CALL WriteExplanation(void* context, const char* name, HGLOBAL picture) {
+  Explanation& explanation = *static_cast<Explanation*>(context);
+  try {
+    const std::string stem = NameOf(PathOf(explanation.file).stem());
+    const std::string own = fmt::format("{}-{:03}-{}.png", stem, explanation.page, name);
+    const std::string path = NameOf(PathOf(explanation.folder) / PathOf(own));
+    Checked(FinishPages(Written(picture, path, "png").release()));
+  } catch (const std::exception& error) {
+    if (explanation.error.empty()) explanation.error = fmt::format("--explain {}", error.what());
+  }
+}
+
+void Complete(Writer writer) { Checked(FinishPages(writer.release())); }
 
 class Jobs {
  public:
@@ -205,12 +277,11 @@ class Jobs {
   }
 
  private:
-  // A TIFF output under way.
+  // An output of many pages under way.
   struct Document {
     int pagesLeft = 0;
     bool isLost = false;
-    std::unique_ptr<OutputFile> file;
-    std::unique_ptr<TiffDocument> tiff;
+    Writer writer;
   };
 
   Finished Work(const Task& task) {
@@ -225,37 +296,25 @@ class Jobs {
       report.pages = first.pages;
     }
     try {
-      std::vector<StepTime> loading;
-      std::vector<Dib> pages;
+      std::vector<Page> pages;
       for (const Source& source : task.sources) pages.push_back(Load(source, &finished));
       switch (options_.command) {
-        case Command::kInfo:
-          report.record.times.swap(loading);
-          report.record = ExaminePage(std::move(pages[0]));
-          report.record.times.insert(report.record.times.begin(), loading.begin(), loading.end());
+        case Command::kInfo: {
+          CleanRecord* record = nullptr;
+          Checked(ExaminePage(pages[0].get(), &record));
+          TakeRecord(record, &report);
           return finished;
-        case Command::kClean: {
-          Dib overlay;
-          pages::CleanOptions clean = options_.clean;
-          if (!options_.explain.empty()) {
-            clean.explain = [&](const std::string& name, const Dib& picture) {
-              WriteExplanation(report, name, picture);
-            };
-          }
-          pages[0] = CleanPage(std::move(pages[0]), clean, &report.record,
-                               task.overlay.empty() ? nullptr : &overlay);
-          if (report.record.isResolutionAssumed) finished.fileWithoutDpi = report.file;
-          report.isDropped = options_.dropsBlank && report.record.isBlank;
-          if (overlay && !report.isDropped) WriteOverlay(overlay, task.overlay, &finished);
-          break;
         }
+        case Command::kClean:
+          pages[0] = Clean(std::move(pages[0]), task, &finished);
+          break;
         case Command::kApply:
-          pages = Apply(std::move(pages), &report.record);
+          pages = Apply(std::move(pages), &report);
+          Describe(pages[0].get(), &report);
           break;
       }
-      Describe(pages[0], &report.record);
       if (report.isDropped) return finished;
-      const StepTimer timer(&report.record, "save");
+      const StepTimer timer(&report, "save");
       Encode(pages, plan_.outputs[task.output], &finished);
     } catch (const std::bad_alloc&) {
       report.error = "out of memory";
@@ -265,15 +324,17 @@ class Jobs {
     return finished;
   }
 
-  Dib Load(const Source& source, Finished* finished) const {
+  Page Load(const Source& source, Finished* finished) const {
     const std::string& file = options_.inputs[source.input];
     try {
       if (!source.error.empty()) throw PageError(source.error);
-      const StepTimer timer(&finished->report.record, "load");
-      Dib page = ReadPage(file, source.format, source.place);
-      if (options_.command == Command::kApply && CompleteResolution(&PageView(page).header(), options_.dpi)) {
-        finished->fileWithoutDpi = file;
+      const StepTimer timer(&finished->report, "load");
+      Page page(Checked(ReadPage(source.file, source.page - 1, nullptr)));
+      int32_t isAssumed = 0;
+      if (options_.command == Command::kApply) {
+        Checked(CompletePageResolution(page.get(), options_.dpi, &isAssumed));
       }
+      if (isAssumed != 0) finished->fileWithoutDpi = file;
       return page;
     } catch (const PageError& error) {
       if (finished->report.joined == 1) throw;
@@ -281,10 +342,31 @@ class Jobs {
     }
   }
 
-  std::vector<Dib> Apply(std::vector<Dib> pages, CleanRecord* record) const {
+  Page Clean(Page page, const Task& task, Finished* finished) const {
+    PageReport& report = finished->report;
+    CleanRecord* record = nullptr;
+    HGLOBAL picture = nullptr;
+    Explanation explanation = {options_.explain, report.file, report.page, ""};
+    CleanOptions options = options_.clean;
+    if (!options_.explain.empty()) {
+      options.explain = WriteExplanation;
+      options.explainContext = &explanation;
+    }
+    Page clean(Checked(
+        TakeAndCleanPage(page.release(), &options, &record, task.overlay.empty() ? nullptr : &picture)));
+    const Page overlay(picture);
+    TakeRecord(record, &report);
+    if (!explanation.error.empty()) throw PageError(explanation.error);
+    if (report.summary.isResolutionAssumed != 0) finished->fileWithoutDpi = report.file;
+    report.isDropped = options_.dropsBlank && report.summary.isBlank != 0;
+    if (overlay && !report.isDropped) WriteOverlay(overlay.get(), task.overlay, finished);
+    return clean;
+  }
+
+  std::vector<Page> Apply(std::vector<Page> pages, PageReport* report) const {
     for (const Step& step : options_.chain) {
       const std::string name(step.operation->name);
-      const StepTimer timer(record, name);
+      const StepTimer timer(report, name);
       try {
         pages = RunStep(step, pages);
       } catch (const PageError& error) {
@@ -294,21 +376,23 @@ class Jobs {
     return pages;
   }
 
-  void Encode(const std::vector<Dib>& pages, const Output& output, Finished* finished) const {
+  void Encode(const std::vector<Page>& pages, const Output& output, Finished* finished) const {
     PageReport& report = finished->report;
     report.made = static_cast<int>(pages.size());
-    for (const Dib& page : pages) {
+    const bool isDocument = HasManyPages(output.format);
+    const std::string options =
+        options_.jpegQuality == 0 ? "" : fmt::format("quality={}", options_.jpegQuality);
+    for (const Page& page : pages) {
       std::string path = output.path;
       try {
-        if (output.format == Format::kTiff) {
-          finished->encoded.push_back(EncodeTiff(page, options_.write));
+        if (isDocument) {
+          finished->encoded.emplace_back(
+              Checked(EncodePage(page.get(), nullptr, output.format.c_str(), options.c_str())));
           report.outputs = {path};
           continue;
         }
         if (pages.size() > 1) path = Numbered(path, static_cast<int>(finished->files.size()) + 1);
-        auto file = std::make_unique<OutputFile>(path);
-        (output.format == Format::kPng ? WritePng : WriteBmp)(page, file->path());
-        finished->files.push_back(std::move(file));
+        finished->files.push_back({Written(page.get(), path, output.format), path});
         report.outputs.push_back(path);
       } catch (const PageError& error) {
         throw PageError(fmt::format("{} {}", path, error.what()));
@@ -316,22 +400,10 @@ class Jobs {
     }
   }
 
-  // Each page's pictures are named after its file and its place in that.
-  void WriteExplanation(const PageReport& report, const std::string& name, const Dib& picture) const {
-    const fs::path file = PathOf(report.file);
-    const std::string own = fmt::format("{}-{:03}-{}.png", NameOf(file.stem()), report.page, name);
-    const std::string path = NameOf(PathOf(options_.explain) / PathOf(own));
-    OutputFile out(path);
-    WritePng(picture, out.path());
-    out.Commit();
-  }
-
-  static void WriteOverlay(const Dib& overlay, const std::string& path, Finished* finished) {
-    const StepTimer timer(&finished->report.record, "overlay");
+  static void WriteOverlay(HGLOBAL overlay, const std::string& path, Finished* finished) {
+    const StepTimer timer(&finished->report, "overlay");
     try {
-      auto file = std::make_unique<OutputFile>(path);
-      WritePng(overlay, file->path());
-      finished->overlay = std::move(file);
+      finished->overlay = Written(overlay, path, "png");
     } catch (const PageError& error) {
       throw PageError(fmt::format("{} {}", path, error.what()));
     }
@@ -346,16 +418,15 @@ class Jobs {
                       finished.fileWithoutDpi, kAssumedDpi));
     }
     try {
-      for (const auto& file : finished.files) {
-        RefuseLoss(*file, finished.files.size() > 1);
-        file->Commit();
+      for (Finished::File& file : finished.files) {
+        RefuseLoss(file.path, finished.files.size() > 1);
+        Complete(std::move(file.writer));
       }
-      if (options_.command != Command::kInfo &&
-          plan_.outputs[finished.task->output].format == Format::kTiff) {
+      if (options_.command != Command::kInfo && HasManyPages(plan_.outputs[finished.task->output].format)) {
         AddToDocument(finished.encoded, finished.task->output, &report);
       }
       if (finished.overlay && report.error.empty()) {
-        finished.overlay->Commit();
+        Complete(std::move(finished.overlay));
         report.overlay = finished.task->overlay;
       }
     } catch (const PageError& error) {
@@ -366,8 +437,7 @@ class Jobs {
   }
 
   // The names of parts turn up only on the way: they can take neither an input's place nor another output's.
-  void RefuseLoss(const OutputFile& file, bool isPart) {
-    const std::string& path = file.finalPath();
+  void RefuseLoss(const std::string& path, bool isPart) {
     const bool isNew = written_.insert(UniqueName(path)).second;
     if (!isNew) throw PageError(fmt::format("is not written: several pages would go to {}", path));
     const auto key = KeyOf(path);
@@ -376,7 +446,7 @@ class Jobs {
     }
   }
 
-  void AddToDocument(const std::vector<EncodedTiff>& pages, size_t output, PageReport* report) {
+  void AddToDocument(const std::vector<Encoded>& pages, size_t output, PageReport* report) {
     Document* document = &documents_[output];
     const std::string& path = plan_.outputs[output].path;
     --document->pagesLeft;
@@ -387,22 +457,20 @@ class Jobs {
     }
     try {
       if (report->error.empty() && !report->isDropped) {
-        if (!document->file) {
-          document->file = std::make_unique<OutputFile>(path);
-          document->tiff = std::make_unique<TiffDocument>(document->file->path());
+        if (!document->writer) {
+          document->writer.reset(
+              Checked(CreatePages(path.c_str(), plan_.outputs[output].format.c_str(), nullptr)));
         }
-        for (const EncodedTiff& page : pages) document->tiff->Append(page);
+        for (const Encoded& page : pages) Checked(AppendEncodedPage(document->writer.get(), page.get()));
       }
-      if (document->pagesLeft == 0 && document->tiff) {
-        document->tiff->Close();
-        document->file->Commit();
+      if (document->pagesLeft == 0 && document->writer) {
+        Complete(std::move(document->writer));
       } else if (document->pagesLeft == 0 && report->isDropped) {
         reporter_.Warn(fmt::format("{} is not written: all its pages are blank", path));
       }
     } catch (const PageError&) {
       document->isLost = true;
-      document->tiff.reset();
-      document->file.reset();
+      document->writer.reset();
       throw;
     }
   }
@@ -418,9 +486,16 @@ class Jobs {
 
 }  // namespace
 
+std::optional<PageFormat> FindFormat(std::string_view extension) {
+  auto format = Sized<PageFormat>();
+  const int32_t index = FindPageFormat(std::string(extension).c_str());
+  if (index < 0 || GetPageFormat(index, &format) == 0) return std::nullopt;
+  return format;
+}
+
 Plan MakePlan(const JobOptions& options) {
   Plan plan;
-  plan.tasks = ListTasks(options.inputs);
+  ListTasks(options.inputs, &plan);
   if (options.command == Command::kInfo) return plan;
   const fs::path out = PathOf(options.output);
   const bool isFolder = IsFolder(options.output);
@@ -432,16 +507,16 @@ Plan MakePlan(const JobOptions& options) {
     PlanFolder(options, &plan);
   } else {
     const std::string ending = NameOf(out.extension());
-    const std::optional<Format> named = ending.empty() ? std::nullopt : FormatNamed(ending.substr(1));
-    const std::optional<Format> format = options.format ? options.format : named;
+    const std::string named = ending.empty() ? "" : ending.substr(1);
+    const std::optional<PageFormat> format = FindFormat(options.format.empty() ? named : options.format);
     if (!format)
       throw UsageError(fmt::format("{}: the ending tells no format; --format does", options.output));
-    if (*format == Format::kJpeg)
+    if (!format->isWritten)
       throw UsageError("JPEG files are not written; TIFF files take JPEG with --quality");
-    if (*format == Format::kTiff) {
-      PlanDocument(plan.tasks, out, &plan);
+    if (format->hasManyPages) {
+      PlanDocument(plan.tasks, out, format->name, &plan);
     } else {
-      PlanSinglePages(plan.tasks, out, *format, &plan);
+      PlanSinglePages(plan.tasks, out, format->name, &plan);
     }
   }
   if (!options.overlay.empty()) PlanOverlays(options, &plan);

@@ -6,30 +6,32 @@
 #include <string>
 #include <vector>
 
-#include "formats/page_io.h"
-#include "pages/clean.h"
 #include "tools/operations.h"
 #include "tools/report.h"
 
 namespace rastrel::tool {
 
-using namespace formats;
+inline CleanOptions DefaultOptions() {
+  CleanOptions options;
+  DefaultCleanOptions(&options, sizeof(options));
+  return options;
+}
 
 struct JobOptions {
   Command command = Command::kClean;
   std::vector<std::string> inputs;
   std::string output;  // unused by kInfo
-  std::optional<Format> format;
+  std::string format;  // a format's name; empty: by the ending of the output, or the input's
   bool overwrites = false;
-  double dpi = 0;   // for files that have none; 0: the usual one is assumed, with a warning
-  int threads = 0;  // 0: as many as there are cores
-  WriteOptions write;
+  double dpi = 0;       // for files that have none; 0: the usual one is assumed, with a warning
+  int threads = 0;      // 0: as many as there are cores
+  int jpegQuality = 0;  // 1 to 100: grey and colour pages in TIFF files are compressed as JPEG
   ReportOptions report;
-  CleanOptions clean;       // kClean
-  bool dropsBlank = false;  // kClean: blank pages are left out
-  std::string overlay;      // kClean: where pictures of what was removed go; empty: nowhere
-  std::string explain;      // kClean: a folder for pictures of what was understood
-  std::vector<Step> chain;  // kApply
+  CleanOptions clean = DefaultOptions();  // kClean
+  bool dropsBlank = false;                // kClean: blank pages are left out
+  std::string overlay;                    // kClean: where pictures of what was removed go; empty: nowhere
+  std::string explain;                    // kClean: a folder for pictures of what was understood
+  std::vector<Step> chain;                // kApply
 };
 
 // A page of an input.
@@ -37,8 +39,7 @@ struct Source {
   size_t input = 0;  // its place in the inputs
   int page = 1;      // from 1
   int pages = 1;
-  Format format = Format::kBmp;
-  uint64_t place = 0;
+  const PageFile* file = nullptr;
   std::string error = {};  // set where there is no page to be had
 };
 
@@ -51,13 +52,17 @@ struct Task {
 
 struct Output {
   std::string path;
-  Format format = Format::kTiff;
+  std::string format;  // its name
 };
 
 struct Plan {
+  std::vector<Input> files;  // those of the inputs that could be opened
   std::vector<Task> tasks;
   std::vector<Output> outputs;
 };
+
+// The format with that name or ending, or nothing. Its texts are there for good.
+std::optional<PageFormat> FindFormat(std::string_view extension);
 
 // Looks at the inputs and decides on the outputs:
 //   OUT is a folder, or ends in '/'    a file in it for each input, in the input's format (PNG for JPEG)

@@ -1,8 +1,9 @@
-// The table of single operations. The parser of operation chains, the help and docs/operations.md are made of
-// it.
+// The single operations: their table, the parser of chains of them, and the help. The table alone knows any
+// of them.
 #ifndef RASTREL_TOOLS_OPERATIONS_H
 #define RASTREL_TOOLS_OPERATIONS_H
 
+#include <algorithm>
 #include <array>
 #include <memory>
 #include <span>
@@ -11,11 +12,9 @@
 #include <string_view>
 #include <vector>
 
-#include "pages/page.h"
+#include "tools/handles.h"
 
 namespace rastrel::tool {
-
-using namespace pages;
 
 // What somebody typed cannot be used.
 class UsageError : public std::runtime_error {
@@ -26,8 +25,8 @@ class UsageError : public std::runtime_error {
 inline constexpr size_t kMostParameters = 5;
 
 struct Parameter {
-  std::string_view name;
-  std::string_view help;
+  std::string_view name = {};
+  std::string_view help = {};
   bool isRequired = false;
   double defaultValue = 0;  // for a choice, its place in the list
   double least = 0;
@@ -41,11 +40,12 @@ struct Parameter {
   double wordValue = 0;
 };
 
-// The size of holes that are found without one.
-inline constexpr double kAutomaticHoles = -4;
+// Those that `rastrel clean` takes as well.
+extern const Parameter kHoleSize, kSpeckLevel, kBrightness;
 
 // The pages in the files that a step names, each read when it is first asked for, by whatever thread.
 class NamedPages;
+std::shared_ptr<NamedPages> NewNamedPages();
 
 // One for each parameter: a number, or text.
 struct Values {
@@ -54,37 +54,43 @@ struct Values {
   std::shared_ptr<NamedPages> files = {};  // of a step with files; copies share them
 
   double operator[](size_t i) const { return numbers[i]; }
+  int Whole(size_t i) const { return static_cast<int>(numbers[i]); }
+  // The first page of a file that is named; null where none is.
+  HGLOBAL File(size_t i) const;
   bool operator==(const Values& other) const { return numbers == other.numbers && texts == other.texts; }
 };
 
 struct Operation {
   std::string_view name;
-  std::string_view summary;  // one sentence, for lists
-  std::string_view details;  // for docs/operations.md; may be empty
-  std::string_view depths;   // the depths taken, for messages and docs
-  std::span<const Parameter> parameters;
-  // One of these three. They leave the pages that they are given as they were, and throw PageError when one
-  // cannot be worked on.
-  Dib (*run)(const Dib& page, const Values& values);
-  std::vector<Dib> (*split)(const Dib& page, const Values& values) = nullptr;
-  // Takes all pages that go to one place, in reading order.
-  Dib (*merge)(std::span<const Dib> pages, const Values& values) = nullptr;
+  std::string_view summary;       // one sentence, for lists
+  std::string_view details = {};  // for docs/operations.md
+  std::string_view depths;        // the depths taken, for messages and docs
+  std::array<Parameter, kMostParameters> slots = {};
+  // One of these three, which call a function of rastrel_pages.h and leave its error. `split` returns whether
+  // there are pages, `merge` takes all that go to one place, in reading order.
+  HGLOBAL (*run)(HGLOBAL page, const Values& values) = nullptr;
+  bool (*split)(HGLOBAL page, const Values& values, std::vector<Page>* parts) = nullptr;
+  HGLOBAL (*merge)(std::span<const HGLOBAL> pages, const Values& values) = nullptr;
   // Throws UsageError for values that do not go together.
   void (*check)(const Values& values) = nullptr;
+
+  std::span<const Parameter> parameters() const {
+    const auto end =
+        std::find_if(slots.begin(), slots.end(), [](const Parameter& slot) { return slot.name.empty(); });
+    return {slots.begin(), end};
+  }
 };
 
 std::span<const Operation> Operations();
 // Null for other names.
 const Operation* FindOperation(std::string_view name);
-// Of an operation in the table.
-const Parameter& FindParameter(std::string_view operation, std::string_view parameter);
 
 struct Step {
   const Operation* operation = nullptr;
   Values values{};
 };
-
-std::vector<Dib> RunStep(const Step& step, std::span<const Dib> pages);
+// Throws PageError.
+std::vector<Page> RunStep(const Step& step, std::span<const Page> pages);
 
 // From "name" or "name:value,value" or "name:parameter=value". Throws UsageError.
 Step ParseStep(std::string_view text);
@@ -102,6 +108,8 @@ std::string DefaultText(const Parameter& parameter);
 std::string Wrapped(std::string_view text, size_t width, const std::string& indent);
 // The lines of `rastrel apply --list`.
 std::string OperationsHelp();
+// The same as JSON, for programs that make menus, bindings and manuals of it.
+std::string OperationsJson();
 // docs/operations.md.
 std::string OperationsMarkdown();
 

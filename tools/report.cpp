@@ -13,10 +13,28 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+constexpr double kCertain = 0.5;  // of a measured skew, the least confidence that a page is turned with
+
 double Rounded(double value, double steps) { return std::round(value * steps) / steps + 0.0; }  // no -0.0
 
+// The page's own record, in which it is told after `blank` whether the page was left out.
+void AddRecord(const PageReport& report, Command command, Json* json) {
+  const Json record = Json::parse(CleanRecordJson(report.record.get()));
+  for (const auto& [name, value] : record.items()) {
+    (*json)[name] = value;
+    if (name == "blank" && command == Command::kClean) (*json)["dropped"] = report.isDropped;
+  }
+}
+
+Json StepsOf(const PageReport& report) {
+  Json steps = Json::array();
+  for (const StepTime& time : report.times) {
+    steps.push_back({{"step", time.step}, {"ms", Rounded(time.milliseconds, 1000)}});
+  }
+  return steps;
+}
+
 Json ToJson(const PageReport& report, Command command) {
-  const CleanRecord& record = report.record;
   Json json = {{"file", report.file}, {"page", report.page}, {"pages", report.pages}};
   if (report.outputs.size() == 1) json["output"] = report.outputs.front();
   if (report.outputs.size() > 1) json["outputs"] = report.outputs;
@@ -27,115 +45,87 @@ Json ToJson(const PageReport& report, Command command) {
   if (!report.overlay.empty()) json["overlay"] = report.overlay;
   if (report.joined > 1) json["joined"] = report.joined;
   if (report.made > 1) json["made"] = report.made;
-  json["width"] = record.width;
-  json["height"] = record.height;
-  json["bits"] = record.bits;
-  json["dpi"] = record.dpiX;
-  if (record.dpiX != record.dpiY) json["dpiDown"] = record.dpiY;
-  if (record.skew) json["skew"] = Rounded(*record.skew, 100);
-  if (record.skewConfidence) json["skewConfidence"] = Rounded(*record.skewConfidence, 100);
-  if (command != Command::kApply) json["blank"] = record.isBlank;
-  if (command == Command::kClean) {
-    json["dropped"] = report.isDropped;
-    json["text"] = record.isTextDark ? "dark" : "light";
-    json["turned"] = record.isTurned;
-    json["cropped"] = record.isCropped;
-    json["widthIn"] = record.widthIn;
-    json["heightIn"] = record.heightIn;
-    json["trimmedPixels"] = record.trimmedPixels();
-    json["trimmedLeft"] = record.trimmedLeft;
-    json["trimmedTop"] = record.trimmedTop;
-    json["trimmedRight"] = record.trimmedRight;
-    json["trimmedBottom"] = record.trimmedBottom;
-    json["holes"] = record.holes.size();
-    json["holesAt"] = Json::array();
-    for (const Hole& hole : record.holes) {
-      json["holesAt"].push_back({{"x", Rounded(hole.x, 10)},
-                                 {"y", Rounded(hole.y, 10)},
-                                 {"diameter", Rounded(hole.diameter, 10)},
-                                 {"side", pages::NameOf(hole.side)}});
-    }
-    json["specks"] = record.specks;
-    json["speckPixels"] = record.speckPixels;
-  }
-  if (command != Command::kInfo) {
+  if (report.record) {
+    AddRecord(report, command, &json);
+  } else {
+    const CleanSummary& page = report.summary;
+    json["width"] = page.width;
+    json["height"] = page.height;
+    json["bits"] = page.bits;
+    json["dpi"] = page.dpiX;
+    if (page.dpiX != page.dpiY) json["dpiDown"] = page.dpiY;
     json["steps"] = Json::array();
-    for (const StepTime& time : record.times) {
-      json["steps"].push_back({{"step", time.step}, {"ms", Rounded(time.milliseconds, 1000)}});
-    }
     json["skipped"] = Json::array();
-    for (const Skipped& skipped : record.skipped) {
-      json["skipped"].push_back({{"step", skipped.step}, {"reason", skipped.reason}});
-    }
-    if (!record.sidesLeft.empty()) json["sidesLeft"] = Json::array();
-    for (const pages::SideLeft& left : record.sidesLeft) {
-      json["sidesLeft"].push_back({{"side", left.side}, {"reason", left.reason}});
-    }
-    if (!record.regions.empty()) json["regions"] = Json::array();
-    for (const pages::Region& region : record.regions) {
-      Json entry = {{"kind", region.kind},
-                    {"left", region.left},
-                    {"top", region.top},
-                    {"right", region.right},
-                    {"bottom", region.bottom},
-                    {"pixels", region.pixels},
-                    {"confidence", Rounded(region.confidence, 100)},
-                    {"reason", region.reason}};
-      if (region.isTakenBack) entry["takenBack"] = true;
-      json["regions"].push_back(entry);
-    }
-    if (command == Command::kClean) json["checked"] = record.isChecked;
-    if (!record.takenBack.empty()) json["takenBack"] = Json::array();
-    for (const Skipped& taken : record.takenBack) {
-      json["takenBack"].push_back({{"step", taken.step}, {"reason", taken.reason}});
-    }
   }
+  if (command != Command::kInfo) json["steps"] = StepsOf(report);
   return json;
 }
 
-std::string Dots(const CleanRecord& record) {
+struct Skipped {
+  const char* step = "";
+  const char* reason = "";
+};
+std::vector<Skipped> SkippedOf(const PageReport& report) {
+  std::vector<Skipped> list(static_cast<size_t>(report.summary.skipped));
+  int32_t i = 0;
+  for (Skipped& skipped : list) GetCleanSkipped(report.record.get(), i++, &skipped.step, &skipped.reason);
+  return list;
+}
+
+std::vector<PageHole> HolesOf(const PageReport& report) {
+  std::vector<PageHole> holes(static_cast<size_t>(report.summary.holes), Sized<PageHole>());
+  int32_t i = 0;
+  for (PageHole& hole : holes) GetCleanHole(report.record.get(), i++, &hole);
+  return holes;
+}
+
+int64_t TrimmedPixels(const CleanSummary& page) {
+  return page.trimmedLeft + page.trimmedTop + page.trimmedRight + page.trimmedBottom;
+}
+
+std::string Dots(const CleanSummary& record) {
   if (record.dpiX == record.dpiY) return fmt::format("{:g} dpi", record.dpiX);
   return fmt::format("{:g} x {:g} dpi", record.dpiX, record.dpiY);
 }
 
-bool IsSkewKnown(const CleanRecord& record) {
-  return record.skew && record.skewConfidence.value_or(1) >= kCertainSkew;
+bool IsSkewKnown(const CleanSummary& page) {
+  return page.hasSkew != 0 && (page.skewConfidence < 0 || page.skewConfidence >= kCertain);
 }
 
 // What was done to one page, in words.
 std::string Deeds(const PageReport& report) {
   if (report.isDropped) return "blank, left out";
-  const CleanRecord& record = report.record;
+  const CleanSummary& page = report.summary;
   std::string text;
   const auto add = [&text](std::string deed) { text += (text.empty() ? "" : ", ") + deed; };
-  if (record.isCropped) add("sheet cut out");
-  if (record.isTurned) add(fmt::format("turned by {:.2f} degrees", -record.skew.value_or(0)));
-  if (record.trimmedPixels() > 0) add("border trimmed");
-  if (!record.holes.empty())
-    add(fmt::format("{} hole{} erased", record.holes.size(), record.holes.size() == 1 ? "" : "s"));
-  if (record.specks > 0) add("specks removed");
-  if (record.specks == 0 && record.speckPixels > 0) add("filtered");
-  if (record.isReduced) add("made black and white");
+  if (page.isCropped) add("sheet cut out");
+  if (page.isTurned) add(fmt::format("turned by {:.2f} degrees", -page.skew));
+  if (TrimmedPixels(page) > 0) add("border trimmed");
+  if (page.holes > 0) add(fmt::format("{} hole{} erased", page.holes, page.holes == 1 ? "" : "s"));
+  if (page.specks > 0) add("specks removed");
+  if (page.specks == 0 && page.speckPixels > 0) add("filtered");
+  if (page.isReduced) add("made black and white");
   return text.empty() ? "nothing to do" : text;
 }
 
-void PrintRemoved(const CleanRecord& record) {
-  if (record.trimmedPixels() > 0) {
-    fmt::print("    border: {} pixels at the left, {} at the right, {} above, {} below\n", record.trimmedLeft,
-               record.trimmedRight, record.trimmedTop, record.trimmedBottom);
+void PrintRemoved(const PageReport& report) {
+  const CleanSummary& page = report.summary;
+  if (TrimmedPixels(page) > 0) {
+    fmt::print("    border: {} pixels at the left, {} at the right, {} above, {} below\n", page.trimmedLeft,
+               page.trimmedRight, page.trimmedTop, page.trimmedBottom);
   }
-  for (const Hole& hole : record.holes) {
-    fmt::print("    hole at the {}: {:.0f} pixels wide, its middle at {:.0f}, {:.0f}\n",
-               pages::NameOf(hole.side), hole.diameter, hole.x, hole.y);
+  for (const PageHole& hole : HolesOf(report)) {
+    fmt::print("    hole at the {}: {:.0f} pixels wide, its middle at {:.0f}, {:.0f}\n", hole.side,
+               hole.diameter, hole.x, hole.y);
   }
-  if (record.specks > 0)
-    fmt::print("    specks: {}, of {} pixels in all\n", record.specks, record.speckPixels);
+  if (page.specks > 0) fmt::print("    specks: {}, of {} pixels in all\n", page.specks, page.speckPixels);
 }
 
-void PrintSteps(const CleanRecord& record) {
-  for (const Skipped& skipped : record.skipped)
+void PrintSteps(const PageReport& report) {
+  for (const Skipped& skipped : SkippedOf(report)) {
     fmt::print("    {} skipped: {}\n", skipped.step, skipped.reason);
-  for (const StepTime& time : record.times) fmt::print("    {}: {:.2f} ms\n", time.step, time.milliseconds);
+  }
+  for (const StepTime& time : report.times) fmt::print("    {}: {:.2f} ms\n", time.step, time.milliseconds);
 }
 
 std::string PageName(const PageReport& report) {
@@ -160,9 +150,11 @@ Reporter::~Reporter() {
 
 void Reporter::Page(const PageReport& report) {
   ++done_;
-  turned_ += report.record.isTurned;
-  trimmed_ += report.record.trimmedPixels() > 0;
-  punched_ += !report.record.holes.empty();
+  if (command_ == Command::kClean) {
+    turned_ += report.summary.isTurned;
+    trimmed_ += TrimmedPixels(report.summary) > 0;
+    punched_ += report.summary.holes > 0;
+  }
   failed_ += !report.error.empty();
   if (!report.outputs.empty()) {
     if (firstOutput_.empty()) firstOutput_ = report.outputs.front();
@@ -194,14 +186,14 @@ std::string Reporter::Arrow(int pages) const {
 }
 
 void Reporter::PrintLine(const PageReport& report) {
-  const CleanRecord& record = report.record;
+  const CleanSummary& record = report.summary;
   if (command_ == Command::kInfo) {
     if (!report.error.empty()) return;
     fmt::print("{}: {} x {} pixels, {} bit{}, {}, skew {}{}\n", PageName(report), record.width, record.height,
                record.bits, record.bits == 1 ? "" : "s", record.dpiX > 0 ? Dots(record) : "no resolution",
-               IsSkewKnown(record) ? fmt::format("{:.2f}", *record.skew) : "unknown",
+               IsSkewKnown(record) ? fmt::format("{:.2f}", record.skew) : "unknown",
                record.isBlank ? ", blank" : "");
-    if (options_.isVerbose) PrintSteps(record);
+    if (options_.isVerbose) PrintSteps(report);
     return;
   }
   if (options_.isVerbose) {
@@ -211,9 +203,9 @@ void Reporter::PrintLine(const PageReport& report) {
     const std::string deeds = command_ == Command::kClean ? Deeds(report) : "done";
     fmt::print("{}: {} x {} pixels, {} bit{}, {}: {}{}\n", PageName(report), record.width, record.height,
                record.bits, record.bits == 1 ? "" : "s", Dots(record), deeds, arrow);
-    if (command_ == Command::kClean) PrintRemoved(record);
+    if (command_ == Command::kClean) PrintRemoved(report);
     if (!report.overlay.empty()) fmt::print("    overlay: {}\n", report.overlay);
-    PrintSteps(record);
+    PrintSteps(report);
     return;
   }
   if (report.page < report.pages || hasBar_) return;

@@ -6,16 +6,19 @@
 #include <string>
 #include <vector>
 
-#include "pages/clean.h"
+#include "tools/handles.h"
 
 namespace rastrel::tool {
-
-using namespace pages;
 
 struct ReportOptions {
   bool isJson = false;
   bool isQuiet = false;
   bool isVerbose = false;
+};
+
+struct StepTime {
+  std::string step;
+  double milliseconds = 0;
 };
 
 // One page's outcome.
@@ -30,7 +33,9 @@ struct PageReport {
   std::string error;                 // empty when the page is done
   bool isFollowUp = false;           // the error has been told with an earlier page
   bool isDropped = false;            // blank and left out: nothing is written
-  CleanRecord record;
+  CleanSummary summary = Sized<CleanSummary>();
+  Record record = nullptr;      // of a page that was cleaned or looked at
+  std::vector<StepTime> times;  // of all steps, loading and saving among them
 };
 
 enum class Command { kClean, kApply, kInfo };

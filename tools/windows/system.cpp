@@ -4,16 +4,13 @@
 
 #include <csignal>
 
-#include "formats/paths.h"
+#include "tools/paths.h"
 
 // Patterns like *.bmp are expanded before main: no shell does it there.
 extern "C" int _dowildcard;
 int _dowildcard = -1;
 
 namespace rastrel::tool {
-
-using formats::NameOf;
-using formats::PathOf;
 
 std::optional<FileKey> KeyOf(const std::string& path) {
   HANDLE file = CreateFileA(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,

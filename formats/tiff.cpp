@@ -8,12 +8,22 @@
 #include <cstring>
 #include <string_view>
 
-#include "formats/page_io.h"
+#include "formats/format.h"
 #include "formats/tiff_file.h"
 #include "pages/text.h"
 
 namespace rastrel::formats {
 namespace {
+
+using namespace std::string_view_literals;
+constexpr std::string_view kSignatures[] = {"II\x2A\0"sv, "MM\0\x2A"sv, "II\x2B\0"sv,
+                                            "MM\0\x2B"sv};  // the last two: 64-bit offsets
+
+constexpr OptionEntry kOptions[] = {
+    {.name = "quality",
+     .help = "compress grey and colour pages as JPEG of this quality; without it nothing is lost",
+     .least = 1,
+     .most = 100}};
 
 constexpr tmsize_t kMaxTagBytes = tmsize_t{1} << 30;  // of anything that libtiff allocates for itself
 constexpr uint64_t kMaxPages = 1u << 20;
@@ -72,9 +82,7 @@ TiffHandle Open(TiffFile* file, Messages* messages) {
   return TiffHandle(file->Open(options.get()));
 }
 
-[[noreturn]] void Damaged(const Messages& messages) {
-  throw PageError(messages.error.empty() ? "is damaged" : "is damaged: " + messages.error);
-}
+[[noreturn]] void Damaged(const Messages& messages) { formats::Damaged(messages.error); }
 
 // ---- reading ----------------------------------------------------------------------------------------------
 
@@ -138,8 +146,7 @@ void CheckClaim(TIFF* file, const Layout& layout) {
   // A fax row takes a bit at least.
   if ((isFax && layout.height / 8 > fileBytes) ||
       (ratio != 0 && rowBytes > 0 && layout.height > fileBytes * ratio / rowBytes)) {
-    throw PageError(Text("is damaged: ", fileBytes, " bytes cannot hold ", layout.width, " x ", layout.height,
-                         " pixels"));
+    CannotHold(fileBytes, layout.width, layout.height);
   }
 }
 
@@ -156,7 +163,8 @@ bool IsPlainColour(const Layout& layout) {
 
 void ReadColourMap(TIFF* file, const PageView& page) {
   uint16_t *red = nullptr, *green = nullptr, *blue = nullptr;
-  if (TIFFGetField(file, TIFFTAG_COLORMAP, &red, &green, &blue) == 0) throw PageError("has no colour table");
+  if (TIFFGetField(file, TIFFTAG_COLORMAP, &red, &green, &blue) == 0)
+    throw PageError("has no colour table", ErrDamagedFile);
   const size_t colours = page.palette().size();
   // Some writers store bytes where 16 bits are due.
   bool isWide = false;
@@ -193,7 +201,7 @@ Dib ReadRows(TIFF* file, const Layout& layout, const Messages& messages) {
 // Every other layout, as libtiff turns it into red, green, blue and alpha; alpha goes over white.
 Dib ReadThroughRgba(TIFF* file, const Layout& layout, const Messages& messages) {
   char reason[1024];
-  if (TIFFRGBAImageOK(file, reason) == 0) throw PageError(Text("cannot be read: ", reason));
+  if (TIFFRGBAImageOK(file, reason) == 0) throw PageError(Text("cannot be read: ", reason), ErrUnsupported);
   Dib page = MakePage(layout.width, layout.height, 24, layout.resolution);
   Dib raster = MakePage(layout.width, layout.height, 32, {});  // the pixel words of libtiff
   const PageView words(raster);
@@ -221,59 +229,17 @@ Dib ReadThroughRgba(TIFF* file, const Layout& layout, const Messages& messages) 
 
 // ---- writing ----------------------------------------------------------------------------------------------
 
-// A TIFF file in memory, behind libtiff's calls.
-struct Memory {
-  std::vector<uint8_t>* bytes;
-  size_t position = 0;
-};
-
-tmsize_t ReadMemory(thandle_t handle, void* buffer, tmsize_t size) {
-  auto& memory = *static_cast<Memory*>(handle);
-  const size_t left = memory.bytes->size() - std::min(memory.position, memory.bytes->size());
-  const size_t count = std::min(left, static_cast<size_t>(size));
-  if (count != 0) std::memcpy(buffer, memory.bytes->data() + memory.position, count);
-  memory.position += count;
-  return static_cast<tmsize_t>(count);
-}
-
-tmsize_t WriteMemory(thandle_t handle, void* buffer, tmsize_t size) {
-  auto& memory = *static_cast<Memory*>(handle);
-  const size_t end = memory.position + static_cast<size_t>(size);
-  if (end > memory.bytes->size()) memory.bytes->resize(end);
-  if (size != 0) std::memcpy(memory.bytes->data() + memory.position, buffer, static_cast<size_t>(size));
-  memory.position = end;
-  return size;
-}
-
-toff_t SeekMemory(thandle_t handle, toff_t offset, int origin) {
-  auto& memory = *static_cast<Memory*>(handle);
-  const size_t from = origin == SEEK_SET ? 0 : origin == SEEK_CUR ? memory.position : memory.bytes->size();
-  memory.position = from + static_cast<size_t>(offset);
-  return memory.position;
-}
-
-int CloseMemory(thandle_t) { return 0; }
-toff_t SizeOfMemory(thandle_t handle) { return static_cast<Memory*>(handle)->bytes->size(); }
-
-TiffHandle OpenMemory(Memory* memory, const char* mode, Messages* messages) {
-  const OpenOptions options(messages);
-  return TiffHandle(TIFFClientOpenExt("page", mode, memory, ReadMemory, WriteMemory, SeekMemory, CloseMemory,
-                                      SizeOfMemory, nullptr, nullptr, options.get()));
-}
-
-[[noreturn]] void NotWritten(const Messages& messages) {
-  throw PageError(messages.error.empty() ? "cannot be written" : "cannot be written: " + messages.error);
-}
+[[noreturn]] void NotWritten(const Messages& messages) { formats::NotWritten(messages.error); }
 
 // How a page stands in the file.
 struct Form {
   uint16_t bits, samples, photometric, compression;
 };
 
-Form FormOf(const PageView& page, const WriteOptions& options) {
+Form FormOf(const PageView& page, int jpegQuality) {
   const bool isGrey = HasGreyRamp(page);
   if (page.bits() == 1 && isGrey) return {1, 1, PHOTOMETRIC_MINISWHITE, COMPRESSION_CCITTFAX4};
-  const uint16_t lossy = options.jpegQuality > 0 ? COMPRESSION_JPEG : COMPRESSION_ADOBE_DEFLATE;
+  const uint16_t lossy = jpegQuality > 0 ? COMPRESSION_JPEG : COMPRESSION_ADOBE_DEFLATE;
   if (page.bits() == 24) {
     const uint16_t photometric = lossy == COMPRESSION_JPEG ? PHOTOMETRIC_YCBCR : PHOTOMETRIC_RGB;
     return {8, 3, photometric, lossy};
@@ -293,7 +259,7 @@ void SetColourMap(TIFF* file, const PageView& page) {
   TIFFSetField(file, TIFFTAG_COLORMAP, maps[0].data(), maps[1].data(), maps[2].data());
 }
 
-void SetForm(TIFF* file, const PageView& page, const Form& form, const WriteOptions& options) {
+void SetForm(TIFF* file, const PageView& page, const Form& form, int jpegQuality) {
   TIFFSetField(file, TIFFTAG_IMAGEWIDTH, page.width());
   TIFFSetField(file, TIFFTAG_IMAGELENGTH, page.height());
   TIFFSetField(file, TIFFTAG_BITSPERSAMPLE, form.bits);
@@ -313,7 +279,7 @@ void SetForm(TIFF* file, const PageView& page, const Form& form, const WriteOpti
   }
   TIFFSetField(file, TIFFTAG_ROWSPERSTRIP, static_cast<uint32_t>(rows));
   if (form.compression == COMPRESSION_JPEG) {
-    TIFFSetField(file, TIFFTAG_JPEGQUALITY, options.jpegQuality);
+    TIFFSetField(file, TIFFTAG_JPEGQUALITY, jpegQuality);
     TIFFSetField(file, TIFFTAG_JPEGTABLESMODE, 0);  // each strip complete in itself
     if (form.samples == 3) TIFFSetField(file, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
   } else if (form.compression == COMPRESSION_ADOBE_DEFLATE && form.bits == 8 &&
@@ -400,100 +366,143 @@ void CopyFields(TIFF* from, TIFF* to) {
   }
 }
 
-}  // namespace
+// A file that is read, with one of its pages shown as the first.
+class OpenTiff {
+ public:
+  explicit OpenTiff(Bytes* bytes, uint64_t directory = 0) : file_(bytes, /*isWritten=*/false) {
+    if (directory != 0) file_.BeginAt(directory);
+    tiff_ = Open(&file_, &messages_);
+    if (!tiff_) Damaged(messages_);
+  }
+  TIFF* tiff() const { return tiff_.get(); }
+  const Messages& messages() const { return messages_; }
 
-void ListTiffPages(const std::string& path, PageFile* result) {
-  Messages messages;
-  TiffFile bytes(path, /*isWritten=*/false);
-  const TiffHandle file = Open(&bytes, &messages);
-  if (!file) Damaged(messages);
+ private:
+  Messages messages_;
+  TiffFile file_;
+  TiffHandle tiff_;
+};
+
+PageList List(Bytes* bytes) {
+  const OpenTiff file(bytes);
+  PageList pages;
   do {
     uint32_t kind = 0;
-    TIFFGetField(file.get(), TIFFTAG_SUBFILETYPE, &kind);
+    TIFFGetField(file.tiff(), TIFFTAG_SUBFILETYPE, &kind);
     // Thumbnails and masks are no pages.
     if ((kind & (FILETYPE_REDUCEDIMAGE | FILETYPE_MASK)) == 0) {
-      result->pages.push_back(TIFFCurrentDirOffset(file.get()));
+      pages.places.push_back(TIFFCurrentDirOffset(file.tiff()));
     }
-  } while (result->pages.size() < kMaxPages && TIFFReadDirectory(file.get()) != 0);
-  if (!messages.error.empty()) result->damage = "is damaged: " + messages.error;
-  if (result->pages.empty()) Damaged(messages);
+  } while (pages.places.size() < kMaxPages && TIFFReadDirectory(file.tiff()) != 0);
+  if (!file.messages().error.empty()) pages.damage = "is damaged: " + file.messages().error;
+  if (pages.places.empty()) Damaged(file.messages());
+  return pages;
 }
 
-Dib ReadTiff(const std::string& path, uint64_t directory) {
-  Messages messages;
-  TiffFile bytes(path, /*isWritten=*/false);
-  bytes.BeginAt(directory);
-  const TiffHandle file = Open(&bytes, &messages);
-  if (!file) Damaged(messages);
-  const Layout layout = ReadLayout(file.get());
-  CheckClaim(file.get(), layout);
+// Whether rows go straight into a page; others go through libtiff's colours.
+bool IsPlain(TIFF* file, const Layout& layout) {
+  return TIFFIsTiled(file) == 0 && (IsPlainIndexed(layout) || IsPlainColour(layout));
+}
+
+Dib Read(Bytes* bytes, uint64_t directory, Metadata* /*metadata*/) {
+  const OpenTiff file(bytes, directory);
+  const Layout layout = ReadLayout(file.tiff());
+  CheckClaim(file.tiff(), layout);
   Dib page;
-  const bool isColour = IsPlainColour(layout);
-  if (TIFFIsTiled(file.get()) == 0 && (IsPlainIndexed(layout) || isColour)) {
-    if (isColour && layout.photometric == PHOTOMETRIC_YCBCR) {
-      TIFFSetField(file.get(), TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
+  if (IsPlain(file.tiff(), layout)) {
+    if (IsPlainColour(layout) && layout.photometric == PHOTOMETRIC_YCBCR) {
+      TIFFSetField(file.tiff(), TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
     }
-    page = ReadRows(file.get(), layout, messages);
+    page = ReadRows(file.tiff(), layout, file.messages());
   } else {
-    page = ReadThroughRgba(file.get(), layout, messages);
+    page = ReadThroughRgba(file.tiff(), layout, file.messages());
   }
   return Upright(std::move(page), layout.orientation);
 }
 
-EncodedTiff EncodeTiff(const Dib& page, const WriteOptions& options) {
+PageInfo Describe(Bytes* bytes, uint64_t directory) {
+  const OpenTiff file(bytes, directory);
+  const Layout layout = ReadLayout(file.tiff());
+  CheckClaim(file.tiff(), layout);
+  const bool isPlain = IsPlain(file.tiff(), layout);
+  const bool isGrey =
+      layout.photometric == PHOTOMETRIC_MINISWHITE || layout.photometric == PHOTOMETRIC_MINISBLACK;
+  const int bits = isPlain ? (layout.samples == 3 ? 24 : layout.bits) : isGrey ? 8 : 24;
+  return InfoFromHeader(layout.width, layout.height, bits, layout.resolution, layout.orientation,
+                        [&](const PageView& page) {
+                          if (bits <= 8 && layout.photometric == PHOTOMETRIC_PALETTE) {
+                            ReadColourMap(file.tiff(), page);
+                          }
+                        });
+}
+
+// A file of that page alone.
+std::vector<uint8_t> Encode(const Dib& page, const Metadata& /*metadata*/, const Options& options) {
+  const auto jpegQuality = static_cast<int>(options.Number("quality", 0));
   const PageView view(page);
-  const Form form = FormOf(view, options);
-  EncodedTiff bytes;
-  Memory memory{&bytes};
+  const Form form = FormOf(view, jpegQuality);
+  MemoryBytes bytes;
+  TiffFile memory(&bytes, /*isWritten=*/true);
   Messages messages;
-  TiffHandle file = OpenMemory(&memory, "w", &messages);
+  TiffHandle file = Open(&memory, &messages);
   if (!file) NotWritten(messages);
-  SetForm(file.get(), view, form, options);
+  SetForm(file.get(), view, form, jpegQuality);
   const bool isWritten = form.compression == COMPRESSION_CCITTFAX4 ? WriteFaxRows(file.get(), view, form)
                                                                    : WriteStrips(file.get(), view, form);
   if (!isWritten) NotWritten(messages);
   if (TIFFFlush(file.get()) == 0 || !messages.error.empty()) NotWritten(messages);
   file.reset();
-  return bytes;
+  return bytes.Take();
 }
 
-struct TiffDocument::State {
-  Messages messages;
-  TiffFile bytes;
-  TiffHandle file;
+class TiffDocument : public Document {
+ public:
+  explicit TiffDocument(Bytes* bytes) : file_(bytes, /*isWritten=*/true), tiff_(Open(&file_, &messages_)) {
+    if (!tiff_) NotWritten(messages_);
+  }
+
+  // The compressed strips go over as they are.
+  void Append(std::span<const uint8_t> encoded) override {
+    BorrowedBytes bytes(encoded);
+    const OpenTiff from(&bytes);
+    TIFF* to = tiff_.get();
+    CopyFields(from.tiff(), to);
+    std::vector<uint8_t> strip;
+    for (uint32_t i = 0; i < TIFFNumberOfStrips(from.tiff()); ++i) {
+      const uint64_t size = TIFFGetStrileByteCount(from.tiff(), i);
+      strip.resize(static_cast<size_t>(size));
+      const auto count = static_cast<tmsize_t>(size);
+      if (TIFFReadRawStrip(from.tiff(), i, strip.data(), count) != count) NotWritten(from.messages());
+      if (TIFFWriteRawStrip(to, i, strip.data(), count) != count) NotWritten(messages_);
+    }
+    if (TIFFWriteDirectory(to) == 0 || !messages_.error.empty()) NotWritten(messages_);
+    file_.SkipToLastPage();
+  }
+
+  void Close() override {
+    tiff_.reset();
+    if (!messages_.error.empty()) NotWritten(messages_);
+  }
+
+ private:
+  Messages messages_;
+  TiffFile file_;
+  TiffHandle tiff_;
 };
 
-TiffDocument::TiffDocument(const std::string& path)
-    : state_(new State{{}, TiffFile(path, /*isWritten=*/true), nullptr}) {
-  state_->file = Open(&state_->bytes, &state_->messages);
-  if (!state_->file) NotWritten(state_->messages);
-}
+std::unique_ptr<Document> Create(Bytes* bytes) { return std::make_unique<TiffDocument>(bytes); }
 
-TiffDocument::~TiffDocument() = default;
+}  // namespace
 
-// The compressed strips go over as they are.
-void TiffDocument::Append(const EncodedTiff& page) {
-  Messages messages;
-  Memory memory{const_cast<EncodedTiff*>(&page)};  // nothing writes to it
-  const TiffHandle from = OpenMemory(&memory, "rm", &messages);
-  if (!from) NotWritten(messages);
-  TIFF* to = state_->file.get();
-  CopyFields(from.get(), to);
-  std::vector<uint8_t> strip;
-  for (uint32_t i = 0; i < TIFFNumberOfStrips(from.get()); ++i) {
-    const uint64_t size = TIFFGetStrileByteCount(from.get(), i);
-    strip.resize(static_cast<size_t>(size));
-    const auto count = static_cast<tmsize_t>(size);
-    if (TIFFReadRawStrip(from.get(), i, strip.data(), count) != count) NotWritten(messages);
-    if (TIFFWriteRawStrip(to, i, strip.data(), count) != count) NotWritten(state_->messages);
-  }
-  if (TIFFWriteDirectory(to) == 0 || !state_->messages.error.empty()) NotWritten(state_->messages);
-  state_->bytes.SkipToLastPage();
-}
-
-void TiffDocument::Close() {
-  state_->file.reset();
-  if (!state_->messages.error.empty()) NotWritten(state_->messages);
-}
+constinit const Format kTiff = {.name = "tif",
+                                .title = "TIFF",
+                                .extensions = "tif,tiff",
+                                .signatures = kSignatures,
+                                .options = kOptions,
+                                .read = Read,
+                                .describe = Describe,
+                                .list = List,
+                                .encode = Encode,
+                                .create = Create};
 
 }  // namespace rastrel::formats

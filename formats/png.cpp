@@ -3,16 +3,11 @@
 #include <png.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
-#include <sys/stat.h>
-
-#include "formats/page_io.h"
-#include "pages/text.h"
+#include "formats/format.h"
 
 namespace rastrel::formats {
 namespace {
@@ -20,10 +15,8 @@ namespace {
 constexpr uint64_t kHighestRatio = 1100;  // of deflate, in bytes to a byte, rounded up
 constexpr int kCompressionLevel = 4;      // half the time of the usual 6 for a fifteenth more bytes
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
+using namespace std::string_view_literals;
+constexpr std::string_view kSignatures[] = {"\x89PNG\r\n"sv};
 
 struct Message {
   char text[120] = "";
@@ -37,13 +30,26 @@ void OnError(png_structp png, png_const_charp text) {
 
 void OnWarning(png_structp, png_const_charp) {}
 
+void OnRead(png_structp png, png_bytep bytes, size_t count) {
+  auto& reader = *static_cast<ByteReader*>(png_get_io_ptr(png));
+  if (!reader.Read({bytes, count})) png_error(png, "Read Error");
+}
+
+void OnWrite(png_structp png, png_bytep bytes, size_t count) {
+  auto& writer = *static_cast<ByteWriter*>(png_get_io_ptr(png));
+  if (!writer.Write({bytes, count})) png_error(png, "Write Error");
+}
+
+void OnFlush(png_structp) {}
+
 class Reader {
  public:
-  explicit Reader(std::FILE* file)
-      : png_(png_create_read_struct(PNG_LIBPNG_VER_STRING, &message_, OnError, OnWarning)),
+  explicit Reader(Bytes* file)
+      : bytes_(file),
+        png_(png_create_read_struct(PNG_LIBPNG_VER_STRING, &message_, OnError, OnWarning)),
         info_(png_ != nullptr ? png_create_info_struct(png_) : nullptr) {
-    if (info_ == nullptr) throw PageError("out of memory");
-    png_init_io(png_, file);
+    if (info_ == nullptr) throw PageError("out of memory", ErrNoMemory);
+    png_set_read_fn(png_, &bytes_, OnRead);
     png_set_user_limits(png_, 0x7FFFFFFF, 0x7FFFFFFF);
   }
   ~Reader() { png_destroy_read_struct(&png_, &info_, nullptr); }
@@ -52,7 +58,7 @@ class Reader {
 
   png_structp png() const { return png_; }
   png_infop info() const { return info_; }
-  [[noreturn]] void Damaged() const { throw PageError(Text("is damaged: ", message_.text)); }
+  [[noreturn]] void Fail() const { Damaged(message_.text); }
 
   bool ReadHead() {
     if (setjmp(png_jmpbuf(png_)) != 0) return false;
@@ -93,6 +99,7 @@ class Reader {
 
  private:
   Message message_;
+  ByteReader bytes_;
   png_structp png_;
   png_infop info_;
   int passes_ = 1;
@@ -127,11 +134,12 @@ Resolution ReadResolution(const Reader& reader) {
 
 class Writer {
  public:
-  explicit Writer(std::FILE* file)
-      : png_(png_create_write_struct(PNG_LIBPNG_VER_STRING, &message_, OnError, OnWarning)),
+  explicit Writer(Bytes* file)
+      : bytes_(file),
+        png_(png_create_write_struct(PNG_LIBPNG_VER_STRING, &message_, OnError, OnWarning)),
         info_(png_ != nullptr ? png_create_info_struct(png_) : nullptr) {
-    if (info_ == nullptr) throw PageError("out of memory");
-    png_init_io(png_, file);
+    if (info_ == nullptr) throw PageError("out of memory", ErrNoMemory);
+    png_set_write_fn(png_, &bytes_, OnWrite, OnFlush);
   }
   ~Writer() { png_destroy_write_struct(&png_, &info_); }
   Writer(const Writer&) = delete;
@@ -154,62 +162,81 @@ class Writer {
     if (page.bits() == 24) png_set_bgr(png_);
     for (int y = 0; y < page.height(); ++y) png_write_row(png_, page.PageRow(y));
     png_write_end(png_, nullptr);
-    return true;
+    return bytes_.Flush();
   }
 
  private:
   Message message_;
+  ByteWriter bytes_;
   png_structp png_;
   png_infop info_;
 };
 
-}  // namespace
+// Size and depth, after the rows have been asked for.
+struct Head {
+  int64_t width, height;
+  int bits;
+  Resolution resolution;
+  bool hasPalette;
+};
 
-Dib ReadPng(const std::string& path) {
-  const FileHandle file(std::fopen(path.c_str(), "rbe"));
-  if (!file) throw PageError(std::strerror(errno));
-  Reader reader(file.get());
-  if (!reader.ReadHead()) reader.Damaged();
-
-  const png_structp png = reader.png();
-  const uint64_t width = png_get_image_width(png, reader.info());
-  const uint64_t height = png_get_image_height(png, reader.info());
-  const bool hasPalette = png_get_color_type(png, reader.info()) == PNG_COLOR_TYPE_PALETTE;
-  struct stat status {};
-  const uint64_t fileBytes =
-      ::fstat(::fileno(file.get()), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
-  if (png_get_rowbytes(png, reader.info()) * height / kHighestRatio > fileBytes) {
-    throw PageError(Text("is damaged: ", fileBytes, " bytes cannot hold ", width, " x ", height, " pixels"));
+Head ReadHead(Reader* reader, uint64_t fileBytes) {
+  if (!reader->ReadHead()) reader->Fail();
+  const png_structp png = reader->png();
+  const uint64_t width = png_get_image_width(png, reader->info());
+  const uint64_t height = png_get_image_height(png, reader->info());
+  const bool hasPalette = png_get_color_type(png, reader->info()) == PNG_COLOR_TYPE_PALETTE;
+  if (png_get_rowbytes(png, reader->info()) * height / kHighestRatio > fileBytes) {
+    CannotHold(fileBytes, static_cast<int64_t>(width), static_cast<int64_t>(height));
   }
-  const Resolution resolution = ReadResolution(reader);
-  if (!reader.AskForRows()) reader.Damaged();
-  const int bits = png_get_bit_depth(png, reader.info()) * png_get_channels(png, reader.info());
-  Dib page = MakePage(static_cast<int64_t>(width), static_cast<int64_t>(height), bits, resolution);
+  const Resolution resolution = ReadResolution(*reader);
+  if (!reader->AskForRows()) reader->Fail();
+  const int bits = png_get_bit_depth(png, reader->info()) * png_get_channels(png, reader->info());
+  return {static_cast<int64_t>(width), static_cast<int64_t>(height), bits, resolution, hasPalette};
+}
+
+Dib Read(Bytes* file, uint64_t /*place*/, Metadata* /*metadata*/) {
+  Reader reader(file);
+  const Head head = ReadHead(&reader, file->size());
+  Dib page = MakePage(head.width, head.height, head.bits, head.resolution);
   const PageView view(page);
-  if (png_get_rowbytes(png, reader.info()) > view.stride()) throw PageError("is damaged");
+  if (png_get_rowbytes(reader.png(), reader.info()) > view.stride()) Damaged("");
   for (int y = 0; y < view.height(); ++y) std::memset(view.PageRow(y) + view.stride() - 4, 0, 4);
-  if (hasPalette) ReadPalette(reader, view);
-  if (!reader.ReadRows(view)) reader.Damaged();
+  if (head.hasPalette) ReadPalette(reader, view);
+  if (!reader.ReadRows(view)) reader.Fail();
   UseGreyRamp(view);
   return page;
 }
 
-void WritePng(const Dib& page, const std::string& path) {
+PageInfo Describe(Bytes* file, uint64_t /*place*/) {
+  Reader reader(file);
+  const Head head = ReadHead(&reader, file->size());
+  return InfoFromHeader(head.width, head.height, head.bits, head.resolution, 1, [&](const PageView& page) {
+    if (head.hasPalette) ReadPalette(reader, page);
+  });
+}
+
+void Write(const Dib& page, const Metadata& /*metadata*/, const Options& /*options*/, Bytes* file) {
   const PageView view(page);
   std::vector<png_color> colours;
   if (!HasGreyRamp(view)) {
     for (const RGBQUAD& entry : view.palette())
       colours.push_back({entry.rgbRed, entry.rgbGreen, entry.rgbBlue});
   }
-  FileHandle file(std::fopen(path.c_str(), "wbe"));
-  if (!file) throw PageError(Text("cannot be written: ", std::strerror(errno)));
-  Writer writer(file.get());
-  errno = 0;
-  const bool written = writer.Write(view, colours.empty() ? nullptr : colours.data());
-  const bool closed = std::fclose(file.release()) == 0;
-  if (!written || !closed) {
-    throw PageError(Text("cannot be written: ", errno != 0 ? std::strerror(errno) : writer.message()));
+  Writer writer(file);
+  if (!writer.Write(view, colours.empty() ? nullptr : colours.data())) {
+    NotWritten(file->problem() != nullptr ? file->problem() : writer.message());
   }
 }
+
+}  // namespace
+
+constinit const Format kPng = {.name = "png",
+                               .title = "PNG",
+                               .extensions = "png",
+                               .signatures = kSignatures,
+                               .read = Read,
+                               .describe = Describe,
+                               .write = Write};
 
 }  // namespace rastrel::formats

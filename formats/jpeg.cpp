@@ -1,28 +1,22 @@
 // JPEG files through libjpeg. It reports errors by a jump, so what stands between setjmp and the last call
 // holds nothing that needs destroying.
-#include <cerrno>
 #include <csetjmp>
 #include <cstdio>  // jpeglib.h needs it first
 #include <cstring>
-#include <memory>
 #include <span>
 
 #include <jerror.h>
 #include <jpeglib.h>
-#include <sys/stat.h>
 
-#include "formats/page_io.h"
-#include "pages/text.h"
+#include "formats/format.h"
 
 namespace rastrel::formats {
 namespace {
 
 constexpr int kExifMarker = JPEG_APP0 + 1;
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
+using namespace std::string_view_literals;
+constexpr std::string_view kSignatures[] = {"\xFF\xD8\xFF"sv};
 
 // Where errors go: the text of the first one.
 struct ErrorManager {
@@ -76,20 +70,46 @@ int ExifOrientation(std::span<const uint8_t> marker) {
   return 1;
 }
 
+// Hands libjpeg the bytes of a file.
+struct Supply {
+  jpeg_source_mgr base;
+  ByteReader* bytes;
+};
+
+boolean OnNeed(j_decompress_ptr jpeg) {
+  auto& supply = *reinterpret_cast<Supply*>(jpeg->src);
+  const std::span<const uint8_t> next = supply.bytes->Next();
+  if (next.empty()) WARNMS(jpeg, JWRN_JPEG_EOF);  // which does not come back
+  supply.base.next_input_byte = next.data();
+  supply.base.bytes_in_buffer = next.size();
+  return TRUE;
+}
+
+void OnSkip(j_decompress_ptr jpeg, long count) {
+  jpeg_source_mgr& source = *jpeg->src;
+  auto left = static_cast<size_t>(count < 0 ? 0 : count);
+  while (left > source.bytes_in_buffer) {
+    left -= source.bytes_in_buffer;
+    OnNeed(jpeg);
+  }
+  source.next_input_byte += left;
+  source.bytes_in_buffer -= left;
+}
+
 class Reader {
  public:
-  explicit Reader(std::FILE* file) {
+  explicit Reader(Bytes* file) : bytes_(file) {
     jpeg_.err = jpeg_std_error(&errors_.base);
     errors_.base.error_exit = OnError;
     errors_.base.emit_message = OnMessage;
     errors_.text[0] = '\0';
-    if (!Start(file)) throw PageError("out of memory");
+    if (!Start()) throw PageError("out of memory", ErrNoMemory);
   }
   ~Reader() { jpeg_destroy_decompress(&jpeg_); }
   Reader(const Reader&) = delete;
   Reader& operator=(const Reader&) = delete;
   jpeg_decompress_struct& jpeg() { return jpeg_; }
-  [[noreturn]] void Damaged() const { throw PageError(Text("is damaged: ", errors_.text)); }
+  [[noreturn]] void Fail() const { Damaged(errors_.text); }
 
   bool ReadHead() {
     if (setjmp(errors_.jump) != 0) return false;
@@ -123,10 +143,12 @@ class Reader {
   }
 
  private:
-  bool Start(std::FILE* file) {
+  bool Start() {
     if (setjmp(errors_.jump) != 0) return false;
     jpeg_create_decompress(&jpeg_);
-    jpeg_stdio_src(&jpeg_, file);
+    const auto nothing = [](j_decompress_ptr) {};
+    supply_ = {{nullptr, 0, nothing, OnNeed, OnSkip, jpeg_resync_to_restart, nothing}, &bytes_};
+    jpeg_.src = &supply_.base;
     jpeg_save_markers(&jpeg_, kExifMarker, 0xFFFF);
     return true;
   }
@@ -139,6 +161,8 @@ class Reader {
     }
   }
 
+  ByteReader bytes_;
+  Supply supply_{};
   ErrorManager errors_{};
   jpeg_decompress_struct jpeg_{};
 };
@@ -149,34 +173,51 @@ Resolution ReadResolution(const jpeg_decompress_struct& jpeg) {
   return {PixelsPerMetre(jpeg.X_density * perInch), PixelsPerMetre(jpeg.Y_density * perInch)};
 }
 
-}  // namespace
-
-Dib ReadJpeg(const std::string& path) {
-  const FileHandle file(std::fopen(path.c_str(), "rbe"));
-  if (!file) throw PageError(std::strerror(errno));
-  Reader reader(file.get());
-  if (!reader.ReadHead()) reader.Damaged();
-  const jpeg_decompress_struct& jpeg = reader.jpeg();
-  int orientation = 1;
+int OrientationOf(const jpeg_decompress_struct& jpeg) {
   for (const jpeg_marker_struct* marker = jpeg.marker_list; marker != nullptr; marker = marker->next) {
-    if (marker->marker != kExifMarker) continue;
-    orientation = ExifOrientation({marker->data, marker->data_length});
-    break;
+    if (marker->marker == kExifMarker) return ExifOrientation({marker->data, marker->data_length});
   }
-  // Each block of 8 x 8 pixels takes a bit at least. A lying size is refused before memory is asked for.
-  struct stat status {};
+  return 1;
+}
+
+// Each block of 8 x 8 pixels takes a bit at least. A lying size is refused before memory is asked for.
+void CheckClaim(const jpeg_decompress_struct& jpeg, uint64_t fileBytes) {
   const uint64_t blocks = uint64_t{jpeg.image_width} * jpeg.image_height / 64;
-  if (::fstat(::fileno(file.get()), &status) != 0 || blocks / 8 > static_cast<uint64_t>(status.st_size)) {
-    throw PageError(Text("is damaged: ", status.st_size, " bytes cannot hold ", jpeg.image_width, " x ",
-                         jpeg.image_height, " pixels"));
-  }
-  const int bits = jpeg.out_color_space == JCS_GRAYSCALE ? 8 : 24;
-  Dib page = MakePage(jpeg.output_width, jpeg.output_height, bits, ReadResolution(jpeg));
+  if (blocks / 8 > fileBytes) CannotHold(fileBytes, jpeg.image_width, jpeg.image_height);
+}
+
+int BitsOf(const jpeg_decompress_struct& jpeg) { return jpeg.out_color_space == JCS_GRAYSCALE ? 8 : 24; }
+
+Dib Read(Bytes* file, uint64_t /*place*/, Metadata* /*metadata*/) {
+  Reader reader(file);
+  if (!reader.ReadHead()) reader.Fail();
+  const jpeg_decompress_struct& jpeg = reader.jpeg();
+  CheckClaim(jpeg, file->size());
+  const int orientation = OrientationOf(jpeg);  // the markers go when the rows are read
+  Dib page = MakePage(jpeg.output_width, jpeg.output_height, BitsOf(jpeg), ReadResolution(jpeg));
   const PageView view(page);
   for (int y = 0; y < view.height(); ++y) std::memset(view.PageRow(y) + view.stride() - 4, 0, 4);
   std::vector<uint8_t> inkRow(jpeg.out_color_space == JCS_CMYK ? size_t{jpeg.output_width} * 4 : 0);
-  if (!reader.ReadRows(view, inkRow.empty() ? nullptr : inkRow.data())) reader.Damaged();
+  if (!reader.ReadRows(view, inkRow.empty() ? nullptr : inkRow.data())) reader.Fail();
   return Upright(std::move(page), orientation);
 }
+
+PageInfo Describe(Bytes* file, uint64_t /*place*/) {
+  Reader reader(file);
+  if (!reader.ReadHead()) reader.Fail();
+  const jpeg_decompress_struct& jpeg = reader.jpeg();
+  CheckClaim(jpeg, file->size());
+  return InfoFromHeader(jpeg.output_width, jpeg.output_height, BitsOf(jpeg), ReadResolution(jpeg),
+                        OrientationOf(jpeg), [](const PageView&) {});
+}
+
+}  // namespace
+
+constinit const Format kJpeg = {.name = "jpg",
+                                .title = "JPEG",
+                                .extensions = "jpg,jpeg,jpe",
+                                .signatures = kSignatures,
+                                .read = Read,
+                                .describe = Describe};
 
 }  // namespace rastrel::formats

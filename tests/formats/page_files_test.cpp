@@ -1,6 +1,6 @@
 // Reading and writing of page files: what is written reads back the same, every layout that others write is
 // understood, and damaged or lying files end in an error, never in a wrong picture.
-#include "formats/page_io.h"
+#include "formats/page_files.h"
 
 #include <gtest/gtest.h>
 #include <tiffio.h>
@@ -13,7 +13,6 @@
 
 #include <jpeglib.h>
 
-#include "formats/output_file.h"
 #include "tests/support/test_dib.h"
 
 namespace rastrel::formats {
@@ -78,19 +77,17 @@ Dib RandomPage(int bits, int width, int height, bool isColoured = false) {
   return page;
 }
 
-void Write(const Dib& page, const std::string& path, const WriteOptions& options = {}) {
-  const Format format = *FormatNamed(fs::path(path).extension().string().substr(1));
-  if (format == Format::kBmp) return WriteBmp(page, path);
-  if (format == Format::kPng) return WritePng(page, path);
-  TiffDocument document(path);
-  document.Append(EncodeTiff(page, options));
-  document.Close();
+void Write(std::span<const Dib> pages, const std::string& path, const std::string& options = "") {
+  const Format& format = FormatToWrite(nullptr, path);
+  OutputPages output(path, format, Options(format.options, options));
+  for (const Dib& page : pages) output.Append(page, {});
+  output.Finish();
+}
+void Write(const Dib& page, const std::string& path, const std::string& options = "") {
+  Write(std::span(&page, 1), path, options);
 }
 
-Dib Read(const std::string& path, size_t page = 0) {
-  const PageFile file = Inspect(path);
-  return ReadPage(path, file.format, file.pages.at(page));
-}
+Dib Read(const std::string& path, size_t page = 0) { return InputPages(path).Read(page, nullptr); }
 
 TEST(PageFiles, ReadBackAsTheyWereWrittenAtWidthsAroundByteAndWordEdges) {
   const Folder folder;
@@ -104,6 +101,9 @@ TEST(PageFiles, ReadBackAsTheyWereWrittenAtWidthsAroundByteAndWordEdges) {
           const Dib copy = Read(folder / ("page." + ending));
           EXPECT_EQ(Colours(page), Colours(copy));
           EXPECT_EQ(bits, PageView(copy).bits());
+          const PageInfo told = InputPages(folder / ("page." + ending)).Describe(0);
+          EXPECT_EQ(std::tuple(width, 5, bits, int{HasGreyRamp(PageView(copy))}),
+                    std::tuple(told.width, told.height, told.bits, told.isGrey));
           EXPECT_NEAR(11811, PageView(copy).resolution().x, 1);  // 300 dpi
           EXPECT_NEAR(11811, PageView(copy).resolution().y, 1);
         }
@@ -115,12 +115,10 @@ TEST(PageFiles, ReadBackAsTheyWereWrittenAtWidthsAroundByteAndWordEdges) {
 TEST(PageFiles, TiffDocumentsHoldPagesOfAllKindsInOrder) {
   const Folder folder;
   const int depths[] = {1, 24, 8, 4, 1};
-  {
-    TiffDocument document(folder / "all.tif");
-    for (const int bits : depths) document.Append(EncodeTiff(RandomPage(bits, 300, 400, bits == 4), {}));
-    document.Close();
-  }
-  ASSERT_EQ(5u, Inspect(folder / "all.tif").pages.size());
+  std::vector<Dib> pages;
+  for (const int bits : depths) pages.push_back(RandomPage(bits, 300, 400, bits == 4));
+  Write(pages, folder / "all.tif");
+  ASSERT_EQ(5u, InputPages(folder / "all.tif").count());
   for (size_t i = 0; i < 5; ++i) {
     EXPECT_EQ(Colours(RandomPage(depths[i], 300, 400, depths[i] == 4)), Colours(Read(folder / "all.tif", i)))
         << i;
@@ -132,7 +130,7 @@ TEST(PageFiles, JpegInTiffIsCloseToTheOriginal) {
   for (const int bits : {8, 24}) {
     const Dib page = RandomPage(bits, 300, 200);
     for (uint8_t& byte : PageView(page).pixels()) byte = 90;  // a flat page has little to lose
-    Write(page, folder / "lossy.tif", {.jpegQuality = 90});
+    Write(page, folder / "lossy.tif", "quality=90");
     const std::vector<Pixel> colours = Colours(Read(folder / "lossy.tif"));
     ASSERT_EQ(60000u, colours.size());
     for (const Pixel colour : colours) {
@@ -219,11 +217,11 @@ TEST(ReadTiff, FindsEachPageInFilesOfEitherByteOrderAndPointerSize) {
       TIFFWriteDirectory(file);
     }
     TIFFClose(file);
-    const PageFile pages = Inspect(path);
-    ASSERT_EQ(4u, pages.pages.size()) << mode;
+    const InputPages pages(path);
+    ASSERT_EQ(4u, pages.count()) << mode;
     for (const size_t page : {4, 2, 1, 3}) {
       const std::vector<Pixel> expected(page, static_cast<Pixel>(page * 0x010101));
-      EXPECT_EQ(expected, Colours(ReadPage(path, Format::kTiff, pages.pages[page - 1]))) << mode;
+      EXPECT_EQ(expected, Colours(pages.Read(page - 1, nullptr))) << mode;
     }
   }
 }
@@ -330,7 +328,7 @@ std::vector<std::string> SmallFiles(const Folder& folder) {
     }
   }
   paths.push_back(folder / "lossy.tif");
-  Write(RandomPage(24, 33, 9), paths.back(), {.jpegQuality = 50});
+  Write(RandomPage(24, 33, 9), paths.back(), "quality=50");
   paths.push_back(folder / "page.jpg");
   WriteJpeg(paths.back(), JCS_RGB, {230, 20, 30}, {10, 40, 220}, "Exif");
   return paths;
@@ -339,9 +337,9 @@ std::vector<std::string> SmallFiles(const Folder& folder) {
 // Reads what there is of a file. A picture that comes out, comes out as `expected` if that is given.
 void ReadHostile(const std::string& path, const std::vector<Pixel>* expected) {
   try {
-    const PageFile file = Inspect(path);
-    for (const uint64_t place : file.pages) {
-      const Dib page = ReadPage(path, file.format, place);
+    const InputPages file(path);
+    for (size_t i = 0; i < file.count(); ++i) {
+      const Dib page = file.Read(i, nullptr);
       const std::vector<Pixel> colours = Colours(page);
       if (expected != nullptr) {
         EXPECT_EQ(*expected, colours);

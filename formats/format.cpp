@@ -1,0 +1,104 @@
+#include "formats/format.h"
+
+#include <charconv>
+#include <cmath>
+
+#include "pages/text.h"
+
+namespace rastrel::formats {
+namespace {
+
+// The parts of a list between separators.
+std::vector<std::string_view> Split(std::string_view text, char separator) {
+  std::vector<std::string_view> parts;
+  while (true) {
+    const size_t end = text.find(separator);
+    parts.push_back(text.substr(0, end));
+    if (end == std::string_view::npos) return parts;
+    text.remove_prefix(end + 1);
+  }
+}
+
+bool HasWord(std::string_view list, std::string_view word) {
+  for (const std::string_view part : Split(list, ',')) {
+    if (part == word) return true;
+  }
+  return false;
+}
+
+std::string Lower(std::string_view text) {
+  std::string lower;
+  for (const char c : text) lower += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  return lower;
+}
+
+// A whole number in the option's range.
+double NumberOf(const OptionEntry& entry, std::string_view text) {
+  double value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size() || !(value >= entry.least) ||
+      value > entry.most || value != std::trunc(value)) {
+    throw PageError(Text("cannot be written: option ", entry.name, " is a whole number from ",
+                         static_cast<int64_t>(entry.least), " to ", static_cast<int64_t>(entry.most)),
+                    ErrOption);
+  }
+  return value;
+}
+
+}  // namespace
+
+Options::Options(std::span<const OptionEntry> entries, std::string_view text) {
+  if (text.empty()) return;
+  for (const std::string_view part : Split(text, ',')) {
+    const size_t equals = std::min(part.find('='), part.size());
+    const std::string_view name = part.substr(0, equals);
+    const std::string_view value = equals < part.size() ? part.substr(equals + 1) : "";
+    const OptionEntry* found = nullptr;
+    for (const OptionEntry& entry : entries) {
+      if (entry.name == name) found = &entry;
+    }
+    if (found == nullptr) {
+      throw PageError(Text("cannot be written: the format has no option '", name, "'"), ErrOption);
+    }
+    if (found->choices != nullptr && !HasWord(found->choices, value)) {
+      throw PageError(Text("cannot be written: option ", name, " is one of ", found->choices), ErrOption);
+    }
+    const double number = found->choices == nullptr ? NumberOf(*found, value) : 0;
+    values_.push_back({std::string(name), std::string(value), number});
+  }
+}
+
+const Options::Value* Options::Find(std::string_view name) const {
+  for (const Value& value : values_) {
+    if (value.name == name) return &value;
+  }
+  return nullptr;
+}
+
+double Options::Number(std::string_view name, double otherwise) const {
+  const Value* value = Find(name);
+  return value != nullptr ? value->number : otherwise;
+}
+
+std::string_view Options::Choice(std::string_view name, std::string_view otherwise) const {
+  const Value* value = Find(name);
+  return value != nullptr ? std::string_view(value->text) : otherwise;
+}
+
+const Format* FindFormat(std::string_view extension) {
+  const std::string wanted = Lower(extension);
+  for (const Format* format : Formats()) {
+    if (HasWord(format->extensions, wanted)) return format;
+  }
+  return nullptr;
+}
+
+void CannotHold(uint64_t fileBytes, int64_t width, int64_t height) {
+  Damaged(Text(fileBytes, " bytes cannot hold ", width, " x ", height, " pixels"));
+}
+
+void NotWritten(std::string_view why) {
+  throw PageError(Text("cannot be written", why.empty() ? "" : ": ", why), ErrFileIO);
+}
+
+}  // namespace rastrel::formats

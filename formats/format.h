@@ -1,0 +1,127 @@
+// What a page file format is: how it is told, what can be done with it, and the functions that do it. One
+// file a format; formats.cpp lists those that this build has.
+#ifndef RASTREL_FORMATS_FORMAT_H
+#define RASTREL_FORMATS_FORMAT_H
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "formats/bytes.h"
+#include "pages/metadata.h"
+#include "pages/page.h"
+
+namespace rastrel::formats {
+
+// ---- options ----------------------------------------------------------------------------------------------
+
+// One that files are written with: a choice of words, or a number.
+struct OptionEntry {
+  const char* name;
+  const char* help;
+  const char* choices = nullptr;  // "a,b,c"; null for a number
+  double least = 0, most = 0;
+  const char* standard = "";  // what is taken where none is given; "" for none
+};
+
+// Those that were given, by name.
+class Options {
+ public:
+  // From "name=value,name=value". Throws PageError where `entries` have no such option or value.
+  Options(std::span<const OptionEntry> entries, std::string_view text);
+  Options() = default;
+  double Number(std::string_view name, double otherwise) const;
+  std::string_view Choice(std::string_view name, std::string_view otherwise) const;
+
+ private:
+  struct Value {
+    std::string name, text;
+    double number;
+  };
+  const Value* Find(std::string_view name) const;
+  std::vector<Value> values_;
+};
+
+// ---- formats ----------------------------------------------------------------------------------------------
+
+// The pages of a file: numbers that mean something to the format.
+struct PageList {
+  std::vector<uint64_t> places;
+  std::string damage = {};  // set when the list breaks off: pages before the break are there
+};
+
+// A file of several pages under way.
+class Document {
+ public:
+  Document() = default;
+  virtual ~Document() = default;
+  Document(const Document&) = delete;
+  Document& operator=(const Document&) = delete;
+  // A page that the format's `encode` has made.
+  virtual void Append(std::span<const uint8_t> encoded) = 0;
+  virtual void Close() = 0;
+};
+
+struct Format {
+  const char* name;                              // "tif"; also how files end
+  const char* title;                             // "TIFF"
+  const char* extensions;                        // "tif,tiff"
+  std::span<const std::string_view> signatures;  // a file begins with one of these
+  std::span<const OptionEntry> options = {};
+
+  // All of these throw PageError.
+  Dib (*read)(Bytes* file, uint64_t place, Metadata* metadata);
+  PageInfo (*describe)(Bytes* file, uint64_t place);
+  // Null for formats of one page, which lies at 0.
+  PageList (*list)(Bytes* file) = nullptr;
+  // Formats of one page that are written have `write`, those of several the other two.
+  void (*write)(const Dib& page, const Metadata& metadata, const Options& options, Bytes* file) = nullptr;
+  std::vector<uint8_t> (*encode)(const Dib& page, const Metadata& metadata, const Options& options) = nullptr;
+  std::unique_ptr<Document> (*create)(Bytes* file) = nullptr;
+
+  bool isWritten() const { return write != nullptr || encode != nullptr; }
+  bool hasManyPages() const { return encode != nullptr; }
+};
+
+std::span<const Format* const> Formats();
+// By one of its endings, in any case of letters; null for others.
+const Format* FindFormat(std::string_view extension);
+
+extern const Format kBmp, kTiff, kPng, kJpeg;
+
+// ---- for readers and writers ------------------------------------------------------------------------------
+
+[[noreturn]] inline void Damaged(std::string_view how) {
+  throw PageError("is damaged" + std::string(how.empty() ? "" : ": ") + std::string(how), ErrDamagedFile);
+}
+[[noreturn]] void CannotHold(uint64_t fileBytes, int64_t width, int64_t height);
+// What a write that failed throws.
+[[noreturn]] void NotWritten(std::string_view why);
+
+// What a header tells of a page that is not read: `fillPalette` sets the colour table of a page of one pixel.
+template <class FillPalette>
+PageInfo InfoFromHeader(int64_t width, int64_t height, int bits, Resolution resolution, int orientation,
+                        FillPalette fillPalette) {
+  CheckSize(width, height, bits);
+  const Dib sample = MakePage(1, 1, bits, resolution);
+  const PageView view(sample);
+  fillPalette(view);
+  UseGreyRamp(view);
+  PageInfo info = InfoOf(view);
+  info.width = static_cast<int32_t>(width);
+  info.height = static_cast<int32_t>(height);
+  const bool isOnItsSide = orientation >= 5 && orientation <= 8;
+  if (isOnItsSide) {
+    std::swap(info.width, info.height);
+    std::swap(info.dpiX, info.dpiY);
+  }
+  return info;
+}
+
+}  // namespace rastrel::formats
+
+#endif

@@ -1,0 +1,10 @@
+#include "formats/format.h"
+
+namespace rastrel::formats {
+
+std::span<const Format* const> Formats() {
+  static constexpr const Format* kFormats[] = {&kBmp, &kTiff, &kPng, &kJpeg};
+  return kFormats;
+}
+
+}  // namespace rastrel::formats

@@ -1,0 +1,157 @@
+#include "tools/command_line.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+
+#include "tools/command_options.h"
+#include "tools/system.h"
+
+namespace rastrel::tool {
+namespace {
+
+std::vector<PageFormat> AllFormats() {
+  std::vector<PageFormat> formats;
+  for (int32_t i = 0; i < CountPageFormats(); ++i) {
+    formats.push_back(Sized<PageFormat>());
+    GetPageFormat(i, &formats.back());
+  }
+  return formats;
+}
+
+// What is to be said of a build that knows one format only.
+std::string OnlyFormat() {
+  const std::vector<PageFormat> formats = AllFormats();
+  if (formats.size() != 1) return "";
+  return fmt::format("\n(this build reads and writes {} files only, one page at a time)", formats[0].title);
+}
+
+// Sorts what stands on the command line of `apply` into files and, from the first operation on, operations.
+void SortWords(const std::vector<std::string>& words, JobOptions* options) {
+  for (const std::string& word : words) {
+    const bool isName = FindOperation(word.substr(0, word.find(':'))) != nullptr;
+    const bool looksLikeOne = word.find(':') != std::string::npos && ::access(word.c_str(), F_OK) != 0;
+    if (!options->chain.empty() && !isName && ::access(word.c_str(), F_OK) == 0) {
+      throw UsageError(fmt::format("{}: files come before operations", word));
+    }
+    if (!options->chain.empty() || isName || looksLikeOne) {
+      options->chain.push_back(ParseStep(word));
+    } else {
+      options->inputs.push_back(word);
+    }
+  }
+  if (options->inputs.empty()) throw UsageError("apply: no input file");
+}
+
+void RemoveUnfinished(int signal) {
+  RemoveUnfinishedPages();
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+}  // namespace
+
+std::string ReadableTitles() {
+  const std::vector<PageFormat> formats = AllFormats();
+  std::string titles;
+  for (size_t i = 0; i < formats.size(); ++i) {
+    titles += fmt::format("{}{}", i == 0 ? "" : i + 1 == formats.size() ? " or " : ", ", formats[i].title);
+  }
+  return titles;
+}
+
+void AddReportOptions(CLI::App* app, ReportOptions* options) {
+  app->add_flag("--json", options->isJson, "Print a JSON record for each page, one a line");
+  app->add_flag("-q,--quiet", options->isQuiet, "Print errors only");
+  app->add_flag("-v,--verbose", options->isVerbose,
+                "Print each page with its steps and the reasons for steps left out");
+}
+
+void AddJobsOption(CLI::App* app, JobOptions* options) {
+  app->add_option("-j,--jobs", options->threads, "Pages to work on at once (as many as there are cores)")
+      ->check(CLI::Range(1, 1024))
+      ->type_name("N");
+}
+
+void AddOutputOptions(CLI::App* app, JobOptions* options) {
+  app->add_option("-o,--output", options->output,
+                  std::string("A file, or a folder (or a name that ends in /) for a file each.\n"
+                              "TIFF files take all pages; in other formats several pages are\n"
+                              "numbered: out-001.png, out-002.png") +
+                      OnlyFormat())
+      ->type_name("OUT");
+  app->add_option_function<std::string>(
+         "--format",
+         [options](const std::string& text) {
+           const std::optional<PageFormat> format = FindFormat(text);
+           if (format) options->format = format->name;
+           if (!format || !format->isWritten) {
+             throw UsageError(fmt::format("--format: '{}' is not one of bmp, tif, png", text));
+           }
+         },
+         "bmp, tif or png (from the ending of OUT; in a folder that of the input, png for jpg)")
+      ->type_name("NAME");
+  app->add_flag("--overwrite", options->overwrites, "Let an output replace an input");
+  app->add_option("--dpi", options->dpi, "Dots per inch of files that do not say (300, with a warning)")
+      ->check(Between(20, 20000))
+      ->type_name("N");
+  app->add_option("--quality", options->jpegQuality,
+                  "Compress grey and colour pages in TIFF files as JPEG of this quality, 1 to 100\n"
+                  "(without it nothing is lost: deflate; 1-bit pages: Group 4)")
+      ->check(CLI::Range(1, 100))
+      ->type_name("N");
+  AddJobsOption(app, options);
+}
+
+int RunCommand(int argc, char** argv) {
+  CLI::App app("Straightens, trims, cleans and converts scanned pages.", "rastrel");
+  app.set_version_flag("--version", "rastrel " RASTREL_VERSION);
+  app.allow_windows_style_options(false);  // a path may begin with a slash
+  app.require_subcommand(1);
+  app.get_formatter()->column_width(34);
+
+  JobOptions options;
+  CLI::App* clean = AddCleanCommand(&app, &options);
+
+  CLI::App* apply =
+      app.add_subcommand("apply", "Run single operations on pages, in the order given; none: convert");
+  std::vector<std::string> words;
+  bool isList = false, isMarkdown = false;
+  apply->add_option("words", words, "Files, then operations: rotate:3.5 dither:fs,1")
+      ->type_name("IN... OP...");
+  apply->add_flag("--list", isList, "List the operations and their values");
+  apply->add_flag("--markdown", isMarkdown)->group("");
+  AddOutputOptions(apply, &options);
+  AddReportOptions(apply, &options.report);
+  apply->footer("Operations:\n" + OperationsHelp());
+
+  CLI::App* info = app.add_subcommand(
+      "info", "Print size, depth, resolution and skew of pages, and whether they are blank");
+  info->add_option("inputs", options.inputs, ReadableTitles() + " files")->required()->type_name("FILE...");
+  AddReportOptions(info, &options.report);
+  AddJobsOption(info, &options);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : kExitUsage;
+  }
+
+  if (isList || isMarkdown) {
+    fmt::print("{}", isMarkdown              ? OperationsMarkdown()
+                     : options.report.isJson ? OperationsJson()
+                                             : OperationsHelp());
+    return 0;
+  }
+  options.command = clean->parsed() ? Command::kClean : apply->parsed() ? Command::kApply : Command::kInfo;
+  if (options.command == Command::kApply) SortWords(words, &options);
+  if (options.command != Command::kInfo && options.output.empty())
+    throw UsageError("no output: -o OUT is required");
+  CheckCleanOptions(options.clean);
+  options.clean.dpi = options.dpi;
+  OnInterruption(RemoveUnfinished);
+  return RunJobs(options);
+}
+
+}  // namespace rastrel::tool
