@@ -1,8 +1,11 @@
 #include "pages/punch_holes.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
+#include <span>
 
 namespace rastrel::pages {
 namespace {
@@ -65,7 +68,11 @@ struct GreyPage {
   }
 };
 
-int RoundDown(double value) { return static_cast<int>(std::floor(value)); }
+// std::floor, which is a call on processors that are not known to have it.
+int RoundDown(double value) {
+  const int whole = static_cast<int>(value);
+  return whole - (value < whole);
+}
 
 // ---- one mark ---------------------------------------------------------------------------------------------
 
@@ -79,6 +86,12 @@ struct Mark {
   double diagonal = 1;                            // diagonal rays to upright ones
   double place = 0, depth = 0;                    // millimetres along the side, and from the sheet's edge
   bool isTaken = false;
+  bool isBinding = false;  // of any shape, known by the row that it stands in
+};
+
+// What may be a mark: the box of cells that differ from paper as a whole.
+struct Candidate {
+  double x, y, boxWidth, boxHeight;  // pixels
 };
 
 // The sheet's side, in millimetres.
@@ -124,23 +137,15 @@ template <class Page>
 class HoleFinder {
  public:
   HoleFinder(const Sheet& sheet, const Page& page)
-      : sheet_(sheet), page_(page), scale_(sheet.pixelsPerMm16 / 16.0) {}
+      : sheet_(sheet),
+        page_(page),
+        scale_(sheet.pixelsPerMm16 / 16.0),
+        shift_(std::countr_zero(static_cast<unsigned>(sheet.cell))) {}
 
   HolePlan Find(bool hasGrey) {
     constexpr double kLeastScale = 1.9;  // pixels a millimetre, below which nothing can be told round
     if (scale_ < kLeastScale || sheet_.cells.isEmpty()) return {};
-    for (const SheetSide side : kSheetSides) {
-      const SideFrame frame(sheet_, side);
-      std::vector<Mark> marks;
-      if (!hasGrey) {
-        AddMarks(frame, side, 45, false, &marks);
-      } else {
-        AddMarks(frame, side, 52, false, &marks);
-        AddMarks(frame, side, 86, false, &marks);
-        AddMarks(frame, side, 107, true, &marks);
-      }
-      rows_[static_cast<size_t>(side)] = std::move(marks);
-    }
+    for (const SheetSide side : kSheetSides) LookAlong(side, hasGrey);
     for (const SheetSide side : kSheetSides) Choose(side);
     return Plan();
   }
@@ -148,9 +153,46 @@ class HoleFinder {
  private:
   // ---- candidates -----------------------------------------------------------------------------------------
 
-  // Looks for squares of cells that differ from paper as a whole: `percent` of it is the limit.
-  void AddMarks(const SideFrame& frame, SheetSide side, int percent, bool isLighter,
-                std::vector<Mark>* marks) {
+  struct Level {
+    int percent;  // of the paper's brightness
+    bool isLighter;
+  };
+
+  void LookAlong(SheetSide side, bool hasGrey) {
+    constexpr Level kInk[] = {{45, false}}, kGrey[] = {{52, false}, {86, false}, {107, true}};
+    const SideFrame frame(sheet_, side);
+    std::vector<Mark>& marks = rows_[static_cast<size_t>(side)];
+    for (const Level& level : hasGrey ? std::span<const Level>(kGrey) : std::span<const Level>(kInk)) {
+      const std::vector<Candidate> candidates = FindCandidates(frame, side, level);
+      if (TakeBinding(candidates, frame, side, level)) {
+        marks.clear();
+        return;
+      }
+      for (const Candidate& candidate : candidates) {
+        Mark mark = MarkOf(candidate, level);
+        Measure(frame, &mark);
+        const bool isKnown = std::any_of(marks.begin(), marks.end(), [&](const Mark& other) {
+          return std::abs(other.x - mark.x) + std::abs(other.y - mark.y) < other.radius &&
+                 other.round >= mark.round;
+        });
+        if (!isKnown && mark.rays > 0) marks.push_back(mark);
+      }
+    }
+  }
+
+  Mark MarkOf(const Candidate& candidate, const Level& level) const {
+    Mark mark;
+    mark.x = mark.fromX = candidate.x;
+    mark.y = mark.fromY = candidate.y;
+    mark.boxWidth = candidate.boxWidth;
+    mark.boxHeight = candidate.boxHeight;
+    mark.isLighter = level.isLighter;
+    mark.level = sheet_.paper * (level.percent + 100) / 200;
+    return mark;
+  }
+
+  // Looks for squares of cells that differ from paper as a whole.
+  std::vector<Candidate> FindCandidates(const SideFrame& frame, SheetSide side, const Level& level) const {
     const BytePlane& cells = sheet_.cells;
     const int cell = sheet_.cell;
     int deepestEdge = 0;
@@ -173,53 +215,87 @@ class HoleFinder {
         break;
     }
     const int width = right - left, height = bottom - top;
-    if (width < 4 || height < 4) return;
+    if (width < 4 || height < 4) return {};
     const int core = std::max(2, RoundDown(kCore * scale_ / cell));
-    // Sums over cells that differ, with a rim of the core's size in which all do: a hole may be cut by the
-    // edge.
+    // With a rim of the core's size in which all cells differ: a hole may be cut by the edge.
     const int w = width + 2 * core, h = height + 2 * core;
-    std::vector<int32_t> sums(static_cast<size_t>(w + 1) * static_cast<size_t>(h + 1), 0);
-    constexpr int kFleckShare = 16;  // 1 / kFleckShare of the core may be light
-    const int limit = sheet_.paper * percent / 100;
-    const auto sumAt = [&](int x, int y) -> int32_t& {
-      return sums[static_cast<size_t>(y) * static_cast<size_t>(w + 1) + static_cast<size_t>(x)];
-    };
+    BytePlane differs(w, h, 1);
+    const int limit = sheet_.paper * level.percent / 100;
+    for (int y = 0; y < height; ++y)
+      MarkDiffering(left, top + y, width, limit, level.isLighter, differs.Row(y + core) + core);
+    // Where the rim reaches into the image it is looked at like the rest.
     for (int y = 0; y < h; ++y) {
-      int32_t row = 0;
       const int cy = top + y - core;
-      for (int x = 0; x < w; ++x) {
-        const int cx = left + x - core;
-        row += cx < 0 || cy < 0 || cx >= cells.width() || cy >= cells.height() ||
-               DiffersCell(cx, cy, limit, isLighter);
-        sumAt(x + 1, y + 1) = sumAt(x + 1, y) + row;
+      if (cy < 0 || cy >= cells.height()) continue;
+      const int first = std::max(0, left - core), end = std::min(cells.width(), right + core);
+      const bool isRimRow = y < core || y >= core + height;
+      if (isRimRow) {
+        MarkDiffering(first, cy, end - first, limit, level.isLighter, differs.Row(y) + (first - left + core));
+      } else {
+        MarkDiffering(first, cy, left - first, limit, level.isLighter,
+                      differs.Row(y) + (first - left + core));
+        MarkDiffering(right, cy, end - right, limit, level.isLighter, differs.Row(y) + (right - left + core));
       }
     }
+    // How many cells of the square from here on differ: running sums down the columns, then along the row.
+    constexpr int kFleckShare = 16;  // 1 / kFleckShare of the core may be light
+    const int least = core * core - core * core / kFleckShare;
     BytePlane full(w, h);
-    const int32_t least = core * core - core * core / kFleckShare;
-    for (int y = 0; y + core <= h; ++y) {
-      for (int x = 0; x + core <= w; ++x) {
-        const int32_t sum = sumAt(x + core, y + core) - sumAt(x, y + core) - sumAt(x + core, y) + sumAt(x, y);
-        // The square's middle must lie on the page.
-        const int mx = x + core / 2, my = y + core / 2;
-        if (sum >= least && mx >= core && my >= core && mx < core + width && my < core + height)
-          full.Row(my)[mx] = 1;
+    bool hasAny = false;
+    std::vector<uint16_t> columns(static_cast<size_t>(w), uint16_t{0}), squares(columns.size());
+    for (int y = 0; y < h; ++y) {
+      const uint8_t* in = differs.Row(y);
+      for (int x = 0; x < w; ++x)
+        columns[static_cast<size_t>(x)] = static_cast<uint16_t>(columns[static_cast<size_t>(x)] + in[x]);
+      const int from = y - core + 1;
+      if (from < 0) continue;
+      uint16_t* sums = squares.data();
+      std::copy(columns.begin(), columns.end(), squares.begin());
+      for (int i = 1; i < core; ++i) {
+        const uint16_t* column = columns.data() + i;
+        for (int x = 0; x + core <= w; ++x) sums[x] = static_cast<uint16_t>(sums[x] + column[x]);
       }
+      // The square's middle must lie on the page.
+      const int my = from + core / 2;
+      if (my >= core && my < core + height) {
+        uint8_t* out = full.Row(my) + core / 2;
+        uint8_t any = 0;
+        for (int x = core - core / 2; x < core + width - core / 2; ++x) {
+          out[x] = sums[x] >= least;
+          any |= out[x];
+        }
+        hasAny |= any != 0;
+      }
+      const uint8_t* old = differs.Row(from);
+      for (int x = 0; x < w; ++x)
+        columns[static_cast<size_t>(x)] = static_cast<uint16_t>(columns[static_cast<size_t>(x)] - old[x]);
     }
-    FollowCores(frame, full, left - core, top - core, core, percent, isLighter, marks);
+    if (!hasAny) return {};
+    return BoxesOf(full, left - core, top - core, core);
   }
 
-  bool DiffersCell(int x, int y, int limit, bool isLighter) const {
-    if (sheet_.HasOutside() && sheet_.outside.Row(y)[x] != 0) return false;
-    const int value = sheet_.cells.Row(y)[x];
-    return isLighter ? value >= limit : value < limit;
+  void MarkDiffering(int x, int y, int count, int limit, bool isLighter, uint8_t* out) const {
+    const uint8_t* row = sheet_.cells.Row(y) + x;
+    if (isLighter) {
+      for (int i = 0; i < count; ++i) out[i] = row[i] >= limit;
+    } else {
+      for (int i = 0; i < count; ++i) out[i] = row[i] < limit;
+    }
+    if (!sheet_.HasOutside()) return;
+    const uint8_t* outside = sheet_.outside.Row(y) + x;
+    for (int i = 0; i < count; ++i) out[i] = outside[i] == 0 ? out[i] : 0;
   }
 
-  void FollowCores(const SideFrame& frame, BytePlane& full, int offsetX, int offsetY, int core, int percent,
-                   bool isLighter, std::vector<Mark>* marks) {
+  // Of each group of squares' middles.
+  std::vector<Candidate> BoxesOf(BytePlane& full, int offsetX, int offsetY, int core) const {
+    std::vector<Candidate> boxes;
     std::vector<std::pair<int, int>> open;
     for (int y = 0; y < full.height(); ++y) {
+      uint8_t* row = full.Row(y);
       for (int x = 0; x < full.width(); ++x) {
-        if (full.Row(y)[x] != 1) continue;
+        const void* next = std::memchr(row + x, 1, static_cast<size_t>(full.width() - x));
+        if (next == nullptr) break;
+        x = static_cast<int>(static_cast<const uint8_t*>(next) - row);
         int minX = x, maxX = x, minY = y, maxY = y;
         full.Row(y)[x] = 2;
         open.assign(1, {x, y});
@@ -239,29 +315,16 @@ class HoleFinder {
         const double boxWidth = (maxX - minX + core) * sheet_.cell,
                      boxHeight = (maxY - minY + core) * sheet_.cell;
         if (std::max(boxWidth, boxHeight) > 1.15 * kMostDiameter * scale_) continue;
-        Mark mark;
-        mark.x = ((minX + maxX) / 2.0 + 0.5 + offsetX) * sheet_.cell;
-        mark.y = ((minY + maxY) / 2.0 + 0.5 + offsetY) * sheet_.cell;
-        mark.boxWidth = boxWidth;
-        mark.boxHeight = boxHeight;
-        mark.isLighter = isLighter;
-        mark.level = sheet_.paper * (percent + 100) / 200;
-        mark.fromX = mark.x;
-        mark.fromY = mark.y;
-        Measure(frame, &mark);
-        const bool isKnown = std::any_of(marks->begin(), marks->end(), [&](const Mark& other) {
-          return std::abs(other.x - mark.x) + std::abs(other.y - mark.y) < other.radius &&
-                 other.round >= mark.round;
-        });
-        if (!isKnown && mark.rays > 0) marks->push_back(mark);
+        boxes.push_back({((minX + maxX) / 2.0 + 0.5 + offsetX) * sheet_.cell,
+                         ((minY + maxY) / 2.0 + 0.5 + offsetY) * sheet_.cell, boxWidth, boxHeight});
       }
     }
+    return boxes;
   }
 
   bool IsInside(int x, int y) const { return x >= 0 && y >= 0 && x < page_.width() && y < page_.height(); }
   bool IsOnSheet(int x, int y) const {
-    return IsInside(x, y) &&
-           (!sheet_.HasOutside() || sheet_.outside.Row(y / sheet_.cell)[x / sheet_.cell] == 0);
+    return IsInside(x, y) && (!sheet_.HasOutside() || sheet_.outside.Row(y >> shift_)[x >> shift_] == 0);
   }
   bool Differs(int x, int y, const Mark& mark) const {
     return page_.Differs(x, y, mark.level, mark.isLighter);
@@ -374,6 +437,7 @@ class HoleFinder {
     mark->diagonal = mark->fromX == mark->x && mark->fromY == mark->y ? Diagonal(lengths) : 1;
     mark->rays = known * 100 / kRays;
     mark->round = known == 0 ? 0 : round * 100 / known;
+    if (mark->round < kRoundPartner) return;
     // Pixels inside, and in a ring around.
     const double inner = 0.88 * mark->radius, ringFrom = 1.12 * mark->radius + 1,
                  ringTo = 1.45 * mark->radius + 1;
@@ -432,6 +496,14 @@ class HoleFinder {
     });
   }
 
+  // The rings of diaries: two groups of three.
+  static constexpr size_t kDiaryHoles = 6;
+  static bool IsDiarySpacing(double apart, bool isBetweenGroups) {
+    constexpr double kInGroup = 19, kLeastBetween = 25, kMostBetween = 80;
+    if (isBetweenGroups) return apart >= kLeastBetween && apart <= kMostBetween;
+    return std::abs(apart - kInGroup) <= kSpacingOff + kSpacingOffShare * kInGroup;
+  }
+
   void Take(Mark* mark, int confidence, const char* reason, SheetSide side) {
     if (mark->isTaken) return;
     mark->isTaken = true;
@@ -443,7 +515,6 @@ class HoleFinder {
     std::vector<Mark>& marks = rows_[static_cast<size_t>(side)];
     const auto [start, end] = frame.Extent();
     const double length = end - start, middle = (start + end) / 2;
-    if (ChooseBinding(marks, side, length)) return;
     for (Mark& mark : marks) {
       if (mark.isTaken || !MayBeHole(mark, kRound)) continue;
       for (const int round : {kRoundPartner, kRound}) {
@@ -465,7 +536,8 @@ class HoleFinder {
     for (Mark& mark : marks) {
       if (&mark != &first && MayBeHole(mark, round) && AreAlike(first, mark)) row.push_back(&mark);
     }
-    if (row.size() < 2 || row.size() > kMostHoles) return false;
+    const bool isDiary = row.size() == kDiaryHoles;
+    if (row.size() < 2 || (row.size() > kMostHoles && !isDiary)) return false;
     std::sort(row.begin(), row.end(), [](const Mark* a, const Mark* b) { return a->place < b->place; });
     bool isKnown = true, isEven = true, isClear = true, isOpen = true;
     const double span = row.back()->place - row.front()->place,
@@ -476,14 +548,14 @@ class HoleFinder {
       isClear &= ink <= kInkInPair;
       if (i == 0) continue;
       const double apart = row[i]->place - row[i - 1]->place;
-      isKnown &= IsKnownSpacing(apart);
+      isKnown &= isDiary ? IsDiarySpacing(apart, i == kDiaryHoles / 2) : IsKnownSpacing(apart);
       isEven &= std::abs(apart - step) <= kEven * span;
     }
     const bool isCentred =
         std::abs((row.front()->place + row.back()->place) / 2 - middle) <= kCentred * length;
     const bool isInSide =
         span >= kShortest * length && span <= (row.size() == 2 ? kLongestPair : kLongest) * length;
-    const bool isPair = isEven && isCentred && isClear && isInSide && round == kRound;
+    const bool isPair = !isDiary && isEven && isCentred && isClear && isInSide && round == kRound;
     if (!isOpen || !(isKnown || isPair)) return false;
     for (Mark* mark : row) {
       if (isKnown)
@@ -546,43 +618,111 @@ class HoleFinder {
     return all == 0 ? 0 : 100.0 * static_cast<double>(dark) / static_cast<double>(all);
   }
 
-  // Spirals, combs and wires: many equal marks in equal steps along most of a side.
-  bool ChooseBinding(std::vector<Mark>& marks, SheetSide side, double length) {
-    constexpr int kLeastMarks = 10;
-    constexpr double kDeepest = 9;
-    constexpr double kLeastLength = 0.55, kLeastStep = 3.5, kMostStep = 15.5, kStepOff = 0.09,
-                     kSizeOff = 0.25, kDepthOff = 1.6;
-    if (marks.size() < kLeastMarks) return false;
-    std::vector<Mark*> row;
-    for (Mark& mark : marks) {
-      if (mark.depth <= kDeepest && mark.depth >= kNearest) row.push_back(&mark);
+  // Spirals, combs and wires: many equal marks in equal steps along most of a side, with no text at them.
+  bool TakeBinding(const std::vector<Candidate>& candidates, const SideFrame& frame, SheetSide side,
+                   const Level& level) {
+    constexpr size_t kLeastMarks = 10;
+    constexpr double kDeepest = 10, kSteepest = 0.12;
+    constexpr double kLeastAcross = 2.4;  // marks that machines read a form by are thinner
+    constexpr double kSizeOff = 0.2, kDepthOff = 1;
+    if (candidates.size() < kLeastMarks) return false;
+    std::vector<Mark> row;
+    for (const Candidate& candidate : candidates) {
+      if (std::min(candidate.boxWidth, candidate.boxHeight) < kLeastAcross * scale_) continue;
+      Mark mark = MarkOf(candidate, level);
+      mark.place = frame.Place(mark.x, mark.y);
+      mark.depth = frame.Depth(mark.x, mark.y);
+      mark.radius = std::max(mark.boxWidth, mark.boxHeight) / 2;
+      mark.isBinding = true;
+      row.push_back(mark);
     }
     if (row.size() < kLeastMarks) return false;
-    std::vector<double> depths, sizes;
-    for (const Mark* mark : row) {
-      depths.push_back(mark->depth);
-      sizes.push_back(mark->boxWidth + mark->boxHeight);
-    }
-    const double depth = Median(depths), size = Median(sizes);
-    std::erase_if(row, [&](const Mark* mark) {
-      return std::abs(mark->depth - depth) > kDepthOff ||
-             std::abs(mark->boxWidth + mark->boxHeight - size) > kSizeOff * size;
+    // Alike, and along a line: the sheet may lie askew.
+    std::vector<double> widths, heights;
+    for (const Mark& mark : row) widths.push_back(mark.boxWidth), heights.push_back(mark.boxHeight);
+    const double width = Median(widths), height = Median(heights);
+    std::erase_if(row, [&](const Mark& mark) {
+      return std::abs(mark.boxWidth - width) > kSizeOff * width + sheet_.cell ||
+             std::abs(mark.boxHeight - height) > kSizeOff * height + sheet_.cell;
     });
     if (row.size() < kLeastMarks) return false;
-    std::sort(row.begin(), row.end(), [](const Mark* a, const Mark* b) { return a->place < b->place; });
-    std::vector<double> steps;
-    for (size_t i = 1; i < row.size(); ++i) steps.push_back(row[i]->place - row[i - 1]->place);
-    const double step = Median(steps);
-    const auto even = std::count_if(steps.begin(), steps.end(), [&](double s) {
-      const double times = std::max(1.0, std::floor(s / step + 0.5));
-      return std::abs(s - times * step) <= kStepOff * step;
-    });
-    if (step < kLeastStep || step > kMostStep || static_cast<size_t>(even) * 10 < steps.size() * 9 ||
-        row.back()->place - row.front()->place < kLeastLength * length)
+    std::sort(row.begin(), row.end(), [](const Mark& a, const Mark& b) { return a.place < b.place; });
+    std::vector<double> slopes, depths;
+    for (size_t i = 0, half = row.size() / 2; i + half < row.size(); ++i)
+      slopes.push_back((row[i + half].depth - row[i].depth) / (row[i + half].place - row[i].place + 1e-9));
+    const double slope = Median(slopes);
+    if (std::abs(slope) > kSteepest) return false;
+    for (const Mark& mark : row) depths.push_back(mark.depth - slope * mark.place);
+    const double depth = Median(depths);
+    std::erase_if(
+        row, [&](const Mark& mark) { return std::abs(mark.depth - slope * mark.place - depth) > kDepthOff; });
+    if (row.size() < kLeastMarks || depth + slope * row[row.size() / 2].place > kDeepest ||
+        !AreInEqualSteps(row, frame))
       return false;
-    for (Mark* mark : row) Take(mark, 90, "one of a binding's marks", side);
+    constexpr int kMostBeside = 5;  // 1 / kMostBeside of the marks may have ink next to them
+    const auto beside =
+        std::count_if(row.begin(), row.end(), [&](const Mark& mark) { return HasInkInwards(mark, side); });
+    if (static_cast<size_t>(beside) * kMostBeside > row.size()) return false;
+    for (Mark& mark : row) Take(&mark, 90, "one of a binding's marks", side);
     return true;
   }
+
+  static bool AreInEqualSteps(const std::vector<Mark>& row, const SideFrame& frame) {
+    constexpr double kLeastStep = 3.5, kMostStep = 15.5, kStepOff = 0.14;
+    constexpr double kLeastLength = 0.55;               // of the sheet's side
+    constexpr size_t kLeastEven = 90, kLeastFull = 80;  // percent of the marks, and of the steps
+    std::vector<double> steps;
+    for (size_t i = 1; i < row.size(); ++i) steps.push_back(row[i].place - row[i - 1].place);
+    double step = Median(steps);
+    if (step < kLeastStep || step > kMostStep) return false;
+    const double span = row.back().place - row.front().place;
+    const auto [start, end] = frame.Extent();
+    if (span < kLeastLength * (end - start)) return false;
+    // The whole row in equal steps, not each from the one before: errors do not add up.
+    const double count = std::floor(span / step + 0.5);
+    step = span / count;
+    size_t even = 0;
+    for (const Mark& mark : row) {
+      const double steps1 = (mark.place - row.front().place) / step;
+      even += std::abs(steps1 - std::floor(steps1 + 0.5)) <= kStepOff;
+    }
+    return even * 100 >= row.size() * kLeastEven &&
+           static_cast<double>(row.size()) * 100 >= (count + 1) * kLeastFull;
+  }
+
+  // Whether there is ink on the side of a mark that lies towards the page's middle.
+  bool HasInkInwards(const Mark& mark, SheetSide side) const {
+    constexpr double kFrom = 0.8, kTo = 3.5;  // from the mark's box
+    constexpr int kInk = 10;                  // percent
+    const double halfWidth = mark.boxWidth / 2, halfHeight = mark.boxHeight / 2;
+    double left = mark.x - halfWidth, right = mark.x + halfWidth, top = mark.y - halfHeight,
+           bottom = mark.y + halfHeight;
+    const double from = kFrom * scale_, to = kTo * scale_;
+    switch (side) {
+      case SheetSide::kLeft:
+        left = mark.x + halfWidth + from, right = mark.x + halfWidth + to;
+        break;
+      case SheetSide::kRight:
+        right = mark.x - halfWidth - from, left = mark.x - halfWidth - to;
+        break;
+      case SheetSide::kTop:
+        top = mark.y + halfHeight + from, bottom = mark.y + halfHeight + to;
+        break;
+      case SheetSide::kBottom:
+        bottom = mark.y - halfHeight - from, top = mark.y - halfHeight - to;
+        break;
+    }
+    int64_t dark = 0, all = 0;
+    for (int y = RoundDown(top); y <= RoundDown(bottom); ++y) {
+      for (int x = RoundDown(left); x <= RoundDown(right); ++x) {
+        if (!IsOnSheet(x, y)) continue;
+        ++all;
+        dark += Differs(x, y, mark);
+      }
+    }
+    return dark * 100 > all * kInk;
+  }
+
   static double Median(std::vector<double> values) {
     const auto at = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
     std::nth_element(values.begin(), at, values.end());
@@ -594,6 +734,7 @@ class HoleFinder {
   HolePlan Plan() {
     HolePlan plan;
     DropMirrored();
+    DropFrames();
     if (found_.empty()) return plan;
     plan.mask = BitPlane(page_.width(), page_.height());
     for (const Found& found : found_) {
@@ -619,7 +760,55 @@ class HoleFinder {
     found_ = std::move(kept);
   }
 
+  // Rows like a binding's along several sides are an ornament.
+  void DropFrames() {
+    bool isBound[4] = {};
+    for (const Found& found : found_) isBound[static_cast<size_t>(found.hole.side)] |= found.mark.isBinding;
+    if (std::count(std::begin(isBound), std::end(isBound), true) < 2) return;
+    std::erase_if(found_, [](const Found& found) { return found.mark.isBinding; });
+  }
+
+  // All that hangs together with a binding's mark, whatever its shape, and its rim.
+  void MaskBinding(const Mark& mark, HolePlan* plan) const {
+    constexpr double kOver = 0.8, kOverShare = 0.1, kRim = 0.15;  // beyond the box's sides; of its length
+    const auto over = [&](double length) { return length / 2 + kOver * scale_ + kOverShare * length; };
+    const int left = std::max(0, RoundDown(mark.x - over(mark.boxWidth))),
+              right = std::min(page_.width(), RoundDown(mark.x + over(mark.boxWidth)) + 1),
+              top = std::max(0, RoundDown(mark.y - over(mark.boxHeight))),
+              bottom = std::min(page_.height(), RoundDown(mark.y + over(mark.boxHeight)) + 1);
+    if (left >= right || top >= bottom) return;
+    BytePlane taken(right - left, bottom - top);
+    std::vector<std::pair<int, int>> open;
+    const auto take = [&](int x, int y) {
+      if (x < left || y < top || x >= right || y >= bottom || taken.Row(y - top)[x - left] != 0 ||
+          !Differs(x, y, mark))
+        return;
+      taken.Row(y - top)[x - left] = 1;
+      open.push_back({x, y});
+    };
+    for (int y = RoundDown(mark.y - mark.boxHeight / 4); y <= RoundDown(mark.y + mark.boxHeight / 4); ++y) {
+      for (int x = RoundDown(mark.x - mark.boxWidth / 4); x <= RoundDown(mark.x + mark.boxWidth / 4); ++x)
+        take(x, y);
+    }
+    const int rim = 1 + RoundDown(kRim * scale_);
+    while (!open.empty()) {
+      const auto [x, y] = open.back();
+      open.pop_back();
+      for (int dy = -1; dy <= 1; ++dy) {
+        for (int dx = -1; dx <= 1; ++dx) take(x + dx, y + dy);
+      }
+      for (int ny = std::max(0, y - rim); ny <= std::min(page_.height() - 1, y + rim); ++ny) {
+        for (int nx = std::max(0, x - rim); nx <= std::min(page_.width() - 1, x + rim); ++nx) {
+          if (plan->mask.Get(nx, ny)) continue;
+          plan->mask.Set(nx, ny);
+          ++plan->pixels;
+        }
+      }
+    }
+  }
+
   void MaskMark(const Mark& mark, HolePlan* plan) const {
+    if (mark.isBinding) return MaskBinding(mark, plan);
     const double halo = kHalo * scale_ + 1;
     const double reach = std::max({mark.radius, mark.boxWidth / 2, mark.boxHeight / 2}) + halo;
     const bool isRound = mark.round >= kRoundPartner;
@@ -649,6 +838,7 @@ class HoleFinder {
   const Sheet& sheet_;
   const Page& page_;
   double scale_;
+  int shift_;  // a cell's side, as a power of two
   std::vector<Mark> rows_[4];
   std::vector<Found> found_;
 };

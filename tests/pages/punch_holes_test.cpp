@@ -19,16 +19,32 @@ constexpr int kPaper = 240;
 
 struct Disc {
   double x, y, diameter;  // millimetres
-};
+  double tall = 1;        // times as high as wide
 
-void Draw(const Disc& disc, int percent, DrawnPage* page) {
-  for (int y = 0; y < kHeight; ++y) {
-    for (int x = 0; x < kWidth; ++x) {
-      const double dx = x - disc.x * kMm, dy = y - disc.y * kMm;
-      if (dx * dx + dy * dy <= disc.diameter * disc.diameter * kMm * kMm / 4)
-        page->grey.Row(y)[x] = static_cast<uint8_t>(kPaper * percent / 100);
+  // Visits its pixels.
+  template <class Visit>
+  void ForEach(const Visit& visit) const {
+    const double reach = diameter / 2 * kMm;
+    for (int row = std::max(0, static_cast<int>(y * kMm - reach * tall));
+         row < std::min<double>(kHeight, y * kMm + reach * tall + 1); ++row) {
+      for (int column = std::max(0, static_cast<int>(x * kMm - reach));
+           column < std::min<double>(kWidth, x * kMm + reach + 1); ++column) {
+        const double dx = column - x * kMm, dy = (row - y * kMm) / tall;
+        if (dx * dx + dy * dy <= reach * reach) visit(column, row);
+      }
     }
   }
+};
+
+// Marks from the sheet's top to its bottom, one to the right of the other by `lean`.
+std::vector<Disc> Column(double x, double step, double diameter, double tall = 1, double lean = 0) {
+  std::vector<Disc> discs;
+  for (double y = 8; y < 290; y += step, x += lean) discs.push_back({x, y, diameter, tall});
+  return discs;
+}
+
+void Draw(const Disc& disc, int percent, DrawnPage* page) {
+  disc.ForEach([&](int x, int y) { page->grey.Row(y)[x] = static_cast<uint8_t>(kPaper * percent / 100); });
 }
 
 HolePlan PlanOf(const DrawnPage& page, bool isInk) {
@@ -67,9 +83,12 @@ TEST_P(MarksInTheMargin, AreHolesOrStay) {
     bool isFound = false;
     for (const PunchHole& hole : plan.holes) {
       isFound |= std::abs(hole.x - disc.x * kMm) < 0.4 * kMm && std::abs(hole.y - disc.y * kMm) < 0.4 * kMm &&
-                 std::abs(hole.diameter - disc.diameter * kMm) < 0.6 * kMm;
+                 (disc.tall > 1 || std::abs(hole.diameter - disc.diameter * kMm) < 0.6 * kMm);
     }
     EXPECT_TRUE(isFound) << disc.x << ", " << disc.y;
+    int64_t left = 0;
+    disc.ForEach([&](int x, int y) { left += !plan.mask.Get(x, y); });
+    EXPECT_EQ(0, left) << "pixels of the hole at " << disc.x << ", " << disc.y;
   }
   for (int y = 0; y < kHeight && !plan.IsEmpty(); ++y) {
     for (int x = 0; x < kWidth; ++x) ASSERT_FALSE(page.truth.Get(x, y) && plan.mask.Get(x, y));
@@ -102,6 +121,33 @@ INSTANTIATE_TEST_SUITE_P(
               .draw =
                   [](DrawnPage& page) {
                     for (int y = 100; y < kHeight; y += 63) page.Bar(0, y, kWidth, 2, 5, /*isInk=*/false);
+                  }},
+        Marks{.name = "SixRings",
+              .discs = {{10, 91.5, 5.5},
+                        {10, 110.5, 5.5},
+                        {10, 129.5, 5.5},
+                        {10, 167.5, 5.5},
+                        {10, 186.5, 5.5},
+                        {10, 205.5, 5.5}}},
+        Marks{.name = "SpiralAskew", .discs = Column(4, 8.47, 4, 1, 0.1)},
+        Marks{.name = "Comb", .discs = Column(5, 14.29, 3, 2.6), .isInk = false},
+        Marks{.name = "BulletsDownThePage",
+              .discs = Column(8, 10.2, 4),
+              .areHoles = false,
+              .draw = [](DrawnPage& page) { page.Text(90, 40, 600, kHeight - 40, 5, 10); }},
+        Marks{.name = "MarksThatMachinesRead",
+              .discs = {},
+              .areHoles = false,
+              .draw =
+                  [](DrawnPage& page) {
+                    for (int y = 60; y < kHeight - 60; y += 50) page.Bar(30, y, 40, 14, 5);
+                  }},
+        Marks{.name = "OrnamentDownBothSides",
+              .discs = Column(8, 10.2, 4),
+              .areHoles = false,
+              .draw =
+                  [](DrawnPage& page) {
+                    for (const Disc& disc : Column(202, 10.2, 4)) Draw(disc, 5, &page);
                   }},
         Marks{
             .name = "Bullets",
