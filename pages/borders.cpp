@@ -372,6 +372,13 @@ BorderPlan Describe(const Sheet& sheet, BitPlane mask) {
   for (const SheetSide side : kSheetSides) {
     const SheetSideFit& fit = sheet.side(side);
     if (fit.kind == SideKind::kNotCertain) plan.leftAlone.push_back({side, fit.reason});
+    if (fit.kind != SideKind::kCertain) continue;
+    // Beside what is certain there may be more that is not.
+    for (const Surround& surround : sheet.surrounds) {
+      if (surround.isCertain || !surround.touches[static_cast<size_t>(side)]) continue;
+      plan.leftAlone.push_back({side, surround.reason});
+      break;
+    }
   }
   plan.pixels = CountSet(mask);
   if (plan.pixels > 0) plan.mask = std::move(mask);

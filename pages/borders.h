@@ -11,7 +11,7 @@
 
 namespace rastrel::pages {
 
-// One area that is to be replaced, or one side that is left alone.
+// One area that is to be replaced, or one side on which something is left alone.
 struct BorderRegion {
   std::string reason;
   int confidence = 0;                                // percent

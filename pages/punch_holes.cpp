@@ -351,6 +351,7 @@ class HoleFinder {
 
   // Fits a circle to the outline, and tells how well it fits.
   void Measure(const SideFrame& frame, Mark* mark) const {
+    constexpr int kMostEndless = 3;  // 1 / kMostEndless of the rays
     const double most = 0.75 * kMostDiameter * scale_;
     double lengths[kRays];
     double pointsX[kRays], pointsY[kRays];
@@ -367,7 +368,9 @@ class HoleFinder {
         ++count;
       }
       mark->rays = count * 100 / kRays;
-      if (mark->rays < kLeastRays) {
+      // No hole goes on like that on a good part of its sides: a letter's stroke, a bar.
+      const auto endless = std::count(known.begin(), known.end(), most);
+      if (mark->rays < kLeastRays || endless * kMostEndless > count) {
         mark->rays = 0;
         return;
       }

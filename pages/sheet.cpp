@@ -873,6 +873,52 @@ class SheetFinder {
   bool isBlackAndWhite_;
 };
 
+// ---- the picture ------------------------------------------------------------------------------------------
+
+// Digits of three by five dots, the upper left one in the highest of 15 bits.
+constexpr uint16_t kDigits[] = {0x7B6F, 0x2C97, 0x73E7, 0x73CF, 0x5BC9,
+                                0x79CF, 0x79EF, 0x7292, 0x7BEF, 0x7BCF};
+constexpr int kDigitWidth = 3, kDigitHeight = 5, kDigitStep = 4;  // dots
+
+void DrawDot(BytePlane* picture, int x, int y, int size, uint8_t value) {
+  for (int dy = std::max(0, y); dy < std::min(picture->height(), y + size); ++dy) {
+    for (int dx = std::max(0, x); dx < std::min(picture->width(), x + size); ++dx)
+      picture->Row(dy)[dx] = value;
+  }
+}
+
+// A number about a middle, dark on a light ground.
+void DrawNumber(BytePlane* picture, int x, int y, int dot, int number) {
+  int digits[3], count = 0;
+  for (; count < 3 && (number > 0 || count == 0); number /= 10) digits[count++] = number % 10;
+  const int left = x - count * kDigitStep * dot / 2, top = y - kDigitHeight * dot / 2;
+  for (int row = -1; row <= kDigitHeight; ++row) {
+    for (int column = -1; column < count * kDigitStep; ++column) {
+      const int digit = column / kDigitStep, inDigit = column % kDigitStep;
+      const bool isOn = column >= 0 && row >= 0 && row < kDigitHeight && inDigit < kDigitWidth &&
+                        (kDigits[digits[count - 1 - digit]] >> (14 - row * kDigitWidth - inDigit) & 1) != 0;
+      DrawDot(picture, left + column * dot, top + row * dot, dot, isOn ? 0 : 255);
+    }
+  }
+}
+
+// The side's line, in dashes, and how sure its kind is, next to the middle.
+void DrawSide(const Sheet& sheet, SheetSide side, int factor, BytePlane* picture) {
+  constexpr int kDash = 12, kDot = 2, kFromEdge = 24;  // pixels of the picture
+  const SheetSideFit& fit = sheet.side(side);
+  const SideAxis axis(*picture, side);
+  const int places = axis.IsUpright() ? sheet.height : sheet.width;
+  for (int place = 0; fit.hasLine && place < axis.places; ++place) {
+    const int depth = fit.LineDepthAt(place * factor, places) / factor;
+    if (depth < 0 || depth >= axis.across) continue;
+    axis.At(*picture, place, depth) = place % kDash < kDash / 2 ? 0 : 255;
+  }
+  const int middle = axis.places / 2;
+  const int depth = std::max(0, fit.LineDepthAt(middle * factor, places) / factor) + kFromEdge;
+  if (depth < axis.across)
+    DrawNumber(picture, axis.X(middle, depth), axis.Y(middle, depth), kDot, fit.confidence);
+}
+
 template <class Plane>
 Sheet Frame(const Plane& page, int dpi) {
   Sheet sheet;
@@ -922,6 +968,7 @@ BytePlane PictureOfSheet(const Sheet& sheet, const BytePlane& grey, int factor) 
       }
     }
   }
+  for (const SheetSide side : kSheetSides) DrawSide(sheet, side, factor, &picture);
   return picture;
 }
 

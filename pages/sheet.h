@@ -81,7 +81,8 @@ Sheet FindSheet(const BytePlane& grey, int dpi = 0);
 // Of a 1-bit page; set bits are ink.
 Sheet FindSheet(const BitPlane& ink, int dpi = 0);
 
-// The page with the sides drawn on it, divided by `factor`: white what is certain, in grey what is not.
+// The page with the sheet drawn on it, divided by `factor`: hatched white what is certain to lie outside, in
+// grey what is not certain; the sides' lines in dashes, and in numbers how sure each side is, in percent.
 BytePlane PictureOfSheet(const Sheet& sheet, const BytePlane& grey, int factor);
 
 }  // namespace rastrel::pages
