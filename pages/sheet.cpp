@@ -701,6 +701,8 @@ class SheetFinder {
       if (isBlackAndWhite_) break;
     }
     DescribeSides();
+    // Where there is a surround, pieces of its shadow may stand apart from it.
+    if (isBlackAndWhite_ && sheet_.HasOutside()) TakeStreaks();
     sheet_.cells = std::move(grid_);
     return std::move(sheet_);
   }
@@ -802,6 +804,75 @@ class SheetFinder {
       if (isWhole && inked * 100 <= inner * kMostInk) return true;
     }
     return false;
+  }
+
+  void TakeStreaks() {
+    constexpr int kBand = 8 * kMm;  // from the image's edge
+    const auto darkBelow = static_cast<uint8_t>(sheet_.paper * kDarkShares[0] / 100);
+    BytePlane seen = sheet_.outside;
+    for (const SheetSide side : kSheetSides) {
+      const SideAxis axis(grid_, side);
+      for (int place = 0; place < axis.places; ++place) {
+        for (int depth = 0; depth < std::min(axis.across, units_.Cells(kBand)); ++depth) {
+          if (axis.At(grid_, place, depth) >= darkBelow || axis.At(seen, place, depth) != 0) continue;
+          const Area area =
+              Follow(grid_, darkBelow, axis.X(place, depth), axis.Y(place, depth), &seen, &member_);
+          if (IsStreak(area, axis)) {
+            SideEvidence sides[4];
+            sides[static_cast<size_t>(side)].touched = 1;
+            AddSurround(area, {true, true, 75, "a streak of shadow in the margin"}, sides);
+            for (int y = area.top; y < area.bottom; ++y) {
+              for (int x = area.left; x < area.right; ++x) {
+                if (area.Has(x, y)) sheet_.outside.Row(y)[x] = kMember;
+              }
+            }
+          }
+          area.Forget();
+        }
+      }
+    }
+  }
+
+  // A long dark mark in parallel to a side, in the empty margin, that swells and thins out. What is printed
+  // or drawn there is as thick all along.
+  bool IsStreak(const Area& area, const SideAxis& axis) const {
+    constexpr int kLeastLength = 25 * kMm, kSlender = 12;  // and this many times as long as thick
+    constexpr int kDeepestEnd = 11 * kMm, kLeastThick = kMm * 3 / 4, kSwell = 2;
+    constexpr int kInner = 3 * kMm, kMostInk = 3;  // percent of the cells to either side
+    const int first = axis.IsUpright() ? area.top : area.left,
+              end = axis.IsUpright() ? area.bottom : area.right;
+    const int length = end - first;
+    if (length < units_.Cells(kLeastLength) || area.cells * kSlender > int64_t{length} * length ||
+        area.cells < int64_t{length} * units_.Cells(kLeastThick))
+      return false;
+    std::vector<int> thickness;
+    int64_t around = 0, inked = 0;
+    const auto look = [&](int place, int depth) {
+      if (depth < 0 || depth >= axis.across || axis.At(sheet_.outside, place, depth) != 0) return;
+      ++around;
+      inked += axis.At(grid_, place, depth) * 100 < sheet_.paper * kInkShare;
+    };
+    const int deepest = std::min(axis.across, units_.Cells(kDeepestEnd));
+    for (int place = first; place < end; ++place) {
+      int outer = -1, inner = -1, thick = 0;
+      for (int depth = 0; depth < deepest; ++depth) {
+        if (axis.At(*area.member, place, depth) != kMember) continue;
+        if (outer < 0) outer = depth;
+        inner = depth;
+        ++thick;
+      }
+      if (thick == 0) return false;
+      thickness.push_back(thick);
+      for (int depth = 0; depth < outer - 1; ++depth) look(place, depth);
+      for (int depth = inner + 2; depth < inner + 2 + units_.Cells(kInner); ++depth) look(place, depth);
+    }
+    // All of it lies in the band.
+    int64_t cells = 0;
+    for (const int thick : thickness) cells += thick;
+    if (cells < area.cells || inked * 100 > around * kMostInk) return false;
+    std::sort(thickness.begin(), thickness.end());
+    const int thin = thickness[thickness.size() / 8], thickest = thickness[thickness.size() * 7 / 8];
+    return thickest >= kSwell * thin && thickest >= thin + kSwell;
   }
 
   // Takes the area as outside, without what is attached to it and stands out of its sides' run.

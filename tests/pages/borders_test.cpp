@@ -218,6 +218,27 @@ INSTANTIATE_TEST_SUITE_P(
                             true}),
     [](const auto& test) { return test.param.name; });
 
+// A shadow that swells and thins out in the margin of a page with a surround goes; a bar that is as thick all
+// along, as the marks of a revised paragraph are, stays.
+TEST(PlanBorders, TakesAStreakOfShadowAndLeavesABarInTheMargin) {
+  DrawnPage page(kWidth, kHeight, White);
+  page.Text(110, 120, kWidth - 110, kHeight - 120, 4, kInk);
+  page.Bar(20, 300, 8, 400, 0);
+  page.Bar(kWidth - 14, 0, 14, kHeight, 0, /*isInk=*/false);
+  BitPlane streak(kWidth, kHeight);
+  for (int x = 150; x < 650; ++x) {
+    for (int y = 20; y < 23 + (x - 150) / 30; ++y) streak.Set(x, y), page.grey.Row(y)[x] = 0;
+  }
+  const BorderPlan plan = PlanOf(page, /*isInk=*/true);
+  ASSERT_FALSE(plan.IsEmpty());
+  for (int y = 0; y < kHeight; ++y) {
+    for (int x = 0; x < kWidth; ++x) {
+      if (!streak.Get(x, y) && !page.truth.Get(x, y)) continue;
+      ASSERT_EQ(streak.Get(x, y), plan.mask.Get(x, y)) << x << ", " << y;
+    }
+  }
+}
+
 // A strip of the next page outside the line where two sheets meet: the line goes, the letters stay.
 TEST(PlanBorders, TakesTheSheetsEdgeLineAndLeavesTheNextPagesLetters) {
   DrawnPage page(kWidth, kHeight, White);
