@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "pages/judgement.h"
@@ -34,22 +35,32 @@ SineAndCosine SineAndCosineOf(double degrees) {
 // ---- cells
 // ------------------------------------------------------------------------------------------------------
 
-// The least of each cell's values, as far as they are in the rows.
+// The least of each cell's values, as far as they are in the rows: first of the rows of a cell, then along
+// the row that is left.
 class Darkest {
  public:
-  Darkest(int width, int height) : width_(width), cells_(CellsOf(width), CellsOf(height), 255) {}
-  void AddRow(int y, const uint8_t* row) {
+  Darkest(int width, int height)
+      : width_(width),
+        height_(height),
+        least_(static_cast<size_t>(CellsOf(width)) * kCell, 255),
+        cells_(CellsOf(width), CellsOf(height)) {}
+  // Rows from the first to the last.
+  void AddRow(int y, const uint8_t* __restrict row) {
+    uint8_t* const __restrict least = least_.data();
+    for (int x = 0; x < width_; ++x) least[x] = std::min(least[x], row[x]);
+    if (y % kCell != kCell - 1 && y != height_ - 1) return;
     uint8_t* cells = cells_.Row(y / kCell);
-    const int whole = width_ / kCell;
-    for (int i = 0; i < whole; ++i, row += kCell) {
-      cells[i] = std::min({cells[i], row[0], row[1], row[2], row[3]});
+    const uint8_t* from = least;
+    for (int i = 0; i < cells_.width(); ++i, from += kCell) {
+      cells[i] = std::min(std::min(from[0], from[1]), std::min(from[2], from[3]));
     }
-    for (int x = whole * kCell; x < width_; ++x, ++row) cells[whole] = std::min(cells[whole], *row);
+    std::fill(least_.begin(), least_.end(), 255);
   }
-  const BytePlane& cells() const { return cells_; }
+  BytePlane Take() { return std::move(cells_); }
 
  private:
-  int width_;
+  int width_, height_;
+  std::vector<uint8_t> least_;  // of the rows of a cell so far; 255 beyond the page
   BytePlane cells_;
 };
 
@@ -89,6 +100,12 @@ BytePlane CellsWithInk(const BitPlane& ink) {
   return cells;
 }
 
+BytePlane DarkestOf(const BytePlane& grey) {
+  Darkest darkest(grey.width(), grey.height());
+  for (int y = 0; y < grey.height(); ++y) darkest.AddRow(y, grey.Row(y));
+  return darkest.Take();
+}
+
 BytePlane DarknessOf(const PageView& page, bool isTextDark) {
   if (page.bits() == 1) {
     BitPlane ink = InkOf1Bit(page);
@@ -98,16 +115,34 @@ BytePlane DarknessOf(const PageView& page, bool isTextDark) {
     return CellsWithInk(ink);
   }
   BytePlane grey = GreyOf(page);
-  Darkest darkest(page.width(), page.height());
-  for (int y = 0; y < page.height(); ++y) {
-    uint8_t* row = grey.Row(y);
-    if (!isTextDark) {
-      for (int x = 0; x < page.width(); ++x) row[x] = static_cast<uint8_t>(255 - row[x]);
-    }
-    darkest.AddRow(y, row);
+  if (!isTextDark) {
+    for (uint8_t& byte : grey.bytes()) byte = static_cast<uint8_t>(255 - byte);
   }
-  return darkest.cells();
+  return DarkestOf(grey);
 }
+
+// How many pixels of ink there are in each of the 16 cells of a word's four rows, the leftmost first. A cell
+// has up to 16, so nibbles are added up in two words of bytes.
+struct CellCounts {
+  CellCounts(const uint64_t* const* rows, size_t word) {
+    constexpr uint64_t kPairs = 0x5555555555555555, kNibbles = 0x3333333333333333;
+    constexpr uint64_t kBytes = 0x0F0F0F0F0F0F0F0F;
+    for (int i = 0; i < kCell; ++i) {
+      if (rows[i] == nullptr) continue;
+      uint64_t counts = rows[i][word];
+      counts -= counts >> 1 & kPairs;
+      counts = (counts & kNibbles) + (counts >> 2 & kNibbles);
+      even_ += counts >> 4 & kBytes;
+      odd_ += counts & kBytes;
+    }
+  }
+  int Of(int cell) const {
+    return static_cast<int>((cell % 2 == 0 ? even_ : odd_) >> (56 - cell / 2 * 8) & 255);
+  }
+
+ private:
+  uint64_t even_ = 0, odd_ = 0;
+};
 
 // The four rows of a row of cells; those beyond the page are empty.
 struct FourRows {
@@ -121,11 +156,6 @@ struct FourRows {
     uint64_t any = 0;
     for (const uint64_t* row : rows) any |= row != nullptr ? row[word] : 0;
     return any;
-  }
-  int CountIn(size_t word, uint64_t mask) const {
-    int count = 0;
-    for (const uint64_t* row : rows) count += row != nullptr ? std::popcount(row[word] & mask) : 0;
-    return count;
   }
   const uint64_t* rows[kCell];
 };
@@ -196,11 +226,15 @@ void Missing::Add(int left, int top, int right, int bottom, int64_t count) {
 Missing FindPaintedOver(const PageView& before, const PageView& after, const BitPlane& ink,
                         const BitPlane& named) {
   Missing missing;
+  const size_t bytesOfWord = 8 * static_cast<size_t>(before.bits());  // of 64 pixels
   for (int y = 0; y < ink.height(); ++y) {
     const uint8_t *old = before.PageRow(y), *now = after.PageRow(y);
     if (std::memcmp(old, now, before.stride()) == 0) continue;
     for (size_t i = 0; i < ink.wordsPerRow(); ++i) {
       uint64_t bits = ink.Row(y)[i] & ~(named.isEmpty() ? 0 : named.Row(y)[i]);
+      if (bits == 0) continue;
+      const size_t from = i * bytesOfWord, to = std::min(from + bytesOfWord, before.stride());
+      if (std::memcmp(old + from, now + from, to - from) == 0) continue;
       for (; bits != 0; bits &= bits - 1) {
         const int x = static_cast<int>(i) * 64 + 63 - std::countr_zero(bits);
         if (!SamePixel(before, old, now, x)) missing.Add(x, y, x + 1, y + 1, 1);
@@ -217,25 +251,23 @@ Missing FindLost(const BitPlane& ink, const BytePlane& grey, const BitPlane& nam
   const BytePlane there = LeastAround(DarknessOf(after, isTextDark));
   const bool isGrey = !grey.isEmpty();
   const int paper = isGrey ? PaperLevel(ink, grey) : 255;
-  std::vector<uint8_t> darkest(static_cast<size_t>(CellsOf(ink.width())) + 1);
+  const BytePlane before = isGrey ? DarkestOf(grey) : BytePlane();
   for (int row = 0; row < CellsOf(ink.height()); ++row) {
     const FourRows inked(ink, row), taken(named, row);
     for (size_t i = 0; i < ink.wordsPerRow(); ++i) {
       uint64_t any = inked.Any(i);
       if (any == 0) continue;
       const uint64_t anyTaken = taken.Any(i);
+      const CellCounts counts(inked.rows, i);
       for (int cell = 0; any != 0 && cell < 16; ++cell) {
         const uint64_t mask = uint64_t{15} << (60 - 4 * cell);
         if ((any & mask) == 0 || (anyTaken & mask) != 0) continue;
-        if (inked.CountIn(i, mask) < check::kLeastInk) continue;
+        if (counts.Of(cell) < check::kLeastInk) continue;
         const int left = static_cast<int>(i) * 64 + cell * kCell, top = row * kCell;
         const int right = std::min(left + kCell, ink.width()), bottom = std::min(top + kCell, ink.height());
         int dark = 0;
         if (isGrey) {
-          dark = 255;
-          for (int y = top; y < bottom; ++y) {
-            for (int x = left; x < right; ++x) dark = std::min<int>(dark, grey.Row(y)[x]);
-          }
+          dark = before.Row(row)[left / kCell];
           if ((paper - dark) * 100 < check::kPalePercent * paper) continue;
         }
         const double x = movement.XOf((left + right - 1) / 2.0, (top + bottom - 1) / 2.0);
@@ -243,7 +275,7 @@ Missing FindLost(const BitPlane& ink, const BytePlane& grey, const BitPlane& nam
         const bool isOnPage = x >= 0 && y >= 0 && x < after.width() && y < after.height();
         const int most = paper - (paper - dark) * check::kLeftPercent / 100;
         if (!isOnPage || there.Row(static_cast<int>(y) / kCell)[static_cast<int>(x) / kCell] > most) {
-          missing.Add(left, top, right, bottom, inked.CountIn(i, mask));
+          missing.Add(left, top, right, bottom, counts.Of(cell));
         }
       }
     }

@@ -68,16 +68,25 @@ void PutPlane(const BytePlane& plane, const BitPlane& mask, bool isNegative, int
   }
 }
 
-BytePlane ChannelOf(const PageView& page, int channel, bool isNegative) {
-  BytePlane plane(page.width(), page.height());
-  for (int y = 0; y < page.height(); ++y) {
-    const uint8_t* row = page.PageRow(y) + channel;
-    uint8_t* to = plane.Row(y);
-    const unsigned flip = isNegative ? 255 : 0;
-    for (int x = 0; x < page.width(); ++x)
-      to[x] = static_cast<uint8_t>(row[3 * static_cast<size_t>(x)] ^ flip);
+struct Channels {
+  BytePlane blue, green, red;
+};
+Channels ChannelsOf(const PageView& page, bool isNegative) {
+  const int width = page.width(), height = page.height();
+  Channels channels = {BytePlane(width, height), BytePlane(width, height), BytePlane(width, height)};
+  const unsigned flip = isNegative ? 255 : 0;
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* __restrict row = page.PageRow(y);
+    uint8_t* __restrict blue = channels.blue.Row(y);
+    uint8_t* __restrict green = channels.green.Row(y);
+    uint8_t* __restrict red = channels.red.Row(y);
+    for (int x = 0; x < width; ++x, row += 3) {
+      blue[x] = static_cast<uint8_t>(row[0] ^ flip);
+      green[x] = static_cast<uint8_t>(row[1] ^ flip);
+      red[x] = static_cast<uint8_t>(row[2] ^ flip);
+    }
   }
-  return plane;
+  return channels;
 }
 
 // Replaces what a mask names by paper.
@@ -96,8 +105,7 @@ void PaintMask(const PageModel& model, const BitPlane& mask, const PageView& pag
     PutPlane(grey, mask, isNegative, 0, page);
     return;
   }
-  BytePlane blue = ChannelOf(page, 0, isNegative), green = ChannelOf(page, 1, isNegative),
-            red = ChannelOf(page, 2, isNegative);
+  auto [blue, green, red] = ChannelsOf(page, isNegative);
   PaintPaper({{&blue, &green, &red}, 3}, mask, model.ink);
   PutPlane(blue, mask, isNegative, 0, page);
   PutPlane(green, mask, isNegative, 1, page);
@@ -599,11 +607,15 @@ class ModelCleaning {
   // By what is written on the page; with more than the usual percentage, by how much that is.
   void TellBlank() {
     constexpr double kUsualPercent = 0.1;
-    const BitPlane ink = InkThatStays();
-    const Blankness found =
-        model_.isBitonal() ? FindBlankness(ink) : FindBlankness(model_.grey, model_.paper, ink);
     // Lines of text are never nothing, however pale or small they are.
-    record_.isBlank = found.isBlank && !(record_.skewConfidence.value_or(0) >= kSureOfSkew);
+    const bool hasLines = record_.skewConfidence.value_or(0) >= kSureOfSkew;
+    if (hasLines && options_.blankPercent <= kUsualPercent) return;
+    const BitPlane ink = InkThatStays();
+    if (!hasLines) {
+      const Blankness found =
+          model_.isBitonal() ? FindBlankness(ink) : FindBlankness(model_.grey, model_.paper, ink);
+      record_.isBlank = found.isBlank;
+    }
     if (options_.blankPercent <= kUsualPercent) return;
     int64_t pixels = 0;
     for (const uint64_t word : ink.words()) pixels += std::popcount(word);

@@ -57,6 +57,17 @@ void CopyPalette(const PageView& from, const PageView& to) {
               to.palette().begin());
 }
 
+// Eight bytes of a row as a word, the leftmost highest. Compilers know it for one load.
+uint64_t WordOfBytes(const uint8_t* bytes) {
+  return uint64_t{bytes[0]} << 56 | uint64_t{bytes[1]} << 48 | uint64_t{bytes[2]} << 40 |
+         uint64_t{bytes[3]} << 32 | uint64_t{bytes[4]} << 24 | uint64_t{bytes[5]} << 16 |
+         uint64_t{bytes[6]} << 8 | uint64_t{bytes[7]};
+}
+
+void LumaOfRow(const uint8_t* __restrict row, size_t width, uint8_t* __restrict out) {
+  for (size_t x = 0; x < width; ++x) out[x] = Luma(row[3 * x + 2], row[3 * x + 1], row[3 * x]);
+}
+
 // Makes a page of the same size whose pixels are to be set.
 Dib MakeLike(const PageView& page, int bits) {
   Dib result = MakePage(page.width(), page.height(), bits, page.resolution());
@@ -293,14 +304,22 @@ PageInfo InfoOf(const PageView& page) {
 
 BytePlane GreyOf(const PageView& page) {
   BytePlane grey(page.width(), page.height());
-  std::vector<uint8_t> table;
-  for (const RGBQUAD& entry : page.palette())
-    table.push_back(Luma(entry.rgbRed, entry.rgbGreen, entry.rgbBlue));
+  uint8_t table[256] = {};
+  bool isPlain = page.bits() == 8;
+  size_t entries = 0;
+  for (const RGBQUAD& entry : page.palette().first(std::min<size_t>(page.palette().size(), 256))) {
+    table[entries] = Luma(entry.rgbRed, entry.rgbGreen, entry.rgbBlue);
+    isPlain = isPlain && table[entries] == entries;
+    ++entries;
+  }
+  isPlain = isPlain && entries == 256;
   for (int y = 0; y < page.height(); ++y) {
     const uint8_t* row = page.PageRow(y);
     uint8_t* out = grey.Row(y);
     if (page.bits() == 24) {
-      for (int x = 0; x < page.width(); ++x, row += 3) out[x] = Luma(row[2], row[1], row[0]);
+      LumaOfRow(row, static_cast<size_t>(page.width()), out);
+    } else if (isPlain) {
+      std::memcpy(out, row, static_cast<size_t>(page.width()));
     } else if (page.bits() == 8) {
       for (int x = 0; x < page.width(); ++x) out[x] = table[row[x]];
     } else {
@@ -314,14 +333,18 @@ BitPlane InkOf1Bit(const PageView& page) {
   if (page.bits() != 1) throw PageError("is no page of 1 bit");
   BitPlane ink(page.width(), page.height());
   if (ink.isEmpty()) return ink;
-  const uint8_t flip = ExtremeInk(page, /*light=*/false).bytes[0] == 0 ? 0xFF : 0;
-  const size_t bytes = (static_cast<size_t>(page.width()) + 7) / 8;
+  const bool isZeroInk = ExtremeInk(page, /*light=*/false).bytes[0] == 0;
+  const uint64_t flip = isZeroInk ? ~uint64_t{0} : 0;
+  const size_t whole = page.stride() / 8;  // words; a row may have half a word more
   const uint64_t lastMask = ~uint64_t{0} << (63 - static_cast<unsigned>(page.width() - 1) % 64);
   for (int y = 0; y < page.height(); ++y) {
     const uint8_t* row = page.PageRow(y);
     uint64_t* words = ink.Row(y);
-    for (size_t i = 0; i < bytes; ++i) {
-      words[i / 8] |= uint64_t{static_cast<uint8_t>(row[i] ^ flip)} << (56 - i % 8 * 8);
+    for (size_t i = 0; i < whole; ++i) words[i] = WordOfBytes(row + 8 * i) ^ flip;
+    if (whole < ink.wordsPerRow()) {
+      uint8_t last[8] = {};
+      std::memcpy(last, row + 8 * whole, page.stride() - 8 * whole);
+      words[whole] = WordOfBytes(last) ^ flip;
     }
     words[ink.wordsPerRow() - 1] &= lastMask;
   }
