@@ -29,7 +29,7 @@ class Bytes {
   // Whether all of them could be written.
   virtual bool WriteAt(uint64_t position, std::span<const uint8_t> bytes) noexcept = 0;
   virtual uint64_t size() noexcept = 0;
-  // What kept the first write that failed from being done; null before.
+  // What kept the first call that failed from being done; null before.
   const char* problem() const { return problem_; }
 
  protected:

@@ -39,8 +39,8 @@ std::string Titles() {
 const Format& FormatOf(Bytes* file) {
   std::array<uint8_t, 16> start{};
   const size_t got = file->ReadAt(0, start);
-  if (got == 0 && file->size() == 0) throw PageError("is empty", ErrFileFormat);
-  if (got == 0) throw PageError("cannot be read", ErrFileIO);
+  if (got == 0 && file->problem() != nullptr) throw PageError(file->problem(), ErrFileIO);
+  if (got == 0) throw PageError("is empty", ErrFileFormat);
   const std::string_view head(reinterpret_cast<const char*>(start.data()), got);
   for (const Format* format : Formats()) {
     for (const std::string_view signature : format->signatures) {

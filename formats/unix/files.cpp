@@ -21,6 +21,7 @@ class FileBytes : public Bytes {
       const ssize_t count =
           ::pread(file_, bytes.data() + got, bytes.size() - got, static_cast<off_t>(position + got));
       if (count < 0 && errno == EINTR) continue;
+      if (count < 0) Fail(std::strerror(errno));
       if (count <= 0) break;
       got += static_cast<size_t>(count);
     }
