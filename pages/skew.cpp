@@ -132,12 +132,12 @@ double SteadyMiddle(const std::vector<Vote>& votes, double start, double scale, 
 
 // The share of the votes, by weight, no farther than `most` from a slope.
 double ShareNear(const std::vector<Vote>& votes, double degrees, double most) {
-  double near = 0, all = 0;
+  double close = 0, all = 0;
   for (const Vote& vote : votes) {
     all += vote.weight;
-    if (std::abs(vote.degrees - degrees) <= most) near += vote.weight;
+    if (std::abs(vote.degrees - degrees) <= most) close += vote.weight;
   }
-  return near / all;
+  return close / all;
 }
 
 // How far each vote is from what lines at its place would have if the page's slope went evenly from one side
