@@ -81,6 +81,11 @@ Head ReadHead(Bytes* file) {
                       ? claimed
                       : StrideOf(info.biWidth, static_cast<int>(bits)) * static_cast<uint64_t>(info.biHeight);
   if (head.rowsAt + head.rowBytes > fileBytes || claimed > fileBytes) Damaged("its rows are cut short");
+  // Two bytes stand for 255 pixels, and now and then for a jump.
+  constexpr uint64_t kMostPixelsPerByte = 1024;
+  const uint64_t pixels = static_cast<uint64_t>(info.biWidth) * static_cast<uint64_t>(info.biHeight);
+  if (isRunLength && pixels / kMostPixelsPerByte > claimed)
+    CannotHold(fileBytes, info.biWidth, info.biHeight);
   info.biSize = sizeof(info);
   return head;
 }
@@ -139,7 +144,9 @@ PageInfo Describe(Bytes* file, uint64_t /*place*/) {
 
 void Write(const Dib& page, const Metadata& /*metadata*/, const Options& /*options*/, Bytes* file) {
   const PageView view(page);
-  const uint64_t blockBytes = GlobalSize(page.handle());
+  // Not the whole block: what lies behind the last row means nothing.
+  const uint64_t blockBytes =
+      sizeof(BITMAPINFOHEADER) + view.palette().size_bytes() + uint64_t{view.pixels().size()};
   constexpr uint64_t kMostBytes = 0xFFFFFFFF;  // the file's size has 32 bits
   if (blockBytes > kMostBytes - kFileHeaderBytes) {
     throw PageError("cannot be written: it is too large for a bitmap", ErrTooLarge);

@@ -72,6 +72,7 @@ struct Format {
   const char* extensions;                        // "tif,tiff"
   std::span<const std::string_view> signatures;  // a file begins with one of these
   std::span<const OptionEntry> options = {};
+  const char* metadata = "";  // the items that its files keep, "icc,xmp"
 
   // All of these throw PageError.
   Dib (*read)(Bytes* file, uint64_t place, Metadata* metadata);

@@ -70,6 +70,7 @@ std::string FormatsAsJson() {
                         .Add("reads", format->read != nullptr)
                         .Add("writes", format->isWritten())
                         .Add("manyPages", format->hasManyPages())
+                        .Add("metadata", format->metadata)
                         .Add("options", options));
   }
   return formats.Text();
@@ -162,6 +163,19 @@ PageWriter* RASTREL_CALL CreatePagesOnStream(const PageStream* stream, const cha
   });
 }
 
+int RASTREL_CALL SetPageFileRules(PageWriter* writer, const PageFileRules* rules) {
+  return Guarded(0, [&] {
+    Require(writer != nullptr, "there is no file");
+    const PageFileRules taken = TakeStruct(rules, PageFileRules{});
+    writer->pages.SetRules({.keepsExisting = taken.keepExisting != 0,
+                            .skipsSync = taken.skipSync != 0,
+                            .keepsTime = taken.keepTime != 0,
+                            .source = taken.source != nullptr ? taken.source : "",
+                            .path = taken.path != nullptr ? taken.path : ""});
+    return 1;
+  });
+}
+
 int RASTREL_CALL AppendPage(PageWriter* writer, HGLOBAL page, const PageMetadata* metadata) {
   return Guarded(0, [&] {
     Require(writer != nullptr, "there is no file");
@@ -235,7 +249,8 @@ int RASTREL_CALL GetPageFormat(int32_t index, PageFormat* format) {
                           .isRead = entry.read != nullptr,
                           .isWritten = entry.isWritten(),
                           .hasManyPages = entry.hasManyPages(),
-                          .options = static_cast<int32_t>(entry.options.size())},
+                          .options = static_cast<int32_t>(entry.options.size()),
+                          .metadata = entry.metadata},
                format);
     return 1;
   });

@@ -70,6 +70,15 @@ int ExifOrientation(std::span<const uint8_t> marker) {
   return 1;
 }
 
+// A scan of a few bytes costs as much time as the whole picture. Encoders write about ten.
+void OnProgress(j_common_ptr jpeg) {
+  constexpr int kMostScans = 100;
+  if (reinterpret_cast<j_decompress_ptr>(jpeg)->input_scan_number <= kMostScans) return;
+  auto* manager = reinterpret_cast<ErrorManager*>(jpeg->err);
+  std::snprintf(manager->text, sizeof(manager->text), "it has more than %d scans", kMostScans);
+  std::longjmp(manager->jump, 1);
+}
+
 // Hands libjpeg the bytes of a file.
 struct Supply {
   jpeg_source_mgr base;
@@ -149,6 +158,8 @@ class Reader {
     const auto nothing = [](j_decompress_ptr) {};
     supply_ = {{nullptr, 0, nothing, OnNeed, OnSkip, jpeg_resync_to_restart, nothing}, &bytes_};
     jpeg_.src = &supply_.base;
+    progress_.progress_monitor = OnProgress;
+    jpeg_.progress = &progress_;
     jpeg_save_markers(&jpeg_, kExifMarker, 0xFFFF);
     return true;
   }
@@ -163,6 +174,7 @@ class Reader {
 
   ByteReader bytes_;
   Supply supply_{};
+  jpeg_progress_mgr progress_{};
   ErrorManager errors_{};
   jpeg_decompress_struct jpeg_{};
 };

@@ -4,10 +4,12 @@
 
 #include <string>
 
+#include "formats/part_files.h"
+
 namespace rastrel::formats {
 
 // An empty file beside `finalPath`. It is renamed to it by Commit, or removed at the end of this object's
-// life and when the process is interrupted.
+// life, when the process is interrupted, or, where that could not be, by the next one that writes there.
 class OutputFile {
  public:
   // Throws PageError when it cannot be made, or when `finalPath` is there and is no regular file.
@@ -18,12 +20,18 @@ class OutputFile {
 
   const std::string& path() const { return path_; }
   const std::string& finalPath() const { return finalPath_; }
-  // Throws PageError when the file cannot be renamed.
+  // Throws PageError when a file is there that is to be kept.
+  void SetRules(OutputRules rules);
+  // Throws PageError when the file cannot take its name.
   void Commit();
 
  private:
+  void GiveUp() noexcept;
+
   std::string finalPath_;
+  OutputRules rules_;
   std::string path_;
+  int part_ = -1;
   int slot_ = -1;  // among the files that an interruption removes
 };
 

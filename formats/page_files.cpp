@@ -114,6 +114,11 @@ void OutputPages::Start() {
   if (format_->create != nullptr) document_ = format_->create(bytes_.get());
 }
 
+void OutputPages::SetRules(OutputRules rules) {
+  if (!target_) throw PageError("has no name", ErrParameter);
+  target_->SetRules(std::move(rules));
+}
+
 // Whatever fails after this loses the file, unless it says otherwise.
 void OutputPages::CheckRoom() {
   if (isLost_) throw PageError("is not written", ErrFileIO);

@@ -52,6 +52,8 @@ class OutputPages {
   // To a stream, or, without one, to memory.
   OutputPages(const std::optional<PageStream>& stream, const Format& format, Options options);
 
+  // For a file by name, before it is finished.
+  void SetRules(OutputRules rules);
   void Append(const Dib& page, const Metadata& metadata);
   void Append(const Encoded& page);
   void Finish();

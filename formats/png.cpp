@@ -51,6 +51,11 @@ class Reader {
     if (info_ == nullptr) throw PageError("out of memory", ErrNoMemory);
     png_set_read_fn(png_, &bytes_, OnRead);
     png_set_user_limits(png_, 0x7FFFFFFF, 0x7FFFFFFF);
+    // Of texts and profiles, which deflate makes a thousand times larger.
+    constexpr png_alloc_size_t kMostChunkBytes = 1 << 24;
+    constexpr png_uint_32 kMostChunks = 16;
+    png_set_chunk_malloc_max(png_, kMostChunkBytes);
+    png_set_chunk_cache_max(png_, kMostChunks);
   }
   ~Reader() { png_destroy_read_struct(&png_, &info_, nullptr); }
   Reader(const Reader&) = delete;

@@ -34,23 +34,35 @@ struct Messages {
   std::string error;
 };
 
-int CollectError(TIFF*, void* data, const char* /*module*/, const char* format, va_list arguments) {
-  auto& messages = *static_cast<Messages*>(data);
-  if (messages.error.empty()) {
-    char text[200];
-    std::vsnprintf(text, sizeof(text), format, arguments);
-    messages.error = text;
-    while (!messages.error.empty() && messages.error.back() == '.') messages.error.pop_back();
+// libtiff calls these, so nothing may be thrown: an error without room for its text is told without text.
+void Collect(Messages* messages, std::string_view text) noexcept {
+  if (!messages->error.empty()) return;
+  while (text.ends_with('.')) text.remove_suffix(1);
+  try {
+    messages->error = text;
+  } catch (...) {
+    messages->error = "no memory";  // short enough to need none
   }
+}
+
+constexpr size_t kMostMessageBytes = 200;
+
+int CollectError(TIFF*, void* data, const char* /*module*/, const char* format, va_list arguments) {
+  char text[kMostMessageBytes];
+  std::vsnprintf(text, sizeof(text), format, arguments);
+  Collect(static_cast<Messages*>(data), text);
   return 1;
 }
 
-// Fax data that ends early is only a warning to libtiff, and the page's rest stays white. So are tags that
-// cannot be read.
-int CollectWarning(TIFF* file, void* data, const char* module, const char* format, va_list arguments) {
-  for (const char* const harm : {"remature EOF", "IO error"}) {
-    if (std::string_view(format).find(harm) != std::string_view::npos) {
-      return CollectError(file, data, module, format, arguments);
+// Fax or JPEG data that ends early, and JPEG strips smaller than the page, are only warnings to libtiff:
+// pixels that nobody has written would be shown. So are tags that cannot be read.
+int CollectWarning(TIFF*, void* data, const char* /*module*/, const char* format, va_list arguments) {
+  char text[kMostMessageBytes];
+  std::vsnprintf(text, sizeof(text), format, arguments);
+  for (const char* const harm :
+       {"remature EOF", "remature end", "lack of data", "Improper JPEG", "IO error"}) {
+    if (std::string_view(text).find(harm) != std::string_view::npos) {
+      Collect(static_cast<Messages*>(data), text);
     }
   }
   return 1;
@@ -184,7 +196,7 @@ Dib ReadRows(TIFF* file, const Layout& layout, const Messages& messages) {
   if (static_cast<size_t>(TIFFScanlineSize(file)) > view.stride()) Damaged(messages);
   for (uint32_t y = 0; y < layout.height; ++y) {
     uint8_t* row = view.PageRow(static_cast<int>(y));
-    std::memset(row + view.stride() - 4, 0, 4);
+    std::memset(row, 0, view.stride());  // a decoder that stops early shows nothing of the memory's past
     if (TIFFReadScanline(file, row, y) < 0 || !messages.error.empty()) Damaged(messages);
     if (bits == 24) {
       for (uint32_t x = 0; x < layout.width; ++x) std::swap(row[3 * size_t{x}], row[3 * size_t{x} + 2]);
@@ -207,6 +219,7 @@ Dib ReadThroughRgba(TIFF* file, const Layout& layout, const Messages& messages) 
   const PageView words(raster);
   const PageView view(page);
   auto* first = reinterpret_cast<uint32_t*>(words.pixels().data());
+  std::memset(words.pixels().data(), 0, words.pixels().size());  // as in ReadRows
   if (TIFFReadRGBAImageOriented(file, layout.width, layout.height, first, layout.orientation, 1) == 0 ||
       !messages.error.empty()) {
     Damaged(messages);
@@ -383,18 +396,41 @@ class OpenTiff {
   TiffHandle tiff_;
 };
 
+// Whether the file ends before the pointer to the next page, which libtiff takes for the end of the chain.
+bool IsCutAfter(Bytes* bytes, uint64_t directory) {
+  uint8_t head[4] = {};
+  bytes->ReadAt(0, head);
+  const bool isBigEndian = head[0] == 'M';
+  const bool isBigTiff = head[isBigEndian ? 3 : 2] == 43;
+  const size_t countBytes = isBigTiff ? 8 : 2, entryBytes = isBigTiff ? 20 : 12,
+               pointerBytes = isBigTiff ? 8 : 4;
+  uint8_t count[8] = {};
+  if (bytes->ReadAt(directory, {count, countBytes}) < countBytes) return true;
+  uint64_t entries = 0;
+  for (size_t i = 0; i < countBytes; ++i)
+    entries = entries << 8 | count[isBigEndian ? i : countBytes - 1 - i];
+  constexpr uint64_t kMostEntries = 1 << 16;
+  return entries > kMostEntries ||
+         directory + countBytes + entries * entryBytes + pointerBytes > bytes->size();
+}
+
 PageList List(Bytes* bytes) {
   const OpenTiff file(bytes);
   PageList pages;
+  uint64_t last = 0;
   do {
+    last = TIFFCurrentDirOffset(file.tiff());
     uint32_t kind = 0;
     TIFFGetField(file.tiff(), TIFFTAG_SUBFILETYPE, &kind);
     // Thumbnails and masks are no pages.
     if ((kind & (FILETYPE_REDUCEDIMAGE | FILETYPE_MASK)) == 0) {
-      pages.places.push_back(TIFFCurrentDirOffset(file.tiff()));
+      pages.places.push_back(last);
     }
   } while (pages.places.size() < kMaxPages && TIFFReadDirectory(file.tiff()) != 0);
   if (!file.messages().error.empty()) pages.damage = "is damaged: " + file.messages().error;
+  if (pages.damage.empty() && IsCutAfter(bytes, last)) {
+    pages.damage = "is damaged: it ends where the next page is told";
+  }
   if (pages.places.empty()) Damaged(file.messages());
   return pages;
 }

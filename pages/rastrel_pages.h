@@ -430,6 +430,19 @@ RASTREL_PAGES_API PageWriter* RASTREL_CALL CreatePages(const char* path, const c
 RASTREL_PAGES_API PageWriter* RASTREL_CALL CreatePagesInMemory(const char* format, const char* options);
 RASTREL_PAGES_API PageWriter* RASTREL_CALL CreatePagesOnStream(const PageStream* stream, const char* format,
                                                                const char* options);
+/* What becomes of what is there under the name, and what the file takes over. */
+typedef struct PageFileRules {
+  uint32_t size;
+  int32_t keepExisting; /* a file of that name is an error, ErrExists, now or when this one is finished */
+  int32_t skipSync;     /* the bytes are not waited for: faster, but not safe against a loss of power */
+  int32_t keepTime;     /* of `source`, or, where that is null, of the file that is replaced */
+  const char* source;   /* the file that this one is made of: no more people may see a new one; may be null */
+  const char* path;     /* another name in the same folder, for a file that became something else; or null */
+} PageFileRules;
+/* Sets them for a file by name, until it is finished; without this all are 0. The file takes its place in one
+ * step, and one that it replaces gives it its permissions, and owner and group where that is allowed. Returns
+ * 1 or 0. */
+RASTREL_PAGES_API int RASTREL_CALL SetPageFileRules(PageWriter* writer, const PageFileRules* rules);
 /* Adds a page; formats of one page take one. `metadata` may be null. Returns 1 or 0; after a failure the file
  * can only be given up. */
 RASTREL_PAGES_API int RASTREL_CALL AppendPage(PageWriter* writer, HGLOBAL page, const PageMetadata* metadata);
@@ -463,6 +476,7 @@ typedef struct PageFormat {
   int32_t isRead, isWritten;
   int32_t hasManyPages; /* whether a file can have more than one */
   int32_t options;      /* how many options writing has */
+  const char* metadata; /* the items of metadata that its files keep, "icc,xmp"; "" for none */
 } PageFormat;
 
 typedef struct PageFormatOption {

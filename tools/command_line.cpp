@@ -7,6 +7,7 @@
 
 #include "tools/command_options.h"
 #include "tools/system.h"
+#include "tools/words.h"
 
 namespace rastrel::tool {
 namespace {
@@ -30,9 +31,10 @@ std::string OnlyFormat() {
 // Sorts what stands on the command line of `apply` into files and, from the first operation on, operations.
 void SortWords(const std::vector<std::string>& words, JobOptions* options) {
   for (const std::string& word : words) {
-    const bool isName = FindOperation(word.substr(0, word.find(':'))) != nullptr;
-    const bool looksLikeOne = word.find(':') != std::string::npos && ::access(word.c_str(), F_OK) != 0;
-    if (!options->chain.empty() && !isName && ::access(word.c_str(), F_OK) == 0) {
+    const bool isName = IsOperation(word), isFile = ::access(word.c_str(), F_OK) == 0;
+    const bool looksLikeOne =
+        !isFile && (word.find(':') != std::string::npos || !NearestOperation(word).empty());
+    if (!options->chain.empty() && !isName && isFile) {
       throw UsageError(fmt::format("{}: files come before operations", word));
     }
     if (!options->chain.empty() || isName || looksLikeOne) {
@@ -92,7 +94,15 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
          },
          "bmp, tif or png (from the ending of OUT; in a folder that of the input, png for jpg)")
       ->type_name("NAME");
-  app->add_flag("--overwrite", options->overwrites, "Let an output replace an input");
+  app->add_flag("--overwrite", options->overwrites,
+                "Replace files that are there, inputs too (without it none is touched)");
+  app->add_flag("--skip-damaged", options->skipsDamaged,
+                "Leave damaged pages out of a file of many, which then is called\n"
+                "NAME-incomplete (without it such a file is not written)");
+  app->add_flag("--parents", options->makesParents, "Make the folder of OUT, and those that it lies in");
+  app->add_flag("--keep-time", options->keepsTime, "Give outputs the time of their inputs");
+  app->add_flag("--no-fsync", options->skipsSync,
+                "Do not wait until outputs are on the disk: faster, but not safe against\na loss of power");
   app->add_option("--dpi", options->dpi, "Dots per inch of files that do not say (300, with a warning)")
       ->check(Between(20, 20000))
       ->type_name("N");
@@ -102,6 +112,36 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
       ->check(CLI::Range(1, 100))
       ->type_name("N");
   AddJobsOption(app, options);
+}
+
+// Says what may have been meant by the first word that no command or option is called.
+void RefuseUnknownWords(const CLI::App& app, int argc, char** argv) {
+  const auto refuse = [](const char* what, std::string_view word, std::span<const std::string_view> known) {
+    const std::string_view nearest = Nearest(word, known);
+    throw UsageError(nearest.empty() ? fmt::format("no {} '{}'", what, word)
+                                     : fmt::format("no {} '{}': did you mean {}?", what, word, nearest));
+  };
+  if (argc < 2) return;
+  const std::string_view command = argv[1];
+  const CLI::App* chosen = &app;
+  std::vector<std::string_view> known;
+  for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+    known.push_back(sub->get_name());
+    if (sub->get_name() == command) chosen = sub;
+  }
+  if (chosen == &app && !command.starts_with('-')) refuse("command", command, known);
+  std::vector<std::string> options;
+  for (const CLI::Option* option : chosen->get_options()) {
+    for (const std::string& name : option->get_lnames()) options.push_back("--" + name);
+  }
+  known.assign(options.begin(), options.end());
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view word = std::string_view(argv[i]).substr(0, std::string_view(argv[i]).find('='));
+    if (word == "--") return;
+    if (word.starts_with("--") && std::find(known.begin(), known.end(), word) == known.end()) {
+      refuse("option", word, known);
+    }
+  }
 }
 
 int RunCommand(int argc, char** argv) {
@@ -135,6 +175,7 @@ int RunCommand(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() != 0) RefuseUnknownWords(app, argc, argv);
     return app.exit(error) == 0 ? 0 : kExitUsage;
   }
 

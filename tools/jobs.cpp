@@ -138,6 +138,13 @@ std::string UniqueName(const std::string& path) {
   return Comparable(NameOf(fs::weakly_canonical(fs::absolute(PathOf(path), error), error)));
 }
 
+bool IsFile(const std::string& path) {
+  std::error_code error;
+  return fs::is_regular_file(PathOf(path), error);
+}
+
+constexpr const char* kIsThere = "is there already";
+
 std::set<FileKey> KeysOf(const std::vector<std::string>& paths) {
   std::set<FileKey> keys;
   for (const std::string& path : paths) {
@@ -148,17 +155,18 @@ std::set<FileKey> KeysOf(const std::vector<std::string>& paths) {
 
 void RefuseLosses(const JobOptions& options, const Plan& plan) {
   const std::set<FileKey> inputs = KeysOf(options.inputs);
+  const auto refuseReplacing = [&](const std::string& path) {
+    const auto key = KeyOf(path);
+    if (!key || options.overwrites || !IsFile(path)) return;
+    const bool isInput = inputs.contains(*key);
+    throw UsageError(fmt::format("{} {}; --overwrite replaces it", path, isInput ? "is an input" : kIsThere));
+  };
   std::set<std::string> names;
   for (const Output& output : plan.outputs) {
     if (!names.insert(UniqueName(output.path)).second) {
       throw UsageError(fmt::format("several inputs would go to {}", output.path));
     }
-    const bool isAskedFor =
-        options.overwrites || (options.inputs.size() == 1 && output.path == options.output);
-    const auto key = KeyOf(output.path);
-    if (key && inputs.contains(*key) && !isAskedFor) {
-      throw UsageError(fmt::format("{} is an input; --overwrite replaces it", output.path));
-    }
+    refuseReplacing(output.path);
   }
   for (const Task& task : plan.tasks) {
     if (task.overlay.empty()) continue;
@@ -169,6 +177,27 @@ void RefuseLosses(const JobOptions& options, const Plan& plan) {
     if (key && inputs.contains(*key)) {
       throw UsageError(fmt::format("--overlay: {} is an input", task.overlay));
     }
+    refuseReplacing(task.overlay);
+  }
+}
+
+// A folder is made where its name ends in '/', and the folders that it lies in where that is asked for.
+// Throws UsageError where one is missing.
+void MakeFolders(const JobOptions& options) {
+  for (const std::string& output : {options.output, options.overlay}) {
+    if (output.empty()) continue;
+    const fs::path path = PathOf(output);
+    const bool isFolder = !path.has_filename();
+    const fs::path folder = isFolder ? path.parent_path() : path;
+    const fs::path parent = folder.parent_path();
+    std::error_code error;
+    if (options.makesParents && !parent.empty()) fs::create_directories(parent, error);
+    if (!parent.empty() && !fs::is_directory(parent, error)) {
+      throw UsageError(fmt::format("{}: there is no folder {}; --parents makes it", output, NameOf(parent)));
+    }
+    if (isFolder) fs::create_directory(folder, error);
+    if (isFolder && !fs::is_directory(folder, error))
+      throw UsageError(fmt::format("{}: the folder cannot be made: {}", output, error.message()));
   }
 }
 
@@ -227,9 +256,35 @@ void Describe(HGLOBAL page, PageReport* report) {
   summary.dpiY = info.dpiY;
 }
 
-// Its page is written. Throws PageError.
-Writer Written(HGLOBAL page, const std::string& path, const std::string& format) {
+// `path` is null for a file that keeps its name. Throws PageError.
+void SetRules(PageWriter* writer, const JobOptions& options, const std::string& source, const char* path) {
+  auto rules = Sized<PageFileRules>();
+  rules.keepExisting = options.overwrites ? 0 : 1;
+  rules.keepTime = options.keepsTime ? 1 : 0;
+  rules.skipSync = options.skipsSync ? 1 : 0;
+  rules.source = source.c_str();
+  rules.path = path;
+  Checked(SetPageFileRules(writer, &rules));
+}
+
+// A file that is made of `source`. Throws PageError.
+Writer Begun(const std::string& path, const std::string& format, const JobOptions& options,
+             const std::string& source) {
   Writer writer(Checked(CreatePages(path.c_str(), format.c_str(), nullptr)));
+  SetRules(writer.get(), options, source, nullptr);
+  return writer;
+}
+
+std::string Incomplete(const std::string& name) {
+  const fs::path path = PathOf(name);
+  return NameOf(path.parent_path() /
+                PathOf(fmt::format("{}-incomplete{}", NameOf(path.stem()), NameOf(path.extension()))));
+}
+
+// Its page is written. Throws PageError.
+Writer Written(HGLOBAL page, const std::string& path, const std::string& format, const JobOptions& options,
+               const std::string& source) {
+  Writer writer = Begun(path, format, options, source);
   Checked(AppendPage(writer.get(), page, nullptr));
   return writer;
 }
@@ -281,6 +336,8 @@ class Jobs {
   struct Document {
     int pagesLeft = 0;
     bool isLost = false;
+    int leftOut = 0;  // pages that failed
+    std::string source;
     Writer writer;
   };
 
@@ -379,6 +436,8 @@ class Jobs {
   void Encode(const std::vector<Page>& pages, const Output& output, Finished* finished) const {
     PageReport& report = finished->report;
     report.made = static_cast<int>(pages.size());
+    const auto key = KeyOf(output.path);
+    report.replacesInput = key && inputs_.contains(*key);
     const bool isDocument = HasManyPages(output.format);
     const std::string options =
         options_.jpegQuality == 0 ? "" : fmt::format("quality={}", options_.jpegQuality);
@@ -392,7 +451,7 @@ class Jobs {
           continue;
         }
         if (pages.size() > 1) path = Numbered(path, static_cast<int>(finished->files.size()) + 1);
-        finished->files.push_back({Written(page.get(), path, output.format), path});
+        finished->files.push_back({Written(page.get(), path, output.format, options_, report.file), path});
         report.outputs.push_back(path);
       } catch (const PageError& error) {
         throw PageError(fmt::format("{} {}", path, error.what()));
@@ -400,10 +459,10 @@ class Jobs {
     }
   }
 
-  static void WriteOverlay(HGLOBAL overlay, const std::string& path, Finished* finished) {
+  void WriteOverlay(HGLOBAL overlay, const std::string& path, Finished* finished) const {
     const StepTimer timer(&finished->report, "overlay");
     try {
-      finished->overlay = Written(overlay, path, "png");
+      finished->overlay = Written(overlay, path, "png", options_, finished->report.file);
     } catch (const PageError& error) {
       throw PageError(fmt::format("{} {}", path, error.what()));
     }
@@ -441,8 +500,9 @@ class Jobs {
     const bool isNew = written_.insert(UniqueName(path)).second;
     if (!isNew) throw PageError(fmt::format("is not written: several pages would go to {}", path));
     const auto key = KeyOf(path);
-    if (isPart && key && inputs_.contains(*key) && !options_.overwrites) {
-      throw PageError(fmt::format("is not written: {} is an input; --overwrite replaces it", path));
+    if (isPart && key && IsFile(path) && !options_.overwrites) {
+      throw PageError(fmt::format("is not written: {} {}; --overwrite replaces it", path,
+                                  inputs_.contains(*key) ? "is an input" : kIsThere));
     }
   }
 
@@ -456,14 +516,30 @@ class Jobs {
       return;
     }
     try {
+      if (!report->error.empty()) {
+        ++document->leftOut;
+        report->isLeftOut = options_.skipsDamaged;
+        if (!options_.skipsDamaged && document->pagesLeft + (document->writer ? 1 : 0) > 0) {
+          document->isLost = true;
+          document->writer.reset();
+          reporter_.Error(path, "is not written without its damaged page; --skip-damaged leaves that out");
+          return;
+        }
+      }
       if (report->error.empty() && !report->isDropped) {
         if (!document->writer) {
-          document->writer.reset(
-              Checked(CreatePages(path.c_str(), plan_.outputs[output].format.c_str(), nullptr)));
+          document->source = report->file;
+          document->writer = Begun(path, plan_.outputs[output].format, options_, report->file);
         }
         for (const Encoded& page : pages) Checked(AppendEncodedPage(document->writer.get(), page.get()));
       }
       if (document->pagesLeft == 0 && document->writer) {
+        if (document->leftOut > 0) {
+          const std::string name = Incomplete(path);
+          SetRules(document->writer.get(), options_, document->source, name.c_str());
+          reporter_.Error(name, fmt::format("is without {} damaged page{}", document->leftOut,
+                                            document->leftOut == 1 ? "" : "s"));
+        }
         Complete(std::move(document->writer));
       } else if (document->pagesLeft == 0 && report->isDropped) {
         reporter_.Warn(fmt::format("{} is not written: all its pages are blank", path));
@@ -524,13 +600,26 @@ Plan MakePlan(const JobOptions& options) {
   return plan;
 }
 
-int RunJobs(const JobOptions& options) {
-  Plan plan = MakePlan(options);
-  for (const std::string& folder : {options.output, options.overlay}) {
+// Whether an input is not there: then nothing is begun.
+bool TellMissing(const JobOptions& options) {
+  std::vector<PageReport> missing;
+  for (const std::string& input : options.inputs) {
     std::error_code error;
-    const fs::path path = PathOf(folder);
-    if (!path.empty() && !path.has_filename()) fs::create_directories(path, error);
+    if (fs::exists(PathOf(input), error)) continue;
+    missing.emplace_back();
+    missing.back().file = input;
+    missing.back().error = error ? error.message() : "No such file or directory";
   }
+  if (missing.empty()) return false;
+  Reporter reporter(options.command, options.report, missing.size());
+  for (const PageReport& report : missing) reporter.Page(report);
+  return true;
+}
+
+int RunJobs(const JobOptions& options) {
+  if (options.command != Command::kInfo && TellMissing(options)) return 1;
+  Plan plan = MakePlan(options);
+  if (options.command != Command::kInfo) MakeFolders(options);
   if (!options.explain.empty()) {
     std::error_code error;
     fs::create_directories(PathOf(options.explain), error);

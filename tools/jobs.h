@@ -20,12 +20,16 @@ inline CleanOptions DefaultOptions() {
 struct JobOptions {
   Command command = Command::kClean;
   std::vector<std::string> inputs;
-  std::string output;  // unused by kInfo
-  std::string format;  // a format's name; empty: by the ending of the output, or the input's
-  bool overwrites = false;
-  double dpi = 0;       // for files that have none; 0: the usual one is assumed, with a warning
-  int threads = 0;      // 0: as many as there are cores
-  int jpegQuality = 0;  // 1 to 100: grey and colour pages in TIFF files are compressed as JPEG
+  std::string output;         // unused by kInfo
+  std::string format;         // a format's name; empty: by the ending of the output, or the input's
+  bool overwrites = false;    // files that are there may be replaced
+  bool keepsTime = false;     // outputs are as old as their inputs
+  bool skipsSync = false;     // outputs are not waited for until the disk has them
+  bool skipsDamaged = false;  // files of many pages are finished without pages that failed
+  bool makesParents = false;  // the output's folder is made, with those that it lies in
+  double dpi = 0;             // for files that have none; 0: the usual one is assumed, with a warning
+  int threads = 0;            // 0: as many as there are cores
+  int jpegQuality = 0;        // 1 to 100: grey and colour pages in TIFF files are compressed as JPEG
   ReportOptions report;
   CleanOptions clean = DefaultOptions();  // kClean
   bool dropsBlank = false;                // kClean: blank pages are left out
@@ -73,7 +77,7 @@ std::optional<PageFormat> FindFormat(std::string_view extension);
 //                                      more once again
 // TIFF files in a folder keep the pages of their input together; in other formats pages are numbered as
 // above. Overlays are PNG files, a page each, and named in the same way. Throws UsageError when two files
-// would go by one name, or when an input would be lost.
+// would go by one name, when a file that is there would be lost, or when the output's folder is missing.
 Plan MakePlan(const JobOptions& options);
 
 // Does the work and returns the exit code: 0, or 1 when a page or a file failed. Throws UsageError.

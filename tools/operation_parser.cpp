@@ -10,10 +10,40 @@
 namespace rastrel::tool {
 namespace {
 
-std::string Names() {
+// Names by which other programs know some operations, and what stands for them here.
+struct Alias {
+  std::string_view name, meaning;
+};
+constexpr Alias kAliases[] = {
+    {"gray", "grey"},
+    {"grayscale", "grey"},
+    {"greyscale", "grey"},
+    {"resize", "scale"},
+    {"flop", "flip:h"},
+    {"mirror", "flip:h"},
+    {"threshold", "halftone:threshold"},
+    {"despeckle", "clean"},
+    {"negate", "invert"},
+    {"colour", "to24"},
+    {"color", "to24"},
+};
+
+std::vector<std::string_view> Names() {
   std::vector<std::string_view> names;
   for (const Operation& operation : Operations()) names.push_back(operation.name);
-  return fmt::format("{}", fmt::join(names, ", "));
+  return names;
+}
+
+// The words with an operation's own name in front.
+std::string Translated(std::string_view text) {
+  const std::string_view name = text.substr(0, text.find(':'));
+  const auto* const alias = std::find_if(std::begin(kAliases), std::end(kAliases),
+                                         [&](const Alias& entry) { return entry.name == name; });
+  if (alias == std::end(kAliases)) return std::string(text);
+  std::string values(text.substr(name.size()));
+  const bool hasValues = alias->meaning.find(':') != std::string_view::npos;
+  if (hasValues && !values.empty()) values.front() = ',';
+  return std::string(alias->meaning) + values;
 }
 
 }  // namespace
@@ -42,12 +72,28 @@ double ParseValue(const Parameter& parameter, std::string_view text, std::string
   throw UsageError(fmt::format("{}: '{}' is not {}", what, text, RangeText(parameter)));
 }
 
-Step ParseStep(std::string_view text) {
+bool IsOperation(std::string_view text) {
+  const std::string translated = Translated(text);
+  return FindOperation(std::string_view(translated).substr(0, translated.find(':'))) != nullptr;
+}
+
+std::string_view NearestOperation(std::string_view text) {
+  std::vector<std::string_view> names = Names();
+  for (const Alias& alias : kAliases) names.push_back(alias.name);
+  return Nearest(text.substr(0, text.find(':')), names);
+}
+
+Step ParseStep(std::string_view typed) {
+  const std::string translated = Translated(typed);
+  const std::string_view text = translated;
   const size_t colon = text.find(':');
   const std::string_view name = text.substr(0, colon);
   Step step{FindOperation(name)};
-  if (step.operation == nullptr)
-    throw UsageError(fmt::format("no operation '{}'; there are {}", name, Names()));
+  if (step.operation == nullptr) {
+    const std::string_view nearest = NearestOperation(name);
+    if (!nearest.empty()) throw UsageError(fmt::format("no operation '{}': did you mean {}?", name, nearest));
+    throw UsageError(fmt::format("no operation '{}'; there are {}", name, fmt::join(Names(), ", ")));
+  }
   const std::span<const Parameter> parameters = step.operation->parameters();
   std::array<bool, kMostParameters> isGiven{};
   for (size_t i = 0; i < parameters.size(); ++i) step.values.numbers[i] = parameters[i].defaultValue;

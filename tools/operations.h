@@ -92,6 +92,10 @@ struct Step {
 // Throws PageError.
 std::vector<Page> RunStep(const Step& step, std::span<const Page> pages);
 
+// Whether a word names one, by its own name or a usual other one; and the name that may have been meant, or
+// "".
+bool IsOperation(std::string_view text);
+std::string_view NearestOperation(std::string_view text);
 // From "name" or "name:value,value" or "name:parameter=value". Throws UsageError.
 Step ParseStep(std::string_view text);
 // A value of one parameter. Throws UsageError, naming `what`.

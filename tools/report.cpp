@@ -40,8 +40,10 @@ Json ToJson(const PageReport& report, Command command) {
   if (report.outputs.size() > 1) json["outputs"] = report.outputs;
   if (!report.error.empty()) {
     json["error"] = report.error;
+    if (report.isLeftOut) json["leftOut"] = true;
     return json;
   }
+  if (report.replacesInput) json["replacesInput"] = true;
   if (!report.overlay.empty()) json["overlay"] = report.overlay;
   if (report.joined > 1) json["joined"] = report.joined;
   if (report.made > 1) json["made"] = report.made;
@@ -157,6 +159,7 @@ void Reporter::Page(const PageReport& report) {
   }
   failed_ += !report.error.empty();
   if (!report.outputs.empty()) {
+    replacesInput_ = replacesInput_ || report.replacesInput;
     if (firstOutput_.empty()) firstOutput_ = report.outputs.front();
     lastOutput_ = report.outputs.back();
     made_ += report.made;
@@ -181,8 +184,10 @@ void Reporter::Page(const PageReport& report) {
 // Where `pages` pages went.
 std::string Reporter::Arrow(int pages) const {
   if (firstOutput_.empty()) return "";
-  if (firstOutput_ != lastOutput_) return fmt::format(" -> {} to {}", firstOutput_, lastOutput_);
-  return fmt::format(" -> {}{}", firstOutput_, made_ > pages ? fmt::format(", {} pages", made_) : "");
+  const std::string place = replacesInput_ ? ", in place of the input" : "";
+  if (firstOutput_ != lastOutput_) return fmt::format(" -> {} to {}{}", firstOutput_, lastOutput_, place);
+  return fmt::format(" -> {}{}{}", firstOutput_, made_ > pages ? fmt::format(", {} pages", made_) : "",
+                     place);
 }
 
 void Reporter::PrintLine(const PageReport& report) {

@@ -29,9 +29,11 @@ struct PageReport {
   int joined = 1;                    // pages that were made one
   int made = 1;                      // pages that came of it
   std::vector<std::string> outputs;  // the files that it went to
+  bool replacesInput = false;        // one of them takes an input's place
   std::string overlay;               // the file that shows what was removed
   std::string error;                 // empty when the page is done
   bool isFollowUp = false;           // the error has been told with an earlier page
+  bool isLeftOut = false;            // damaged; the file that it was to go to is finished without it
   bool isDropped = false;            // blank and left out: nothing is written
   CleanSummary summary = Sized<CleanSummary>();
   Record record = nullptr;      // of a page that was cleaned or looked at
@@ -64,6 +66,7 @@ class Reporter {
     firstOutput_.clear();
     lastOutput_.clear();
     made_ = 0;
+    replacesInput_ = false;
   }
 
   Command command_;
@@ -78,6 +81,7 @@ class Reporter {
   std::string droppedPages_;  // "3, 7"
   std::string firstOutput_, lastOutput_;
   int made_ = 0;
+  bool replacesInput_ = false;
 };
 
 }  // namespace rastrel::tool

@@ -2,10 +2,14 @@
 #ifndef RASTREL_TOOLS_WORDS_H
 #define RASTREL_TOOLS_WORDS_H
 
+#include <span>
 #include <string_view>
 #include <vector>
 
 namespace rastrel::tool {
+
+// The known word that somebody may have meant; "" where none is near.
+std::string_view Nearest(std::string_view word, std::span<const std::string_view> known);
 
 // The parts between separators, one at least.
 inline std::vector<std::string_view> Split(std::string_view text, char separator) {

@@ -30,6 +30,7 @@ PageWriter* RASTREL_CALL CreatePagesInMemory(const char*, const char*) { return 
 PageWriter* RASTREL_CALL CreatePagesOnStream(const PageStream*, const char*, const char*) {
   return Refuse<PageWriter*>();
 }
+int RASTREL_CALL SetPageFileRules(PageWriter*, const PageFileRules*) { return Refuse<int>(); }
 int RASTREL_CALL AppendPage(PageWriter*, HGLOBAL, const PageMetadata*) { return Refuse<int>(); }
 int RASTREL_CALL FinishPages(PageWriter*) { return Refuse<int>(); }
 void* RASTREL_CALL FinishPagesInMemory(PageWriter*, size_t*) { return Refuse<void*>(); }

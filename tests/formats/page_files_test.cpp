@@ -3,10 +3,12 @@
 #include "formats/page_files.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <tiffio.h>
 #include <unistd.h>
 
 #include <cstdio>  // jpeglib.h needs it first
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -408,6 +410,47 @@ TEST(HostileFiles, LyingSizesAreRefusedBeforeMemoryIsAskedFor) {
   TIFFWriteDirectory(file);
   TIFFClose(file);
   EXPECT_THROW(Read(folder / "lie.tif"), PageError);
+  // A picture of 30000 x 30000 pixels in 26 run-length bytes.
+  std::string runs;
+  const uint32_t header[] = {40, 30000, 30000, 1 | 8 << 16, 1, 26, 0, 0, 2, 0};
+  runs.assign(reinterpret_cast<const char*>(header), sizeof(header));
+  WriteBytes(folder / "runs.bmp", runs + std::string(2 * 4 + 26, '\0'));
+  EXPECT_THROW(Read(folder / "runs.bmp"), PageError);
+}
+
+// Where a row is shorter than the page, the rest would be whatever memory held.
+TEST(HostileFiles, TiffPagesWiderThanTheirJpegStripsAreDamaged) {
+  const Folder folder;
+  Write(RandomPage(8, 16, 8), folder / "wide.tif", "quality=50");
+  TIFF* file = TIFFOpen((folder / "wide.tif").c_str(), "r+");
+  TIFFSetField(file, TIFFTAG_IMAGEWIDTH, 64);
+  TIFFRewriteDirectory(file);
+  TIFFClose(file);
+  EXPECT_THROW(Read(folder / "wide.tif"), PageError);
+}
+
+TEST(HostileFiles, ATiffFileThatEndsAtThePointerToTheNextPageIsDamaged) {
+  const Folder folder;
+  const std::string path = folder / "two.tif";
+  std::vector<Dib> pages;
+  for (int i = 0; i < 2; ++i) pages.push_back(RandomPage(8, 20, 10));
+  Write(pages, path);
+  EXPECT_EQ("", InputPages(path).damage());
+  const std::string bytes = ReadBytes(path);
+  uint32_t directory = 0;
+  std::memcpy(&directory, &bytes[4], sizeof(directory));
+  uint16_t entries = 0;
+  std::memcpy(&entries, &bytes[directory], sizeof(entries));
+  fs::resize_file(path, directory + 2 + 12u * entries);
+  EXPECT_EQ(1u, InputPages(path).count());
+  EXPECT_NE("", InputPages(path).damage());
+}
+
+// 54 bytes of headers, 2 colours, a row of 4 bytes. The page's block is larger: it is a multiple of 8.
+TEST(WriteBmp, EndsWithTheLastRow) {
+  const Folder folder;
+  Write(RandomPage(1, 1, 1), folder / "dot.bmp");
+  EXPECT_EQ(54u + 8 + 4, fs::file_size(folder / "dot.bmp"));
 }
 
 TEST(OutputFile, AppearsUnderItsNameOnlyWhenItIsComplete) {
@@ -430,6 +473,67 @@ TEST(OutputFile, AppearsUnderItsNameOnlyWhenItIsComplete) {
   EXPECT_EQ(1u, folder.count());
   EXPECT_THROW(OutputFile(folder / "."), PageError);
   EXPECT_THROW(OutputFile("/dev/null"), PageError);
+}
+
+unsigned ModeOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(0, ::stat(path.c_str(), &status)) << path;
+  return status.st_mode & 0777u;
+}
+
+TEST(OutputFile, DoesNotReplaceWhatIsKeptEvenIfItTurnsUpLate) {
+  const Folder folder;
+  const std::string name = folder / "out.png";
+  OutputFile file(name);
+  file.SetRules({.keepsExisting = true});
+  WriteBytes(name, "theirs");
+  EXPECT_THROW(file.Commit(), PageError);
+  EXPECT_THROW(OutputFile(name).SetRules({.keepsExisting = true}), PageError);
+  EXPECT_EQ("theirs", ReadBytes(name));
+}
+
+TEST(OutputFile, IsShownToNobodyNew) {
+  const Folder folder;
+  const std::string name = folder / "out.png", source = folder / "in.png";
+  WriteBytes(source, "");
+  const auto write = [&] {
+    OutputFile file(name);
+    EXPECT_EQ(0600u, ModeOf(file.path()));  // nor while it is under way
+    file.SetRules({.source = source});
+    file.Commit();
+    return ModeOf(name);
+  };
+  ::chmod(source.c_str(), 0600);
+  EXPECT_EQ(0600u, write());
+  fs::remove(name);
+  ::chmod(source.c_str(), 0444);
+  EXPECT_EQ(0644u & ~0022u, write() & ~0022u);
+  ::chmod(name.c_str(), 0640);
+  EXPECT_EQ(0640u, write());  // as it was, whatever the source is
+}
+
+TEST(OutputFile, RemovesWhatEndedProcessesLeftAndNothingElse) {
+  const Folder folder;
+  fs::create_directory(folder / "fresh");
+  const std::string dead = folder / "fresh/.a.tif.0123456789abcdef.part";
+  const std::string alive = folder / "fresh/.b.tif.0123456789abcdef.part";
+  const std::string other = folder / "fresh/.b.tif.part";
+  WriteBytes(dead, "");
+  WriteBytes(other, "");
+  const int part = CreatePart(alive);
+  OutputFile(folder / "fresh/out.tif");
+  EXPECT_FALSE(fs::exists(dead));
+  EXPECT_TRUE(fs::exists(alive));
+  EXPECT_TRUE(fs::exists(other));
+  ClosePart(part);
+}
+
+TEST(OutputFile, GoesWhereALinkLeadsAlsoIfNothingIsThereYet) {
+  const Folder folder;
+  fs::create_symlink("target.png", folder / "link.png");
+  OutputFile(folder / "link.png").Commit();
+  EXPECT_TRUE(fs::is_symlink(folder / "link.png"));
+  EXPECT_TRUE(fs::is_regular_file(folder / "target.png"));
 }
 
 }  // namespace

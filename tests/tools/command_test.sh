@@ -41,6 +41,24 @@ case_usage() {
     [ -s err ] || fail "no message for: $arguments"
   done
   [ -z "$(find . -name 'x.*')" ] || fail "output after a usage error"
+  # Words that are nearly right are told, before anything is written.
+  local typo
+  for typo in "clena $letter -o x.png:clean" "clean $letter -o x.png --overwirte:--overwrite" "apply $letter -o x.png invrt:invert" \
+    "apply $letter -o x.png grey graysacle:grayscale"; do
+    # shellcheck disable=SC2086
+    expect 2 "$rastrel" ${typo%:*}
+    grep -q "did you mean ${typo##*:}?" err || fail "told: $(cat err)"
+  done
+  expect 1 "$rastrel" apply "$letter" missing-page.tif -o x.tif
+  complains "missing-page.tif"
+  expect 2 "$rastrel" apply "$letter" -o no/such/x.tif
+  grep -q "no folder no/such; --parents" err || fail "told: $(cat err)"
+  [ -z "$(find . -name 'x.*')" ] || fail "output in spite of wrong words"
+  expect 0 "$rastrel" apply "$letter" -o no/such/x.tif --parents -q
+  # Operations by names of other programs.
+  expect 0 "$rastrel" apply "$letter" -o ours.tif flip:h grey scale:percent=50 halftone:threshold,20 -q
+  expect 0 "$rastrel" apply "$letter" -o theirs.tif flop grayscale resize:percent=50 threshold:20 -q
+  cmp -s ours.tif theirs.tif || fail "other names do something else"
 }
 
 case_bad_input() {
@@ -62,10 +80,16 @@ case_bad_input() {
   complains "Input/output error"
   # The others are still done, and the format is told by the content.
   cp "$letter" letter.png
-  expect 1 "$rastrel" clean missing.tif letter.png short.png "$samples/report-grey.png" -o both.tif -q
-  [ "$("$rastrel" info both.tif | wc -l)" -eq 2 ] || fail "the good pages are not in the output"
-  expect 1 "$rastrel" clean "$letter" -o no/such/folder.png
-  complains "no/such/folder.png"
+  expect 1 "$rastrel" clean letter.png short.png "$samples/report-grey.png" -o folder -q
+  [ "$(ls folder | xargs)" = "letter.png report-grey.png" ] || fail "the good pages are not in the folder: $(ls folder)"
+  # A book has all its pages, or says by its name that it has not.
+  expect 1 "$rastrel" apply letter.png short.png "$samples/report-grey.png" -o both.tif -q
+  grep -q "both.tif: is not written without its damaged page" err || fail "told: $(cat err)"
+  [ ! -e both.tif ] || fail "a book without a page"
+  expect 1 "$rastrel" apply letter.png short.png "$samples/report-grey.png" -o both.tif --skip-damaged --json
+  grep -q '"file":"short.png".*"leftOut":true' out || fail "told: $(cat out)"
+  [ ! -e both.tif ] || fail "a book without a page under its own name"
+  [ "$("$rastrel" info both-incomplete.tif | wc -l)" -eq 2 ] || fail "the good pages are not in the output"
   no_leftovers
 }
 
@@ -90,13 +114,13 @@ case_overlay() {
   grep -q '"overlay":"shown.png".*"widthIn":1165,"heightIn":1653.*"holesAt":\[{"x":1[0-9.]*,"y":[0-9.]*,"diameter":4[78].[0-9],"side":"left"},.*"specks":[1-9]' out ||
     fail "told: $(cat out)"
   "$rastrel" info shown.png | grep -q "1165 x 1653 pixels, 8 bits, 200 dpi" || fail "$("$rastrel" info shown.png)"
-  expect 0 "$rastrel" clean "$letter" -o page.tif -v
+  expect 0 "$rastrel" clean "$letter" -o page.tif -v --overwrite
   grep -q "^    hole at the left: 48 pixels wide" out || fail "told: $(cat out)"
   # Several pages: numbered, or in a folder.
   expect 0 "$rastrel" apply "$letter" "$letter" -o two.tif -q
   expect 0 "$rastrel" clean two.tif "$letter" -o three.tif --overlay many.png -q
   [ "$(echo many*)" = "many-001.png many-002.png many-003.png" ] || fail "numbered: $(echo many*)"
-  expect 0 "$rastrel" clean two.tif "$letter" -o three.tif --overlay shown/ -q
+  expect 0 "$rastrel" clean two.tif "$letter" -o three.tif --overlay shown/ -q --overwrite
   [ "$(ls shown | xargs)" = "letter-1bit.png two-001.png two-002.png" ] || fail "in the folder: $(ls shown)"
   cmp -s shown.png shown/letter-1bit.png || fail "overlays depend on where they go"
   # Neither inputs nor outputs are lost, and a page without an output has no overlay.
@@ -109,8 +133,8 @@ case_overlay() {
     grep -q -e "--overlay" err || fail "no reason: $(cat err)"
   done
   cmp -s shown.png input.png || fail "an input was lost"
-  expect 1 "$rastrel" clean "$letter" -o new.png --overlay no/such/folder.png
-  complains "no/such/folder.png"
+  expect 2 "$rastrel" clean "$letter" -o new.png --overlay no/such/folder.png
+  grep -q "no/such/folder.png" err || fail "told: $(cat err)"
   [ ! -e new.png ] || fail "a page without its overlay"
   expect 1 "$rastrel" clean missing.tif -o new.png --overlay new-overlay.png
   [ ! -e new-overlay.png ] || fail "an overlay without a page"
@@ -123,12 +147,19 @@ case_in_place() {
   expect 2 "$rastrel" apply one.tif two.tif -o two.tif grey
   expect 2 "$rastrel" apply one.tif two.tif -o . grey
   cmp -s two.tif "$letter" || fail "an input was replaced without being asked"
-  expect 0 "$rastrel" apply one.tif -o one.tif grey -q
+  expect 2 "$rastrel" apply one.tif -o one.tif grey
+  expect 2 "$rastrel" clean one.tif -o two.tif
+  cmp -s two.tif "$letter" || fail "a file was replaced without being asked"
+  chmod 600 one.tif
+  touch -d 2001-02-03T04:05:06Z one.tif
+  expect 0 "$rastrel" apply one.tif -o one.tif grey --overwrite --keep-time --json
+  grep -q '"replacesInput":true' out || fail "told: $(cat out)"
+  [ "$(stat -c '%a %Y' one.tif)" = "600 981173106" ] || fail "mode and time: $(stat -c '%a %Y' one.tif)"
   "$rastrel" info one.tif | grep -q " 8 bits" || fail "one.tif was not replaced"
   expect 0 "$rastrel" apply one.tif two.tif -o two.tif --overwrite -q
   [ "$("$rastrel" info two.tif | wc -l)" -eq 2 ] || fail "two.tif has not 2 pages"
   ln -s one.tif link.tif
-  expect 0 "$rastrel" apply "$letter" -o link.tif -q
+  expect 0 "$rastrel" apply "$letter" -o link.tif -q --overwrite
   [ -L link.tif ] || fail "the link was replaced"
   cmp -s one.tif two.tif && fail "one.tif was not written through the link"
   no_leftovers
@@ -230,7 +261,7 @@ case_json() {
   grep -q '"skipped":\[{"step":"specks"' out || fail "no reason for specks: $(cat out)"
   expect 1 "$rastrel" clean missing.tif -o out.tif --json
   grep -q '"file":"missing.tif".*"error":' out || fail "no record of a failure: $(cat out)"
-  expect 0 "$rastrel" clean "$letter" -o out.tif --quiet
+  expect 0 "$rastrel" clean "$letter" -o out.tif --quiet --overwrite
   [ ! -s out ] && [ ! -s err ] || fail "--quiet is not"
 }
 
@@ -239,12 +270,12 @@ case_options() {
   local options
   for options in "--no-holes --holes 8:2" "--holes 8 --no-holes:0" "--no-holes:0"; do
     # shellcheck disable=SC2086
-    expect 0 "$rastrel" clean "$letter" -o out.tif --json ${options%:*}
+    expect 0 "$rastrel" clean "$letter" -o out.tif --overwrite --json ${options%:*}
     grep -q "\"holes\":${options#*:}," out || fail "${options%:*}: $(cat out)"
   done
   for options in "--no-trim --trim:[1-9]" "--trim --no-trim:0,"; do
     # shellcheck disable=SC2086
-    expect 0 "$rastrel" clean "$letter" -o out.tif --json ${options%:*}
+    expect 0 "$rastrel" clean "$letter" -o out.tif --overwrite --json ${options%:*}
     grep -q "\"trimmedPixels\":${options#*:}" out || fail "${options%:*}: $(cat out)"
   done
   # Without a resolution the letter's holes, 6 mm at 200 dpi, seem too small to be measured.
@@ -252,7 +283,7 @@ case_options() {
   dd if=/dev/zero of=bare.bmp bs=1 seek=38 count=8 conv=notrunc status=none
   for options in "--classic:2" "--classic --holes auto:0" ":2"; do
     # shellcheck disable=SC2086
-    expect 0 "$rastrel" clean bare.bmp -o out.tif --json ${options%:*}
+    expect 0 "$rastrel" clean bare.bmp -o out.tif --overwrite --json ${options%:*}
     complains "300 dpi assumed"
     grep -q "\"holes\":${options#*:}," out || fail "without a resolution ${options%:*}: $(cat out)"
   done

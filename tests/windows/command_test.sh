@@ -35,7 +35,8 @@ check grep -q "64 x 48 pixels, 1 bit, 300 dpi" out
 # Turned twice it is itself again; files are replaced, and nothing is left beside them.
 expect 0 apply page.bmp -o turned.bmp turn:2 -q
 check [ "$(cmp page.bmp turned.bmp | wc -l)" -eq 1 ]
-expect 0 apply turned.bmp -o turned.bmp turn:2 -q
+expect 2 apply turned.bmp -o turned.bmp turn:2 -q
+expect 0 apply turned.bmp -o turned.bmp turn:2 -q --overwrite
 check cmp page.bmp turned.bmp
 expect 0 apply page.bmp other.bmp -o 'folder/' invert -q
 check [ "$(ls -A . folder | xargs)" = ".: err folder other.bmp out page.bmp turned.bmp folder: other.bmp page.bmp" ]

@@ -24,7 +24,7 @@ bool CanDrawOnScreen() { return ::isatty(STDERR_FILENO) == 1; }
 
 void OnInterruption(void (*handler)(int signal)) {
   std::signal(SIGXFSZ, SIG_IGN);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) {
     // A signal that was ignored when we were started (nohup) stays ignored.
     if (std::signal(signal, handler) == SIG_IGN) std::signal(signal, SIG_IGN);
   }

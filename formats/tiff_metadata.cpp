@@ -1,0 +1,92 @@
+#include "formats/tiff_metadata.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "formats/format.h"
+#include "pages/text.h"
+
+namespace rastrel::formats {
+namespace {
+
+struct Tag {
+  uint32_t number;
+  const char* item;
+};
+constexpr Tag kBlocks[] = {
+    {TIFFTAG_ICCPROFILE, "icc"}, {TIFFTAG_XMLPACKET, "xmp"}, {TIFFTAG_PHOTOSHOP, "photoshop"}};
+constexpr Tag kTexts[] = {{TIFFTAG_IMAGEDESCRIPTION, "description"},
+                          {TIFFTAG_ARTIST, "artist"},
+                          {TIFFTAG_COPYRIGHT, "copyright"},
+                          {TIFFTAG_DATETIME, "date"},
+                          {TIFFTAG_PAGENAME, "page-name"},
+                          {TIFFTAG_DOCUMENTNAME, "document"},
+                          {TIFFTAG_MAKE, "make"},
+                          {TIFFTAG_MODEL, "model"},
+                          {TIFFTAG_SOFTWARE, "software"}};
+constexpr size_t kWordBytes = 4;  // libtiff holds IPTC blocks as numbers of this size
+
+std::string TextOf(const Metadata::Item& item) { return {item.bytes.begin(), item.bytes.end()}; }
+
+std::span<const uint8_t> BytesOf(std::string_view text) {
+  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+// Libtiff has turned the numbers that these are not.
+void TurnWords(std::vector<uint8_t>* bytes) {
+  for (size_t i = 0; i + kWordBytes <= bytes->size(); i += kWordBytes) {
+    std::reverse(bytes->begin() + static_cast<std::ptrdiff_t>(i),
+                 bytes->begin() + static_cast<std::ptrdiff_t>(i + kWordBytes));
+  }
+}
+
+}  // namespace
+
+void ReadMetadata(TIFF* file, Metadata* metadata) {
+  uint32_t count = 0;
+  const uint8_t* bytes = nullptr;
+  for (const Tag& tag : kBlocks) {
+    if (TIFFGetField(file, tag.number, &count, &bytes) != 0 && bytes != nullptr)
+      metadata->Set(tag.item, {bytes, count});
+  }
+  if (TIFFGetField(file, TIFFTAG_RICHTIFFIPTC, &count, &bytes) != 0 && bytes != nullptr) {
+    std::vector<uint8_t> words(bytes, bytes + size_t{count} * kWordBytes);
+    if (TIFFIsByteSwapped(file) != 0) TurnWords(&words);
+    metadata->Set("iptc", words);
+  }
+  for (const Tag& tag : kTexts) {
+    const char* text = nullptr;
+    if (TIFFGetField(file, tag.number, &text) != 0 && text != nullptr && text[0] != '\0')
+      metadata->Set(tag.item, BytesOf(text));
+  }
+  uint16_t page = 0, pages = 0;
+  if (TIFFGetField(file, TIFFTAG_PAGENUMBER, &page, &pages) != 0)
+    metadata->Set("page-number", BytesOf(Text(page, "/", pages)));
+}
+
+bool WriteMetadata(TIFF* file, const Metadata& metadata) {
+  bool isWritten = true;
+  const auto set = [&](auto... arguments) { isWritten = TIFFSetField(file, arguments...) != 0 && isWritten; };
+  for (const Tag& tag : kBlocks) {
+    const Metadata::Item* item = metadata.Find(tag.item);
+    if (item != nullptr && !item->bytes.empty())
+      set(tag.number, static_cast<uint32_t>(item->bytes.size()), item->bytes.data());
+  }
+  if (const Metadata::Item* item = metadata.Find("iptc"); item != nullptr && !item->bytes.empty()) {
+    std::vector<uint8_t> words = item->bytes;
+    words.resize((words.size() + kWordBytes - 1) / kWordBytes * kWordBytes);
+    set(uint32_t{TIFFTAG_RICHTIFFIPTC}, static_cast<uint32_t>(words.size() / kWordBytes), words.data());
+  }
+  for (const Tag& tag : kTexts) {
+    if (const Metadata::Item* item = metadata.Find(tag.item)) set(tag.number, TextOf(*item).c_str());
+  }
+  if (const Metadata::Item* item = metadata.Find("page-number")) {
+    unsigned page = 0, pages = 0;
+    if (std::sscanf(TextOf(*item).c_str(), "%5u/%5u", &page, &pages) == 2)
+      set(uint32_t{TIFFTAG_PAGENUMBER}, static_cast<int>(page), static_cast<int>(pages));
+  }
+  return isWritten;
+}
+
+}  // namespace rastrel::formats
