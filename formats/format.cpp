@@ -93,6 +93,45 @@ const Format* FindFormat(std::string_view extension) {
   return nullptr;
 }
 
+namespace {
+
+void SetText(Metadata* metadata, std::string_view name, std::string_view text) {
+  metadata->Set(name, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
+}
+
+}  // namespace
+
+void Tell(const Original& original, Metadata* metadata) {
+  std::string reduced;
+  const auto add = [&](std::string_view text) { reduced += Text(reduced.empty() ? "" : "\n", text); };
+  const int bits = original.bits;
+  if (original.isFloat) {
+    add(Text("floating-point numbers of ", bits, " bits to 8 bits"));
+  } else if (bits > 8) {
+    add(Text(bits, " bits to 8"));
+  }
+  if (original.isMixed) add(Text(original.space, " to RGB"));
+  if (original.hasAlpha) add("alpha laid over white");
+  SetText(metadata, "space", original.space);
+  SetText(metadata, "depth", Text(bits));
+  if (!original.compression.empty()) SetText(metadata, "compression", original.compression);
+  if (!reduced.empty()) SetText(metadata, "reduced", reduced);
+}
+
+Metadata FittingProfile(const Metadata& metadata, const PageView& page) {
+  Metadata fitting = metadata;
+  const Metadata::Item* profile = metadata.Find("icc");
+  if (profile == nullptr) return fitting;
+  constexpr size_t kSpaceAt = 16, kSpaceBytes = 4, kHeaderBytes = 128;  // of an ICC profile
+  if (profile->bytes.size() >= kHeaderBytes) {
+    const std::string_view space(reinterpret_cast<const char*>(&profile->bytes[kSpaceAt]), kSpaceBytes);
+    const bool isGrey = page.bits() <= 8 && HasGreyRamp(page);
+    if (space == (isGrey ? "GRAY" : "RGB ")) return fitting;
+  }
+  fitting.Remove("icc");
+  return fitting;
+}
+
 void CannotHold(uint64_t fileBytes, int64_t width, int64_t height) {
   Damaged(Text(fileBytes, " bytes cannot hold ", width, " x ", height, " pixels"));
 }

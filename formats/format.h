@@ -103,6 +103,21 @@ extern const Format kBmp, kTiff, kPng, kJpeg;
 // What a write that failed throws.
 [[noreturn]] void NotWritten(std::string_view why);
 
+// What a file says of its own page, and what becomes less of it when it is read as a page of 1, 4, 8 or 24
+// bits.
+struct Original {
+  std::string space;  // "grey", "RGB", "CMYK" ...
+  int bits = 8;       // a sample
+  std::string compression = {};
+  bool isFloat = false;
+  bool hasAlpha = false;
+  bool isMixed = false;  // its colours became red, green and blue
+};
+// As the items "space", "depth", "compression" and "reduced", a reduction a line.
+void Tell(const Original& original, Metadata* metadata);
+// Leaves an ICC profile out that is for other colours than the page has, with a word in "reduced".
+Metadata FittingProfile(const Metadata& metadata, const PageView& page);
+
 // What a header tells of a page that is not read: `fillPalette` sets the colour table of a page of one pixel.
 template <class FillPalette>
 PageInfo InfoFromHeader(int64_t width, int64_t height, int bits, Resolution resolution, int orientation,

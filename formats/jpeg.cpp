@@ -2,7 +2,9 @@
 // holds nothing that needs destroying.
 #include <csetjmp>
 #include <cstdio>  // jpeglib.h needs it first
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <span>
 
 #include <jerror.h>
@@ -13,7 +15,7 @@
 namespace rastrel::formats {
 namespace {
 
-constexpr int kExifMarker = JPEG_APP0 + 1;
+constexpr int kExifMarker = JPEG_APP0 + 1, kProfileMarker = JPEG_APP0 + 2, kPhotoshopMarker = JPEG_APP0 + 13;
 
 using namespace std::string_view_literals;
 constexpr std::string_view kSignatures[] = {"\xFF\xD8\xFF"sv};
@@ -46,29 +48,80 @@ void OnMessage(j_common_ptr jpeg, int level) {
   }
 }
 
-// The orientation in an EXIF block, 1 when there is none: "Exif\0\0", then a small TIFF file.
-int ExifOrientation(std::span<const uint8_t> marker) {
-  constexpr size_t kIntro = 6;
-  constexpr size_t kEntryBytes = 12;
-  constexpr unsigned kOrientationTag = 0x0112;
-  if (marker.size() < kIntro + 8 || std::memcmp(marker.data(), "Exif\0\0", kIntro) != 0) return 1;
-  const std::span<const uint8_t> tiff = marker.subspan(kIntro);
-  const bool isBigEndian = tiff[0] == 'M';
-  const auto word = [&](size_t at) -> unsigned {
-    if (at + 2 > tiff.size()) return 0;
-    return isBigEndian ? tiff[at] * 256u + tiff[at + 1] : tiff[at + 1] * 256u + tiff[at];
-  };
-  const size_t directory =
-      isBigEndian ? word(4) * size_t{65536} + word(6) : word(6) * size_t{65536} + word(4);
-  if (directory >= tiff.size()) return 1;
-  const unsigned entries = word(directory);
-  for (unsigned i = 0; i < entries; ++i) {
-    const size_t entry = directory + 2 + i * kEntryBytes;
-    if (entry + kEntryBytes > tiff.size()) break;
-    if (word(entry) == kOrientationTag) return static_cast<int>(word(entry + 8));
+constexpr std::string_view kExifIntro = "Exif\0\0"sv;
+constexpr std::string_view kXmpIntro = "http://ns.adobe.com/xap/1.0/\0"sv;
+constexpr std::string_view kPhotoshopIntro = "Photoshop 3.0\0"sv;
+
+// The first directory of an EXIF block, which is a small TIFF file.
+class Exif {
+ public:
+  explicit Exif(std::span<const uint8_t> tiff) : tiff_(tiff), isBigEndian_(!tiff.empty() && tiff[0] == 'M') {}
+
+  // 1 where it is not told.
+  int orientation() const {
+    const size_t entry = Find(kOrientationTag);
+    return entry != 0 ? static_cast<int>(Word(entry + kValueAt)) : 1;
   }
-  return 1;
+  // Where its low byte is; 0 where it is not told.
+  size_t orientationAt() const {
+    const size_t entry = Find(kOrientationTag);
+    return entry != 0 ? entry + kValueAt + (isBigEndian_ ? 1 : 0) : 0;
+  }
+  Resolution resolution() const {
+    const size_t unit = Find(kUnitTag);
+    const double perInch = unit != 0 && Word(unit + kValueAt) == kCentimetres ? 2.54 : 1;
+    return {PixelsPerMetre(Fraction(kXTag) * perInch), PixelsPerMetre(Fraction(kYTag) * perInch)};
+  }
+
+ private:
+  static constexpr unsigned kOrientationTag = 0x0112, kXTag = 0x011A, kYTag = 0x011B, kUnitTag = 0x0128;
+  static constexpr unsigned kCentimetres = 3;
+  static constexpr size_t kEntryBytes = 12, kValueAt = 8;
+
+  // 0 behind the end.
+  unsigned Word(size_t at) const {
+    if (at + 2 > tiff_.size()) return 0;
+    return isBigEndian_ ? tiff_[at] * 256u + tiff_[at + 1] : tiff_[at + 1] * 256u + tiff_[at];
+  }
+  uint32_t Long(size_t at) const {
+    return isBigEndian_ ? Word(at) * 65536u + Word(at + 2) : Word(at + 2) * 65536u + Word(at);
+  }
+  // Where the entry of a tag is; 0 for none.
+  size_t Find(unsigned tag) const {
+    const size_t directory = Long(4);
+    const unsigned entries = Word(directory);
+    for (unsigned i = 0; i < entries; ++i) {
+      const size_t entry = directory + 2 + i * kEntryBytes;
+      if (entry + kEntryBytes > tiff_.size()) break;
+      if (Word(entry) == tag) return entry;
+    }
+    return 0;
+  }
+  double Fraction(unsigned tag) const {
+    const size_t entry = Find(tag);
+    if (entry == 0) return 0;
+    const size_t at = Long(entry + kValueAt);
+    const uint32_t below = Long(at + 4);
+    return below != 0 ? static_cast<double>(Long(at)) / below : 0;
+  }
+
+  std::span<const uint8_t> tiff_;
+  bool isBigEndian_;
+};
+
+// What follows `intro` in the first marker of a kind that begins with it.
+std::span<const uint8_t> MarkerBytes(const jpeg_decompress_struct& jpeg, int kind, std::string_view intro) {
+  for (const jpeg_marker_struct* marker = jpeg.marker_list; marker != nullptr; marker = marker->next) {
+    const std::span<const uint8_t> bytes(marker->data, marker->data_length);
+    if (marker->marker == kind && bytes.size() > intro.size() &&
+        std::memcmp(bytes.data(), intro.data(), intro.size()) == 0) {
+      return bytes.subspan(intro.size());
+    }
+  }
+  return {};
 }
+
+Exif ExifOf(const jpeg_decompress_struct& jpeg) { return Exif(MarkerBytes(jpeg, kExifMarker, kExifIntro)); }
 
 // A scan of a few bytes costs as much time as the whole picture. Encoders write about ten.
 void OnProgress(j_common_ptr jpeg) {
@@ -118,6 +171,14 @@ class Reader {
   Reader(const Reader&) = delete;
   Reader& operator=(const Reader&) = delete;
   jpeg_decompress_struct& jpeg() { return jpeg_; }
+  // What the file has of an ICC profile; empty for none.
+  std::vector<uint8_t> Profile() {
+    JOCTET* bytes = nullptr;
+    unsigned size = 0;
+    if (!ReadProfile(&bytes, &size)) return {};
+    const std::unique_ptr<JOCTET, decltype(&std::free)> owned(bytes, std::free);
+    return {bytes, bytes + size};
+  }
   [[noreturn]] void Fail() const { Damaged(errors_.text); }
 
   bool ReadHead() {
@@ -152,6 +213,10 @@ class Reader {
   }
 
  private:
+  bool ReadProfile(JOCTET** bytes, unsigned* size) {
+    if (setjmp(errors_.jump) != 0) return false;
+    return jpeg_read_icc_profile(&jpeg_, bytes, size) != 0;
+  }
   bool Start() {
     if (setjmp(errors_.jump) != 0) return false;
     jpeg_create_decompress(&jpeg_);
@@ -160,7 +225,8 @@ class Reader {
     jpeg_.src = &supply_.base;
     progress_.progress_monitor = OnProgress;
     jpeg_.progress = &progress_;
-    jpeg_save_markers(&jpeg_, kExifMarker, 0xFFFF);
+    for (const int marker : {kExifMarker, kProfileMarker, kPhotoshopMarker})
+      jpeg_save_markers(&jpeg_, marker, 0xFFFF);
     return true;
   }
   // Files with an Adobe marker store the inks inverted.
@@ -179,17 +245,48 @@ class Reader {
   jpeg_decompress_struct jpeg_{};
 };
 
+// Cameras and phones tell it in their EXIF block only.
 Resolution ReadResolution(const jpeg_decompress_struct& jpeg) {
-  if (jpeg.density_unit != 1 && jpeg.density_unit != 2) return {};
+  if (jpeg.density_unit != 1 && jpeg.density_unit != 2) return ExifOf(jpeg).resolution();
   const double perInch = jpeg.density_unit == 2 ? 2.54 : 1;
   return {PixelsPerMetre(jpeg.X_density * perInch), PixelsPerMetre(jpeg.Y_density * perInch)};
 }
 
-int OrientationOf(const jpeg_decompress_struct& jpeg) {
-  for (const jpeg_marker_struct* marker = jpeg.marker_list; marker != nullptr; marker = marker->next) {
-    if (marker->marker == kExifMarker) return ExifOrientation({marker->data, marker->data_length});
+int OrientationOf(const jpeg_decompress_struct& jpeg) { return ExifOf(jpeg).orientation(); }
+
+std::string SpaceOf(const jpeg_decompress_struct& jpeg) {
+  switch (jpeg.jpeg_color_space) {
+    case JCS_GRAYSCALE:
+      return "grey";
+    case JCS_CMYK:
+    case JCS_YCCK:
+      return "CMYK";
+    case JCS_RGB:
+      return "RGB";
+    default:
+      return "YCbCr";
   }
-  return 1;
+}
+
+void ReadMetadata(Reader* reader, Metadata* metadata) {
+  const jpeg_decompress_struct& jpeg = reader->jpeg();
+  const std::string space = SpaceOf(jpeg);
+  Tell({.space = space,
+        .compression = jpeg.progressive_mode != 0 ? "progressive JPEG" : "JPEG",
+        .isMixed = space == "CMYK"},
+       metadata);
+  const std::vector<uint8_t> profile = reader->Profile();
+  if (!profile.empty()) metadata->Set("icc", profile);
+  const auto set = [&](const char* name, std::span<const uint8_t> bytes) {
+    if (!bytes.empty()) metadata->Set(name, bytes);
+  };
+  set("xmp", MarkerBytes(jpeg, kExifMarker, kXmpIntro));
+  set("photoshop", MarkerBytes(jpeg, kPhotoshopMarker, kPhotoshopIntro));
+  const std::span<const uint8_t> exif = MarkerBytes(jpeg, kExifMarker, kExifIntro);
+  if (exif.empty()) return;
+  std::vector<uint8_t> upright(exif.begin(), exif.end());  // as the page is
+  if (const size_t at = Exif(exif).orientationAt(); at != 0) upright[at] = 1;
+  set("exif", upright);
 }
 
 // Each block of 8 x 8 pixels takes a bit at least. A lying size is refused before memory is asked for.
@@ -200,12 +297,13 @@ void CheckClaim(const jpeg_decompress_struct& jpeg, uint64_t fileBytes) {
 
 int BitsOf(const jpeg_decompress_struct& jpeg) { return jpeg.out_color_space == JCS_GRAYSCALE ? 8 : 24; }
 
-Dib Read(Bytes* file, uint64_t /*place*/, Metadata* /*metadata*/) {
+Dib Read(Bytes* file, uint64_t /*place*/, Metadata* metadata) {
   Reader reader(file);
   if (!reader.ReadHead()) reader.Fail();
   const jpeg_decompress_struct& jpeg = reader.jpeg();
   CheckClaim(jpeg, file->size());
   const int orientation = OrientationOf(jpeg);  // the markers go when the rows are read
+  if (metadata != nullptr) ReadMetadata(&reader, metadata);
   Dib page = MakePage(jpeg.output_width, jpeg.output_height, BitsOf(jpeg), ReadResolution(jpeg));
   const PageView view(page);
   for (int y = 0; y < view.height(); ++y) std::memset(view.PageRow(y) + view.stride() - 4, 0, 4);

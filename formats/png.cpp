@@ -98,7 +98,7 @@ class Reader {
     for (int pass = 0; pass < passes_; ++pass) {
       for (int y = 0; y < page.height(); ++y) png_read_row(png_, page.PageRow(y), nullptr);
     }
-    png_read_end(png_, nullptr);
+    png_read_end(png_, info_);
     return true;
   }
 
@@ -109,6 +109,65 @@ class Reader {
   png_infop info_;
   int passes_ = 1;
 };
+
+struct TextItem {
+  const char* keyword;
+  const char* item;
+};
+constexpr TextItem kTexts[] = {{"Description", "description"}, {"Author", "artist"},
+                               {"Copyright", "copyright"},     {"Creation Time", "date"},
+                               {"Title", "document"},          {"Software", "software"},
+                               {"XML:com.adobe.xmp", "xmp"}};
+constexpr const char* kXmpKeyword = "XML:com.adobe.xmp";
+constexpr const char* kMetadata = "icc,xmp,exif,description,artist,copyright,date,document,software";
+
+std::string Utf8(std::string_view latin1) {
+  std::string text;
+  for (const char c : latin1) {
+    const auto byte = static_cast<uint8_t>(c);
+    if (byte >= 0x80) text += static_cast<char>(0xC0 | byte >> 6);
+    text += static_cast<char>(byte < 0x80 ? byte : 0x80 | (byte & 0x3F));
+  }
+  return text;
+}
+
+void ReadTexts(const Reader& reader, Metadata* metadata) {
+  png_textp texts = nullptr;
+  int count = 0;
+  png_get_text(reader.png(), reader.info(), &texts, &count);
+  for (int i = 0; i < count; ++i) {
+    for (const TextItem& entry : kTexts) {
+      if (std::strcmp(entry.keyword, texts[i].key) != 0 || texts[i].text == nullptr) continue;
+      const bool isUtf8 = texts[i].compression >= PNG_ITXT_COMPRESSION_NONE;
+      const std::string_view bytes(texts[i].text, isUtf8 ? texts[i].itxt_length : texts[i].text_length);
+      const std::string text = isUtf8 ? std::string(bytes) : Utf8(bytes);
+      metadata->Set(entry.item, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
+    }
+  }
+}
+
+void ReadMetadata(const Reader& reader, Metadata* metadata) {
+  png_charp name = nullptr;
+  png_bytep bytes = nullptr;
+  png_uint_32 size = 0;
+  int compression = 0;
+  if (png_get_iCCP(reader.png(), reader.info(), &name, &compression, &bytes, &size) != 0)
+    metadata->Set("icc", {bytes, size});
+  if (png_get_eXIf_1(reader.png(), reader.info(), &size, &bytes) != 0) metadata->Set("exif", {bytes, size});
+  ReadTexts(reader, metadata);
+}
+
+// As the file has it, before rows are asked for.
+Original OriginalOf(const Reader& reader) {
+  const png_byte kind = png_get_color_type(reader.png(), reader.info());
+  return {.space = kind == PNG_COLOR_TYPE_PALETTE       ? "palette"
+                   : (kind & PNG_COLOR_MASK_COLOR) != 0 ? "RGB"
+                                                        : "grey",
+          .bits = png_get_bit_depth(reader.png(), reader.info()),
+          .compression = "deflate",
+          .hasAlpha = (kind & PNG_COLOR_MASK_ALPHA) != 0 ||
+                      png_get_valid(reader.png(), reader.info(), PNG_INFO_tRNS) != 0};
+}
 
 void ReadPalette(const Reader& reader, const PageView& page) {
   png_colorp colours = nullptr;
@@ -145,13 +204,15 @@ class Writer {
         info_(png_ != nullptr ? png_create_info_struct(png_) : nullptr) {
     if (info_ == nullptr) throw PageError("out of memory", ErrNoMemory);
     png_set_write_fn(png_, &bytes_, OnWrite, OnFlush);
+    png_set_benign_errors(png_, 1);  // a profile that libpng finds fault with is no reason to have no page
   }
   ~Writer() { png_destroy_write_struct(&png_, &info_); }
   Writer(const Writer&) = delete;
   Writer& operator=(const Writer&) = delete;
   const char* message() const { return message_.text; }
 
-  bool Write(const PageView& page, const png_color* colours) {
+  bool Write(const PageView& page, const png_color* colours, const Metadata::Item* profile,
+             const Metadata::Item* exif, std::span<png_text> texts) {
     if (setjmp(png_jmpbuf(png_)) != 0) return false;
     const int kind = page.bits() == 24    ? PNG_COLOR_TYPE_RGB
                      : colours == nullptr ? PNG_COLOR_TYPE_GRAY
@@ -163,6 +224,15 @@ class Writer {
     png_set_pHYs(png_, info_, static_cast<png_uint_32>(page.resolution().x),
                  static_cast<png_uint_32>(page.resolution().y), PNG_RESOLUTION_METER);
     png_set_compression_level(png_, kCompressionLevel);
+    if (profile != nullptr) {
+      png_set_iCCP(png_, info_, "ICC profile", PNG_COMPRESSION_TYPE_BASE, profile->bytes.data(),
+                   static_cast<png_uint_32>(profile->bytes.size()));
+    }
+    if (exif != nullptr) {
+      png_set_eXIf_1(png_, info_, static_cast<png_uint_32>(exif->bytes.size()),
+                     const_cast<png_bytep>(exif->bytes.data()));
+    }
+    if (!texts.empty()) png_set_text(png_, info_, texts.data(), static_cast<int>(texts.size()));
     png_write_info(png_, info_);
     if (page.bits() == 24) png_set_bgr(png_);
     for (int y = 0; y < page.height(); ++y) png_write_row(png_, page.PageRow(y));
@@ -183,6 +253,7 @@ struct Head {
   int bits;
   Resolution resolution;
   bool hasPalette;
+  Original original;
 };
 
 Head ReadHead(Reader* reader, uint64_t fileBytes) {
@@ -195,12 +266,14 @@ Head ReadHead(Reader* reader, uint64_t fileBytes) {
     CannotHold(fileBytes, static_cast<int64_t>(width), static_cast<int64_t>(height));
   }
   const Resolution resolution = ReadResolution(*reader);
+  Original original = OriginalOf(*reader);
   if (!reader->AskForRows()) reader->Fail();
   const int bits = png_get_bit_depth(png, reader->info()) * png_get_channels(png, reader->info());
-  return {static_cast<int64_t>(width), static_cast<int64_t>(height), bits, resolution, hasPalette};
+  return {static_cast<int64_t>(width), static_cast<int64_t>(height), bits, resolution, hasPalette,
+          std::move(original)};
 }
 
-Dib Read(Bytes* file, uint64_t /*place*/, Metadata* /*metadata*/) {
+Dib Read(Bytes* file, uint64_t /*place*/, Metadata* metadata) {
   Reader reader(file);
   const Head head = ReadHead(&reader, file->size());
   Dib page = MakePage(head.width, head.height, head.bits, head.resolution);
@@ -209,6 +282,10 @@ Dib Read(Bytes* file, uint64_t /*place*/, Metadata* /*metadata*/) {
   for (int y = 0; y < view.height(); ++y) std::memset(view.PageRow(y) + view.stride() - 4, 0, 4);
   if (head.hasPalette) ReadPalette(reader, view);
   if (!reader.ReadRows(view)) reader.Fail();
+  if (metadata != nullptr) {
+    Tell(head.original, metadata);
+    ReadMetadata(reader, metadata);
+  }
   UseGreyRamp(view);
   return page;
 }
@@ -221,15 +298,42 @@ PageInfo Describe(Bytes* file, uint64_t /*place*/) {
   });
 }
 
-void Write(const Dib& page, const Metadata& /*metadata*/, const Options& /*options*/, Bytes* file) {
+// Texts as libpng takes them; what they point to is in `kept`.
+std::vector<png_text> TextsOf(const Metadata& metadata, std::vector<std::string>* kept) {
+  std::vector<png_text> texts;
+  kept->reserve(std::size(kTexts));
+  for (const TextItem& entry : kTexts) {
+    const Metadata::Item* item = metadata.Find(entry.item);
+    if (item == nullptr || item->bytes.empty()) continue;
+    std::string& text = kept->emplace_back(item->bytes.begin(), item->bytes.end());
+    const bool isAscii = std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
+    png_text out{};
+    // UTF-8 wants a chunk of its own kind, and so does XMP by its rules.
+    const bool isPlain = isAscii && std::strcmp(entry.keyword, kXmpKeyword) != 0;
+    out.compression = isPlain ? PNG_TEXT_COMPRESSION_NONE : PNG_ITXT_COMPRESSION_NONE;
+    out.key = const_cast<char*>(entry.keyword);
+    out.text = text.data();
+    (isPlain ? out.text_length : out.itxt_length) = text.size();
+    static char none[] = "";
+    out.lang = out.lang_key = none;
+    texts.push_back(out);
+  }
+  return texts;
+}
+
+void Write(const Dib& page, const Metadata& metadata, const Options& /*options*/, Bytes* file) {
   const PageView view(page);
+  const Metadata fitting = FittingProfile(metadata, view);
+  std::vector<std::string> kept;
+  std::vector<png_text> texts = TextsOf(fitting, &kept);
   std::vector<png_color> colours;
   if (!HasGreyRamp(view)) {
     for (const RGBQUAD& entry : view.palette())
       colours.push_back({entry.rgbRed, entry.rgbGreen, entry.rgbBlue});
   }
   Writer writer(file);
-  if (!writer.Write(view, colours.empty() ? nullptr : colours.data())) {
+  if (!writer.Write(view, colours.empty() ? nullptr : colours.data(), fitting.Find("icc"),
+                    fitting.Find("exif"), texts)) {
     NotWritten(file->problem() != nullptr ? file->problem() : writer.message());
   }
 }
@@ -240,6 +344,7 @@ constinit const Format kPng = {.name = "png",
                                .title = "PNG",
                                .extensions = "png",
                                .signatures = kSignatures,
+                               .metadata = kMetadata,
                                .read = Read,
                                .describe = Describe,
                                .write = Write};

@@ -10,6 +10,7 @@
 
 #include "formats/format.h"
 #include "formats/tiff_file.h"
+#include "formats/tiff_metadata.h"
 #include "pages/text.h"
 
 namespace rastrel::formats {
@@ -440,9 +441,54 @@ bool IsPlain(TIFF* file, const Layout& layout) {
   return TIFFIsTiled(file) == 0 && (IsPlainIndexed(layout) || IsPlainColour(layout));
 }
 
-Dib Read(Bytes* bytes, uint64_t directory, Metadata* /*metadata*/) {
+std::string SpaceOf(const Layout& layout) {
+  switch (layout.photometric) {
+    case PHOTOMETRIC_MINISWHITE:
+    case PHOTOMETRIC_MINISBLACK:
+      return "grey";
+    case PHOTOMETRIC_RGB:
+      return "RGB";
+    case PHOTOMETRIC_PALETTE:
+      return "palette";
+    case PHOTOMETRIC_SEPARATED:
+      return "CMYK";
+    case PHOTOMETRIC_YCBCR:
+      return "YCbCr";
+    case PHOTOMETRIC_CIELAB:
+    case PHOTOMETRIC_ICCLAB:
+    case PHOTOMETRIC_ITULAB:
+      return "Lab";
+    default:
+      return Text("photometric ", layout.photometric);
+  }
+}
+
+std::string CompressionOf(const Layout& layout) {
+  if (layout.compression == COMPRESSION_NONE) return "none";
+  const TIFFCodec* codec = TIFFFindCODEC(layout.compression);
+  return codec != nullptr ? codec->name : Text("compression ", layout.compression);
+}
+
+void TellOriginal(TIFF* file, const Layout& layout, Metadata* metadata) {
+  uint16_t extras = 0, sampleFormat = SAMPLEFORMAT_UINT;
+  uint16_t* kinds = nullptr;
+  TIFFGetFieldDefaulted(file, TIFFTAG_EXTRASAMPLES, &extras, &kinds);
+  TIFFGetFieldDefaulted(file, TIFFTAG_SAMPLEFORMAT, &sampleFormat);
+  const std::string space = SpaceOf(layout);
+  Tell({.space = space,
+        .bits = layout.bits,
+        .compression = CompressionOf(layout),
+        .isFloat = sampleFormat == SAMPLEFORMAT_IEEEFP,
+        .hasAlpha = extras > 0,
+        .isMixed = space == "CMYK" || space == "Lab"},
+       metadata);
+  ReadMetadata(file, metadata);
+}
+
+Dib Read(Bytes* bytes, uint64_t directory, Metadata* metadata) {
   const OpenTiff file(bytes, directory);
   const Layout layout = ReadLayout(file.tiff());
+  if (metadata != nullptr) TellOriginal(file.tiff(), layout, metadata);
   CheckClaim(file.tiff(), layout);
   Dib page;
   if (IsPlain(file.tiff(), layout)) {
@@ -473,7 +519,7 @@ PageInfo Describe(Bytes* bytes, uint64_t directory) {
 }
 
 // A file of that page alone.
-std::vector<uint8_t> Encode(const Dib& page, const Metadata& /*metadata*/, const Options& options) {
+std::vector<uint8_t> Encode(const Dib& page, const Metadata& metadata, const Options& options) {
   const auto jpegQuality = static_cast<int>(options.Number("quality", 0));
   const PageView view(page);
   const Form form = FormOf(view, jpegQuality);
@@ -483,6 +529,7 @@ std::vector<uint8_t> Encode(const Dib& page, const Metadata& /*metadata*/, const
   TiffHandle file = Open(&memory, &messages);
   if (!file) NotWritten(messages);
   SetForm(file.get(), view, form, jpegQuality);
+  if (!WriteMetadata(file.get(), FittingProfile(metadata, view))) NotWritten(messages);
   const bool isWritten = form.compression == COMPRESSION_CCITTFAX4 ? WriteFaxRows(file.get(), view, form)
                                                                    : WriteStrips(file.get(), view, form);
   if (!isWritten) NotWritten(messages);
@@ -503,6 +550,9 @@ class TiffDocument : public Document {
     const OpenTiff from(&bytes);
     TIFF* to = tiff_.get();
     CopyFields(from.tiff(), to);
+    Metadata metadata;
+    ReadMetadata(from.tiff(), &metadata);
+    if (!WriteMetadata(to, metadata)) NotWritten(messages_);
     std::vector<uint8_t> strip;
     for (uint32_t i = 0; i < TIFFNumberOfStrips(from.tiff()); ++i) {
       const uint64_t size = TIFFGetStrileByteCount(from.tiff(), i);
@@ -535,6 +585,7 @@ constinit const Format kTiff = {.name = "tif",
                                 .extensions = "tif,tiff",
                                 .signatures = kSignatures,
                                 .options = kOptions,
+                                .metadata = kTiffMetadata,
                                 .read = Read,
                                 .describe = Describe,
                                 .list = List,

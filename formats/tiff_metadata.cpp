@@ -1,7 +1,6 @@
 #include "formats/tiff_metadata.h"
 
-#include <algorithm>
-#include <cstring>
+#include <cstdio>
 #include <string>
 
 #include "formats/format.h"
@@ -14,8 +13,10 @@ struct Tag {
   uint32_t number;
   const char* item;
 };
-constexpr Tag kBlocks[] = {
-    {TIFFTAG_ICCPROFILE, "icc"}, {TIFFTAG_XMLPACKET, "xmp"}, {TIFFTAG_PHOTOSHOP, "photoshop"}};
+constexpr Tag kBlocks[] = {{TIFFTAG_ICCPROFILE, "icc"},
+                           {TIFFTAG_XMLPACKET, "xmp"},
+                           {TIFFTAG_PHOTOSHOP, "photoshop"},
+                           {TIFFTAG_RICHTIFFIPTC, "iptc"}};
 constexpr Tag kTexts[] = {{TIFFTAG_IMAGEDESCRIPTION, "description"},
                           {TIFFTAG_ARTIST, "artist"},
                           {TIFFTAG_COPYRIGHT, "copyright"},
@@ -25,20 +26,11 @@ constexpr Tag kTexts[] = {{TIFFTAG_IMAGEDESCRIPTION, "description"},
                           {TIFFTAG_MAKE, "make"},
                           {TIFFTAG_MODEL, "model"},
                           {TIFFTAG_SOFTWARE, "software"}};
-constexpr size_t kWordBytes = 4;  // libtiff holds IPTC blocks as numbers of this size
 
 std::string TextOf(const Metadata::Item& item) { return {item.bytes.begin(), item.bytes.end()}; }
 
 std::span<const uint8_t> BytesOf(std::string_view text) {
   return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
-}
-
-// Libtiff has turned the numbers that these are not.
-void TurnWords(std::vector<uint8_t>* bytes) {
-  for (size_t i = 0; i + kWordBytes <= bytes->size(); i += kWordBytes) {
-    std::reverse(bytes->begin() + static_cast<std::ptrdiff_t>(i),
-                 bytes->begin() + static_cast<std::ptrdiff_t>(i + kWordBytes));
-  }
 }
 
 }  // namespace
@@ -49,11 +41,6 @@ void ReadMetadata(TIFF* file, Metadata* metadata) {
   for (const Tag& tag : kBlocks) {
     if (TIFFGetField(file, tag.number, &count, &bytes) != 0 && bytes != nullptr)
       metadata->Set(tag.item, {bytes, count});
-  }
-  if (TIFFGetField(file, TIFFTAG_RICHTIFFIPTC, &count, &bytes) != 0 && bytes != nullptr) {
-    std::vector<uint8_t> words(bytes, bytes + size_t{count} * kWordBytes);
-    if (TIFFIsByteSwapped(file) != 0) TurnWords(&words);
-    metadata->Set("iptc", words);
   }
   for (const Tag& tag : kTexts) {
     const char* text = nullptr;
@@ -72,11 +59,6 @@ bool WriteMetadata(TIFF* file, const Metadata& metadata) {
     const Metadata::Item* item = metadata.Find(tag.item);
     if (item != nullptr && !item->bytes.empty())
       set(tag.number, static_cast<uint32_t>(item->bytes.size()), item->bytes.data());
-  }
-  if (const Metadata::Item* item = metadata.Find("iptc"); item != nullptr && !item->bytes.empty()) {
-    std::vector<uint8_t> words = item->bytes;
-    words.resize((words.size() + kWordBytes - 1) / kWordBytes * kWordBytes);
-    set(uint32_t{TIFFTAG_RICHTIFFIPTC}, static_cast<uint32_t>(words.size() / kWordBytes), words.data());
   }
   for (const Tag& tag : kTexts) {
     if (const Metadata::Item* item = metadata.Find(tag.item)) set(tag.number, TextOf(*item).c_str());

@@ -96,6 +96,9 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
       ->type_name("NAME");
   app->add_flag("--overwrite", options->overwrites,
                 "Replace files that are there, inputs too (without it none is touched)");
+  app->add_flag("--strict", options->isStrict,
+                "Write no page that loses something: depth, alpha, colours, a profile, tags\n"
+                "(without it -v and --json tell what was lost)");
   app->add_flag("--skip-damaged", options->skipsDamaged,
                 "Leave damaged pages out of a file of many, which then is called\n"
                 "NAME-incomplete (without it such a file is not written)");

@@ -12,6 +12,7 @@
 
 #include "tools/paths.h"
 #include "tools/system.h"
+#include "tools/words.h"
 
 namespace rastrel::tool {
 namespace {
@@ -207,6 +208,7 @@ void MakeFolders(const JobOptions& options) {
 struct Finished {
   const Task* task = nullptr;
   PageReport report;
+  Metadata metadata;             // of the first page that went into it
   std::string fileWithoutDpi;    // whose resolution had to be assumed
   std::vector<Encoded> encoded;  // for a file of many pages
   struct File {
@@ -282,10 +284,10 @@ std::string Incomplete(const std::string& name) {
 }
 
 // Its page is written. Throws PageError.
-Writer Written(HGLOBAL page, const std::string& path, const std::string& format, const JobOptions& options,
-               const std::string& source) {
+Writer Written(HGLOBAL page, const PageMetadata* metadata, const std::string& path, const std::string& format,
+               const JobOptions& options, const std::string& source) {
   Writer writer = Begun(path, format, options, source);
-  Checked(AppendPage(writer.get(), page, nullptr));
+  Checked(AppendPage(writer.get(), page, metadata));
   return writer;
 }
 
@@ -293,6 +295,7 @@ Writer Written(HGLOBAL page, const std::string& path, const std::string& format,
 struct Explanation {
   std::string folder, file;
   int page;
+  const JobOptions* options;
   std::string error;  // of the first that could not be written
 };
 
@@ -303,13 +306,76 @@ void RASTREL_CALL WriteExplanation(void* context, const char* name, HGLOBAL pict
     const std::string stem = NameOf(PathOf(explanation.file).stem());
     const std::string own = fmt::format("{}-{:03}-{}.png", stem, explanation.page, name);
     const std::string path = NameOf(PathOf(explanation.folder) / PathOf(own));
-    Checked(FinishPages(Written(picture, path, "png").release()));
+    Checked(FinishPages(
+        Written(picture, nullptr, path, "png", *explanation.options, explanation.file).release()));
   } catch (const std::exception& error) {
     if (explanation.error.empty()) explanation.error = fmt::format("--explain {}", error.what());
   }
 }
 
 void Complete(Writer writer) { Checked(FinishPages(writer.release())); }
+
+std::string TextItem(const PageMetadata* metadata, const char* name) {
+  size_t size = 0;
+  const auto* bytes = static_cast<const char*>(GetPageMetadataItem(metadata, name, &size));
+  return bytes != nullptr ? std::string(bytes, size) : "";
+}
+
+// What files say of themselves and what is carried from one to the next lie side by side.
+bool IsCarried(std::string_view item) {
+  constexpr std::string_view kOfTheFile[] = {"space", "depth", "compression", "reduced"};
+  return std::find(std::begin(kOfTheFile), std::end(kOfTheFile), item) == std::end(kOfTheFile);
+}
+
+std::vector<std::string> CarriedItems(const PageMetadata* metadata) {
+  std::vector<std::string> items;
+  for (int32_t i = 0; const char* name = PageMetadataName(metadata, i); ++i) {
+    if (IsCarried(name)) items.emplace_back(name);
+  }
+  return items;
+}
+
+void TellOriginal(const PageMetadata* metadata, PageReport* report) {
+  report->space = TextItem(metadata, "space");
+  report->depth = TextItem(metadata, "depth");
+  report->compression = TextItem(metadata, "compression");
+  report->tags = CarriedItems(metadata);
+  const std::string reduced = TextItem(metadata, "reduced");
+  if (reduced.empty()) return;
+  for (const std::string_view line : Split(reduced, '\n')) report->reduced.emplace_back(line);
+}
+
+// A profile is for grey pages or for coloured ones.
+bool IsProfileFor(const std::string& profile, HGLOBAL page) {
+  constexpr size_t kSpaceAt = 16, kSpaceBytes = 4;
+  if (profile.size() < kSpaceAt + kSpaceBytes) return false;
+  return profile.substr(kSpaceAt, kSpaceBytes) == (InfoOf(page).isGrey != 0 ? "GRAY" : "RGB ");
+}
+
+// Takes leave of what the page or its new format cannot keep, and signs.
+void FitMetadata(HGLOBAL page, const PageFormat& format, PageMetadata* metadata, PageReport* report) {
+  const auto drop = [&](const std::string& item, const std::string& why) {
+    SetPageMetadataItem(metadata, item.c_str(), nullptr, 0);
+    report->reduced.push_back(fmt::format("{} left out: {}", item, why));
+  };
+  const std::vector<std::string_view> kept = Split(format.metadata, ',');
+  const auto keeps = [&](std::string_view item) {
+    return std::find(kept.begin(), kept.end(), item) != kept.end();
+  };
+  for (const std::string& item : CarriedItems(metadata)) {
+    if (!keeps(item)) {
+      drop(item, fmt::format("{} files have no place for it", format.title));
+    } else if (item == "icc" && !IsProfileFor(TextItem(metadata, "icc"), page)) {
+      drop(item, "it is for other colours than the page has now");
+    }
+  }
+  if (!keeps("software")) return;
+  constexpr std::string_view kName = "Rastrel " RASTREL_VERSION;
+  std::string software = TextItem(metadata, "software");
+  if (software.find(kName) != std::string::npos) return;
+  software += fmt::format("{}{}", software.empty() ? "" : "; ", kName);
+  Checked(SetPageMetadataItem(metadata, "software", software.data(), software.size()));
+}
 
 class Jobs {
  public:
@@ -386,7 +452,11 @@ class Jobs {
     try {
       if (!source.error.empty()) throw PageError(source.error);
       const StepTimer timer(&finished->report, "load");
-      Page page(Checked(ReadPage(source.file, source.page - 1, nullptr)));
+      PageMetadata* found = nullptr;
+      Page page(Checked(ReadPage(source.file, source.page - 1, &found)));
+      Metadata metadata(found);
+      TellOriginal(metadata.get(), &finished->report);
+      if (!finished->metadata) finished->metadata = std::move(metadata);
       int32_t isAssumed = 0;
       if (options_.command == Command::kApply) {
         Checked(CompletePageResolution(page.get(), options_.dpi, &isAssumed));
@@ -403,7 +473,7 @@ class Jobs {
     PageReport& report = finished->report;
     CleanRecord* record = nullptr;
     HGLOBAL picture = nullptr;
-    Explanation explanation = {options_.explain, report.file, report.page, ""};
+    Explanation explanation = {options_.explain, report.file, report.page, &options_, ""};
     CleanOptions options = options_.clean;
     if (!options_.explain.empty()) {
       options.explain = WriteExplanation;
@@ -433,12 +503,25 @@ class Jobs {
     return pages;
   }
 
+  void RefuseReplacing(const std::string& path) const {
+    const auto key = KeyOf(path);
+    if (!key || !IsFile(path) || options_.overwrites) return;
+    throw PageError(fmt::format("is not written: {} {}; --overwrite replaces it", path,
+                                inputs_.contains(*key) ? "is an input" : kIsThere));
+  }
+
   void Encode(const std::vector<Page>& pages, const Output& output, Finished* finished) const {
     PageReport& report = finished->report;
     report.made = static_cast<int>(pages.size());
     const auto key = KeyOf(output.path);
     report.replacesInput = key && inputs_.contains(*key);
     const bool isDocument = HasManyPages(output.format);
+    if (!finished->metadata) finished->metadata.reset(Checked(NewPageMetadata()));
+    FitMetadata(pages.front().get(), *FindFormat(output.format), finished->metadata.get(), &report);
+    if (options_.isStrict && !report.reduced.empty()) {
+      throw PageError(fmt::format("is not written, as it would lose: {}", fmt::join(report.reduced, "; ")));
+    }
+    const PageMetadata* metadata = finished->metadata.get();
     const std::string options =
         options_.jpegQuality == 0 ? "" : fmt::format("quality={}", options_.jpegQuality);
     for (const Page& page : pages) {
@@ -446,12 +529,16 @@ class Jobs {
       try {
         if (isDocument) {
           finished->encoded.emplace_back(
-              Checked(EncodePage(page.get(), nullptr, output.format.c_str(), options.c_str())));
+              Checked(EncodePage(page.get(), metadata, output.format.c_str(), options.c_str())));
           report.outputs = {path};
           continue;
         }
-        if (pages.size() > 1) path = Numbered(path, static_cast<int>(finished->files.size()) + 1);
-        finished->files.push_back({Written(page.get(), path, output.format, options_, report.file), path});
+        if (pages.size() > 1) {
+          path = Numbered(path, static_cast<int>(finished->files.size()) + 1);
+          RefuseReplacing(path);
+        }
+        finished->files.push_back(
+            {Written(page.get(), metadata, path, output.format, options_, report.file), path});
         report.outputs.push_back(path);
       } catch (const PageError& error) {
         throw PageError(fmt::format("{} {}", path, error.what()));
@@ -462,7 +549,7 @@ class Jobs {
   void WriteOverlay(HGLOBAL overlay, const std::string& path, Finished* finished) const {
     const StepTimer timer(&finished->report, "overlay");
     try {
-      finished->overlay = Written(overlay, path, "png", options_, finished->report.file);
+      finished->overlay = Written(overlay, nullptr, path, "png", options_, finished->report.file);
     } catch (const PageError& error) {
       throw PageError(fmt::format("{} {}", path, error.what()));
     }
@@ -499,11 +586,7 @@ class Jobs {
   void RefuseLoss(const std::string& path, bool isPart) {
     const bool isNew = written_.insert(UniqueName(path)).second;
     if (!isNew) throw PageError(fmt::format("is not written: several pages would go to {}", path));
-    const auto key = KeyOf(path);
-    if (isPart && key && IsFile(path) && !options_.overwrites) {
-      throw PageError(fmt::format("is not written: {} {}; --overwrite replaces it", path,
-                                  inputs_.contains(*key) ? "is an input" : kIsThere));
-    }
+    if (isPart) RefuseReplacing(path);
   }
 
   void AddToDocument(const std::vector<Encoded>& pages, size_t output, PageReport* report) {

@@ -25,6 +25,7 @@ struct JobOptions {
   bool overwrites = false;    // files that are there may be replaced
   bool keepsTime = false;     // outputs are as old as their inputs
   bool skipsSync = false;     // outputs are not waited for until the disk has them
+  bool isStrict = false;      // a page that would lose something is not written
   bool skipsDamaged = false;  // files of many pages are finished without pages that failed
   bool makesParents = false;  // the output's folder is made, with those that it lies in
   double dpi = 0;             // for files that have none; 0: the usual one is assumed, with a warning

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -58,6 +59,13 @@ Json ToJson(const PageReport& report, Command command) {
     if (page.dpiX != page.dpiY) json["dpiDown"] = page.dpiY;
     json["steps"] = Json::array();
     json["skipped"] = Json::array();
+  }
+  json["reduced"] = report.reduced;
+  if (command == Command::kInfo) {
+    json["depth"] = std::atoi(report.depth.c_str());
+    json["space"] = report.space;
+    json["compression"] = report.compression;
+    json["tags"] = report.tags;
   }
   if (command != Command::kInfo) json["steps"] = StepsOf(report);
   return json;
@@ -130,6 +138,18 @@ void PrintSteps(const PageReport& report) {
   for (const StepTime& time : report.times) fmt::print("    {}: {:.2f} ms\n", time.step, time.milliseconds);
 }
 
+void PrintReduced(const PageReport& report) {
+  for (const std::string& reduction : report.reduced) fmt::print("    reduced: {}\n", reduction);
+}
+
+// "8 bits", or "8 bits (16 in the file)"
+std::string Bits(const PageReport& report) {
+  const int32_t bits = report.summary.bits;
+  const std::string text = fmt::format("{} bit{}", bits, bits == 1 ? "" : "s");
+  const bool isDeeper = std::atoi(report.depth.c_str()) > 8;
+  return isDeeper ? fmt::format("{} ({} a sample in the file)", text, report.depth) : text;
+}
+
 std::string PageName(const PageReport& report) {
   if (report.joined > 1) return fmt::format("{} and {} more", report.file, report.joined - 1);
   return report.pages > 1 ? fmt::format("{} page {}", report.file, report.page) : report.file;
@@ -194,11 +214,16 @@ void Reporter::PrintLine(const PageReport& report) {
   const CleanSummary& record = report.summary;
   if (command_ == Command::kInfo) {
     if (!report.error.empty()) return;
-    fmt::print("{}: {} x {} pixels, {} bit{}, {}, skew {}{}\n", PageName(report), record.width, record.height,
-               record.bits, record.bits == 1 ? "" : "s", record.dpiX > 0 ? Dots(record) : "no resolution",
+    fmt::print("{}: {} x {} pixels, {}, {}, skew {}{}\n", PageName(report), record.width, record.height,
+               Bits(report), record.dpiX > 0 ? Dots(record) : "no resolution",
                IsSkewKnown(record) ? fmt::format("{:.2f}", record.skew) : "unknown",
                record.isBlank ? ", blank" : "");
-    if (options_.isVerbose) PrintSteps(report);
+    if (options_.isVerbose) {
+      fmt::print("    file: {}, {} bits a sample, compression: {}{}{}\n", report.space, report.depth,
+                 report.compression, report.tags.empty() ? "" : "; ", fmt::join(report.tags, ", "));
+      PrintReduced(report);
+      PrintSteps(report);
+    }
     return;
   }
   if (options_.isVerbose) {
@@ -209,6 +234,7 @@ void Reporter::PrintLine(const PageReport& report) {
     fmt::print("{}: {} x {} pixels, {} bit{}, {}: {}{}\n", PageName(report), record.width, record.height,
                record.bits, record.bits == 1 ? "" : "s", Dots(record), deeds, arrow);
     if (command_ == Command::kClean) PrintRemoved(report);
+    PrintReduced(report);
     if (!report.overlay.empty()) fmt::print("    overlay: {}\n", report.overlay);
     PrintSteps(report);
     return;

@@ -32,9 +32,13 @@ struct PageReport {
   bool replacesInput = false;        // one of them takes an input's place
   std::string overlay;               // the file that shows what was removed
   std::string error;                 // empty when the page is done
-  bool isFollowUp = false;           // the error has been told with an earlier page
-  bool isLeftOut = false;            // damaged; the file that it was to go to is finished without it
-  bool isDropped = false;            // blank and left out: nothing is written
+  std::vector<std::string> reduced;  // what the page lost on its way through files: "16 bits to 8"
+  // Of the page in its file.
+  std::string space, depth, compression;
+  std::vector<std::string> tags;
+  bool isFollowUp = false;  // the error has been told with an earlier page
+  bool isLeftOut = false;   // damaged; the file that it was to go to is finished without it
+  bool isDropped = false;   // blank and left out: nothing is written
   CleanSummary summary = Sized<CleanSummary>();
   Record record = nullptr;      // of a page that was cleaned or looked at
   std::vector<StepTime> times;  // of all steps, loading and saving among them

@@ -141,6 +141,78 @@ TEST(PageFiles, JpegInTiffIsCloseToTheOriginal) {
   }
 }
 
+// ---- what pages bring beside their pixels
+// ------------------------------------------------------------------
+
+std::string TextOf(const Metadata& metadata, const std::string& item) {
+  const Metadata::Item* found = metadata.Find(item);
+  return found != nullptr ? std::string(found->bytes.begin(), found->bytes.end()) : "(none)";
+}
+
+// A header, a table of one tag, and its 256 bytes: libpng takes what shrinks to fewer than 92 for no profile.
+std::string Profile(const std::string& space) {
+  std::string profile(144, '\0');
+  profile[2] = 1;
+  profile[3] = static_cast<char>(400 - 256);
+  profile[8] = 4;
+  profile.replace(12, 4, "mntr").replace(16, 4, space).replace(20, 4, "XYZ ").replace(36, 4, "acsp");
+  profile.replace(68, 12, std::string("\0\0\xF6\xD6\0\1\0\0\0\0\xD3\x2D", 12));  // D50
+  profile.replace(128, 16, std::string("\0\0\0\1cprt\0\0\0\x90\0\0\1\0", 16));
+  for (int i = 0; i < 256; ++i) profile += static_cast<char>(i * 167 + 13);
+  return profile;
+}
+
+TEST(Metadata, GoesIntoFilesAndComesBack) {
+  using namespace std::string_literals;
+  const Folder folder;
+  const std::pair<std::string, std::string> items[] = {{"icc", Profile("RGB ")},
+                                                       {"xmp", "<x:xmpmeta/>"},
+                                                       {"description",
+                                                        "Stra\xC3\x9F"
+                                                        "e"},
+                                                       {"artist", "N. N."},
+                                                       {"copyright", "none"},
+                                                       {"date", "2001:02:03 04:05:06"},
+                                                       {"document", "Letters"},
+                                                       {"software", "scanner 1"},
+                                                       {"page-name", "iv"},
+                                                       {"page-number", "3/9"},
+                                                       {"photoshop", "8BIM"},
+                                                       {"iptc",
+                                                        "\x1C\x02\x05\0\x03"
+                                                        "abc"s},
+                                                       {"exif", "II\x2A\0\x08\0\0\0\0\0\0\0\0\0"s}};
+  Metadata metadata;
+  for (const auto& [name, text] : items)
+    metadata.Set(name, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
+  for (const std::string ending : {"tif", "png"}) {
+    const std::string path = folder / ("page." + ending);
+    OutputPages output(path, *FindFormat(ending), {});
+    output.Append(RandomPage(24, 20, 10), metadata);
+    output.Finish();
+    Metadata found;
+    InputPages(path).Read(0, &found);
+    const std::string kept = "," + std::string(FindFormat(ending)->metadata) + ",";
+    for (const auto& [name, text] : items) {
+      const bool isKept = kept.find("," + name + ",") != std::string::npos;
+      EXPECT_EQ(isKept ? text : "(none)", TextOf(found, name)) << ending << ' ' << name;
+    }
+  }
+}
+
+TEST(Metadata, HasNoProfileForOtherColours) {
+  const Folder folder;
+  Metadata metadata;
+  const std::string profile = Profile("RGB ");
+  metadata.Set("icc", {reinterpret_cast<const uint8_t*>(profile.data()), profile.size()});
+  OutputPages output(folder / "grey.tif", kTiff, {});
+  output.Append(RandomPage(8, 20, 10), metadata);
+  output.Finish();
+  Metadata found;
+  InputPages(folder / "grey.tif").Read(0, &found);
+  EXPECT_EQ("(none)", TextOf(found, "icc"));
+}
+
 // ---- what others write ------------------------------------------------------------------------------------
 
 struct TiffCase {
@@ -150,6 +222,7 @@ struct TiffCase {
   std::vector<uint8_t> rows;  // 2 rows
   int width;
   std::vector<Pixel> expected;
+  std::string reduced = "(none)";
 };
 
 void WriteTiffCase(const TiffCase& test, const std::string& path) {
@@ -187,6 +260,10 @@ TEST_P(ReadTiffLayout, AsThePictureItShows) {
   const Folder folder;
   WriteTiffCase(GetParam(), folder / "page.tif");
   EXPECT_EQ(GetParam().expected, Colours(Read(folder / "page.tif")));
+  Metadata told;
+  InputPages(folder / "page.tif").Read(0, &told);
+  EXPECT_EQ(GetParam().reduced, TextOf(told, "reduced"));
+  EXPECT_EQ(std::to_string(GetParam().bits), TextOf(told, "depth"));
 }
 
 constexpr Pixel kW = 0xFFFFFF, kK = 0;
@@ -197,9 +274,10 @@ INSTANTIATE_TEST_SUITE_P(All, ReadTiffLayout, ::testing::Values(
     TiffCase{"MinIsWhite8", PHOTOMETRIC_MINISWHITE, 8, 1, 1, false, {0, 0x0F, 0xFF, 0x10}, 2, {kW, 0xF0F0F0, kK, 0xEFEFEF}},
     TiffCase{"Grey2", PHOTOMETRIC_MINISBLACK, 2, 1, 1, false, {0x1B, 0xE4}, 4,
              {kK, 0x555555, 0xAAAAAA, kW, kW, 0xAAAAAA, 0x555555, kK}},
-    TiffCase{"Grey16", PHOTOMETRIC_MINISBLACK, 16, 1, 1, false, {0, 0, 0xFF, 0xFF}, 1, {kK, kW}},
+    TiffCase{"Grey16", PHOTOMETRIC_MINISBLACK, 16, 1, 1, false, {0, 0, 0xFF, 0xFF}, 1, {kK, kW}, "16 bits to 8"},
     TiffCase{"Rgb", PHOTOMETRIC_RGB, 8, 3, 1, false, {1, 2, 3, 4, 5, 6}, 1, {0x010203, 0x040506}},
-    TiffCase{"ClearAlphaIsPaper", PHOTOMETRIC_RGB, 8, 4, 1, false, {9, 9, 9, 0, 1, 2, 3, 255}, 1, {kW, 0x010203}},
+    TiffCase{"ClearAlphaIsPaper", PHOTOMETRIC_RGB, 8, 4, 1, false, {9, 9, 9, 0, 1, 2, 3, 255}, 1, {kW, 0x010203},
+             "alpha laid over white"},
     TiffCase{"Tiled", PHOTOMETRIC_MINISBLACK, 8, 1, 1, true, {0, 255, 255, 0}, 2, {kK, kW, kW, kK}}),
     [](const auto& test) { return test.param.name; });
 // clang-format on
@@ -318,6 +396,61 @@ TEST(ReadJpeg, TurnsPagesUprightByTheirExifBlock) {
     EXPECT_TRUE(IsNear(0x282828, Colours(page).front()) && IsNear(0xC8C8C8, Colours(page).back()));
   }
 }
+
+// A header of so many bytes, its masks and rows; 2 pixels across, as many rows as fit.
+struct BmpCase {
+  const char* name;
+  uint32_t headerBytes;
+  uint16_t bits;
+  uint32_t compression;
+  int32_t height;
+  std::vector<uint32_t> masks;  // red, green, blue, alpha
+  std::vector<uint8_t> rows;
+  std::vector<Pixel> expected;
+};
+
+class ReadBmpKind : public ::testing::TestWithParam<BmpCase> {};
+
+TEST_P(ReadBmpKind, AsThePictureItShows) {
+  const BmpCase& test = GetParam();
+  std::vector<uint32_t> header = {test.headerBytes,
+                                  2,
+                                  static_cast<uint32_t>(test.height),
+                                  1u | test.bits << 16u,
+                                  test.compression,
+                                  0,
+                                  0,
+                                  0,
+                                  0,
+                                  0};
+  header.insert(header.end(), test.masks.begin(), test.masks.end());
+  header.resize(std::max<size_t>(header.size(), test.headerBytes / 4));
+  const auto headBytes = static_cast<uint32_t>(header.size() * 4);
+  const uint32_t start[] = {0, 0, 14 + headBytes};
+  std::string file = "BM";
+  file.append(reinterpret_cast<const char*>(start), sizeof(start));
+  file.append(reinterpret_cast<const char*>(header.data()), headBytes);
+  file.append(test.rows.begin(), test.rows.end());
+  const Folder folder;
+  WriteBytes(folder / "page.bmp", file);
+  EXPECT_EQ(test.expected, Colours(Read(folder / "page.bmp")));
+  fs::resize_file(folder / "page.bmp", file.size() - 1);
+  EXPECT_THROW(Read(folder / "page.bmp"), PageError);
+}
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(All, ReadBmpKind, ::testing::Values(
+    BmpCase{"TopDown24", 40, 24, 0, -2, {}, {3, 2, 1, 6, 5, 4, 0, 0, 9, 8, 7, 12, 11, 10, 0, 0},
+            {0x010203, 0x040506, 0x070809, 0x0A0B0C}},
+    BmpCase{"Bits16", 40, 16, 0, 1, {}, {0x00, 0x7C, 0xE0, 0x03}, {0xFF0000, 0x00FF00}},
+    BmpCase{"Bits565", 40, 16, 3, 1, {0xF800, 0x7E0, 0x1F}, {0x00, 0xF8, 0xE0, 0x07}, {0xFF0000, 0x00FF00}},
+    BmpCase{"Bits32", 40, 32, 0, 1, {}, {3, 2, 1, 0, 6, 5, 4, 0}, {0x010203, 0x040506}},
+    BmpCase{"Alpha", 124, 32, 3, 1, {0xFF0000, 0xFF00, 0xFF, 0xFF000000}, {9, 9, 9, 0, 6, 5, 4, 255}, {0xFFFFFF, 0x040506}},
+    BmpCase{"NoAlphaAnywhere", 108, 32, 3, 1, {0xFF0000, 0xFF00, 0xFF, 0xFF000000}, {3, 2, 1, 0, 6, 5, 4, 0},
+            {0x010203, 0x040506}},
+    BmpCase{"Header124", 124, 24, 0, 1, {}, {3, 2, 1, 6, 5, 4, 0, 0}, {0x010203, 0x040506}}),
+    [](const auto& test) { return test.param.name; });
+// clang-format on
 
 // ---- hostile files ----------------------------------------------------------------------------------------
 

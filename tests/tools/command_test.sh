@@ -81,7 +81,7 @@ case_bad_input() {
   # The others are still done, and the format is told by the content.
   cp "$letter" letter.png
   expect 1 "$rastrel" clean letter.png short.png "$samples/report-grey.png" -o folder -q
-  [ "$(ls folder | xargs)" = "letter.png report-grey.png" ] || fail "the good pages are not in the folder: $(ls folder)"
+  [ "$(ls folder | xargs)" = "letter.tif report-grey.png" ] || fail "the good pages are not in the folder: $(ls folder)"
   # A book has all its pages, or says by its name that it has not.
   expect 1 "$rastrel" apply letter.png short.png "$samples/report-grey.png" -o both.tif -q
   grep -q "both.tif: is not written without its damaged page" err || fail "told: $(cat err)"
@@ -163,6 +163,19 @@ case_in_place() {
   [ -L link.tif ] || fail "the link was replaced"
   cmp -s one.tif two.tif && fail "one.tif was not written through the link"
   no_leftovers
+}
+
+# What a page loses is told, or refused. The profile of a PNG file has no place in a bitmap file.
+case_losses() {
+  expect 0 "$rastrel" apply "$letter" -o signed.png -q
+  expect 0 "$rastrel" info signed.png --json
+  grep -q '"reduced":\[\],"depth":1,"space":"grey","compression":"deflate","tags":\["software"\]' out || fail "told: $(cat out)"
+  expect 0 "$rastrel" apply signed.png -o unsigned.bmp -v
+  grep -q "^    reduced: software left out: BMP files have no place for it$" out || fail "told: $(cat out)"
+  expect 1 "$rastrel" apply signed.png -o strict.bmp --strict
+  complains "would lose: software"
+  [ ! -e strict.bmp ] || fail "written in spite of --strict"
+  expect 0 "$rastrel" apply signed.png -o strict.tif --strict
 }
 
 case_tiles() {
@@ -252,14 +265,14 @@ case_order() {
 }
 
 case_json() {
-  expect 0 "$rastrel" clean "$letter" "$samples/catalogue-colour.jpg" -o out.tif --json
+  expect 0 "$rastrel" clean "$letter" "$samples/catalogue-colour.jpg" -o out.tif --overwrite --json
   [ "$(grep -c '^{.*}$' out)" -eq 2 ] || fail "not two records: $(cat out)"
   head -n 1 out | grep -q '"holes":2,' || fail "the letter's holes: $(head -n 1 out)"
   head -n 1 out | grep -q '"step":"deskew","ms":' || fail "no time for deskew"
   tail -n 1 out | grep -q '"regions":\[{"kind":"border",.*"checked":true' || fail "no plan: $(tail -n 1 out)"
-  expect 0 "$rastrel" clean "$samples/catalogue-colour.jpg" -o out.tif --json --classic
+  expect 0 "$rastrel" clean "$samples/catalogue-colour.jpg" -o out.tif --overwrite --json --classic
   grep -q '"skipped":\[{"step":"specks"' out || fail "no reason for specks: $(cat out)"
-  expect 1 "$rastrel" clean missing.tif -o out.tif --json
+  expect 1 "$rastrel" clean missing.tif -o out.tif --overwrite --json
   grep -q '"file":"missing.tif".*"error":' out || fail "no record of a failure: $(cat out)"
   expect 0 "$rastrel" clean "$letter" -o out.tif --quiet --overwrite
   [ ! -s out ] && [ ! -s err ] || fail "--quiet is not"
