@@ -24,11 +24,11 @@ echo
 echo "Cleaning:"
 for page in samples/*.tif samples/*.png samples/*.jpg; do
   name=$(basename "${page%.*}")
-  "$rastrel" apply "$page" -o "$out/$name-before.png" --quiet
-  "$rastrel" clean "$page" -o "$out/$name-after.png"
+  "$rastrel" apply "$page" --overwrite -o "$out/$name-before.png" --quiet
+  "$rastrel" clean "$page" --overwrite -o "$out/$name-after.png"
 done
-"$rastrel" clean samples/*.png samples/*.jpg --reduce fs -o "$out/black-and-white.tif"
-"$rastrel" clean samples/*.tif samples/*.png samples/*.jpg --quality 75 -o "$out/archive.tif"
+"$rastrel" clean samples/*.png samples/*.jpg --reduce fs --overwrite -o "$out/black-and-white.tif"
+"$rastrel" clean samples/*.tif samples/*.png samples/*.jpg --quality 75 --overwrite -o "$out/archive.tif"
 
 echo
 echo "Straight again:"

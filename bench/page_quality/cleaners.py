@@ -39,7 +39,7 @@ class Rastrel:
         out = os.path.join(folder, "rastrel.png")
         if os.path.exists(out):
             os.unlink(out)
-        command = [self.program, "clean", page, "-o", out, "--json", "-j", "1", *self.options, *extra]
+        command = [self.program, "clean", page, "-o", out, "--overwrite", "--json", "-j", "1", *self.options, *extra]
         if not straighten:
             command.append("--no-deskew")
         done, seconds = run(command)
@@ -52,7 +52,7 @@ class Rastrel:
         out = os.path.join(folder, "rastrel-bw.png")
         if os.path.exists(out):
             os.unlink(out)
-        done, seconds = run([self.program, "apply", page, "-o", out, "-q", "-j", "1", how])
+        done, seconds = run([self.program, "apply", page, "-o", out, "--overwrite", "-q", "-j", "1", how])
         if done.returncode != 0 or not os.path.exists(out):
             return Result(error=done.stderr.decode("utf8", "replace")[-200:])
         return Result(opened(out), seconds=seconds)

@@ -75,7 +75,7 @@ def main():
     folder = tempfile.mkdtemp(prefix="rastrel-peers-", dir="/dev/shm" if os.path.isdir("/dev/shm") else None)
     try:
         page_bytes = make_inputs(build, folder, pages)
-        clean = [f"{build}/tools/rastrel", "clean", "-q", "-o", "clean.tif"]
+        clean = [f"{build}/tools/rastrel", "clean", "-q", "--overwrite", "-o", "clean.tif"]
         lean = f"{build}/bench/peers/rastrel_lean_clean"
         runs = {
             "rastrel clean, 1 worker": ([*clean, "book.tif", "-j", "1"], pages),

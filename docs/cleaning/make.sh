@@ -6,7 +6,7 @@ cd "$(dirname "$0")"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-small() { "$rastrel" apply "$1" -o "$2" -q "${@:3}"; }
+small() { "$rastrel" apply "$1" --overwrite -o "$2" -q "${@:3}"; }
 for page in letter-1bit.tif report-grey.png; do
   name=${page%%-*}
   "$rastrel" clean "../../samples/$page" -o "$work/$name.png" --overlay "$work/$name-overlay.png" -q
@@ -14,4 +14,4 @@ for page in letter-1bit.tif report-grey.png; do
   small "$work/$name.png" "$name-after.png" grey scale:percent=50
   small "$work/$name-overlay.png" "$name-overlay.png" to24 scale:percent=50
 done
-"$rastrel" apply "$work/letter-overlay.png" -o specks-overlay.png -q crop:60,440,400,300
+"$rastrel" apply "$work/letter-overlay.png" --overwrite -o specks-overlay.png -q crop:60,440,400,300
