@@ -23,6 +23,8 @@ Dib ReducePage(const Dib& page, Reduction method, int brightness) {
       return Dither(page, Diffusion::kFloydSteinberg, 1);
     case Reduction::kJarvisJudiceNinke:
       return Dither(page, Diffusion::kJarvisJudiceNinke, 1);
+    case Reduction::kAuto:
+      return ToBlackAndWhite(page);
     case Reduction::kNone:
       break;
   }

@@ -20,7 +20,7 @@ enum class Deskewing { kOff, kWhole, kFine };
 constexpr double kCertainSkew = 0.5;  // of a measured skew, the least confidence that a page is turned with
 
 // How pages become black and white.
-enum class Reduction { kNone, kThreshold, kOrdered, kFloydSteinberg, kJarvisJudiceNinke };
+enum class Reduction { kNone, kThreshold, kOrdered, kFloydSteinberg, kJarvisJudiceNinke, kAuto };
 
 struct CleanOptions {
   TextTone text = TextTone::kAuto;
@@ -42,7 +42,7 @@ struct CleanOptions {
   Reduction reduction = Reduction::kNone;
   int brightness = 0;  // added to every grey first: by threshold or ordered
   double dpi = 0;      // of pages that do not say; 0: 300 is assumed
-  // Is given pictures of what was understood of a page: paper, ink, pictures, sheet.
+  // Is given pictures of what was understood of a page: paper, ink, pictures, lines, sheet.
   std::function<void(const std::string& name, Dib picture)> explain;
   // Called before each step with its name and the share that is done; false ends the work.
   std::function<bool(const char* step, double done)> progress;

@@ -70,8 +70,7 @@ CleanOptions Translated(const Options* given) {
   result.deskew = static_cast<Deskewing>(Option<int>(options.deskew, DeskewOff, DeskewFine, "deskew"));
   result.mostSkew = Option(options.mostSkew, 0.0, 45.0, "mostSkew");
   result.blankPercent = Option(options.blankPercent, 0.0, 100.0, "blankPercent");
-  result.reduction =
-      static_cast<Reduction>(Option<int>(options.reduce, ReduceNone, ReduceJarvisJudiceNinke, "reduce"));
+  result.reduction = static_cast<Reduction>(Option<int>(options.reduce, ReduceNone, ReduceAuto, "reduce"));
   result.brightness = Option<int>(options.brightness, -255, 255, "brightness");
   const bool isDiffusion =
       options.reduce == ReduceFloydSteinberg || options.reduce == ReduceJarvisJudiceNinke;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "pages/judgement.h"
+#include "pages/text_lines.h"
 
 namespace rastrel::pages {
 namespace {
@@ -108,6 +109,8 @@ std::vector<ModelPicture> PicturesOfModel(const PageModel& model) {
   if (!model.isBitonal()) pictures.push_back({"paper", PageOf(PictureOfPaper(model.paper, factor))});
   pictures.push_back({"ink", PageOf(ink)});
   pictures.push_back({"pictures", PageOf(PictureOfPictures(model, factor))});
+  constexpr double kSteepest = 0.27;  // 15 degrees, as far as skew is looked for
+  pictures.push_back({"lines", PageOf(PictureOfLines(model.ink, FindTextLines(model.ink, kSteepest)))});
   pictures.push_back(
       {"sheet", PageOf(PictureOfSheet(model.sheet, model.isBitonal() ? ink : model.grey, factor))});
   return pictures;

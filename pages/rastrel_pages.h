@@ -131,7 +131,8 @@ enum PageReduce {
   ReduceThreshold = 1,
   ReduceOrdered = 2,
   ReduceFloydSteinberg = 3,
-  ReduceJarvisJudiceNinke = 4
+  ReduceJarvisJudiceNinke = 4,
+  ReduceAuto = 5 /* by paper and ink at each place, pictures dithered: as BinarizePage does */
 };
 /* Sizes of holes beside -3 to 40, which are those of PunchHoleRemover. */
 enum PageHoleSize {

@@ -104,10 +104,11 @@ CLI::App* AddCleanCommand(CLI::App* app, JobOptions* options) {
           "Leave out pages with less ink than that percentage of the page,\nin steps of 0.1 (off)")
       ->check(Between(0.1, 100))
       ->type_name("PERCENT");
-  constexpr static std::string_view kReductions[] = {"none", "threshold", "ordered", "fs", "jjn"};
+  constexpr static std::string_view kReductions[] = {"none", "threshold", "ordered", "fs", "jjn", "auto"};
   AddChoice(
       clean, "--reduce", kReductions, [&steps](int method) { steps.reduce = method; },
-      "Make grey and colour pages black and white: threshold, ordered, fs, jjn (none)")
+      "Make grey and colour pages black and white: threshold, ordered, fs, jjn,\nor auto: by paper and ink "
+      "at each place (none)")
       ->type_name("HOW");
   AddFromTable(clean, "--brightness", kBrightness, "0; with --reduce threshold or ordered",
                [&steps](double value) { steps.brightness = static_cast<int32_t>(value); });
