@@ -9,6 +9,7 @@ RASTREL_TEST_PACKAGES=(googletest libgtest-dev libgmock-dev libbenchmark-dev g++
 RASTREL_ACCURACY_PACKAGES=(libfreetype-dev fonts-liberation fonts-dejavu-core)
 RASTREL_QUALITY_PACKAGES=(libharfbuzz-dev fonts-hosny-amiri culmus fonts-blankenburg fonts-breip fonts-dkg-handwriting
   tesseract-ocr tesseract-ocr-eng python3-numpy python3-pil python3-scipy liblept5 imagemagick unpaper)
+RASTREL_PYTHON_PACKAGES=(python3-venv python3-dev)
 RASTREL_LINT_PACKAGES=(clang-format)
 RASTREL_PEER_PACKAGES=(libleptonica-dev libopencv-dev unpaper libbenchmark-dev time python3)
 RASTREL_WINDOWS_PACKAGES=(g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine64 xvfb xauth)

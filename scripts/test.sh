@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
-# Builds Rastrel and runs all of its tests: release, address and undefined-behaviour sanitizers, 32 bits, Windows (64 bits
-# under Wine; 32 bits too where there is a 32-bit Wine), the format check, and how large the tests are beside the code.
-# Installs what is missing (Debian). With arguments only those are run: format developer debug-sanitize 32-bit windows.
+# Builds Rastrel and runs all of its tests: release, the Python package, address and undefined-behaviour sanitizers, 32 bits,
+# Windows (64 bits under Wine; 32 bits too where there is a 32-bit Wine), the format check, and how large the tests are beside
+# the code. Installs what is missing (Debian). With arguments only those are run: format developer python debug-sanitize
+# 32-bit windows.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
-[ $# -gt 0 ] || set -- format developer debug-sanitize 32-bit windows
+[ $# -gt 0 ] || set -- format developer python debug-sanitize 32-bit windows
 packages=("${RASTREL_BUILD_PACKAGES[@]}" "${RASTREL_TOOL_PACKAGES[@]}" "${RASTREL_TEST_PACKAGES[@]}"
   "${RASTREL_LINT_PACKAGES[@]}")
+case " $* " in *" python "*) packages+=("${RASTREL_PYTHON_PACKAGES[@]}") ;; esac
 case " $* " in *" windows "*) packages+=("${RASTREL_WINDOWS_PACKAGES[@]}") ;; esac
 rastrel_install "${packages[@]}"
 
@@ -22,6 +24,23 @@ run_preset() {
     echo "$1: nothing was run" >&2
     exit 1
   fi
+}
+
+# The Python package on the libraries and the command of the developer build, which knows nothing of Python afterwards.
+run_python() {
+  printf '\n== python\n'
+  local venv=$PWD/build/python/venv package=$PWD/build/python/package is_built=yes
+  [ -x "$venv/bin/pytest" ] || /usr/bin/python3 -m venv --clear "$venv"
+  "$venv/bin/pip" install --quiet --disable-pip-version-check 'nanobind>=2.4,<3' numpy pillow pytest hypothesis mypy
+  rm -rf "$package"
+  cmake --preset developer -DRASTREL_BUILD_PYTHON=ON -DPython_EXECUTABLE="$venv/bin/python" >/dev/null &&
+    cmake --build --preset developer --target rastrel_python rastrel_command &&
+    cmake --install build/developer --component python --prefix "$package" >/dev/null || is_built=no
+  cmake --preset developer -DRASTREL_BUILD_PYTHON=OFF -UPython_EXECUTABLE >/dev/null
+  [ $is_built = yes ] || { echo "the Python package is not built" >&2; return 1; }
+  cp python/rastrel/*.py* python/rastrel/py.typed "$package/rastrel"
+  PYTHONPATH=$package "$venv/bin/python" -m pytest -q -p no:cacheprovider tests/python
+  (cd "$package" && "$venv/bin/mypy" --strict --cache-dir ../mypy rastrel)
 }
 
 # Source files whose names end so, under the folders named or everywhere.
@@ -52,6 +71,7 @@ print_share_of_tests() {
 for what in "$@"; do
   case "$what" in
     format) check_format ;;
+    python) run_python ;;
     windows)
       run_preset windows64
       run_preset windows32
