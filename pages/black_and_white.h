@@ -2,8 +2,10 @@
 #ifndef RASTREL_PAGES_BLACK_AND_WHITE_H
 #define RASTREL_PAGES_BLACK_AND_WHITE_H
 
+#include <optional>
 #include <utility>
 
+#include "pages/overlay.h"
 #include "pages/page.h"
 
 namespace rastrel::pages {
@@ -34,6 +36,22 @@ class AsBlackAndWhite {
   RGBQUAD colours_[2] = {};
   bool isActive_ = false;
 };
+
+// Runs a chain of steps on a page in a form that the steps know: 4 bits widened to 8, two colours as black
+// and white. `chain` takes the page and the overlay to paint in, null where nobody asks, and returns the
+// page.
+template <class Chain>
+Dib InWorkingForm(Dib page, Dib* overlay, Chain chain) {
+  const bool isWidened = PageView(page).bits() == 4;
+  if (isWidened) page = WidenTo8(page);
+  const AsBlackAndWhite colours(page);
+  std::optional<Overlay> removed;
+  if (overlay != nullptr) removed.emplace(page);
+  page = chain(std::move(page), removed ? &*removed : nullptr);
+  if (overlay != nullptr) *overlay = removed->Take();
+  colours.Restore(page);
+  return isWidened ? NarrowTo4(page) : std::move(page);
+}
 
 }  // namespace rastrel::pages
 

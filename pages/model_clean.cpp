@@ -639,16 +639,9 @@ class ModelCleaning {
 }  // namespace
 
 Dib CleanByModel(Dib page, const CleanOptions& options, CleanRecord* record, Dib* overlay) {
-  const bool isWidened = PageView(page).bits() == 4;
-  if (isWidened) page = WidenTo8(page);
-  const AsBlackAndWhite colours(page);
-  std::optional<Overlay> removed;
-  if (overlay != nullptr) removed.emplace(page);
-  page = ModelCleaning(std::move(page), options, record, removed ? &*removed : nullptr).Finish();
-  if (overlay != nullptr) *overlay = removed->Take();
-  colours.Restore(page);
-  if (isWidened) page = NarrowTo4(page);
-  return page;
+  return InWorkingForm(std::move(page), overlay, [&](Dib working, Overlay* removed) {
+    return ModelCleaning(std::move(working), options, record, removed).Finish();
+  });
 }
 
 }  // namespace rastrel::pages
