@@ -52,8 +52,8 @@ expect 0 apply '*.bmp' -o 'all/' -q
 check [ "$(ls all | xargs)" = "other.bmp page.bmp turned.bmp" ]
 LC_ALL=C.UTF-8 expect 0 apply page.bmp -o 'größe-日.bmp' -q
 check cmp <(tail -c 384 page.bmp) <(tail -c 384 'größe-日.bmp')
-expect 1 apply page.bmp -o page.tif
-check grep -q "page.tif is no BMP file; this rastrel knows no others" err
+expect 2 apply page.bmp -o page.tif
+check grep -q "page.tif: the ending tells no format" err
 expect 1 apply missing.bmp -o missed.bmp
 check [ ! -e missed.bmp ]
 exit $((failures != 0))
