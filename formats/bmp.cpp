@@ -149,11 +149,12 @@ Head ReadHead(Bytes* file) {
 void ReadTable(Bytes* file, const Head& head, std::span<RGBQUAD> table) {
   for (RGBQUAD& entry : table) entry = {255, 255, 255, 0};
   const size_t entries = std::min<size_t>(table.size(), static_cast<size_t>(head.colours));
-  std::vector<uint8_t> bytes(entries * head.entryBytes);
+  const auto entryBytes = static_cast<size_t>(head.entryBytes);
+  std::vector<uint8_t> bytes(entries * entryBytes);
   const size_t got = file->ReadAt(head.tableAt, bytes);
   std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(got), bytes.end(), uint8_t{0});
   for (size_t i = 0; i < entries; ++i) {
-    const uint8_t* entry = &bytes[i * head.entryBytes];
+    const uint8_t* entry = &bytes[i * entryBytes];
     table[i] = {entry[0], entry[1], entry[2], 0};
   }
 }
