@@ -9,6 +9,7 @@
 #include "geometry/reversal.h"
 #include "geometry/rows_to_turn.h"
 #include "geometry/transposition.h"
+#include "pixels/colours.h"
 
 namespace rastrel {
 namespace {
@@ -80,20 +81,7 @@ HBITMAP TurnBitmap(HBITMAP bitmap, TurnMove turn) {
 
 // ---- pages ------------------------------------------------------------------------------------------------
 
-bool IsTurnedDepth(unsigned bits) {
-  switch (bits) {
-    case 1:
-    case 2:
-    case 4:
-    case 8:
-    case 16:
-    case 24:
-    case 32:
-      return true;
-    default:
-      return false;
-  }
-}
+bool IsTurnedByQuarters(unsigned bits) { return bits == 2 || IsKnownDepth(bits); }
 
 HGLOBAL TurnPage(HGLOBAL dib, int quarterTurns) {
   constexpr TurnMove kMoves[] = {CopyPixels, TurnRight, TurnHalf, TurnLeft};  // of stored rows
@@ -106,7 +94,8 @@ HGLOBAL TurnPage(HGLOBAL dib, int quarterTurns) {
   if (!page) return state.Fail(ErrLockMemory);
   ConstRows from;
   const PageSize size = ShortSizeOf(page.header());
-  if (const ErrorCode refused = FindRowsToTurn(page, size, IsTurnedDepth, &from)) return state.Fail(refused);
+  if (const ErrorCode refused = FindRowsToTurn(page, size, IsTurnedByQuarters, &from))
+    return state.Fail(refused);
   const size_t rowsOffset = page.OffsetOf(from.first);
 
   const unsigned turns = static_cast<unsigned>(quarterTurns) % 4;

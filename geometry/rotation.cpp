@@ -156,8 +156,6 @@ void TurnPage(unsigned bits, const Source& source, const Walk& walk, uint8_t* re
   }
 }
 
-bool IsTurnedDepth(unsigned bits) { return bits == 1 || bits == 4 || bits == 8 || bits == 24; }
-
 // Returns the resolution along an axis on which two source axes lie with these lengths in pixels. What is no
 // number that fits, as with a source resolution of 0, becomes 0.
 int32_t MixedResolution(double sinePixels, double sineResolution, double cosinePixels,
@@ -192,7 +190,8 @@ HGLOBAL RotateBy(HGLOBAL dib, double angle) {
   if (!page) return state.Fail(ErrLockMemory);
   ConstRows rows;
   const PageSize size = ShortSizeOf(page.header());
-  if (const ErrorCode refused = FindRowsToTurn(page, size, IsTurnedDepth, &rows)) return state.Fail(refused);
+  if (const ErrorCode refused = FindRowsToTurn(page, size, IsTurnedByAngle, &rows))
+    return state.Fail(refused);
   const size_t rowsOffset = page.OffsetOf(rows.first);
   const Source source = {rows, page.size() - rowsOffset};
 

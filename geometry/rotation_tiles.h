@@ -10,6 +10,7 @@
 
 #include "frame/dib.h"
 #include "geometry/rotation_walk.h"
+#include "pixels/unpacked.h"
 #include "pixels/words.h"
 
 namespace rastrel::rotation {
@@ -192,7 +193,8 @@ class UnpackedTile {
     for (int y = box.rows.first; y < box.rows.end; ++y) {
       const uint8_t* from = source_.rows.StoredRow(y) + firstByte;
       uint8_t* to = pixels_.data() + (y - bottom_) * kStride;
-      for (int i = 0; i < bytes; ++i) std::memcpy(to + i * kPerByte, kUnpacked[from[i]].data(), kPerByte);
+      for (int i = 0; i < bytes; ++i)
+        std::memcpy(to + i * kPerByte, kUnpacked<Bits>[from[i]].data(), kPerByte);
     }
   }
 
@@ -226,17 +228,6 @@ class UnpackedTile {
   // source.
   static constexpr int kBoxRows = 146;
   static constexpr int kStride = 160;
-
-  // The pixels of a byte, one a byte.
-  static constexpr auto kUnpacked = [] {
-    std::array<std::array<uint8_t, kPerByte>, 256> table{};
-    for (unsigned byte = 0; byte < 256; ++byte) {
-      for (unsigned i = 0; i < kPerByte; ++i) {
-        table[byte][i] = static_cast<uint8_t>(byte >> (8 - Bits - i * Bits) & ((1u << Bits) - 1));
-      }
-    }
-    return table;
-  }();
 
   const Source& source_;
   Pattern<kColumns> pattern_;

@@ -18,6 +18,9 @@ inline PageSize ShortSizeOf(const Header& header) {
   return {header.biWidth & 0xFFFF, header.biHeight & 0xFFFF};
 }
 
+// The depths of pages that are turned by any angle.
+constexpr bool IsTurnedByAngle(unsigned bits) { return bits == 1 || bits == 4 || bits == 8 || bits == 24; }
+
 // Finds the rows of a page that has this size, and a depth that `isTurned` takes. Returns the first reason
 // not to turn it, if there is one.
 inline ErrorCode FindRowsToTurn(const LockedDib& page, PageSize size, bool (*isTurned)(unsigned bits),

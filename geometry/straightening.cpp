@@ -140,8 +140,6 @@ void StraightenRows(const LockedDib& page, const ConstRows& source, const Turn& 
   }
 }
 
-bool IsTurnedDepth(unsigned bits) { return bits == 1 || bits == 4 || bits == 8 || bits == 24; }
-
 // Stored rows go up, so that this is the reverse of what it is on rows that go down.
 void TurnQuarters(int quarters, const ConstRows& from, unsigned bits, const Rows& to) {
   if (quarters == 2) return ReverseRows(from, bits, to.UpsideDown());
@@ -160,7 +158,7 @@ HGLOBAL Straighten(HGLOBAL dib, double angleDegrees, int quality, COLORREF backg
   if (!page) return state.Fail(ErrLockMemory);
   ConstRows source;
   const PageSize size = {page.width(), page.height()};
-  if (const ErrorCode refused = FindRowsToTurn(page, size, IsTurnedDepth, &source))
+  if (const ErrorCode refused = FindRowsToTurn(page, size, IsTurnedByAngle, &source))
     return state.Fail(refused);
   const size_t rowsOffset = page.OffsetOf(source.first);
 

@@ -9,6 +9,7 @@
 #include "pages/operations.h"
 #include "pages/overlay.h"
 #include "pages/safeguards.h"
+#include "pages/skew.h"
 #include "pages/specks.h"
 #include "pages/text.h"
 
@@ -227,7 +228,7 @@ class Cleaning {
     if (skew.hasStructure == 0) throw NotHere{"the page shows no lines to go by"};
     record_.skew = skew.angle;
     if (std::abs(skew.angle) <= kLeastTurn) return;
-    if (skew.confidence < kCertainSkew) {
+    if (skew.confidence < kSureOfSkew) {
       throw NotHere{Text(Fixed(skew.angle, 2), " degrees are not certain (confidence ",
                          Fixed(skew.confidence, 2), ")")};
     }

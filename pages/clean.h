@@ -17,7 +17,6 @@ enum class TextTone { kAuto, kDark, kLight };
 
 // By whole degrees as DeskewDIB does it, or to hundredths where these are certain.
 enum class Deskewing { kOff, kWhole, kFine };
-constexpr double kCertainSkew = 0.5;  // of a measured skew, the least confidence that a page is turned with
 
 // How pages become black and white.
 enum class Reduction { kNone, kThreshold, kOrdered, kFloydSteinberg, kJarvisJudiceNinke, kAuto };

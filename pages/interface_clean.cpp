@@ -8,6 +8,7 @@
 #include "pages/interface.h"
 #include "pages/record.h"
 #include "pages/safeguards.h"
+#include "pages/skew.h"
 
 struct CleanRecord {
   rastrel::pages::CleanRecord record;
@@ -154,7 +155,8 @@ CleanSummary SummaryOf(const CleanRecord& record) {
           .trimmedBottom = record.trimmedBottom,
           .isChecked = record.isChecked,
           .takenBack = count(record.takenBack),
-          .sidesLeft = count(record.sidesLeft)};
+          .sidesLeft = count(record.sidesLeft),
+          .isSkewCertain = record.skew.has_value() && record.skewConfidence.value_or(1) >= kSureOfSkew};
 }
 
 bool IsTextDark(const Dib& page, int text) {

@@ -7,20 +7,21 @@
  * Conventions that hold for every function here:
  *
  * - A `page` is a DIB block as rastrel.h has it, of 1, 4, 8 or 24 bits, uncompressed, upright (biHeight above
- * 0). Functions leave the pages that they are given as they were. A page that a function returns belongs to
- * the caller, who frees it with GlobalFree. Pages that are made here have a full colour table, and as that a
- * ramp from black to white wherever the page is grey.
+ *   0). Functions leave the pages that they are given as they were. A page that a function returns belongs to
+ *   the caller, who frees it with GlobalFree. Pages that are made here have a full colour table, and as that
+ *   a ramp from black to white wherever the page is grey.
  * - Other things are opaque handles, each with a function of its own that frees it. Freeing null does
- * nothing.
+ *   nothing.
  * - Failure is 0 or null. The reason is the calling thread's: PagesError has a code, PagesErrorText says it
- * in words. Success leaves them alone, so read them only after a failure. Texts are UTF-8, so are file names.
+ *   in words. Success leaves them alone, so read them only after a failure. Texts are UTF-8, so are file
+ *   names.
  * - A struct begins with its own size in bytes, as the caller was compiled; its functions neither read nor
- * write beyond that, so that it can grow without breaking anybody.
+ *   write beyond that, so that it can grow without breaking anybody.
  * - Threads: any number at once. Nothing is kept for the process but the names of unfinished files. One page
- * or record may be used by several threads that do not change it, an open file by several that read, a file
- * under way by one at a time.
+ *   or record may be used by several threads that do not change it, an open file by several that read, a file
+ *   under way by one at a time.
  * - No argument and no file, however wrong, makes a function read or write outside a block, and no C++
- * exception leaves one. */
+ *   exception leaves one. */
 #ifndef RASTREL_PAGES_H
 #define RASTREL_PAGES_H
 
@@ -53,10 +54,9 @@ enum PagesErrorCode {
   ErrTooLarge = 35,    /* more than a block or the format can hold */
   ErrUnsupported = 36, /* a known format in a form that is not read or written */
   ErrOption = 37,      /* an option that is unknown, out of range, or does not go with another */
-  ErrPageRefused =
-      38,          /* the operation cannot work on this page: another depth, size or resolution is wanted */
-  ErrExists = 39,  /* there is something by that name that is not replaced */
-  ErrInternal = 40 /* a fault of ours */
+  ErrPageRefused = 38, /* not for this page: another depth, size or resolution is wanted */
+  ErrExists = 39,      /* there is something by that name that is not replaced */
+  ErrInternal = 40     /* a fault of ours */
 };
 
 /* The calling thread's last error, ErrSuccess (0) at first. */
@@ -122,8 +122,7 @@ RASTREL_PAGES_API int RASTREL_CALL CompletePageResolution(HGLOBAL page, double d
 
 /* What text is: dark on light, light on dark, or what most of the page says. */
 enum PageText { TextAuto = 0, TextDark = 1, TextLight = 2 };
-/* How skew is turned back: not; by whole degrees, without smoothing; to hundredths of a degree, where
- * certain. */
+/* How skew is turned back: not; by whole degrees, without smoothing; to hundredths, where it is certain. */
 enum PageDeskew { DeskewOff = 0, DeskewWhole = 1, DeskewFine = 2 };
 /* How pages become black and white. */
 enum PageReduce {
@@ -185,7 +184,7 @@ typedef struct CleanRecord CleanRecord;
  *   options  null for the defaults
  *   record   receives what was done; null if nobody asks. The caller frees it with FreeCleanRecord
  *   overlay  receives a page that shows the one that came in, in grey, with what was removed in colour:
- * borders blue, holes orange, specks vermilion; null if nobody asks
+ *            borders blue, holes orange, specks vermilion; null if nobody asks
  *
  * A step that does not suit the page is left out, and the record says why. Errors: ErrParameter, ErrOption,
  * ErrCancelled, ErrNoMemory; nothing is returned through the pointers then. */
@@ -212,7 +211,7 @@ typedef struct CleanSummary {
   int32_t isTextDark;
   int32_t hasSkew;       /* whether `skew` means anything */
   double skew;           /* degrees by which lines rise to the right, turned back if isTurned */
-  double skewConfidence; /* 0 to 1; -1 where it was not measured finely. 0.5 is enough to turn a page */
+  double skewConfidence; /* 0 to 1; -1 where it was not measured finely */
   double inkPercent;     /* of an examination: ink of the whole page; else -1 */
   int32_t isBlank;       /* before any reduction */
   int32_t isTurned, isCropped, isReduced;
@@ -222,6 +221,7 @@ typedef struct CleanSummary {
   int64_t trimmedTop, trimmedBottom;
   int32_t isChecked;            /* the page was compared with the one that came in */
   int32_t takenBack, sidesLeft; /* how many entries these lists have */
+  int32_t isSkewCertain;        /* enough to turn a page by it */
 } CleanSummary;
 
 RASTREL_PAGES_API int RASTREL_CALL GetCleanSummary(const CleanRecord* record, CleanSummary* summary);
@@ -244,8 +244,8 @@ typedef struct PageRegion {
   int32_t isTakenBack; /* the check found that it would harm the page */
 } PageRegion;
 
-/* Entries of a record's lists, counted from 0. Texts belong to the record. Return 1, or 0 and ErrParameter.
- */
+/* Entries of a record's lists, counted from 0. Texts belong to the record. Return 1, or 0 and
+ * ErrParameter. */
 RASTREL_PAGES_API int RASTREL_CALL GetCleanHole(const CleanRecord* record, int32_t index, PageHole* hole);
 RASTREL_PAGES_API int RASTREL_CALL GetCleanRegion(const CleanRecord* record, int32_t index,
                                                   PageRegion* region);
@@ -260,13 +260,12 @@ RASTREL_PAGES_API int RASTREL_CALL GetCleanSideLeft(const CleanRecord* record, i
                                                     const char** side, const char** reason);
 RASTREL_PAGES_API int RASTREL_CALL GetCleanTime(const CleanRecord* record, int32_t index, const char** step,
                                                 double* milliseconds);
-/* The whole record as a JSON object, with the names that `rastrel clean --json` uses. Belongs to the record.
- */
+/* The whole record as a JSON object, with the names that `rastrel clean --json` uses. Belongs to the
+ * record. */
 RASTREL_PAGES_API const char* RASTREL_CALL CleanRecordJson(const CleanRecord* record);
 
 /* Measures the skew of a page: MeasureSkew of rastrel.h, for `range` (0: 15) degrees to either side. Returns
- * 1 with
- * `*degrees` and `*confidence` (both 0 where the page shows no lines), or 0. */
+ * 1 with `*degrees` and `*confidence` (both 0 where the page shows no lines), or 0. */
 RASTREL_PAGES_API int RASTREL_CALL MeasurePageSkew(HGLOBAL page, double range, int text, double* degrees,
                                                    double* confidence);
 /* Returns 1 with `*isBlank`, which says whether less than `percent` of the page is ink, or 0. */
@@ -404,8 +403,8 @@ RASTREL_PAGES_API void RASTREL_CALL ClosePages(PageFile* file);
 
 /* How many pages there are, 1 or more; thumbnails and masks are none. 0 for null. */
 RASTREL_PAGES_API int32_t RASTREL_CALL CountPages(const PageFile* file);
-/* Why there may be more pages than can be found: what is damaged behind the last one. Null for a whole file.
- */
+/* Why there may be more pages than can be found: what is damaged behind the last one. Null for a whole
+ * file. */
 RASTREL_PAGES_API const char* RASTREL_CALL DamageOfPages(const PageFile* file);
 /* The format's name, as PageFormat has it. */
 RASTREL_PAGES_API const char* RASTREL_CALL FormatOfPages(const PageFile* file);
@@ -447,8 +446,8 @@ RASTREL_PAGES_API int RASTREL_CALL SetPageFileRules(PageWriter* writer, const Pa
 /* Adds a page; formats of one page take one. `metadata` may be null. Returns 1 or 0; after a failure the file
  * can only be given up. */
 RASTREL_PAGES_API int RASTREL_CALL AppendPage(PageWriter* writer, HGLOBAL page, const PageMetadata* metadata);
-/* Completes the file and frees the writer, also when it fails (no page at all is a failure). Returns 1 or 0.
- */
+/* Completes the file and frees the writer, also when it fails (no page at all is a failure). Returns 1 or
+ * 0. */
 RASTREL_PAGES_API int RASTREL_CALL FinishPages(PageWriter* writer);
 /* The same for a file in memory, whose bytes the caller frees with FreePageBytes. Returns null on failure. */
 RASTREL_PAGES_API void* RASTREL_CALL FinishPagesInMemory(PageWriter* writer, size_t* size);

@@ -23,7 +23,7 @@ struct PageSkew {
                            // they bend or converge
 };
 
-constexpr double kSureOfSkew = 0.5;
+constexpr double kSureOfSkew = 0.5;  // the least confidence that a page is turned with
 
 // Looks for angles of up to `range` degrees, from 1 to 30.
 PageSkew FindSkew(const BitPlane& ink, double range = 15);

@@ -7,11 +7,12 @@
 #include "tone/mono_to_grey.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "pixels/byte_shuffle.h"
 #include "pixels/kernels.h"
+#include "pixels/unpacked.h"
+#include "pixels/words.h"
 
 namespace rastrel {
 namespace {
@@ -25,27 +26,15 @@ constexpr uint64_t kSpareRows = 5;
 
 // ---- a byte for each pixel --------------------------------------------------------------------------------
 
-// A byte of pixels as eight bytes, 255 for each set bit, the leftmost pixel first in memory.
-constexpr std::array<uint64_t, 256> kExpanded = [] {
-  std::array<uint64_t, 256> words{};
-  for (unsigned byte = 0; byte < 256; ++byte) {
-    for (unsigned x = 0; x < 8; ++x) {
-      if ((byte >> (7 - x) & 1) != 0) words[byte] |= uint64_t{0xFF} << 8 * x;
-    }
-  }
-  return words;
-}();
+// A byte of pixels as eight bytes, the leftmost pixel first in memory: `white` for each set bit, else 0.
+uint64_t Expanded(uint8_t byte, uint8_t white) { return LoadWord(kUnpacked<1>[byte].data()) * white; }
 
 // Writes a byte for each pixel of `bytes` bytes: `white`, or 0. `flip` is 0 where set bits are white, 255
 // where others are.
 using Expansion = void (*)(const uint8_t* bits, size_t bytes, uint8_t flip, uint8_t white, uint8_t* pixels);
 
 void ExpandBytes(const uint8_t* bits, size_t bytes, uint8_t flip, uint8_t white, uint8_t* pixels) {
-  const uint64_t whites = white * uint64_t{0x0101010101010101};
-  for (size_t i = 0; i < bytes; ++i) {
-    const uint64_t eight = kExpanded[bits[i] ^ flip] & whites;
-    std::memcpy(pixels + 8 * i, &eight, sizeof(eight));
-  }
+  for (size_t i = 0; i < bytes; ++i) StoreWord(pixels + 8 * i, Expanded(bits[i] ^ flip, white));
 }
 
 // The same for 32 pixels at a time: each byte of them has the byte of bits in which its pixel is.
@@ -75,7 +64,10 @@ constexpr Kernel kExpand = Kernel(ExpandBytes).With(Processor::kAvx2, ExpandWord
 void ExpandRow(Expansion expand, const uint8_t* bits, uint8_t flip, size_t stride, uint8_t* grey) {
   const size_t whole = stride / 8;
   expand(bits, whole, flip, 255, grey);
-  if (stride % 8 != 0) std::memcpy(grey + 8 * whole, &kExpanded[bits[whole] ^ flip], stride % 8);
+  if (stride % 8 != 0) {
+    const uint64_t eight = Expanded(bits[whole] ^ flip, 255);
+    std::memcpy(grey + 8 * whole, &eight, stride % 8);
+  }
 }
 
 // ---- smoothing --------------------------------------------------------------------------------------------

@@ -14,8 +14,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr double kCertain = 0.5;  // of a measured skew, the least confidence that a page is turned with
-
 double Rounded(double value, double steps) { return std::round(value * steps) / steps + 0.0; }  // no -0.0
 
 // The page's own record, in which it is told after `blank` whether the page was left out.
@@ -96,10 +94,6 @@ int64_t TrimmedPixels(const CleanSummary& page) {
 std::string Dots(const CleanSummary& record) {
   if (record.dpiX == record.dpiY) return fmt::format("{:g} dpi", record.dpiX);
   return fmt::format("{:g} x {:g} dpi", record.dpiX, record.dpiY);
-}
-
-bool IsSkewKnown(const CleanSummary& page) {
-  return page.hasSkew != 0 && (page.skewConfidence < 0 || page.skewConfidence >= kCertain);
 }
 
 // What was done to one page, in words.
@@ -216,7 +210,7 @@ void Reporter::PrintLine(const PageReport& report) {
     if (!report.error.empty()) return;
     fmt::print("{}: {} x {} pixels, {}, {}, skew {}{}\n", PageName(report), record.width, record.height,
                Bits(report), record.dpiX > 0 ? Dots(record) : "no resolution",
-               IsSkewKnown(record) ? fmt::format("{:.2f}", record.skew) : "unknown",
+               record.isSkewCertain != 0 ? fmt::format("{:.2f}", record.skew) : "unknown",
                record.isBlank ? ", blank" : "");
     if (options_.isVerbose) {
       fmt::print("    file: {}, {} bits a sample, compression: {}{}{}\n", report.space, report.depth,

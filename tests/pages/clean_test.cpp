@@ -12,6 +12,7 @@
 
 #include "pages/operations.h"
 #include "pages/safeguards.h"
+#include "pages/skew.h"
 
 namespace rastrel::pages {
 namespace {
@@ -514,7 +515,7 @@ TEST(Clean, TurnsByWholeDegreesOrOnlyByAnglesThatAreCertain) {
   options.deskew = Deskewing::kFine;
   const Cleaned left(noise.Take(), options);
   EXPECT_TRUE(SamePixels(before, left.page));
-  EXPECT_LT(left.record.skewConfidence.value_or(1), kCertainSkew);
+  EXPECT_LT(left.record.skewConfidence.value_or(1), kSureOfSkew);
   ASSERT_EQ(1u, left.record.skipped.size());
   EXPECT_EQ("deskew", left.record.skipped[0].step);
 }
