@@ -160,7 +160,9 @@ void ReadTable(Bytes* file, const Head& head, std::span<RGBQUAD> table) {
 }
 
 // The block that the core expands run-length rows from.
-Dib ReadRunLength(Bytes* file, const Head& head) {
+Dib ReadRunLength(Bytes* file, const Head& head, const Reading& reading) {
+  reading.CheckBytes(StrideOf(head.info.biWidth, head.bits()) * static_cast<uint64_t>(head.info.biHeight) +
+                     head.rowBytes);
   const auto tableBytes = static_cast<size_t>(sizeof(RGBQUAD)) << head.info.biBitCount;
   const auto rowBytes = static_cast<size_t>(head.rowBytes);
   const Dib block(GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, sizeof(head.info) + tableBytes + rowBytes));
@@ -228,9 +230,9 @@ bool HasAlpha(Bytes* file, const Head& head) {
   return isSeen;
 }
 
-Dib ReadPlain(Bytes* file, const Head& head, bool hasAlpha) {
-  Dib page = MakePage(head.info.biWidth, head.info.biHeight, head.pageBits(),
-                      {head.info.biXPelsPerMeter, head.info.biYPelsPerMeter});
+Dib ReadPlain(Bytes* file, const Head& head, const Reading& reading, bool hasAlpha) {
+  Dib page = reading.NewPage(head.info.biWidth, head.info.biHeight, head.pageBits(),
+                             {head.info.biXPelsPerMeter, head.info.biYPelsPerMeter});
   const PageView view(page);
   ReadTable(file, head, view.palette());
   const bool isAsStored = head.pageBits() == head.bits();
@@ -239,6 +241,7 @@ Dib ReadPlain(Bytes* file, const Head& head, bool hasAlpha) {
     return page;
   }
   ForRows(file, head, [&](int32_t y, std::span<const uint8_t> row) {
+    reading.CheckTime();
     uint8_t* out = view.PageRow(y);
     std::memset(out + view.stride() - 4, 0, 4);
     if (isAsStored) {
@@ -264,12 +267,14 @@ void TellOriginal(Bytes* file, const Head& head, bool hasAlpha, Metadata* metada
     metadata->Set("icc", profile);
 }
 
-Dib Read(Bytes* file, uint64_t /*place*/, Metadata* metadata) {
+Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* metadata) {
   const Head head = ReadHead(file);
   CheckSize(head.info.biWidth, head.info.biHeight, head.pageBits());
+  reading.CheckPixels(head.info.biWidth, head.info.biHeight);
   const bool hasAlpha = HasAlpha(file, head);
   if (metadata != nullptr) TellOriginal(file, head, hasAlpha, metadata);
-  return NormalisePage(head.isRunLength() ? ReadRunLength(file, head) : ReadPlain(file, head, hasAlpha));
+  return NormalisePage(head.isRunLength() ? ReadRunLength(file, head, reading)
+                                          : ReadPlain(file, head, reading, hasAlpha));
 }
 
 PageInfo Describe(Bytes* file, uint64_t /*place*/) {

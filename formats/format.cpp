@@ -85,6 +85,32 @@ std::string_view Options::Choice(std::string_view name, std::string_view otherwi
   return value != nullptr ? std::string_view(value->text) : otherwise;
 }
 
+void Reading::CheckPixels(int64_t width, int64_t height) const {
+  if (width < 1 || height < 1 || height <= options_.mostPixels / width) return;
+  throw PageError(Text("has ", width, " x ", height, " pixels, more than the limit of ", options_.mostPixels),
+                  ErrTooLarge);
+}
+
+void Reading::CheckBytes(uint64_t bytes) const {
+  if (bytes <= static_cast<uint64_t>(options_.mostBytes)) return;
+  throw PageError(Text("needs ", bytes, " bytes of memory, more than the limit of ", options_.mostBytes),
+                  ErrTooLarge);
+}
+
+void Reading::FailLate() const {
+  const int decimals = options_.mostSeconds < 1 ? 3 : 0;
+  const std::string limit = Fixed(options_.mostSeconds, decimals);
+  throw PageError(Text("takes longer to read than the limit of ", limit, " seconds"), ErrTooLarge);
+}
+
+Dib Reading::NewPage(int64_t width, int64_t height, int bits, Resolution resolution,
+                     uint64_t workBytes) const {
+  CheckSize(width, height, bits);
+  CheckPixels(width, height);
+  CheckBytes(StrideOf(width, bits) * static_cast<uint64_t>(height) + workBytes);
+  return MakePage(width, height, bits, resolution);
+}
+
 const Format* FindFormat(std::string_view extension) {
   const std::string wanted = Lower(extension);
   for (const Format* format : Formats()) {

@@ -3,6 +3,7 @@
 #ifndef RASTREL_FORMATS_FORMAT_H
 #define RASTREL_FORMATS_FORMAT_H
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "formats/bytes.h"
+#include "formats/raw_page.h"
 #include "pages/metadata.h"
 #include "pages/page.h"
 
@@ -46,6 +48,44 @@ class Options {
   std::vector<Value> values_;
 };
 
+// ---- reading ----------------------------------------------------------------------------------------------
+
+// How pages are read, and what that may cost.
+struct ReadOptions {
+  int dpi = 300;  // at which pages are drawn that have no pixels of their own
+  int64_t mostPixels = 1'000'000'000;
+  int64_t mostBytes = int64_t{1} << 32;
+  double mostSeconds = 120;
+};
+
+// The reading of one page, from its beginning on.
+class Reading {
+ public:
+  Reading() : Reading(ReadOptions{}) {}
+  explicit Reading(const ReadOptions& options)
+      : options_(options), start_(std::chrono::steady_clock::now()) {}
+  int dpi() const { return options_.dpi; }
+  // Throw PageError beyond a limit. To be asked before memory is.
+  void CheckPixels(int64_t width, int64_t height) const;
+  void CheckBytes(uint64_t bytes) const;
+  void CheckTime() const {
+    if (isLate()) FailLate();
+  }
+  // For what a C library calls, which must not throw.
+  bool isLate() const noexcept {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count() >
+           options_.mostSeconds;
+  }
+  // MakePage within the limits; `workBytes` are needed beside it.
+  Dib NewPage(int64_t width, int64_t height, int bits, Resolution resolution, uint64_t workBytes = 0) const;
+
+ private:
+  [[noreturn]] void FailLate() const;
+
+  ReadOptions options_;
+  std::chrono::steady_clock::time_point start_;
+};
+
 // ---- formats ----------------------------------------------------------------------------------------------
 
 // The pages of a file: numbers that mean something to the format.
@@ -75,7 +115,7 @@ struct Format {
   const char* metadata = "";  // the items that its files keep, "icc,xmp"
 
   // All of these throw PageError.
-  Dib (*read)(Bytes* file, uint64_t place, Metadata* metadata);
+  Dib (*read)(Bytes* file, uint64_t place, const Reading& reading, Metadata* metadata);
   PageInfo (*describe)(Bytes* file, uint64_t place);
   // Null for formats of one page, which lies at 0.
   PageList (*list)(Bytes* file) = nullptr;
@@ -83,6 +123,13 @@ struct Format {
   void (*write)(const Dib& page, const Metadata& metadata, const Options& options, Bytes* file) = nullptr;
   std::vector<uint8_t> (*encode)(const Dib& page, const Metadata& metadata, const Options& options) = nullptr;
   std::unique_ptr<Document> (*create)(Bytes* file) = nullptr;
+
+  // Of formats that hold more than pages of 1 to 24 bits do. `holdsRaw` tells which of them.
+  Raw (*readRaw)(Bytes* file, uint64_t place, const Reading& reading, Metadata* metadata) = nullptr;
+  bool (*holdsRaw)(const Raw& page) = nullptr;
+  void (*writeRaw)(const Raw& page, const Metadata& metadata, const Options& options, Bytes* file) = nullptr;
+  std::vector<uint8_t> (*encodeRaw)(const Raw& page, const Metadata& metadata,
+                                    const Options& options) = nullptr;
 
   bool isWritten() const { return write != nullptr || encode != nullptr; }
   bool hasManyPages() const { return encode != nullptr; }

@@ -15,6 +15,9 @@ struct PageWriter {
 struct EncodedPage {
   rastrel::formats::Encoded page;
 };
+struct RawPage {
+  rastrel::formats::Raw page;
+};
 
 namespace rastrel::formats {
 namespace {
@@ -42,6 +45,15 @@ Options OptionsOf(const Format& format, const char* options) {
 const Metadata& Of(const PageMetadata* metadata) {
   static const Metadata kNone;
   return metadata != nullptr ? metadata->metadata : kNone;
+}
+
+// A raw page made of another.
+template <class Move>
+RawPage* MovedRaw(const RawPage* page, Move move) {
+  return Guarded<RawPage*>(nullptr, [&] {
+    Require(page != nullptr, "there is no page");
+    return new RawPage{move(page->page)};
+  });
 }
 
 const Format& FormatAt(int32_t index) {
@@ -114,6 +126,25 @@ const char* RASTREL_CALL DamageOfPages(const PageFile* file) {
 
 const char* RASTREL_CALL FormatOfPages(const PageFile* file) {
   return file != nullptr ? file->pages.format().name : nullptr;
+}
+
+int RASTREL_CALL SetPageReadOptions(PageFile* file, const PageReadOptions* options) {
+  return Guarded(0, [&] {
+    Require(file != nullptr, "there is no file");
+    const PageReadOptions taken = TakeStruct(options, PageReadOptions{});
+    constexpr int kMostDpi = 20000;
+    ReadOptions chosen;
+    if (InRange(taken.dpi, 0, kMostDpi, "dpi is 0 to 20000") > 0) chosen.dpi = taken.dpi;
+    constexpr int64_t kMost = INT64_MAX;
+    if (InRange<int64_t>(taken.mostPixels, 0, kMost, "limits are not negative") > 0)
+      chosen.mostPixels = taken.mostPixels;
+    if (InRange<int64_t>(taken.mostBytes, 0, kMost, "limits are not negative") > 0)
+      chosen.mostBytes = taken.mostBytes;
+    if (InRange(taken.mostSeconds, 0.0, 1e9, "limits are not negative") > 0)
+      chosen.mostSeconds = taken.mostSeconds;
+    file->pages.SetOptions(chosen);
+    return 1;
+  });
 }
 
 int RASTREL_CALL DescribePageInFile(const PageFile* file, int32_t index, PageInfo* info) {
@@ -234,6 +265,67 @@ int RASTREL_CALL AppendEncodedPage(PageWriter* writer, const EncodedPage* page) 
 }
 
 void RASTREL_CALL FreeEncodedPage(EncodedPage* page) { delete page; }
+
+// ---- pages as files have them -----------------------------------------------------------------------------
+
+RawPage* RASTREL_CALL ReadRawPage(const PageFile* file, int32_t index, PageMetadata** metadata) {
+  return Guarded<RawPage*>(nullptr, [&] {
+    const size_t place = IndexIn(file, index);
+    auto found = std::make_unique<PageMetadata>();
+    auto page = std::make_unique<RawPage>(RawPage{file->pages.ReadRaw(place, &found->metadata)});
+    if (metadata != nullptr) *metadata = found.release();
+    return page.release();
+  });
+}
+
+void RASTREL_CALL FreeRawPage(RawPage* page) { delete page; }
+
+int RASTREL_CALL DescribeRawPage(const RawPage* page, RawPageInfo* info) {
+  return Guarded(0, [&] {
+    Require(page != nullptr, "there is no page");
+    const Raw& raw = page->page;
+    GiveStruct(RawPageInfo{.size = sizeof(RawPageInfo),
+                           .width = raw.width,
+                           .height = raw.height,
+                           .bits = raw.bits,
+                           .samples = raw.samples,
+                           .dpiX = DotsPerInch(raw.resolution.x),
+                           .dpiY = DotsPerInch(raw.resolution.y)},
+               info);
+    return 1;
+  });
+}
+
+RawPage* RASTREL_CALL FlipRawPage(const RawPage* page, int isVertical) {
+  return MovedRaw(page, [=](const Raw& raw) { return Flipped(raw, isVertical != 0); });
+}
+
+RawPage* RASTREL_CALL TurnRawPage(const RawPage* page, int quarters) {
+  return MovedRaw(page, [=](const Raw& raw) { return Turned(raw, quarters); });
+}
+
+RawPage* RASTREL_CALL CropRawPage(const RawPage* page, int left, int top, int width, int height) {
+  return MovedRaw(page, [=](const Raw& raw) { return Cropped(raw, left, top, width, height); });
+}
+
+int RASTREL_CALL AppendRawPage(PageWriter* writer, const RawPage* page, const PageMetadata* metadata) {
+  return Guarded(0, [&] {
+    Require(writer != nullptr, "there is no file");
+    Require(page != nullptr, "there is no page");
+    writer->pages.AppendRaw(page->page, Of(metadata));
+    return 1;
+  });
+}
+
+EncodedPage* RASTREL_CALL EncodeRawPage(const RawPage* page, const PageMetadata* metadata, const char* format,
+                                        const char* options) {
+  return Guarded<EncodedPage*>(nullptr, [&] {
+    Require(page != nullptr, "there is no page");
+    Require(format != nullptr, "there is no format");
+    const Format& chosen = FormatToWrite(format, "");
+    return new EncodedPage{EncodeRaw(page->page, Of(metadata), chosen, OptionsOf(chosen, options))};
+  });
+}
 
 // ---- formats ----------------------------------------------------------------------------------------------
 

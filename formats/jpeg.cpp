@@ -123,10 +123,18 @@ std::span<const uint8_t> MarkerBytes(const jpeg_decompress_struct& jpeg, int kin
 
 Exif ExifOf(const jpeg_decompress_struct& jpeg) { return Exif(MarkerBytes(jpeg, kExifMarker, kExifIntro)); }
 
+// What libjpeg calls now and then.
+struct Progress {
+  jpeg_progress_mgr base;
+  const Reading* reading;
+};
+
 // A scan of a few bytes costs as much time as the whole picture. Encoders write about ten.
 void OnProgress(j_common_ptr jpeg) {
   constexpr int kMostScans = 100;
-  if (reinterpret_cast<j_decompress_ptr>(jpeg)->input_scan_number <= kMostScans) return;
+  const auto& progress = *reinterpret_cast<const Progress*>(jpeg->progress);
+  const bool isLate = progress.reading != nullptr && progress.reading->isLate();
+  if (!isLate && reinterpret_cast<j_decompress_ptr>(jpeg)->input_scan_number <= kMostScans) return;
   auto* manager = reinterpret_cast<ErrorManager*>(jpeg->err);
   std::snprintf(manager->text, sizeof(manager->text), "it has more than %d scans", kMostScans);
   std::longjmp(manager->jump, 1);
@@ -160,7 +168,9 @@ void OnSkip(j_decompress_ptr jpeg, long count) {
 
 class Reader {
  public:
-  explicit Reader(Bytes* file) : bytes_(file) {
+  // `reading` limits the time that the rows may take; null where none are read.
+  explicit Reader(Bytes* file, const Reading* reading = nullptr) : bytes_(file) {
+    progress_.reading = reading;
     jpeg_.err = jpeg_std_error(&errors_.base);
     errors_.base.error_exit = OnError;
     errors_.base.emit_message = OnMessage;
@@ -223,8 +233,8 @@ class Reader {
     const auto nothing = [](j_decompress_ptr) {};
     supply_ = {{nullptr, 0, nothing, OnNeed, OnSkip, jpeg_resync_to_restart, nothing}, &bytes_};
     jpeg_.src = &supply_.base;
-    progress_.progress_monitor = OnProgress;
-    jpeg_.progress = &progress_;
+    progress_.base.progress_monitor = OnProgress;
+    jpeg_.progress = &progress_.base;
     for (const int marker : {kExifMarker, kProfileMarker, kPhotoshopMarker})
       jpeg_save_markers(&jpeg_, marker, 0xFFFF);
     return true;
@@ -240,7 +250,7 @@ class Reader {
 
   ByteReader bytes_;
   Supply supply_{};
-  jpeg_progress_mgr progress_{};
+  Progress progress_{};
   ErrorManager errors_{};
   jpeg_decompress_struct jpeg_{};
 };
@@ -295,20 +305,31 @@ void CheckClaim(const jpeg_decompress_struct& jpeg, uint64_t fileBytes) {
   if (blocks / 8 > fileBytes) CannotHold(fileBytes, jpeg.image_width, jpeg.image_height);
 }
 
+// The coefficients of a file of several scans are all in memory until the last.
+uint64_t WorkBytes(jpeg_decompress_struct* jpeg) {
+  if (jpeg_has_multiple_scans(jpeg) == 0) return 0;
+  constexpr uint64_t kBytesPerCoefficient = 2;
+  return uint64_t{jpeg->image_width} * jpeg->image_height * static_cast<uint64_t>(jpeg->num_components) *
+         kBytesPerCoefficient;
+}
+
 int BitsOf(const jpeg_decompress_struct& jpeg) { return jpeg.out_color_space == JCS_GRAYSCALE ? 8 : 24; }
 
-Dib Read(Bytes* file, uint64_t /*place*/, Metadata* metadata) {
-  Reader reader(file);
+Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* metadata) {
+  Reader reader(file, &reading);
   if (!reader.ReadHead()) reader.Fail();
   const jpeg_decompress_struct& jpeg = reader.jpeg();
   CheckClaim(jpeg, file->size());
   const int orientation = OrientationOf(jpeg);  // the markers go when the rows are read
   if (metadata != nullptr) ReadMetadata(&reader, metadata);
-  Dib page = MakePage(jpeg.output_width, jpeg.output_height, BitsOf(jpeg), ReadResolution(jpeg));
+  Dib page = reading.NewPage(jpeg.output_width, jpeg.output_height, BitsOf(jpeg), ReadResolution(jpeg),
+                             WorkBytes(&reader.jpeg()));
   const PageView view(page);
   for (int y = 0; y < view.height(); ++y) std::memset(view.PageRow(y) + view.stride() - 4, 0, 4);
   std::vector<uint8_t> inkRow(jpeg.out_color_space == JCS_CMYK ? size_t{jpeg.output_width} * 4 : 0);
-  if (!reader.ReadRows(view, inkRow.empty() ? nullptr : inkRow.data())) reader.Fail();
+  const bool isRead = reader.ReadRows(view, inkRow.empty() ? nullptr : inkRow.data());
+  reading.CheckTime();
+  if (!isRead) reader.Fail();
   return Upright(std::move(page), orientation);
 }
 

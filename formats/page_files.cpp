@@ -76,7 +76,14 @@ std::unique_ptr<Bytes> InputPages::Open() const {
 }
 
 Dib InputPages::Read(size_t index, Metadata* metadata) const {
-  return format_->read(Open().get(), list_.places.at(index), metadata);
+  return format_->read(Open().get(), list_.places.at(index), Reading(options_), metadata);
+}
+
+Raw InputPages::ReadRaw(size_t index, Metadata* metadata) const {
+  if (format_->readRaw == nullptr) {
+    throw PageError(Text(format_->title, " files have no pages of that kind"), ErrUnsupported);
+  }
+  return format_->readRaw(Open().get(), list_.places.at(index), Reading(options_), metadata);
 }
 
 PageInfo InputPages::Describe(size_t index) const {
@@ -90,6 +97,23 @@ Encoded Encode(const Dib& page, const Metadata& metadata, const Format& format, 
     throw PageError(Text(format.title, " files have one page"), ErrUnsupported);
   }
   return {&format, format.encode(page, metadata, options)};
+}
+
+namespace {
+
+void CheckHolds(const Format& format, const Raw& page) {
+  if (format.holdsRaw != nullptr && format.holdsRaw(page)) return;
+  throw PageError(Text(format.title, " files cannot hold such a page"), ErrUnsupported);
+}
+
+}  // namespace
+
+Encoded EncodeRaw(const Raw& page, const Metadata& metadata, const Format& format, const Options& options) {
+  CheckHolds(format, page);
+  if (format.encodeRaw == nullptr) {
+    throw PageError(Text(format.title, " files have one page"), ErrUnsupported);
+  }
+  return {&format, format.encodeRaw(page, metadata, options)};
 }
 
 OutputPages::OutputPages(const std::string& path, const Format& format, Options options)
@@ -128,12 +152,23 @@ void OutputPages::CheckRoom() {
   isLost_ = true;
 }
 
-void OutputPages::Append(const Dib& page, const Metadata& metadata) {
-  if (format_->hasManyPages()) return Append(Encode(page, metadata, *format_, options_));
+template <class Write>
+void OutputPages::AppendOnly(Write write) {
   CheckRoom();
-  format_->write(page, metadata, options_, bytes_.get());
+  write();
   ++pages_;
   isLost_ = false;
+}
+
+void OutputPages::Append(const Dib& page, const Metadata& metadata) {
+  if (format_->hasManyPages()) return Append(Encode(page, metadata, *format_, options_));
+  AppendOnly([&] { format_->write(page, metadata, options_, bytes_.get()); });
+}
+
+void OutputPages::AppendRaw(const Raw& page, const Metadata& metadata) {
+  CheckHolds(*format_, page);
+  if (format_->hasManyPages()) return Append(formats::EncodeRaw(page, metadata, *format_, options_));
+  AppendOnly([&] { format_->writeRaw(page, metadata, options_, bytes_.get()); });
 }
 
 void OutputPages::Append(const Encoded& page) {

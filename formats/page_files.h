@@ -25,7 +25,9 @@ class InputPages {
   const Format& format() const { return *format_; }
   size_t count() const { return list_.places.size(); }
   const std::string& damage() const { return list_.damage; }
+  void SetOptions(const ReadOptions& options) { options_ = options; }
   Dib Read(size_t index, Metadata* metadata) const;
+  Raw ReadRaw(size_t index, Metadata* metadata) const;
   PageInfo Describe(size_t index) const;
 
  private:
@@ -34,6 +36,7 @@ class InputPages {
   Place place_;
   const Format* format_ = nullptr;
   PageList list_;
+  ReadOptions options_;
 };
 
 // A page made ready for a file of many.
@@ -43,6 +46,8 @@ struct Encoded {
 };
 // Throws PageError.
 Encoded Encode(const Dib& page, const Metadata& metadata, const Format& format, const Options& options);
+
+Encoded EncodeRaw(const Raw& page, const Metadata& metadata, const Format& format, const Options& options);
 
 // A file that pages are written to.
 class OutputPages {
@@ -56,12 +61,16 @@ class OutputPages {
   void SetRules(OutputRules rules);
   void Append(const Dib& page, const Metadata& metadata);
   void Append(const Encoded& page);
+  void AppendRaw(const Raw& page, const Metadata& metadata);
   void Finish();
   std::vector<uint8_t> FinishInMemory();
 
  private:
   void Start();
   void CheckRoom();
+  // Writes the page of a format that has one.
+  template <class Write>
+  void AppendOnly(Write write);
   void Complete();
 
   const Format* format_;

@@ -93,10 +93,13 @@ class Reader {
     png_read_update_info(png_, info_);
     return true;
   }
-  bool ReadRows(const PageView& page) {
+  bool ReadRows(const PageView& page, const Reading& reading) {
     if (setjmp(png_jmpbuf(png_)) != 0) return false;
     for (int pass = 0; pass < passes_; ++pass) {
-      for (int y = 0; y < page.height(); ++y) png_read_row(png_, page.PageRow(y), nullptr);
+      for (int y = 0; y < page.height(); ++y) {
+        if (reading.isLate()) return false;
+        png_read_row(png_, page.PageRow(y), nullptr);
+      }
     }
     png_read_end(png_, info_);
     return true;
@@ -273,15 +276,17 @@ Head ReadHead(Reader* reader, uint64_t fileBytes) {
           std::move(original)};
 }
 
-Dib Read(Bytes* file, uint64_t /*place*/, Metadata* metadata) {
+Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* metadata) {
   Reader reader(file);
   const Head head = ReadHead(&reader, file->size());
-  Dib page = MakePage(head.width, head.height, head.bits, head.resolution);
+  Dib page = reading.NewPage(head.width, head.height, head.bits, head.resolution);
   const PageView view(page);
   if (png_get_rowbytes(reader.png(), reader.info()) > view.stride()) Damaged("");
   for (int y = 0; y < view.height(); ++y) std::memset(view.PageRow(y) + view.stride() - 4, 0, 4);
   if (head.hasPalette) ReadPalette(reader, view);
-  if (!reader.ReadRows(view)) reader.Fail();
+  const bool isRead = reader.ReadRows(view, reading);
+  reading.CheckTime();
+  if (!isRead) reader.Fail();
   if (metadata != nullptr) {
     Tell(head.original, metadata);
     ReadMetadata(reader, metadata);

@@ -190,12 +190,13 @@ void ReadColourMap(TIFF* file, const PageView& page) {
 }
 
 // Rows straight into the page, at the depth that the file has.
-Dib ReadRows(TIFF* file, const Layout& layout, const Messages& messages) {
+Dib ReadRows(TIFF* file, const Layout& layout, const Reading& reading, const Messages& messages) {
   const int bits = layout.samples == 3 ? 24 : layout.bits;
-  Dib page = MakePage(layout.width, layout.height, bits, layout.resolution);
+  Dib page = reading.NewPage(layout.width, layout.height, bits, layout.resolution);
   const PageView view(page);
   if (static_cast<size_t>(TIFFScanlineSize(file)) > view.stride()) Damaged(messages);
   for (uint32_t y = 0; y < layout.height; ++y) {
+    reading.CheckTime();
     uint8_t* row = view.PageRow(static_cast<int>(y));
     std::memset(row, 0, view.stride());  // a decoder that stops early shows nothing of the memory's past
     if (TIFFReadScanline(file, row, y) < 0 || !messages.error.empty()) Damaged(messages);
@@ -212,10 +213,11 @@ Dib ReadRows(TIFF* file, const Layout& layout, const Messages& messages) {
 }
 
 // Every other layout, as libtiff turns it into red, green, blue and alpha; alpha goes over white.
-Dib ReadThroughRgba(TIFF* file, const Layout& layout, const Messages& messages) {
+Dib ReadThroughRgba(TIFF* file, const Layout& layout, const Reading& reading, const Messages& messages) {
   char reason[1024];
   if (TIFFRGBAImageOK(file, reason) == 0) throw PageError(Text("cannot be read: ", reason), ErrUnsupported);
-  Dib page = MakePage(layout.width, layout.height, 24, layout.resolution);
+  Dib page = reading.NewPage(layout.width, layout.height, 24, layout.resolution,
+                             uint64_t{4} * layout.width * layout.height);
   Dib raster = MakePage(layout.width, layout.height, 32, {});  // the pixel words of libtiff
   const PageView words(raster);
   const PageView view(page);
@@ -485,7 +487,7 @@ void TellOriginal(TIFF* file, const Layout& layout, Metadata* metadata) {
   ReadMetadata(file, metadata);
 }
 
-Dib Read(Bytes* bytes, uint64_t directory, Metadata* metadata) {
+Dib Read(Bytes* bytes, uint64_t directory, const Reading& reading, Metadata* metadata) {
   const OpenTiff file(bytes, directory);
   const Layout layout = ReadLayout(file.tiff());
   if (metadata != nullptr) TellOriginal(file.tiff(), layout, metadata);
@@ -495,9 +497,9 @@ Dib Read(Bytes* bytes, uint64_t directory, Metadata* metadata) {
     if (IsPlainColour(layout) && layout.photometric == PHOTOMETRIC_YCBCR) {
       TIFFSetField(file.tiff(), TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
     }
-    page = ReadRows(file.tiff(), layout, file.messages());
+    page = ReadRows(file.tiff(), layout, reading, file.messages());
   } else {
-    page = ReadThroughRgba(file.tiff(), layout, file.messages());
+    page = ReadThroughRgba(file.tiff(), layout, reading, file.messages());
   }
   return Upright(std::move(page), layout.orientation);
 }
@@ -540,8 +542,9 @@ std::vector<uint8_t> Encode(const Dib& page, const Metadata& metadata, const Opt
 
 class TiffDocument : public Document {
  public:
-  explicit TiffDocument(Bytes* bytes) : file_(bytes, /*isWritten=*/true), tiff_(Open(&file_, &messages_)) {
-    if (!tiff_) NotWritten(messages_);
+  explicit TiffDocument(Bytes* bytes)
+      : bytes_(bytes), file_(bytes, /*isWritten=*/true), tiff_(Open(&file_, &messages_)) {
+    if (!tiff_) Fail();
   }
 
   // The compressed strips go over as they are.
@@ -552,25 +555,31 @@ class TiffDocument : public Document {
     CopyFields(from.tiff(), to);
     Metadata metadata;
     ReadMetadata(from.tiff(), &metadata);
-    if (!WriteMetadata(to, metadata)) NotWritten(messages_);
+    if (!WriteMetadata(to, metadata)) Fail();
     std::vector<uint8_t> strip;
     for (uint32_t i = 0; i < TIFFNumberOfStrips(from.tiff()); ++i) {
       const uint64_t size = TIFFGetStrileByteCount(from.tiff(), i);
       strip.resize(static_cast<size_t>(size));
       const auto count = static_cast<tmsize_t>(size);
       if (TIFFReadRawStrip(from.tiff(), i, strip.data(), count) != count) NotWritten(from.messages());
-      if (TIFFWriteRawStrip(to, i, strip.data(), count) != count) NotWritten(messages_);
+      if (TIFFWriteRawStrip(to, i, strip.data(), count) != count) Fail();
     }
-    if (TIFFWriteDirectory(to) == 0 || !messages_.error.empty()) NotWritten(messages_);
+    if (TIFFWriteDirectory(to) == 0 || !messages_.error.empty()) Fail();
     file_.SkipToLastPage();
   }
 
   void Close() override {
     tiff_.reset();
-    if (!messages_.error.empty()) NotWritten(messages_);
+    if (!messages_.error.empty()) Fail();
   }
 
  private:
+  [[noreturn]] void Fail() const {
+    if (bytes_->problem() != nullptr) formats::NotWritten(bytes_->problem());
+    NotWritten(messages_);
+  }
+
+  Bytes* bytes_;
   Messages messages_;
   TiffFile file_;
   TiffHandle tiff_;

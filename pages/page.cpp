@@ -387,13 +387,13 @@ Ink GroundInk(const PageView& page, bool light) {
   // The bins are the indices, or the top 4 bits of each colour.
   struct Bin {
     uint32_t count = 0;
-    uint32_t sums[3] = {0, 0, 0};
+    uint64_t sums[3] = {0, 0, 0};
   };
   std::vector<Bin> bins(page.bits() == 8 ? 256 : 4096);
   const std::vector<uint8_t> table = BrightnessTable(page);
-  for (int y = 0; y < page.height(); y += kStep) {
-    const uint8_t* row = page.PageRow(y);
-    for (int x = 0; x < page.width(); x += kStep) {
+  for (int64_t y = 0; y < page.height(); y += kStep) {
+    const uint8_t* row = page.PageRow(static_cast<int>(y));
+    for (int64_t x = 0; x < page.width(); x += kStep) {
       if (page.bits() == 8) {
         if (isGround(table[row[x]])) ++bins[row[x]].count;
         continue;

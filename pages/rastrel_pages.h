@@ -408,6 +408,17 @@ RASTREL_PAGES_API int32_t RASTREL_CALL CountPages(const PageFile* file);
 RASTREL_PAGES_API const char* RASTREL_CALL DamageOfPages(const PageFile* file);
 /* The format's name, as PageFormat has it. */
 RASTREL_PAGES_API const char* RASTREL_CALL FormatOfPages(const PageFile* file);
+/* What reading a page may cost, so that a small file which claims a giant picture does no harm, and how. */
+typedef struct PageReadOptions {
+  uint32_t size;
+  int32_t dpi;        /* at which pages are drawn that have no pixels of their own; 0: 300 */
+  int64_t mostPixels; /* of a page; 0: 1,000,000,000 */
+  int64_t mostBytes;  /* of memory for a page; 0: 4 GiB */
+  double mostSeconds; /* for a page; 0: 120 */
+} PageReadOptions;
+/* Sets them for all pages that are read from then on; no other thread may read meanwhile. Pages beyond a
+ * limit end in ErrTooLarge. Returns 1 or 0. */
+RASTREL_PAGES_API int RASTREL_CALL SetPageReadOptions(PageFile* file, const PageReadOptions* options);
 /* Tells what page `index` (from 0) will be when it is read, by its header alone. Returns 1 or 0. */
 RASTREL_PAGES_API int RASTREL_CALL DescribePageInFile(const PageFile* file, int32_t index, PageInfo* info);
 /* Reads a page, upright whatever its orientation in the file, with `metadata` (may be null), which the caller
@@ -465,6 +476,36 @@ RASTREL_PAGES_API EncodedPage* RASTREL_CALL EncodePage(HGLOBAL page, const PageM
                                                        const char* format, const char* options);
 RASTREL_PAGES_API int RASTREL_CALL AppendEncodedPage(PageWriter* writer, const EncodedPage* page);
 RASTREL_PAGES_API void RASTREL_CALL FreeEncodedPage(EncodedPage* page);
+
+/* ---- pages as files have them ----
+ *
+ * A page of 16 bits, with alpha, in inks or of floating-point numbers loses something when it becomes one of
+ * 1 to 24 bits. As a raw page it keeps its samples, can be moved and goes into a file again as it was. */
+
+typedef struct RawPage RawPage;
+typedef struct RawPageInfo {
+  uint32_t size;
+  int32_t width, height;
+  int32_t bits;    /* of a sample */
+  int32_t samples; /* of a pixel */
+  double dpiX, dpiY;
+} RawPageInfo;
+
+/* As ReadPage. Null and ErrUnsupported where the format has none. */
+RASTREL_PAGES_API RawPage* RASTREL_CALL ReadRawPage(const PageFile* file, int32_t index,
+                                                    PageMetadata** metadata);
+RASTREL_PAGES_API void RASTREL_CALL FreeRawPage(RawPage* page);
+RASTREL_PAGES_API int RASTREL_CALL DescribeRawPage(const RawPage* page, RawPageInfo* info);
+/* New pages, as FlipPage, TurnPage, CropPage and SplitPage make them. */
+RASTREL_PAGES_API RawPage* RASTREL_CALL FlipRawPage(const RawPage* page, int isVertical);
+RASTREL_PAGES_API RawPage* RASTREL_CALL TurnRawPage(const RawPage* page, int quarters);
+RASTREL_PAGES_API RawPage* RASTREL_CALL CropRawPage(const RawPage* page, int left, int top, int width,
+                                                    int height);
+/* As AppendPage and EncodePage. ErrUnsupported where the format cannot hold such a page. */
+RASTREL_PAGES_API int RASTREL_CALL AppendRawPage(PageWriter* writer, const RawPage* page,
+                                                 const PageMetadata* metadata);
+RASTREL_PAGES_API EncodedPage* RASTREL_CALL EncodeRawPage(const RawPage* page, const PageMetadata* metadata,
+                                                          const char* format, const char* options);
 
 /* ---- formats ---- */
 

@@ -2,10 +2,13 @@
 
 #include <unistd.h>
 
+#include <charconv>
 #include <csignal>
 #include <cstdio>
+#include <sstream>
 
 #include "tools/command_options.h"
+#include "tools/console.h"
 #include "tools/system.h"
 #include "tools/words.h"
 
@@ -44,6 +47,42 @@ void SortWords(const std::vector<std::string>& words, JobOptions* options) {
     }
   }
   if (options->inputs.empty()) throw UsageError("apply: no input file");
+}
+
+// From "pixels=2G,seconds=none".
+void ParseLimits(std::string_view text, PageReadOptions* limits) {
+  constexpr double kNone = 9e18;
+  for (const std::string_view part : Split(text, ',')) {
+    const size_t equals = std::min(part.find('='), part.size());
+    const std::string_view name = part.substr(0, equals);
+    std::string_view digits = part.substr(std::min(equals + 1, part.size()));
+    double factor = 1, value = 0;
+    for (const auto& [unit, times] : {std::pair('k', 1e3), {'M', 1e6}, {'G', 1e9}}) {
+      if (digits.ends_with(unit)) factor = times;
+    }
+    if (factor > 1) digits.remove_suffix(1);
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    const bool isNumber = error == std::errc() && end == digits.data() + digits.size() && value > 0;
+    if (!isNumber && digits != "none") throw UsageError(fmt::format("--limit: '{}' has no number", part));
+    value = isNumber ? std::min(value * factor, kNone) : kNone;
+    if (name == "pixels") {
+      limits->mostPixels = static_cast<int64_t>(value);
+    } else if (name == "bytes") {
+      limits->mostBytes = static_cast<int64_t>(value);
+    } else if (name == "seconds") {
+      limits->mostSeconds = std::min(value, 1e9);
+    } else {
+      throw UsageError(fmt::format("--limit: '{}' is not one of pixels, bytes, seconds", name));
+    }
+  }
+}
+
+void AddLimitOption(CLI::App* app, JobOptions* options) {
+  app->add_option_function<std::string>(
+         "--limit", [options](const std::string& text) { ParseLimits(text, &options->reading); },
+         "What a page of a file may cost at most: pixels=N,bytes=N,seconds=N, each a\n"
+         "number, which k, M, G may follow, or none (pixels=1G,bytes=4G,seconds=120)")
+      ->type_name("LIST");
 }
 
 void RemoveUnfinished(int signal) {
@@ -115,6 +154,7 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
       ->check(CLI::Range(1, 100))
       ->type_name("N");
   AddJobsOption(app, options);
+  AddLimitOption(app, options);
 }
 
 // Says what may have been meant by the first word that no command or option is called.
@@ -174,18 +214,25 @@ int RunCommand(int argc, char** argv) {
   info->add_option("inputs", options.inputs, ReadableTitles() + " files")->required()->type_name("FILE...");
   AddReportOptions(info, &options.report);
   AddJobsOption(info, &options);
+  AddLimitOption(info, &options);
 
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() != 0) RefuseUnknownWords(app, argc, argv);
-    return app.exit(error) == 0 ? 0 : kExitUsage;
+    std::ostringstream out, complaint;
+    const int code = app.exit(error, out, complaint);
+    Put(stdout, out.str());
+    for (const std::string_view line : Split(complaint.str(), '\n')) {
+      if (!line.empty()) Print(stderr, "{}\n", line);
+    }
+    return code == 0 ? 0 : kExitUsage;
   }
 
   if (isList || isMarkdown) {
-    fmt::print("{}", isMarkdown              ? OperationsMarkdown()
-                     : options.report.isJson ? OperationsJson()
-                                             : OperationsHelp());
+    Put(stdout, isMarkdown              ? OperationsMarkdown()
+                : options.report.isJson ? OperationsJson()
+                                        : OperationsHelp());
     return 0;
   }
   options.command = clean->parsed() ? Command::kClean : apply->parsed() ? Command::kApply : Command::kInfo;

@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/console.h"
 #include "tools/paths.h"
 #include "tools/system.h"
 #include "tools/words.h"
@@ -23,9 +24,11 @@ constexpr double kAssumedDpi = 300;
 
 // ---- the plan ---------------------------------------------------------------------------------------------
 
-void ListTasks(const std::vector<std::string>& inputs, Plan* plan) {
+void ListTasks(const JobOptions& options, Plan* plan) {
+  const std::vector<std::string>& inputs = options.inputs;
   for (size_t i = 0; i < inputs.size(); ++i) {
     Input file(OpenPages(inputs[i].c_str()));
+    if (file) SetPageReadOptions(file.get(), &options.reading);
     if (!file) {
       plan->tasks.push_back({{{.input = i, .error = PagesErrorText()}}});
       continue;
@@ -391,6 +394,8 @@ class Jobs {
 
   int Run() {
     RunInOrder(plan_.tasks.size(), static_cast<unsigned>(options_.threads), [this](size_t i) -> Finish {
+      // What nobody learns of need not be looked at; pages are written all the same.
+      if (options_.command == Command::kInfo && IsOutputLost()) return [] {};
       const auto page = std::make_shared<Finished>(Work(plan_.tasks[i]));
       return [this, page] { Take(std::move(*page)); };
     });
@@ -654,7 +659,7 @@ std::optional<PageFormat> FindFormat(std::string_view extension) {
 
 Plan MakePlan(const JobOptions& options) {
   Plan plan;
-  ListTasks(options.inputs, &plan);
+  ListTasks(options, &plan);
   if (options.command == Command::kInfo) return plan;
   const fs::path out = PathOf(options.output);
   const bool isFolder = IsFolder(options.output);

@@ -1,20 +1,30 @@
 // The `rastrel` command.
-#include <cstdio>
 #include <exception>
 
-#include <fmt/format.h>
-
 #include "tools/command_line.h"
+#include "tools/console.h"
 #include "tools/operations.h"
+#include "tools/system.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int Run(int argc, char** argv) {
+  using namespace rastrel::tool;
   try {
-    return rastrel::tool::RunCommand(argc, argv);
-  } catch (const rastrel::tool::UsageError& error) {
-    fmt::print(stderr, "rastrel: {}\nTry 'rastrel --help'.\n", error.what());
-    return rastrel::tool::kExitUsage;
+    return RunCommand(argc, argv);
+  } catch (const UsageError& error) {
+    Print(stderr, "rastrel: {}\n", error.what());
+    Put(stderr, "Try 'rastrel --help'.\n");
+    return kExitUsage;
   } catch (const std::exception& error) {
-    fmt::print(stderr, "rastrel: {}\n", error.what());
+    Print(stderr, "rastrel: {}\n", error.what());
     return 1;
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  rastrel::tool::ReserveStandardFiles();
+  return rastrel::tool::ExitCode(Run(argc, argv));
 }

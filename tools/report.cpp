@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "tools/console.h"
 #include "tools/system.h"
 
 namespace rastrel::tool {
@@ -112,28 +113,28 @@ std::string Deeds(const PageReport& report) {
   return text.empty() ? "nothing to do" : text;
 }
 
-void PrintRemoved(const PageReport& report) {
+void PrintRemoved(std::FILE* out, const PageReport& report) {
   const CleanSummary& page = report.summary;
   if (TrimmedPixels(page) > 0) {
-    fmt::print("    border: {} pixels at the left, {} at the right, {} above, {} below\n", page.trimmedLeft,
-               page.trimmedRight, page.trimmedTop, page.trimmedBottom);
+    Print(out, "    border: {} pixels at the left, {} at the right, {} above, {} below\n", page.trimmedLeft,
+          page.trimmedRight, page.trimmedTop, page.trimmedBottom);
   }
   for (const PageHole& hole : HolesOf(report)) {
-    fmt::print("    hole at the {}: {:.0f} pixels wide, its middle at {:.0f}, {:.0f}\n", hole.side,
-               hole.diameter, hole.x, hole.y);
+    Print(out, "    hole at the {}: {:.0f} pixels wide, its middle at {:.0f}, {:.0f}\n", hole.side,
+          hole.diameter, hole.x, hole.y);
   }
-  if (page.specks > 0) fmt::print("    specks: {}, of {} pixels in all\n", page.specks, page.speckPixels);
+  if (page.specks > 0) Print(out, "    specks: {}, of {} pixels in all\n", page.specks, page.speckPixels);
 }
 
-void PrintSteps(const PageReport& report) {
+void PrintSteps(std::FILE* out, const PageReport& report) {
   for (const Skipped& skipped : SkippedOf(report)) {
-    fmt::print("    {} skipped: {}\n", skipped.step, skipped.reason);
+    Print(out, "    {} skipped: {}\n", skipped.step, skipped.reason);
   }
-  for (const StepTime& time : report.times) fmt::print("    {}: {:.2f} ms\n", time.step, time.milliseconds);
+  for (const StepTime& time : report.times) Print(out, "    {}: {:.2f} ms\n", time.step, time.milliseconds);
 }
 
-void PrintReduced(const PageReport& report) {
-  for (const std::string& reduction : report.reduced) fmt::print("    reduced: {}\n", reduction);
+void PrintReduced(std::FILE* out, const PageReport& report) {
+  for (const std::string& reduction : report.reduced) Print(out, "    reduced: {}\n", reduction);
 }
 
 // "8 bits", or "8 bits (16 in the file)"
@@ -152,7 +153,7 @@ std::string PageName(const PageReport& report) {
 }  // namespace
 
 Reporter::Reporter(Command command, const ReportOptions& options, size_t pages)
-    : command_(command), options_(options), pages_(pages) {
+    : command_(command), options_(options), pages_(pages), out_(options.toStandardError ? stderr : stdout) {
   hasBar_ =
       pages > 1 && command != Command::kInfo && !options.isQuiet && !options.isVerbose && CanDrawOnScreen();
   DrawBar();
@@ -161,7 +162,6 @@ Reporter::Reporter(Command command, const ReportOptions& options, size_t pages)
 Reporter::~Reporter() {
   ClearBar();
   if (hasBar_ && !options_.isJson) PrintCounts(fmt::format("{} pages", pages_), "");
-  std::fflush(stdout);
 }
 
 void Reporter::Page(const PageReport& report) {
@@ -187,11 +187,10 @@ void Reporter::Page(const PageReport& report) {
   if (options_.isJson) {
     // A file name may be any bytes; JSON wants UTF-8.
     const std::string line = ToJson(report, command_).dump(-1, ' ', false, Json::error_handler_t::replace);
-    fmt::print("{}\n", line);
+    Put(out_, line + "\n");
   } else if (!options_.isQuiet) {
     PrintLine(report);
   }
-  std::fflush(stdout);
   DrawBar();
 }
 
@@ -208,15 +207,15 @@ void Reporter::PrintLine(const PageReport& report) {
   const CleanSummary& record = report.summary;
   if (command_ == Command::kInfo) {
     if (!report.error.empty()) return;
-    fmt::print("{}: {} x {} pixels, {}, {}, skew {}{}\n", PageName(report), record.width, record.height,
-               Bits(report), record.dpiX > 0 ? Dots(record) : "no resolution",
-               record.isSkewCertain != 0 ? fmt::format("{:.2f}", record.skew) : "unknown",
-               record.isBlank ? ", blank" : "");
+    Print(out_, "{}: {} x {} pixels, {}, {}, skew {}{}\n", PageName(report), record.width, record.height,
+          Bits(report), record.dpiX > 0 ? Dots(record) : "no resolution",
+          record.isSkewCertain != 0 ? fmt::format("{:.2f}", record.skew) : "unknown",
+          record.isBlank ? ", blank" : "");
     if (options_.isVerbose) {
-      fmt::print("    file: {}, {} bits a sample, compression: {}{}{}\n", report.space, report.depth,
-                 report.compression, report.tags.empty() ? "" : "; ", fmt::join(report.tags, ", "));
-      PrintReduced(report);
-      PrintSteps(report);
+      Print(out_, "    file: {}, {} bits a sample, compression: {}{}{}\n", report.space, report.depth,
+            report.compression, report.tags.empty() ? "" : "; ", fmt::join(report.tags, ", "));
+      PrintReduced(out_, report);
+      PrintSteps(out_, report);
     }
     return;
   }
@@ -225,12 +224,12 @@ void Reporter::PrintLine(const PageReport& report) {
     ForgetOutputs();
     if (!report.error.empty()) return;
     const std::string deeds = command_ == Command::kClean ? Deeds(report) : "done";
-    fmt::print("{}: {} x {} pixels, {} bit{}, {}: {}{}\n", PageName(report), record.width, record.height,
-               record.bits, record.bits == 1 ? "" : "s", Dots(record), deeds, arrow);
-    if (command_ == Command::kClean) PrintRemoved(report);
-    PrintReduced(report);
-    if (!report.overlay.empty()) fmt::print("    overlay: {}\n", report.overlay);
-    PrintSteps(report);
+    Print(out_, "{}: {} x {} pixels, {} bit{}, {}: {}{}\n", PageName(report), record.width, record.height,
+          record.bits, record.bits == 1 ? "" : "s", Dots(record), deeds, arrow);
+    if (command_ == Command::kClean) PrintRemoved(out_, report);
+    PrintReduced(out_, report);
+    if (!report.overlay.empty()) Print(out_, "    overlay: {}\n", report.overlay);
+    PrintSteps(out_, report);
     return;
   }
   if (report.page < report.pages || hasBar_) return;
@@ -239,7 +238,7 @@ void Reporter::PrintLine(const PageReport& report) {
   if (report.pages > 1) {
     if (failed_ < report.pages) PrintCounts(fmt::format("{}: {} pages", report.file, report.pages), arrow);
   } else if (report.error.empty()) {
-    fmt::print("{}: {}{}\n", PageName(report), command_ == Command::kClean ? Deeds(report) : "done", arrow);
+    Print(out_, "{}: {}{}\n", PageName(report), command_ == Command::kClean ? Deeds(report) : "done", arrow);
   }
   turned_ = trimmed_ = punched_ = failed_ = dropped_ = 0;
   droppedPages_.clear();
@@ -254,24 +253,24 @@ void Reporter::PrintCounts(const std::string& head, const std::string& tail) con
   if (turned_ > 0) text += fmt::format(", {} turned", turned_);
   if (trimmed_ > 0) text += fmt::format(", {} trimmed", trimmed_);
   if (punched_ > 0) text += fmt::format(", {} with holes erased", punched_);
-  fmt::print("{}{}\n", text, tail);
+  Print(out_, "{}{}\n", text, tail);
 }
 
 void Reporter::Error(const std::string& file, const std::string& message) {
   hasErrors_ = true;
   ClearBar();
-  fmt::print(stderr, "rastrel: {}: {}\n", file, message);
+  Print(stderr, "rastrel: {}: {}\n", file, message);
 }
 
 void Reporter::Warn(const std::string& message) {
   if (options_.isQuiet) return;
   ClearBar();
-  fmt::print(stderr, "rastrel: {}\n", message);
+  Print(stderr, "rastrel: {}\n", message);
 }
 
 void Reporter::ClearBar() {
   if (!isBarDrawn_) return;
-  fmt::print(stderr, "\r\x1b[K");
+  Put(stderr, "\r\x1b[K");
   isBarDrawn_ = false;
 }
 
@@ -279,8 +278,7 @@ void Reporter::DrawBar() {
   constexpr size_t kCells = 30;
   if (!hasBar_ || pages_ == 0 || done_ == pages_) return;
   const size_t full = done_ * kCells / pages_;
-  fmt::print(stderr, "\r\x1b[K[{:#<{}}{:.<{}}] {} of {}", "", full, "", kCells - full, done_, pages_);
-  std::fflush(stderr);
+  Put(stderr, fmt::format("\r\x1b[K[{:#<{}}{:.<{}}] {} of {}", "", full, "", kCells - full, done_, pages_));
   isBarDrawn_ = true;
 }
 

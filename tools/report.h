@@ -3,6 +3,7 @@
 #define RASTREL_TOOLS_REPORT_H
 
 #include <cstddef>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@ struct ReportOptions {
   bool isJson = false;
   bool isQuiet = false;
   bool isVerbose = false;
+  bool toStandardError = false;  // where standard output is for a page
 };
 
 struct StepTime {
@@ -76,6 +78,7 @@ class Reporter {
   Command command_;
   ReportOptions options_;
   size_t pages_;
+  std::FILE* out_;
   size_t done_ = 0;
   bool hasBar_ = false;
   bool isBarDrawn_ = false;

@@ -19,11 +19,15 @@ std::optional<FileKey> KeyOf(const std::string& path);
 // A path in the form in which the paths of different files differ.
 std::string Comparable(const std::string& path);
 
+// Takes the numbers of standard input, output and error where they are closed, so that no file that is opened
+// gets one of them and receives what is meant for people.
+void ReserveStandardFiles();
+
 // Whether standard error is a screen that knows escape sequences.
 bool CanDrawOnScreen();
 
-// Calls `handler` when the process is interrupted, and lets a write beyond the file size limit fail instead
-// of ending the process.
+// Calls `handler` when the process is interrupted, and lets writes beyond the file size limit, and to pipes
+// that nobody reads, fail instead of ending the process.
 void OnInterruption(void (*handler)(int signal));
 
 // Calls `work` when no other thread is in a call of this.

@@ -23,6 +23,7 @@ int32_t RASTREL_CALL CountPages(const PageFile*) { return 0; }
 const char* RASTREL_CALL DamageOfPages(const PageFile*) { return nullptr; }
 const char* RASTREL_CALL FormatOfPages(const PageFile*) { return nullptr; }
 int RASTREL_CALL DescribePageInFile(const PageFile*, int32_t, PageInfo*) { return Refuse<int>(); }
+int RASTREL_CALL SetPageReadOptions(PageFile*, const PageReadOptions*) { return Refuse<int>(); }
 HGLOBAL RASTREL_CALL ReadPage(const PageFile*, int32_t, PageMetadata**) { return Refuse<HGLOBAL>(); }
 
 PageWriter* RASTREL_CALL CreatePages(const char*, const char*, const char*) { return Refuse<PageWriter*>(); }
@@ -42,6 +43,17 @@ EncodedPage* RASTREL_CALL EncodePage(HGLOBAL, const PageMetadata*, const char*, 
 }
 int RASTREL_CALL AppendEncodedPage(PageWriter*, const EncodedPage*) { return Refuse<int>(); }
 void RASTREL_CALL FreeEncodedPage(EncodedPage*) {}
+
+RawPage* RASTREL_CALL ReadRawPage(const PageFile*, int32_t, PageMetadata**) { return Refuse<RawPage*>(); }
+void RASTREL_CALL FreeRawPage(RawPage*) {}
+int RASTREL_CALL DescribeRawPage(const RawPage*, RawPageInfo*) { return Refuse<int>(); }
+RawPage* RASTREL_CALL FlipRawPage(const RawPage*, int) { return Refuse<RawPage*>(); }
+RawPage* RASTREL_CALL TurnRawPage(const RawPage*, int) { return Refuse<RawPage*>(); }
+RawPage* RASTREL_CALL CropRawPage(const RawPage*, int, int, int, int) { return Refuse<RawPage*>(); }
+int RASTREL_CALL AppendRawPage(PageWriter*, const RawPage*, const PageMetadata*) { return Refuse<int>(); }
+EncodedPage* RASTREL_CALL EncodeRawPage(const RawPage*, const PageMetadata*, const char*, const char*) {
+  return Refuse<EncodedPage*>();
+}
 
 int32_t RASTREL_CALL CountPageFormats(void) { return 0; }
 int RASTREL_CALL GetPageFormat(int32_t, PageFormat*) { return Refuse<int>(); }

@@ -231,9 +231,48 @@ case_full_disk() {
   for format in bmp png tif; do
     expect 1 bash -c "ulimit -f 8; '$rastrel' apply '$letter' -o full.$format grey"
     complains "full.$format"
+    grep -q "File too large" err || fail "no reason: $(cat err)"
     [ ! -e "full.$format" ] || fail "a partial full.$format"
   done
   no_leftovers
+}
+
+# Where nobody hears what is told, pages are done all the same, and the exit code says that a report is lost.
+case_lost_report() {
+  local arguments
+  for arguments in "info $letter" "info $letter --json" "apply --list" "--help"; do
+    expect 1 bash -c "'$rastrel' $arguments >/dev/full"
+    [ "$(wc -l <err)" -eq 1 ] && [ "$(cat err)" = "rastrel: standard output: No space left on device" ] || fail "told: $(cat err)"
+  done
+  expect 1 bash -c "'$rastrel' clean '$letter' -o closed.tif >&-"
+  expect 0 "$rastrel" info closed.tif
+  echo text >text.tif
+  local lost
+  for lost in '2>/dev/full' '2>&-' '2> >(exec true)' '> >(exec true)'; do
+    rm -rf out-folder
+    bash -c "'$rastrel' apply text.tif '$letter' -o out-folder/ $lost" >/dev/null 2>&1
+    [ $? -eq 1 ] && [ -e out-folder/letter-1bit.tif ] || fail "pages are not done with $lost: $(ls)"
+  done
+  # What files are called does nothing to the terminal.
+  cp "$letter" $'a\n\e]0;b\x9b.tif'
+  expect 0 "$rastrel" apply a*.tif -o name.tif
+  grep -qF 'a\n\x1b]0;b\x9b.tif: done -> name.tif' out || fail "told: $(cat -v out)"
+  expect 2 "$rastrel" apply a*.tif -o a*.tif
+  LC_ALL=C grep -q '[^[:print:]]' err && fail "told: $(cat -v err)"
+}
+
+# 40 rows of 2500 bytes.
+case_limits() {
+  "$rastrel" apply "$letter" -o wide.tif scale:20000,40 -q
+  expect 0 "$rastrel" info wide.tif --limit pixels=800k,bytes=100k,seconds=none
+  expect 1 "$rastrel" info wide.tif --limit pixels=799k
+  complains "20000 x 40 pixels, more than the limit of 799000"
+  expect 1 "$rastrel" info wide.tif --limit bytes=99999
+  complains "needs 100000 bytes of memory, more than the limit of 99999"
+  expect 1 "$rastrel" info wide.tif --limit seconds=0.000001
+  complains "takes longer to read"
+  expect 2 "$rastrel" info wide.tif --limit pixel=1
+  expect 2 "$rastrel" info wide.tif --limit pixels=many
 }
 
 case_interruption() {

@@ -1,5 +1,6 @@
 #include "tools/system.h"
 
+#include <fcntl.h>
 #include <oneapi/tbb/global_control.h>
 #include <oneapi/tbb/parallel_pipeline.h>
 #include <sys/stat.h>
@@ -20,11 +21,19 @@ std::optional<FileKey> KeyOf(const std::string& path) {
 
 std::string Comparable(const std::string& path) { return path; }
 
+// Each is opened the wrong way round: reading and writing fail as they would if it were closed.
+void ReserveStandardFiles() {
+  for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(number, F_GETFD) < 0) ::open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
 bool CanDrawOnScreen() { return ::isatty(STDERR_FILENO) == 1; }
 
 void OnInterruption(void (*handler)(int signal)) {
   std::signal(SIGXFSZ, SIG_IGN);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) {
+  std::signal(SIGPIPE, SIG_IGN);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     // A signal that was ignored when we were started (nohup) stays ignored.
     if (std::signal(signal, handler) == SIG_IGN) std::signal(signal, SIG_IGN);
   }

@@ -32,6 +32,9 @@ std::string Comparable(const std::string& path) {
   return NameOf(name);
 }
 
+// Closed ones stay closed there: files are opened under other numbers.
+void ReserveStandardFiles() {}
+
 bool CanDrawOnScreen() {
   HANDLE screen = GetStdHandle(STD_ERROR_HANDLE);
   DWORD mode = 0;

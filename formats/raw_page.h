@@ -1,0 +1,46 @@
+// A page with the samples that its file has, and the moves of it.
+#ifndef RASTREL_FORMATS_RAW_PAGE_H
+#define RASTREL_FORMATS_RAW_PAGE_H
+
+#include <cstdint>
+#include <vector>
+
+#include "pages/page.h"
+
+namespace rastrel::formats {
+
+using namespace pages;
+
+// Samples take whole bytes of this machine's order, a pixel's one after the other, rows from the top.
+struct Raw {
+  int32_t width = 0, height = 0;
+  int bits = 8;     // of a sample in its file
+  int samples = 1;  // of a pixel
+  Resolution resolution;
+  // As TIFF numbers them, which knows all kinds.
+  uint16_t photometric = 1, sampleFormat = 1;
+  std::vector<uint16_t> extras;   // what the last samples of a pixel are
+  std::vector<uint16_t> colours;  // of a palette: reds, greens, blues
+  std::vector<uint8_t> bytes;
+
+  size_t sampleBytes() const { return bits <= 8 ? 1 : bits <= 16 ? 2 : bits <= 32 ? 4 : 8; }
+  size_t rowSamples() const { return static_cast<size_t>(width) * static_cast<size_t>(samples); }
+  size_t rowBytes() const { return rowSamples() * sampleBytes(); }
+  uint8_t* Row(int32_t y) { return bytes.data() + static_cast<size_t>(y) * rowBytes(); }
+  const uint8_t* Row(int32_t y) const { return bytes.data() + static_cast<size_t>(y) * rowBytes(); }
+};
+
+// The page but for its pixels, with room for those of another size.
+Raw RawLike(const Raw& page, int32_t width, int32_t height);
+
+Raw Flipped(const Raw& page, bool isVertical);
+// By quarters counter-clockwise.
+Raw Turned(const Raw& page, int quarters);
+// A width or height of 0 goes up to the edge. Throws PageError where the rectangle is not on the page.
+Raw Cropped(const Raw& page, int left, int top, int width, int height);
+// Undoes an orientation as TIFF and EXIF number it.
+Raw Upright(Raw page, int orientation);
+
+}  // namespace rastrel::formats
+
+#endif
