@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "pages/text.h"
+#include "pixels/kernels.h"
+#include "pixels/weighted_greys.h"
 
 namespace rastrel::pages {
 namespace {
@@ -64,8 +66,12 @@ uint64_t WordOfBytes(const uint8_t* bytes) {
          uint64_t{bytes[6]} << 8 | uint64_t{bytes[7]};
 }
 
-void LumaOfRow(const uint8_t* __restrict row, size_t width, uint8_t* __restrict out) {
-  for (size_t x = 0; x < width; ++x) out[x] = Luma(row[3 * x + 2], row[3 * x + 1], row[3 * x]);
+struct LumaWeights {  // as Luma has them
+  static constexpr uint16_t kRed = 77, kGreen = 150, kBlue = 29;
+};
+
+void WordsOfRow(const uint8_t* __restrict row, size_t words, uint64_t flip, uint64_t* __restrict out) {
+  for (size_t i = 0; i < words; ++i) out[i] = WordOfBytes(row + 8 * i) ^ flip;
 }
 
 // Makes a page of the same size whose pixels are to be set.
@@ -302,36 +308,41 @@ PageInfo InfoOf(const PageView& page) {
           .dpiY = DotsPerInch(page.resolution().y)};
 }
 
-BytePlane GreyOf(const PageView& page) {
-  BytePlane grey(page.width(), page.height());
-  uint8_t table[256] = {};
-  bool isPlain = page.bits() == 8;
+GreyRows::GreyRows(const PageView& page) : page_(page) {
+  isPlain_ = page.bits() == 8;
   size_t entries = 0;
   for (const RGBQUAD& entry : page.palette().first(std::min<size_t>(page.palette().size(), 256))) {
-    table[entries] = Luma(entry.rgbRed, entry.rgbGreen, entry.rgbBlue);
-    isPlain = isPlain && table[entries] == entries;
+    table_[entries] = Luma(entry.rgbRed, entry.rgbGreen, entry.rgbBlue);
+    isPlain_ = isPlain_ && table_[entries] == entries;
     ++entries;
   }
-  isPlain = isPlain && entries == 256;
-  for (int y = 0; y < page.height(); ++y) {
-    const uint8_t* row = page.PageRow(y);
-    uint8_t* out = grey.Row(y);
-    if (page.bits() == 24) {
-      LumaOfRow(row, static_cast<size_t>(page.width()), out);
-    } else if (isPlain) {
-      std::memcpy(out, row, static_cast<size_t>(page.width()));
-    } else if (page.bits() == 8) {
-      for (int x = 0; x < page.width(); ++x) out[x] = table[row[x]];
-    } else {
-      for (int x = 0; x < page.width(); ++x) out[x] = table[GetIndex(row, page.bits(), x)];
-    }
+  isPlain_ = isPlain_ && entries == 256;
+}
+
+void GreyRows::Read(int y, uint8_t* out) const {
+  const uint8_t* row = page_.PageRow(y);
+  const auto width = static_cast<size_t>(page_.width());
+  if (page_.bits() == 24) {
+    kWeightedGreys<LumaWeights>(row, width, out);
+  } else if (isPlain_) {
+    std::memcpy(out, row, width);
+  } else if (page_.bits() == 8) {
+    for (size_t x = 0; x < width; ++x) out[x] = table_[row[x]];
+  } else {
+    for (int x = 0; x < page_.width(); ++x) out[x] = table_[GetIndex(row, page_.bits(), x)];
   }
+}
+
+BytePlane GreyOf(const PageView& page) {
+  BytePlane grey(page.width(), page.height(), PlaneContent::kUnset);
+  const GreyRows rows(page);
+  for (int y = 0; y < page.height(); ++y) rows.Read(y, grey.Row(y));
   return grey;
 }
 
 BitPlane InkOf1Bit(const PageView& page) {
   if (page.bits() != 1) throw PageError("is no page of 1 bit");
-  BitPlane ink(page.width(), page.height());
+  BitPlane ink(page.width(), page.height(), PlaneContent::kUnset);
   if (ink.isEmpty()) return ink;
   const bool isZeroInk = ExtremeInk(page, /*light=*/false).bytes[0] == 0;
   const uint64_t flip = isZeroInk ? ~uint64_t{0} : 0;
@@ -340,7 +351,7 @@ BitPlane InkOf1Bit(const PageView& page) {
   for (int y = 0; y < page.height(); ++y) {
     const uint8_t* row = page.PageRow(y);
     uint64_t* words = ink.Row(y);
-    for (size_t i = 0; i < whole; ++i) words[i] = WordOfBytes(row + 8 * i) ^ flip;
+    Widest<WordsOfRow>(row, whole, flip, words);
     if (whole < ink.wordsPerRow()) {
       uint8_t last[8] = {};
       std::memcpy(last, row + 8 * whole, page.stride() - 8 * whole);
@@ -395,14 +406,20 @@ Ink GroundInk(const PageView& page, bool light) {
     const uint8_t* row = page.PageRow(static_cast<int>(y));
     for (int64_t x = 0; x < page.width(); x += kStep) {
       if (page.bits() == 8) {
-        if (isGround(table[row[x]])) ++bins[row[x]].count;
+        ++bins[row[x]].count;
         continue;
       }
       const uint8_t* pixel = row + 3 * static_cast<size_t>(x);
-      if (!isGround((pixel[0] + pixel[1] + pixel[2]) / 3u)) continue;
+      // A third of the sum is the brightness, and is 128 or more where the sum is 3 x 128 or more.
+      if ((pixel[0] + pixel[1] + pixel[2] >= 3 * 128) != light) continue;
       Bin& bin = bins[static_cast<size_t>(pixel[0] >> 4 | (pixel[1] & 0xF0) | (pixel[2] >> 4) << 8)];
       ++bin.count;
       for (int i = 0; i < 3; ++i) bin.sums[i] += pixel[i];
+    }
+  }
+  if (page.bits() == 8) {
+    for (size_t i = 0; i < bins.size(); ++i) {
+      if (!isGround(table[i])) bins[i].count = 0;
     }
   }
   const auto fullest = std::max_element(bins.begin(), bins.end(),

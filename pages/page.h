@@ -166,6 +166,17 @@ PageInfo InfoOf(const PageView& page);
 constexpr uint8_t Luma(int red, int green, int blue) {
   return static_cast<uint8_t>((77 * red + 150 * green + 29 * blue) >> 8);  // BT.601 in 256ths
 }
+// Row by row, for what is looked at once. Out has room for the page's width.
+class GreyRows {
+ public:
+  explicit GreyRows(const PageView& page);
+  void Read(int y, uint8_t* out) const;
+
+ private:
+  const PageView& page_;
+  uint8_t table_[256] = {};
+  bool isPlain_ = false;  // the pixels are the greys
+};
 // A page of any depth.
 BytePlane GreyOf(const PageView& page);
 // The dark pixels of a page of 1 bit, and a page of 1 bit with those dark pixels.

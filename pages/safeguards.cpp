@@ -175,6 +175,17 @@ Shades ShadesOf(const PageView& page, const std::vector<uint8_t>& table, int y, 
   const int first = (from + 3) / 4, last = to / 4 + (to % 4 != 0);
   if (first >= last) return {};
   Shades shades = {0, last - first};
+  if (page.bits() == 8) {
+    for (int i = first; i < last; ++i) shades.dark += table[row[4 * i]] < kDark;
+    return shades;
+  }
+  if (page.bits() == 24) {
+    for (int i = first; i < last; ++i) {
+      const uint8_t* pixel = row + 12 * static_cast<size_t>(i);
+      shades.dark += pixel[0] + pixel[1] + pixel[2] < 3 * kDark;  // the third of which is the brightness
+    }
+    return shades;
+  }
   if (page.bits() != 1) {
     for (int i = first; i < last; ++i) shades.dark += Brightness(page, table, row, 4 * i) < kDark;
     return shades;
