@@ -331,15 +331,24 @@ void TakeRim(const BytePlane& grey, const NearbyPaper& paper, BitPlane* mask) {
       int x, y;
     };
     std::vector<Rim> above, found;
+    std::vector<uint64_t> around(mask->wordsPerRow());  // of a row and those beside it
+    const auto word = [&](size_t w, int by) {
+      return w + static_cast<size_t>(by) < around.size() ? around[w + static_cast<size_t>(by)] : 0;
+    };
     const auto putDown = [mask](std::vector<Rim>* rims) {
       for (const Rim& rim : *rims) mask->Set(rim.x, rim.y);
       rims->clear();
     };
     for (int y = 0; y < grey.height(); ++y) {
       const uint64_t* row = mask->Row(y);
-      for (size_t w = 0; w < mask->wordsPerRow(); ++w) {
+      const uint64_t* before = mask->Row(std::max(0, y - 1));
+      const uint64_t* after = mask->Row(std::min(grey.height() - 1, y + 1));
+      uint64_t any = 0;
+      for (size_t w = 0; w < around.size(); ++w) any |= around[w] = before[w] | row[w] | after[w];
+      for (size_t w = 0; any != 0 && w < around.size(); ++w) {
         if (row[w] == ~uint64_t{0}) continue;
-        uint64_t near = NearSet(*mask, y, w) & ~row[w];
+        const uint64_t here = around[w];
+        uint64_t near = (here | here << 1 | here >> 1 | word(w, -1) << 63 | word(w, 1) >> 63) & ~row[w];
         while (near != 0) {
           const int bit = std::countl_zero(near);
           near &= ~(uint64_t{1} << 63 >> bit);
@@ -387,14 +396,31 @@ BorderPlan Describe(const Sheet& sheet, BitPlane mask) {
 
 // ---- paper ------------------------------------------------------------------------------------------------
 
+constexpr int kTileSide = 16;  // pixels
+
+const uint8_t* PixelOf(const PaintedPage& page, int x, int y) {
+  return page.from + y * page.fromStride + static_cast<ptrdiff_t>(x) * page.channels;
+}
+uint8_t FlipOf(const PaintedPage& page) { return page.isNegative ? 255 : 0; }
+
+// One channel of the pixels from (x, y) on along a row of a tile.
+template <int kChannels>
+void ReadEvery(const uint8_t* from, uint8_t flip, uint8_t (&row)[kTileSide]) {
+  for (int i = 0; i < kTileSide; ++i) row[i] = from[i * kChannels] ^ flip;
+}
+void ReadRow(const PaintedPage& page, int channel, int x, int y, uint8_t (&row)[kTileSide]) {
+  const uint8_t* from = PixelOf(page, x, y) + channel;
+  page.channels == 1 ? ReadEvery<1>(from, FlipOf(page), row) : ReadEvery<3>(from, FlipOf(page), row);
+}
+
 // The page in square tiles: which are clean paper, and the mean of each plane in them.
 class Tiles {
  public:
-  static constexpr int kSide = 16;        // pixels
+  static constexpr int kSide = kTileSide;
   static constexpr int kReach = 14;       // tiles around the mask that are looked at
   static constexpr int kLeastShare = 25;  // percent of a tile's pixels
 
-  Tiles(const PaintedPlanes& page, const BitPlane& mask, const BitPlane& avoid)
+  Tiles(const PaintedPage& page, const BitPlane& mask, const BitPlane& avoid)
       : page_(page),
         mask_(mask),
         avoid_(avoid),
@@ -536,8 +562,9 @@ class Tiles {
         if ((taken >> (kSide - 1 - (x - left)) & 1) != 0) continue;
         ++count;
         int sum = 0;
-        for (int p = 0; p < page_.count; ++p) {
-          const int value = page_.planes[p]->Row(y)[x];
+        const uint8_t* pixel = PixelOf(page_, x, y);
+        for (int p = 0; p < page_.channels; ++p) {
+          const int value = pixel[p] ^ FlipOf(page_);
           sums[p] += value;
           sum += value;
         }
@@ -548,13 +575,14 @@ class Tiles {
     if (count * 100 < all * kLeastShare) return;
     tile->hasPaper = true;
     tile->isWhole = count == kSide * kSide;
-    tile->spread = high / page_.count - low / page_.count;
-    for (int p = 0; p < page_.count; ++p) tile->mean[p] = sums[p] * 256 / count;
+    tile->spread = high / page_.channels - low / page_.channels;
+    for (int p = 0; p < page_.channels; ++p) tile->mean[p] = sums[p] * 256 / count;
   }
   void AddRow(int left, int y, int (&sums)[3], int* low, int* high) const {
     uint16_t all[kSide] = {};
-    for (int p = 0; p < page_.count; ++p) {
-      const uint8_t* row = page_.planes[p]->Row(y) + left;
+    for (int p = 0; p < page_.channels; ++p) {
+      uint8_t row[kSide];
+      ReadRow(page_, p, left, y, row);
       uint16_t sum = 0;
       for (int i = 0; i < kSide; ++i) {
         sum = static_cast<uint16_t>(sum + row[i]);
@@ -634,7 +662,7 @@ class Tiles {
     }
   }
 
-  const PaintedPlanes& page_;
+  const PaintedPage& page_;
   const BitPlane& mask_;
   const BitPlane& avoid_;
   int columns_, rows_;
@@ -658,8 +686,8 @@ BorderPlan PlanBorders(const Sheet& sheet, const BitPlane& ink) {
   return Describe(sheet, Masking::Make(sheet, DarkInk{ink}));
 }
 
-void PaintPaper(const PaintedPlanes& page, const BitPlane& mask, const BitPlane& avoid) {
-  if (mask.isEmpty() || page.count == 0) return;
+void PaintPaper(const PaintedPage& page, const BitPlane& mask, const BitPlane& avoid) {
+  if (mask.isEmpty()) return;
   constexpr int kSide = Tiles::kSide;
   const Tiles tiles(page, mask, avoid);
   for (int row = 0; row < tiles.rows(); ++row) {
@@ -673,25 +701,22 @@ void PaintPaper(const PaintedPlanes& page, const BitPlane& mask, const BitPlane&
         const int y = row * kSide + dy;
         const unsigned masked = Tiles::BitsOf(mask, column, y);
         if (masked == 0) continue;
-        for (int p = 0; p < page.count; ++p) {
+        for (int p = 0; p < page.channels; ++p) {
           int paper[kSide];
           tiles.PaperRow(p, column, y, paper);
           if (grain >= 0) {
-            const uint8_t* from = page.planes[p]->Row(grainY + dy) + grainX;
+            uint8_t from[kSide];
+            ReadRow(page, p, grainX, grainY + dy, from);
             int grainPaper[kSide];
             tiles.PaperRow(p, grain % tiles.columns(), grainY + dy, grainPaper);
             for (int i = 0; i < kSide; ++i) paper[i] += from[i] * 256 - grainPaper[i];
           }
           uint8_t painted[kSide];
           for (int i = 0; i < kSide; ++i)
-            painted[i] = static_cast<uint8_t>(std::clamp((paper[i] + 128) >> 8, 0, 255));
-          uint8_t* to = page.planes[p]->Row(y) + left;
-          if (masked == 0xFFFFu) {
-            std::copy_n(painted, kSide, to);
-            continue;
-          }
+            painted[i] = static_cast<uint8_t>(std::clamp((paper[i] + 128) >> 8, 0, 255) ^ FlipOf(page));
+          uint8_t* to = page.to + y * page.toStride + static_cast<ptrdiff_t>(left) * page.channels + p;
           for (int i = 0; i < width; ++i) {
-            if ((masked >> (kSide - 1 - i) & 1) != 0) to[i] = painted[i];
+            if ((masked >> (kSide - 1 - i) & 1) != 0) to[i * page.channels] = painted[i];
           }
         }
       }

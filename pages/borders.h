@@ -37,16 +37,24 @@ BorderPlan PlanBorders(const Sheet& sheet, const BitPlane& ink);
 
 // ---- carrying out ----------------------------------------------------------------------------------------
 
-// The planes of a page that are painted alike: one of grey, or three of colours.
-struct PaintedPlanes {
-  BytePlane* planes[3] = {};
-  int count = 0;
+// A page that is painted: as it is looked at and as it is written, which may be the same pixels. Each has its
+// top left byte, the bytes from row to row, and one byte of grey for a pixel, or three of colours.
+struct PaintedPage {
+  const uint8_t* from = nullptr;
+  ptrdiff_t fromStride = 0;
+  uint8_t* to = nullptr;
+  ptrdiff_t toStride = 0;
+  int channels = 0;
+  bool isNegative = false;  // dark paper: looked at and painted turned round
 };
+inline PaintedPage PageOfGrey(BytePlane* grey) {
+  return {grey->Row(0), grey->width(), grey->Row(0), grey->width(), 1};
+}
 
 // Replaces the pixels of `mask` by paper: brightness and colour of the paper next to them, its grain copied
 // from clean paper of the page. Pixels outside `mask` are not changed. `avoid` are pixels that are no paper
 // (ink and what else the page shows), or empty. On a page of clean white paper the result is clean white.
-void PaintPaper(const PaintedPlanes& page, const BitPlane& mask, const BitPlane& avoid = {});
+void PaintPaper(const PaintedPage& page, const BitPlane& mask, const BitPlane& avoid = {});
 
 }  // namespace rastrel::pages
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "pages/judgement.h"
+#include "pixels/kernels.h"
 
 namespace rastrel::pages {
 namespace {
@@ -35,6 +36,19 @@ SineAndCosine SineAndCosineOf(double degrees) {
 // ---- cells
 // ------------------------------------------------------------------------------------------------------
 
+void TakeLess(const uint8_t* __restrict row, int count, uint8_t* __restrict least) {
+  for (int x = 0; x < count; ++x) least[x] = std::min(least[x], row[x]);
+}
+static_assert(kCell == 4);
+void LeastOfFours(const uint8_t* __restrict from, int cells, uint8_t* __restrict least) {
+  for (int i = 0; i < cells; ++i) {
+    least[i] = std::min(std::min(from[4 * i], from[4 * i + 1]), std::min(from[4 * i + 2], from[4 * i + 3]));
+  }
+}
+void LeastOfThree(const uint8_t* a, const uint8_t* b, const uint8_t* c, int count, uint8_t* __restrict to) {
+  for (int i = 0; i < count; ++i) to[i] = std::min(std::min(a[i], b[i]), c[i]);
+}
+
 // The least of each cell's values, as far as they are in the rows: first of the rows of a cell, then along
 // the row that is left.
 class Darkest {
@@ -45,15 +59,11 @@ class Darkest {
         least_(static_cast<size_t>(CellsOf(width)) * kCell, 255),
         cells_(CellsOf(width), CellsOf(height)) {}
   // Rows from the first to the last.
-  void AddRow(int y, const uint8_t* __restrict row) {
-    uint8_t* const __restrict least = least_.data();
-    for (int x = 0; x < width_; ++x) least[x] = std::min(least[x], row[x]);
+  void AddRow(int y, const uint8_t* row) {
+    uint8_t* const least = least_.data();
+    Widest<TakeLess>(row, width_, least);
     if (y % kCell != kCell - 1 && y != height_ - 1) return;
-    uint8_t* cells = cells_.Row(y / kCell);
-    const uint8_t* from = least;
-    for (int i = 0; i < cells_.width(); ++i, from += kCell) {
-      cells[i] = std::min(std::min(from[0], from[1]), std::min(from[2], from[3]));
-    }
+    Widest<LeastOfFours>(least, cells_.width(), cells_.Row(y / kCell));
     std::fill(least_.begin(), least_.end(), 255);
   }
   BytePlane Take() { return std::move(cells_); }
@@ -67,21 +77,27 @@ class Darkest {
 // The least of each cell and the eight around it.
 BytePlane LeastAround(const BytePlane& cells) {
   const int width = cells.width(), height = cells.height();
-  BytePlane across(width, height), result(width, height);
+  BytePlane across(width, height, PlaneContent::kUnset), result(width, height, PlaneContent::kUnset);
   for (int y = 0; y < height; ++y) {
     const uint8_t* from = cells.Row(y);
     uint8_t* to = across.Row(y);
-    for (int x = 0; x < width; ++x)
-      to[x] = std::min({from[std::max(x - 1, 0)], from[x], from[std::min(x + 1, width - 1)]});
+    to[0] = std::min(from[0], from[std::min(1, width - 1)]);
+    to[width - 1] = std::min(from[std::max(0, width - 2)], from[width - 1]);
+    if (width > 2) Widest<LeastOfThree>(from, from + 1, from + 2, width - 2, to + 1);
   }
   for (int y = 0; y < height; ++y) {
     const uint8_t* above = across.Row(std::max(y - 1, 0));
     const uint8_t* here = across.Row(y);
     const uint8_t* below = across.Row(std::min(y + 1, height - 1));
-    uint8_t* to = result.Row(y);
-    for (int x = 0; x < width; ++x) to[x] = std::min({above[x], here[x], below[x]});
+    Widest<LeastOfThree>(above, here, below, width, result.Row(y));
   }
   return result;
+}
+
+// The lowest bit of each cell along a row that has any, at the cell's first bit.
+uint64_t AnyOfCells(uint64_t row) {
+  row |= row >> 1;
+  return (row | row >> 2) & 0x1111111111111111;
 }
 
 // 0 where a cell has ink, 255 where it has none.
@@ -93,8 +109,12 @@ BytePlane CellsWithInk(const BitPlane& ink) {
     for (int y = row * kCell; y < std::min((row + 1) * kCell, ink.height()); ++y) {
       for (size_t i = 0; i < rows.size(); ++i) rows[i] |= ink.Row(y)[i];
     }
-    for (int i = 0; i < cells.width(); ++i) {
-      if ((rows[static_cast<size_t>(i) / 16] >> (60 - i % 16 * 4) & 15) != 0) cells.Row(row)[i] = 0;
+    uint8_t* to = cells.Row(row);
+    for (size_t i = 0; i < rows.size(); ++i) {
+      uint64_t any = AnyOfCells(rows[i]);
+      if (i + 1 == rows.size() && cells.width() % 16 != 0)
+        any &= ~uint64_t{0} << (64 - cells.width() % 16 * 4);
+      for (; any != 0; any &= any - 1) to[i * 16 + 15 - static_cast<size_t>(std::countr_zero(any)) / 4] = 0;
     }
   }
   return cells;
@@ -114,11 +134,17 @@ BytePlane DarknessOf(const PageView& page, bool isTextDark) {
     }
     return CellsWithInk(ink);
   }
-  BytePlane grey = GreyOf(page);
-  if (!isTextDark) {
-    for (uint8_t& byte : grey.bytes()) byte = static_cast<uint8_t>(255 - byte);
+  Darkest darkest(page.width(), page.height());
+  const GreyRows greys(page);
+  std::vector<uint8_t> row(static_cast<size_t>(page.width()));
+  for (int y = 0; y < page.height(); ++y) {
+    greys.Read(y, row.data());
+    if (!isTextDark) {
+      for (uint8_t& byte : row) byte = static_cast<uint8_t>(255 - byte);
+    }
+    darkest.AddRow(y, row.data());
   }
-  return DarkestOf(grey);
+  return darkest.Take();
 }
 
 // How many pixels of ink there are in each of the 16 cells of a word's four rows, the leftmost first. A cell
@@ -135,6 +161,12 @@ struct CellCounts {
       even_ += counts >> 4 & kBytes;
       odd_ += counts & kBytes;
     }
+  }
+  // The lowest bit of each cell with `least` (1 to 128) pixels or more.
+  uint64_t AtLeast(int least) const {
+    constexpr uint64_t kHighest = 0x8080808080808080;
+    const uint64_t add = 0x0101010101010101 * static_cast<uint64_t>(128 - least);
+    return ((even_ + add) & kHighest) >> 3 | ((odd_ + add) & kHighest) >> 7;
   }
   int Of(int cell) const {
     return static_cast<int>((cell % 2 == 0 ? even_ : odd_) >> (56 - cell / 2 * 8) & 255);
@@ -159,6 +191,9 @@ struct FourRows {
   }
   const uint64_t* rows[kCell];
 };
+
+// The middle of a cell along a page of `size` pixels.
+double MiddleOf(int cell, int size) { return (cell * kCell + std::min((cell + 1) * kCell, size) - 1) / 2.0; }
 
 // The middle of the paper's brightness: what most of a page's pixels are, counting those without ink.
 int PaperLevel(const BitPlane& ink, const BytePlane& grey) {
@@ -248,35 +283,38 @@ Missing FindLost(const BitPlane& ink, const BytePlane& grey, const BitPlane& nam
                  bool isTextDark, const Movement& movement) {
   Missing missing;
   if (ink.isEmpty()) return missing;
+  using Middle = Movement::Place;
   const BytePlane there = LeastAround(DarknessOf(after, isTextDark));
   const bool isGrey = !grey.isEmpty();
   const int paper = isGrey ? PaperLevel(ink, grey) : 255;
   const BytePlane before = isGrey ? DarkestOf(grey) : BytePlane();
+  // Where the middles of cells go: a part that is the same down each column of cells, and one along each row.
+  std::vector<Middle> columns(static_cast<size_t>(CellsOf(ink.width())));
+  for (size_t i = 0; i < columns.size(); ++i) {
+    columns[i] = movement.ColumnOf(MiddleOf(static_cast<int>(i), ink.width()));
+  }
   for (int row = 0; row < CellsOf(ink.height()); ++row) {
     const FourRows inked(ink, row), taken(named, row);
+    const Middle along = movement.RowOf(MiddleOf(row, ink.height()));
     for (size_t i = 0; i < ink.wordsPerRow(); ++i) {
-      uint64_t any = inked.Any(i);
-      if (any == 0) continue;
-      const uint64_t anyTaken = taken.Any(i);
+      if (inked.Any(i) == 0) continue;
       const CellCounts counts(inked.rows, i);
-      for (int cell = 0; any != 0 && cell < 16; ++cell) {
-        const uint64_t mask = uint64_t{15} << (60 - 4 * cell);
-        if ((any & mask) == 0 || (anyTaken & mask) != 0) continue;
-        if (counts.Of(cell) < check::kLeastInk) continue;
-        const int left = static_cast<int>(i) * 64 + cell * kCell, top = row * kCell;
-        const int right = std::min(left + kCell, ink.width()), bottom = std::min(top + kCell, ink.height());
+      uint64_t asked = counts.AtLeast(check::kLeastInk) & ~AnyOfCells(taken.Any(i));
+      for (; asked != 0; asked &= asked - 1) {
+        const int cell = 15 - std::countr_zero(asked) / kCell;
+        const size_t column = i * 16 + static_cast<size_t>(cell);
         int dark = 0;
         if (isGrey) {
-          dark = before.Row(row)[left / kCell];
+          dark = before.Row(row)[column];
           if ((paper - dark) * 100 < check::kPalePercent * paper) continue;
         }
-        const double x = movement.XOf((left + right - 1) / 2.0, (top + bottom - 1) / 2.0);
-        const double y = movement.YOf((left + right - 1) / 2.0, (top + bottom - 1) / 2.0);
+        const double x = columns[column].x + along.x, y = columns[column].y + along.y;
         const bool isOnPage = x >= 0 && y >= 0 && x < after.width() && y < after.height();
         const int most = paper - (paper - dark) * check::kLeftPercent / 100;
-        if (!isOnPage || there.Row(static_cast<int>(y) / kCell)[static_cast<int>(x) / kCell] > most) {
-          missing.Add(left, top, right, bottom, counts.Of(cell));
-        }
+        if (isOnPage && there.Row(static_cast<int>(y) / kCell)[static_cast<int>(x) / kCell] <= most) continue;
+        const int left = static_cast<int>(column) * kCell, top = row * kCell;
+        missing.Add(left, top, std::min(left + kCell, ink.width()), std::min(top + kCell, ink.height()),
+                    counts.Of(cell));
       }
     }
   }

@@ -24,6 +24,12 @@ class Movement {
   // Where the middle of a pixel goes.
   double XOf(double x, double y) const { return x_ + x * cosine_ + y * sine_; }
   double YOf(double x, double y) const { return y_ - x * sine_ + y * cosine_; }
+  // The same in two parts, whose sum it is to the last bit.
+  struct Place {
+    double x, y;
+  };
+  Place ColumnOf(double x) const { return {x_ + x * cosine_, y_ - x * sine_}; }
+  Place RowOf(double y) const { return {y * sine_, y * cosine_}; }
 
  private:
   bool isIdentity_ = true;

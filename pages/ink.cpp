@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include "pages/grow.h"
 #include "pages/parting.h"
+#include "pixels/thresholds.h"
 
 namespace rastrel::pages {
 namespace {
@@ -34,23 +33,36 @@ Sample TakeSample(const BytePlane& grey, const PaperMap& paper) {
   std::array<uint32_t, 256> reciprocal{};
   for (uint32_t i = 1; i < 256; ++i) reciprocal[i] = (kDarknessUnit * 65536 + i - 1) / i;
   Sample sample;
+  std::array<int64_t, kDarknessUnit> differences{}, darker{};
+  int64_t seen = 0;
   std::vector<uint8_t> ground(static_cast<size_t>(grey.width()));
   const int step = std::max(grey.height() / kSampledRows, 1);
   for (int y = step / 2; y < grey.height(); y += step) {
     paper.BrightnessRow(y, ground);
     const uint8_t* row = grey.Row(y);
     const uint8_t* confidence = paper.confidence().Row(y / paper.cell());
-    for (int x = 0; x < grey.width(); ++x) {
-      if (confidence[x / paper.cell()] == PaperMap::kNotPaper) continue;
-      const int bright = ground[static_cast<size_t>(x)];
-      const int difference = bright - row[x];
-      const auto share =
-          static_cast<size_t>(std::abs(difference) * reciprocal[static_cast<size_t>(bright)] >> 16);
-      const size_t bounded = std::min<size_t>(share, kDarknessUnit - 1);
-      ++sample.differences[bounded];
-      ++sample.darknesses[difference > 0 ? bounded : 0];
+    for (int left = 0, cell = 0; left < grey.width(); left += paper.cell(), ++cell) {
+      if (confidence[cell] == PaperMap::kNotPaper) continue;
+      const int right = std::min(left + paper.cell(), grey.width());
+      for (int x = left; x < right; ++x) {
+        const int bright = ground[static_cast<size_t>(x)];
+        const int difference = bright - row[x];
+        const auto share =
+            static_cast<size_t>(std::abs(difference) * reciprocal[static_cast<size_t>(bright)] >> 16);
+        const size_t bounded = std::min<size_t>(share, kDarknessUnit - 1);
+        ++differences[bounded];
+        darker[bounded] += difference > 0 ? 1 : 0;
+        seen += 1;
+      }
     }
   }
+  int64_t sumDarker = 0;
+  for (size_t i = 0; i < kDarknessUnit; ++i) {
+    sample.differences[i] = differences[i];
+    sample.darknesses[i] = darker[i];
+    sumDarker += darker[i];
+  }
+  sample.darknesses[0] += seen - sumDarker;
   return sample;
 }
 
@@ -62,38 +74,11 @@ int MedianOf(const std::array<int64_t, kDarknessUnit>& counts) {
   return median;
 }
 
-// Eight bytes of 0 or 1 as eight bits, the first in the highest: the factor moves byte i to bit 63 - i of the
-// product.
-uint64_t BitsOfBytes(const uint8_t* flags) {
-  constexpr uint64_t kGather =
-      std::endian::native == std::endian::little ? 0x8040201008040201u : 0x0102040810204080u;
-  uint64_t bytes;
-  std::memcpy(&bytes, flags, 8);
-  return bytes * kGather >> 56;
-}
-
-// The pixels that are as dark as their threshold or darker. `flags` is room for a byte a pixel, in whole
-// words.
-void MarkDark(const uint8_t* row, const uint8_t* thresholds, std::span<uint8_t> flags, int width,
-              uint64_t* bits) {
-  uint8_t* flag = flags.data();
-  for (int x = 0; x < width; ++x) flag[x] = row[x] <= thresholds[x] ? 1 : 0;
-  for (size_t word = 0; word < flags.size() / 64; ++word) {
-    uint64_t value = 0;
-    for (size_t i = 0; i < 8; ++i) value = value << 8 | BitsOfBytes(flag + word * 64 + i * 8);
-    bits[word] = value;
-  }
-}
-
-BitPlane DarkerThan(const BytePlane& grey, const PaperMap& paper, const BytePlane& thresholds) {
-  BitPlane mask(grey.width(), grey.height());
-  std::vector<uint8_t> row(static_cast<size_t>(grey.width()));
-  std::vector<uint8_t> flags(mask.wordsPerRow() * 64);  // those beyond the width stay 0
-  for (int y = 0; y < grey.height(); ++y) {
-    paper.SpreadRow(thresholds, y, row);
-    MarkDark(grey.Row(y), row.data(), flags, grey.width(), mask.Row(y));
-  }
-  return mask;
+// Marks the pixels as dark as the thresholds or darker.
+void MarkDark(const BytePlane& grey, const PaperMap& paper, const BytePlane& thresholds, int y,
+              std::vector<uint8_t>* room, BitPlane* mask) {
+  paper.SpreadRow(thresholds, y, *room);
+  kMarkUpTo(grey.Row(y), room->data(), room->size(), mask->Row(y));
 }
 
 // For each cell the grey value that is `darkness` below its paper.
@@ -119,8 +104,14 @@ BitPlane FindInk(const BytePlane& grey, const PaperMap& paper) {
   if (grey.isEmpty() || paper.isEmpty()) return BitPlane(grey.width(), grey.height());
   const int parting = LeastDarkness(grey, paper);
   const int seed = std::min(parting * kSeedPercent / 100, kDarknessUnit - 1);
-  const BitPlane all = DarkerThan(grey, paper, ThresholdMap(paper, parting));
-  BitPlane ink = DarkerThan(grey, paper, ThresholdMap(paper, seed));
+  const BytePlane leastDark = ThresholdMap(paper, parting), surelyDark = ThresholdMap(paper, seed);
+  BitPlane all(grey.width(), grey.height(), PlaneContent::kUnset);
+  BitPlane ink(grey.width(), grey.height(), PlaneContent::kUnset);
+  std::vector<uint8_t> room(static_cast<size_t>(grey.width()));
+  for (int y = 0; y < grey.height(); ++y) {
+    MarkDark(grey, paper, leastDark, y, &room, &all);
+    MarkDark(grey, paper, surelyDark, y, &room, &ink);
+  }
   GrowInto(all, ink);
   return ink;
 }

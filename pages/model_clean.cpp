@@ -53,44 +53,8 @@ void ForEachRunOf(const BitPlane& plane, int y, Visit visit) {
   if (from >= 0) visit(from, plane.width());
 }
 
-// The columns of a mask in one row become what `plane` has there.
-void PutPlane(const BytePlane& plane, const BitPlane& mask, bool isNegative, int channel,
-              const PageView& page) {
-  const size_t step = page.bits() == 24 ? 3 : 1;
-  for (int y = 0; y < page.height(); ++y) {
-    uint8_t* row = page.PageRow(y) + channel;
-    const uint8_t* from = plane.Row(y);
-    ForEachRunOf(mask, y, [&](int first, int end) {
-      for (int x = first; x < end; ++x) {
-        row[static_cast<size_t>(x) * step] = static_cast<uint8_t>(isNegative ? 255 - from[x] : from[x]);
-      }
-    });
-  }
-}
-
-struct Channels {
-  BytePlane blue, green, red;
-};
-Channels ChannelsOf(const PageView& page, bool isNegative) {
-  const int width = page.width(), height = page.height();
-  Channels channels = {BytePlane(width, height), BytePlane(width, height), BytePlane(width, height)};
-  const unsigned flip = isNegative ? 255 : 0;
-  for (int y = 0; y < height; ++y) {
-    const uint8_t* __restrict row = page.PageRow(y);
-    uint8_t* __restrict blue = channels.blue.Row(y);
-    uint8_t* __restrict green = channels.green.Row(y);
-    uint8_t* __restrict red = channels.red.Row(y);
-    for (int x = 0; x < width; ++x, row += 3) {
-      blue[x] = static_cast<uint8_t>(row[0] ^ flip);
-      green[x] = static_cast<uint8_t>(row[1] ^ flip);
-      red[x] = static_cast<uint8_t>(row[2] ^ flip);
-    }
-  }
-  return channels;
-}
-
-// Replaces what a mask names by paper.
-void PaintMask(const PageModel& model, const BitPlane& mask, const PageView& page) {
+// Replaces what a mask names by paper. Greys are looked at as they came in.
+void PaintMask(const PageModel& model, const BitPlane& mask, const PageView& before, const PageView& page) {
   if (page.bits() == 1 || (page.bits() == 8 && !HasGreyRamp(page))) {
     const Ink ground = GroundInk(page, model.isTextDark);
     for (int y = 0; y < page.height(); ++y) {
@@ -98,18 +62,10 @@ void PaintMask(const PageModel& model, const BitPlane& mask, const PageView& pag
     }
     return;
   }
-  const bool isNegative = !model.isTextDark;
-  if (page.bits() == 8) {
-    BytePlane grey = model.grey;
-    PaintPaper({{&grey}, 1}, mask, model.ink);
-    PutPlane(grey, mask, isNegative, 0, page);
-    return;
-  }
-  auto [blue, green, red] = ChannelsOf(page, isNegative);
-  PaintPaper({{&blue, &green, &red}, 3}, mask, model.ink);
-  PutPlane(blue, mask, isNegative, 0, page);
-  PutPlane(green, mask, isNegative, 1, page);
-  PutPlane(red, mask, isNegative, 2, page);
+  const ptrdiff_t down = -static_cast<ptrdiff_t>(page.stride());  // rows lie upside down
+  PaintPaper({(page.bits() == 8 ? before : page).PageRow(0), down, page.PageRow(0), down, page.bits() / 8,
+              !model.isTextDark},
+             mask, model.ink);
 }
 
 // A speck and its soft rim become what lies beside them, mirrored, so that the paper's grain goes on.
@@ -227,6 +183,11 @@ class ModelCleaning {
     return painted_;
   }
 
+  void Paint(const BitPlane& mask) {
+    const PageView before(page_), page(ToPaint());
+    PaintMask(model_, mask, before, page);
+  }
+
   void Understand() {
     const StepTimer timer(&record_, "model");
     const PageView view(page_);
@@ -268,7 +229,7 @@ class ModelCleaning {
     }
     if (record_.regions.size() > firstItem) record_.regions[firstItem].pixels = plan.pixels;
     CountTrimmed(plan.mask);
-    PaintMask(model_, plan.mask, PageView(ToPaint()));
+    Paint(plan.mask);
     if (overlay_ != nullptr) overlay_->Paint(Removed::kBorder, plan.mask);
     Unite(plan.mask, &named_);
     border_ = std::move(plan.mask);
@@ -321,7 +282,7 @@ class ModelCleaning {
   }
 
   void TakeHoles(const BitPlane& mask) {
-    PaintMask(model_, mask, PageView(ToPaint()));
+    Paint(mask);
     if (overlay_ != nullptr) overlay_->Paint(Removed::kHole, mask);
     Unite(mask, &named_);
     holes_ = mask;
@@ -375,7 +336,7 @@ class ModelCleaning {
     BitPlane mask(model_.width, model_.height);
     Box all = (*model_.components)[plan.components.front()].box;
     const PageView page(ToPaint());
-    const Ink ground = GroundInk(page, model_.isTextDark);
+    const Ink ground = page.bits() == 1 ? GroundInk(page, model_.isTextDark) : Ink{};
     for (const uint32_t index : plan.components) {
       const Component& speck = (*model_.components)[index];
       if (!border_.isEmpty() && border_.Get(speck.box.left, speck.box.top)) continue;

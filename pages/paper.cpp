@@ -21,11 +21,14 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <vector>
 
 #include "pages/parting.h"
 #include "pages/shrink.h"
+#include "pixels/kernels.h"
+#include "pixels/thresholds.h"
 
 namespace rastrel::pages {
 namespace {
@@ -275,47 +278,31 @@ int BetweenRows(int upper, int lower, int share, int cellShift) {
   return ((upper * (parts - share) + lower * share) << pointBits) >> (cellShift + 1);
 }
 
-constexpr int kHalfLevel = 128;  // of 256 parts: what is rounded
+constexpr int kHalfLevel = 128;         // of 256 parts: what is rounded
+constexpr size_t kMostStretches = 128;  // at once
 
-// 0, 1, 2 ...: the pixels of a stretch, as a table, so that compilers take all of them at once.
-template <int Side>
-struct Numbers {
-  constexpr Numbers() {
-    for (int i = 0; i < Side; ++i) of[i] = static_cast<uint16_t>(i);
-  }
-  uint16_t of[Side] = {};
-};
-
-// The pixels from the middle of one cell to the middle of the next. Inlined, GCC takes the loops apart before
-// it sees that all pixels go at once.
-template <int Side>
-[[gnu::noinline]] void SpreadStretch(uint16_t start, uint16_t step, uint8_t* __restrict row) {
-  static constexpr Numbers<Side> kNumbers;
-  uint16_t sums[Side];
-  for (int i = 0; i < Side; ++i) sums[i] = static_cast<uint16_t>(start + kNumbers.of[i] * step);
-  for (int i = 0; i < Side; ++i) row[i] = static_cast<uint8_t>(sums[i] >> 8);
-}
-
-// `values` are BetweenRows of one row of cells, the first and the last twice.
+// `values` are BetweenRows of one row of cells, the first and the last twice. The pixels from the middle of
+// one cell to the middle of the next are a stretch; the first begins half a cell before the page, and the
+// last may end beyond it.
 template <int Side>
 void SpreadValues(std::span<const int> values, std::span<uint8_t> row) {
-  // The first stretch begins half a cell before the page, and the last may end beyond it.
-  std::array<uint8_t, Side> stretch;
-  const auto begin = [](size_t i) { return static_cast<ptrdiff_t>(i * Side) - Side / 2; };
-  for (size_t i = 0; i + 1 < values.size(); ++i) {
-    const int climb = values[i + 1] - values[i];
-    const auto start = static_cast<uint16_t>(values[i] * 2 * Side + climb + kHalfLevel);
-    const auto step = static_cast<uint16_t>(2 * climb);
-    if (begin(i) >= 0 && begin(i) + Side <= static_cast<ptrdiff_t>(row.size())) {
-      SpreadStretch<Side>(start, step, row.data() + begin(i));
-      continue;
+  const size_t count = values.size() - 1;
+  std::array<uint16_t, 2 * kMostStretches> slopes;
+  std::array<uint8_t, kMostStretches * Side> bytes;
+  for (size_t first = 0; first < count; first += kMostStretches) {
+    const size_t end = std::min(first + kMostStretches, count);
+    uint16_t *const starts = slopes.data(), *const steps = starts + kMostStretches;
+    for (size_t i = first; i < end; ++i) {
+      const int climb = values[i + 1] - values[i];
+      starts[i - first] = static_cast<uint16_t>(values[i] * 2 * Side + climb + kHalfLevel);
+      steps[i - first] = static_cast<uint16_t>(2 * climb);
     }
-    SpreadStretch<Side>(start, step, stretch.data());
-    for (ptrdiff_t j = 0; j < Side; ++j) {
-      const ptrdiff_t x = begin(i) + j;
-      if (x >= 0 && x < static_cast<ptrdiff_t>(row.size()))
-        row[static_cast<size_t>(x)] = stretch[static_cast<size_t>(j)];
-    }
+    Widest<RunStretches<Side>>(starts, steps, end - first, bytes.data());
+    const size_t skipped = first == 0 ? Side / 2 : 0;
+    const size_t at = first * Side + skipped - Side / 2;
+    if (at >= row.size()) return;
+    std::memcpy(row.data() + at, bytes.data() + skipped,
+                std::min(row.size() - at, (end - first) * Side - skipped));
   }
 }
 

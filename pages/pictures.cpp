@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "pages/judgement.h"
+#include "pixels/kernels.h"
 
 namespace rastrel::pages {
 namespace {
@@ -227,18 +228,28 @@ void MarkSolidsAndLines(const Components& components, double pixelsPerPoint, int
 // ---- tone
 // -----------------------------------------------------------------------------------------------------------
 
-// Of every other pixel of every other row: neither paper nor ink, and like the next.
-void CountTone(const uint8_t* row, const uint8_t* paper, int width, int cell, int32_t* counts) {
-  for (int column = 0, left = 0; left < width; ++column, left += cell) {
-    const int right = std::min(left + cell, width - 2);
-    int32_t count = 0;
-    for (int x = left; x < right; x += 2) {
-      const int level = row[x] * 100, white = paper[x];
-      const int step = std::abs(row[x] - row[x + 2]) * 100;
-      count += (level >= picture::kToneLeast * white) & (level <= picture::kToneMost * white) &
-               (step <= picture::kFlatPercent * white);
+// What a pixel of tone is between, and how much it may differ from the one two further on, on a paper.
+struct ToneLimits {
+  explicit ToneLimits(size_t width) : least(width), most(width), step(width) {}
+  void SetFor(const std::vector<uint8_t>& white) {
+    for (size_t x = 0; x < white.size(); ++x) {
+      least[x] = static_cast<uint8_t>((picture::kToneLeast * white[x] + 99) / 100);
+      most[x] = static_cast<uint8_t>(picture::kToneMost * white[x] / 100);
+      step[x] = static_cast<uint8_t>(picture::kFlatPercent * white[x] / 100);
     }
-    counts[column] += count;
+  }
+  std::vector<uint8_t> least, most, step;
+};
+
+// Adds 1 where a pixel is neither paper nor ink, and like the one two further on.
+void AddTone(const uint8_t* __restrict row, const uint8_t* __restrict least, const uint8_t* __restrict most,
+             const uint8_t* __restrict step, int count, uint8_t* __restrict counts) {
+  for (int x = 0; x < count; ++x) {
+    const uint8_t level = row[x], next = row[x + 2];
+    const auto off = static_cast<uint8_t>(std::max(level, next) - std::min(level, next));
+    const bool isTone = (std::max(level, least[x]) == level) & (std::min(level, most[x]) == level) &
+                        (std::min(off, step[x]) == off);
+    counts[x] = static_cast<uint8_t>(counts[x] + (isTone ? 1 : 0));
   }
 }
 
@@ -246,16 +257,30 @@ void MarkTones(const BytePlane& grey, const PaperMap& paper, int cell, BytePlane
   const int columns = cells->width();
   BytePlane isTone(columns, cells->height());
   std::vector<uint8_t> white(static_cast<size_t>(grey.width()));
-  std::vector<int32_t> counts(static_cast<size_t>(columns));
+  ToneLimits limits(white.size());
+  std::vector<uint8_t> counts(white.size());  // of up to 255 rows
+  const int compared = std::max(grey.width() - 2, 0);
   for (int row = 0; row < cells->height(); ++row) {
-    std::fill(counts.begin(), counts.end(), 0);
     const int top = row * cell, bottom = std::min(top + cell, grey.height());
     paper.BrightnessRow((top + bottom) / 2, white);  // the paper's map is smoother than a cell is high
-    for (int y = top; y < bottom; y += 2)
-      CountTone(grey.Row(y), white.data(), grey.width(), cell, counts.data());
+    limits.SetFor(white);
+    // Every other row; and of the columns every other, too, in the end.
+    std::vector<int> sums(static_cast<size_t>(columns), 0);
+    for (int y = top; y < bottom;) {
+      std::fill(counts.begin(), counts.end(), uint8_t{0});
+      for (int i = 0; i < 255 && y < bottom; ++i, y += 2) {
+        Widest<AddTone>(grey.Row(y), limits.least.data(), limits.most.data(), limits.step.data(), compared,
+                        counts.data());
+      }
+      for (int column = 0; column < columns; ++column) {
+        const int left = column * cell, right = std::min(left + cell, compared);
+        for (int x = left; x < right; x += 2)
+          sums[static_cast<size_t>(column)] += counts[static_cast<size_t>(x)];
+      }
+    }
     const int asked = ((bottom - top + 1) / 2) * ((cell + 1) / 2);
     for (int column = 0; column < columns; ++column) {
-      isTone.Row(row)[column] = counts[static_cast<size_t>(column)] * 100 >= picture::kTonePercent * asked;
+      isTone.Row(row)[column] = sums[static_cast<size_t>(column)] * 100 >= picture::kTonePercent * asked;
     }
   }
   // Only where enough of them touch.

@@ -331,14 +331,21 @@ class HoleFinder {
   }
 
   // How far a ray goes through the mark; -1 when it leaves the sheet before.
+  double RayLength(const Mark& mark, int ray, double most, bool isAllOnSheet) const {
+    return isAllOnSheet ? RayLength<true>(mark, ray, most) : RayLength<false>(mark, ray, most);
+  }
+  // `kIsAllOnSheet`: no ray leaves the sheet, nor comes near the image's edges.
+  template <bool kIsAllOnSheet>
   double RayLength(const Mark& mark, int ray, double most) const {
     const double dx = RayX(ray), dy = RayY(ray);
     const int fleck = std::max(2, RoundDown(kFleck * scale_));
     int light = 0;
     double end = 0;
     for (double t = 0; t <= most; t += 1) {
-      const int x = RoundDown(mark.fromX + dx * t + 0.5), y = RoundDown(mark.fromY + dy * t + 0.5);
-      if (!IsOnSheet(x, y)) return -1;
+      const double rayX = mark.fromX + dx * t + 0.5, rayY = mark.fromY + dy * t + 0.5;
+      const int x = kIsAllOnSheet ? static_cast<int>(rayX) : RoundDown(rayX);
+      const int y = kIsAllOnSheet ? static_cast<int>(rayY) : RoundDown(rayY);
+      if (!kIsAllOnSheet && !IsOnSheet(x, y)) return -1;
       if (Differs(x, y, mark)) {
         light = 0;
         end = t + 0.5;
@@ -347,6 +354,22 @@ class HoleFinder {
       }
     }
     return most;
+  }
+
+  // Whether all that is within reach of a mark's rays lies on the sheet.
+  bool IsAllOnSheet(const Mark& mark, double most) const {
+    const int reach = RoundDown(most) + 2;
+    const int left = RoundDown(mark.fromX) - reach, right = RoundDown(mark.fromX) + reach;
+    const int top = RoundDown(mark.fromY) - reach, bottom = RoundDown(mark.fromY) + reach;
+    if (!IsInside(left, top) || !IsInside(right, bottom)) return false;
+    if (!sheet_.HasOutside()) return true;
+    for (int row = top >> shift_; row <= bottom >> shift_; ++row) {
+      const uint8_t* outside = sheet_.outside.Row(row);
+      if (std::any_of(outside + (left >> shift_), outside + (right >> shift_) + 1,
+                      [](uint8_t cell) { return cell != 0; }))
+        return false;
+    }
+    return true;
   }
 
   // Fits a circle to the outline, and tells how well it fits.
@@ -359,8 +382,16 @@ class HoleFinder {
     for (int pass = 0; pass < 4; ++pass) {
       int count = 0;
       std::vector<double> known;
+      const bool isAllOnSheet = IsAllOnSheet(*mark, most);
+      int endless = 0;
       for (int ray = 0; ray < kRays; ++ray) {
-        lengths[ray] = RayLength(*mark, ray, most);
+        lengths[ray] = RayLength(*mark, ray, most, isAllOnSheet);
+        endless += lengths[ray] == most;
+        // No hole goes on like that on a good part of its sides: a letter's stroke, a bar.
+        if (endless * kMostEndless > kRays) {
+          mark->rays = 0;
+          return;
+        }
         if (lengths[ray] < 0) continue;
         pointsX[ray] = mark->fromX + RayX(ray) * lengths[ray];
         pointsY[ray] = mark->fromY + RayY(ray) * lengths[ray];
@@ -368,8 +399,6 @@ class HoleFinder {
         ++count;
       }
       mark->rays = count * 100 / kRays;
-      // No hole goes on like that on a good part of its sides: a letter's stroke, a bar.
-      const auto endless = std::count(known.begin(), known.end(), most);
       if (mark->rays < kLeastRays || endless * kMostEndless > count) {
         mark->rays = 0;
         return;
@@ -429,8 +458,9 @@ class HoleFinder {
     const double most = 0.75 * kMostDiameter * scale_;
     int known = 0, round = 0;
     const double off = std::max(kOutlineOff * scale_, kOutlineOffShare * mark->radius);
+    const bool isAllOnSheet = IsAllOnSheet(*mark, most);
     for (int ray = 0; ray < kRays; ++ray) {
-      lengths[ray] = RayLength(*mark, ray, most);
+      lengths[ray] = RayLength(*mark, ray, most, isAllOnSheet);
       if (lengths[ray] < 0) continue;
       ++known;
       const double distance =

@@ -93,7 +93,7 @@ TEST_P(SurroundGoes, AsAWholeAndLooksLikePaper) {
   if (sheet.isInk) return;
 
   const BytePlane before = page.grey;
-  PaintPaper({{&page.grey}, 1}, plan.mask);
+  PaintPaper(PageOfGrey(&page.grey), plan.mask);
   constexpr int kTile = 20, kVisible = 6;
   for (int ty = 0; ty + kTile <= kHeight; ty += kTile) {
     for (int tx = 0; tx + kTile <= kWidth; tx += kTile) {

@@ -11,6 +11,7 @@
 #include "pixels/bit_square.h"
 #include "pixels/colours.h"
 #include "pixels/group_sums.h"
+#include "pixels/thresholds.h"
 #include "tests/support/processors.h"
 
 namespace rastrel::testing {
@@ -54,6 +55,36 @@ TEST(Kernels, SquaresAreTransposedBitByBit) {
         ASSERT_EQ(BitAt(&rows[8 * y], x), (square[x] >> y & 1) != 0) << x << ", " << y;
     }
   });
+}
+
+TEST(Kernels, BytesUpToTheirLimitsAreMarked) {
+  const std::vector<uint8_t> bytes = RandomBytes(300, 8);
+  std::vector<uint8_t> limits = RandomBytes(300, 9);
+  for (size_t i = 0; i < 300; i += 3) limits[i] = bytes[i];  // a limit itself is not above it
+  OnEveryProcessor([&] {
+    for (const size_t count : {1, 31, 63, 64, 65, 128, 191, 300}) {
+      std::vector<uint64_t> words((count + 63) / 64, ~uint64_t{0});
+      kMarkUpTo(bytes.data(), limits.data(), count, words.data());
+      for (size_t x = 0; x < 64 * words.size(); ++x) {
+        ASSERT_EQ(x < count && bytes[x] <= limits[x], (words[x / 64] >> (63 - x % 64) & 1) != 0)
+            << count << ", " << x;
+      }
+    }
+  });
+}
+
+TEST(Kernels, StretchesRunEvenly) {
+  // From 10 up by a quarter a byte, and from 200 down by a half, with 8 bits after the point.
+  const uint16_t starts[] = {10 * 256, 200 * 256}, steps[] = {64, static_cast<uint16_t>(-128)};
+  uint8_t bytes[32];
+  RunStretches<16>(starts, steps, 2, bytes);
+  for (int i = 0; i < 16; ++i) {
+    EXPECT_EQ(10 + i / 4, bytes[i]) << i;
+    EXPECT_EQ(200 - (i + 1) / 2, bytes[16 + i]) << i;
+  }
+  RunStretches<2>(starts, steps, 2, bytes);
+  EXPECT_EQ(10, bytes[1]);
+  EXPECT_EQ(199, bytes[3]);
 }
 
 TEST(Kernels, BitsAreCopiedFromAnyPlace) {

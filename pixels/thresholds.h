@@ -1,0 +1,95 @@
+// Rows of bytes held against limits that run evenly from place to place.
+#ifndef RASTREL_PIXELS_THRESHOLDS_H
+#define RASTREL_PIXELS_THRESHOLDS_H
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "pixels/byte_shuffle.h"
+#include "pixels/kernels.h"
+
+namespace rastrel {
+
+// ---- numbers that run evenly ------------------------------------------------------------------------------
+
+// Stretches of kSide bytes (2, 4, 8 or 16), one after the other: the upper bytes of start, start + step,
+// start + 2 step ...
+template <int kSide>
+void RunStretches(const uint16_t* starts, const uint16_t* steps, size_t count, uint8_t* bytes) {
+  using Words = uint16_t __attribute__((vector_size(16)));
+  using Bytes = uint8_t __attribute__((vector_size(8)));
+  constexpr Words kPlaces = {0, 1, 2, 3, 4, 5, 6, 7};
+  constexpr int kAtOnce = kSide < 8 ? kSide : 8;
+  for (size_t i = 0; i < count; ++i) {
+    const Words start = starts[i] + Words{}, step = steps[i] + Words{};
+    for (int from = 0; from < kSide; from += kAtOnce) {
+      const Words sums = start + (kPlaces + static_cast<uint16_t>(from)) * step;
+      const Bytes upper = __builtin_convertvector(sums >> 8, Bytes);
+      std::memcpy(bytes + i * kSide + static_cast<size_t>(from), &upper, kAtOnce);
+    }
+  }
+}
+
+// ---- comparisons ------------------------------------------------------------------------------------------
+
+namespace thresholds {
+
+// Eight bytes of 0 or 1 as eight bits, the first in the highest: the factor moves byte i to bit 63 - i of the
+// product.
+inline uint64_t BitsOfBytes(const uint8_t* flags) {
+  constexpr uint64_t kGather =
+      std::endian::native == std::endian::little ? 0x8040201008040201u : 0x0102040810204080u;
+  uint64_t bytes;
+  std::memcpy(&bytes, flags, 8);
+  return bytes * kGather >> 56;
+}
+
+inline uint64_t WordOfUpTo(const uint8_t* bytes, const uint8_t* limits, size_t count) {
+  uint8_t flags[64] = {};
+  for (size_t i = 0; i < count; ++i) flags[i] = bytes[i] <= limits[i] ? 1 : 0;
+  uint64_t word = 0;
+  for (size_t i = 0; i < 8; ++i) word = word << 8 | BitsOfBytes(flags + i * 8);
+  return word;
+}
+
+inline void MarkUpTo(const uint8_t* bytes, const uint8_t* limits, size_t count, uint64_t* bits) {
+  for (; count >= 64; count -= 64, bytes += 64, limits += 64) *bits++ = WordOfUpTo(bytes, limits, 64);
+  if (count > 0) *bits = WordOfUpTo(bytes, limits, count);
+}
+
+#if RASTREL_HAS_X86_VERSIONS
+RASTREL_FOR_AVX2 inline uint64_t HalfWordOfUpToAvx2(const uint8_t* bytes, const uint8_t* limits) {
+  const __m256i value = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes));
+  const __m256i limit = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(limits));
+  const __m256i isUpTo = _mm256_cmpeq_epi8(_mm256_min_epu8(value, limit), value);
+  // The first byte's bit comes out lowest: bytes are turned round, in each half and then the halves.
+  const __m256i backwards = _mm256_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 15, 14, 13,
+                                             12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+  const __m256i turned = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(isUpTo, backwards), 0x4E);
+  return static_cast<uint32_t>(_mm256_movemask_epi8(turned));
+}
+
+RASTREL_FOR_AVX2 inline void MarkUpToAvx2(const uint8_t* bytes, const uint8_t* limits, size_t count,
+                                          uint64_t* bits) {
+  for (; count >= 64; count -= 64, bytes += 64, limits += 64)
+    *bits++ = HalfWordOfUpToAvx2(bytes, limits) << 32 | HalfWordOfUpToAvx2(bytes + 32, limits + 32);
+  if (count > 0) *bits = WordOfUpTo(bytes, limits, count);
+}
+#else
+inline void MarkUpToAvx2(const uint8_t* bytes, const uint8_t* limits, size_t count, uint64_t* bits) {
+  MarkUpTo(bytes, limits, count, bits);
+}
+#endif
+
+}  // namespace thresholds
+
+// A bit for each byte that is no higher than its limit, 64 to a word with the first in the highest bit. Bits
+// beyond `count` are 0.
+inline constexpr Kernel kMarkUpTo =
+    Kernel(thresholds::MarkUpTo).With(Processor::kAvx2, thresholds::MarkUpToAvx2);
+
+}  // namespace rastrel
+
+#endif
