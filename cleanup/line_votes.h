@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "pixels/kernels.h"
 #include "pixels/line_distances.h"
 
 namespace rastrel {
@@ -78,18 +79,17 @@ inline LineNormal FixedNormal(const Direction& direction) {
           static_cast<int16_t>(std::lround((cosine - c1) * 0x8000))};
 }
 
-template <class Counter>
-void VoteFast(const Anchor<int16_t>* anchors, size_t count, const Direction& direction, int reach,
-              Counter* votes) {
+template <class Distances, class Counter>
+void VoteInGroups(const Anchor<int16_t>* anchors, size_t count, const Direction& direction, int reach,
+                  Counter* votes) {
   static_assert(sizeof(*anchors) == 2 * sizeof(int16_t));
-  const LineNormal normal = FixedNormal(direction);
-  const auto findDistances = kLineDistances.Best();
+  const Distances distances(FixedNormal(direction));
   size_t i = 0;
   for (; i + kPointsAtOnce <= count; i += kPointsAtOnce) {
-    int32_t distances[kPointsAtOnce];
-    if (findDistances(&anchors[i].x, normal, distances)) {
+    int32_t found[kPointsAtOnce];
+    if (distances.Find(&anchors[i].x, found)) {
 #pragma GCC unroll 8
-      for (int k = 0; k < kPointsAtOnce; ++k) ++votes[distances[k] >> 16];
+      for (int k = 0; k < kPointsAtOnce; ++k) ++votes[found[k] >> 16];
     } else {
       VoteExactly(anchors + i, kPointsAtOnce, direction, reach, votes);
     }
@@ -97,12 +97,16 @@ void VoteFast(const Anchor<int16_t>* anchors, size_t count, const Direction& dir
   VoteExactly(anchors + i, count - i, direction, reach, votes);
 }
 
+template <class Counter>
+inline constexpr Kernel kVoteInGroups = Kernel(VoteInGroups<LineDistances, Counter>)
+                                            .With(Processor::kSse2, VoteInGroups<LineDistancesSse2, Counter>);
+
 template <class Coordinate, class Counter>
 void Vote(const Anchor<Coordinate>* anchors, size_t count, const Direction& direction, const Lines& lines,
           Counter* votes) {
   if constexpr (sizeof(Coordinate) == sizeof(int16_t)) {
     if (lines.takeAll && lines.reach <= kMaxFixedReach)
-      return VoteFast(anchors, count, direction, lines.reach, votes);
+      return kVoteInGroups<Counter>(anchors, count, direction, lines.reach, votes);
   }
   VoteExactly(anchors, count, direction, lines.reach, votes);
 }
