@@ -27,6 +27,18 @@ complains() {
 }
 no_leftovers() { [ -z "$(find . -name '.*.part')" ] || fail "left: $(find . -name '.*.part')"; }
 
+# What README.md shows, in order, and its program.
+case_readme() {
+  local source=${samples%/samples} line
+  ln -s "$samples" samples
+  rastrel() { "$rastrel" "$@"; }
+  while read -r line; do
+    eval "expect 0 $line"
+  done < <(grep '^    rastrel ' "$source/README.md")
+  [ -s tiles/catalogue-colour-006.png ] && [ -s cleaned/report-grey.png ] || fail "made only: $(find .)"
+  diff "$source/examples/clean_bitmap.c" <(sed -n '/^```c$/,/^```$/{/^```/!p}' "$source/README.md") || fail "another program"
+}
+
 case_usage() {
   expect 0 "$rastrel" --version
   expect 0 "$rastrel" clean --help
