@@ -6,35 +6,49 @@
 
 #include <nanobind/nanobind.h>
 
+#include <memory>
 #include <utility>
 
 namespace rastrel::python {
 
 namespace nb = nanobind;
 
+// A page's block, freed with the last that holds it.
+struct Block {
+  explicit Block(HGLOBAL made) : handle(made) {}
+  ~Block() {
+    if (isLocked) GlobalUnlock(handle);
+    if (handle != nullptr) GlobalFree(handle);
+  }
+  Block(const Block&) = delete;
+  Block& operator=(const Block&) = delete;
+
+  HGLOBAL GiveAway() { return std::exchange(handle, nullptr); }
+
+  HGLOBAL handle;
+  bool isLocked = false;
+};
+using SharedBlock = std::shared_ptr<Block>;
+// Null for null.
+inline SharedBlock Share(HGLOBAL made) { return made == nullptr ? nullptr : std::make_shared<Block>(made); }
+
 // A page that Python owns. Never changed after it was made, so that threads can share it.
 class Page {
  public:
-  explicit Page(HGLOBAL handle) : handle_(handle) {}
-  ~Page() {
-    if (isLocked_) GlobalUnlock(handle_);
-    if (handle_ != nullptr) GlobalFree(handle_);
-  }
-  Page(Page&& other) noexcept
-      : handle_(std::exchange(other.handle_, nullptr)), isLocked_(std::exchange(other.isLocked_, false)) {}
-  Page(const Page&) = delete;
-  Page& operator=(const Page&) = delete;
+  explicit Page(SharedBlock block) : block_(std::move(block)) {}
 
-  // Throws for a page that was given away.
-  HGLOBAL handle() const;
+  // Throw for a page that was given away.
+  const SharedBlock& block() const;
+  HGLOBAL handle() const { return block()->handle; }
   // The block's address, which stays as it is as long as the page.
   const void* Locked();
-  HGLOBAL GiveAway() { return std::exchange(handle_, nullptr); }
+  SharedBlock GiveAway();
 
  private:
-  HGLOBAL handle_;
-  bool isLocked_ = false;
+  SharedBlock block_;
 };
+
+int64_t PixelsOf(const Page& page);
 
 // Raises the exception that `code` of PagesErrorCode stands for.
 [[noreturn]] void Raise(int code, const char* text);

@@ -61,7 +61,7 @@ class Source {
   nb::tuple Read(int32_t index) const {
     const std::shared_ptr<PageFile> file = File();
     PageMetadata* metadata = nullptr;
-    Page page(Checked(WithoutGil([&] { return ReadPage(file.get(), index, &metadata); })));
+    Page page(Share(Checked(WithoutGil([&] { return ReadPage(file.get(), index, &metadata); }))));
     const Metadata held(metadata);
     return nb::make_tuple(std::move(page), DictionaryOf(held.get()));
   }

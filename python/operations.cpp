@@ -11,6 +11,7 @@
 #include <nanobind/stl/vector.h>
 
 #include "python/core.h"
+#include "python/long_work.h"
 
 namespace rastrel::python {
 namespace {
@@ -41,40 +42,57 @@ const tool::Operation& Find(const std::string& name) {
   return *operation;
 }
 
-// Handles of the objects, which keep the pages meanwhile.
-std::vector<HGLOBAL> HandlesOf(const nb::list& pages) {
+struct Made {
+  explicit operator bool() const { return isDone; }
+
+  bool isDone = false;
+  std::vector<SharedBlock> pages;
+};
+
+// Runs what the table has for the operation.
+Made Run(const tool::Operation& operation, const tool::Values& values, std::span<const SharedBlock> pages) {
   std::vector<HGLOBAL> handles;
-  for (const nb::handle page : pages) handles.push_back(nb::cast<const Page&>(page).handle());
-  return handles;
+  for (const SharedBlock& page : pages) handles.push_back(page->handle);
+  std::vector<tool::Page> results;
+  Made made;
+  if (operation.split != nullptr) {
+    made.isDone = operation.split(handles[0], values, &results);
+  } else {
+    results.emplace_back(operation.merge != nullptr ? operation.merge(handles, values)
+                                                    : operation.run(handles[0], values));
+    made.isDone = results[0] != nullptr;
+  }
+  for (tool::Page& page : results) made.pages.push_back(Share(page.release()));
+  return made;
 }
 
 // The results for one page, or for all of those that are joined.
 nb::list Apply(const std::string& name, const nb::list& pages, const Texts& texts) {
   const tool::Operation& operation = Find(name);
-  const tool::Values values = ValuesOf(operation, texts);
-  const std::vector<HGLOBAL> handles = HandlesOf(pages);
-  if (handles.empty()) Raise(ErrParameter, "there is no page");
-  std::vector<tool::Page> results;
-  const bool isDone = WithoutGil([&] {
-    if (operation.split != nullptr) return operation.split(handles[0], values, &results);
-    results.emplace_back(operation.merge != nullptr ? operation.merge(handles, values)
-                                                    : operation.run(handles[0], values));
-    return results[0] != nullptr;
-  });
-  Checked(isDone);
-  nb::list made;
-  for (tool::Page& page : results) made.append(nb::cast(Page(page.release())));
-  return made;
+  std::vector<SharedBlock> blocks;
+  int64_t pixels = 0;
+  for (const nb::handle object : pages) {
+    const auto& page = nb::cast<const Page&>(object);
+    blocks.push_back(page.block());
+    pixels += PixelsOf(page);
+  }
+  if (blocks.empty()) Raise(ErrParameter, "there is no page");
+  const Made made = ResultOf(pixels, [&operation, values = ValuesOf(operation, texts),
+                                      blocks](const Report&) { return Run(operation, values, blocks); });
+  nb::list results;
+  for (const SharedBlock& page : made.pages) results.append(nb::cast(Page(page)));
+  return results;
 }
 
 // `combine`, whose other pages are files for the command and pages here.
 Page Combine(const Page& page, const Page& other, const Page* mask, const Texts& texts) {
   const tool::Values values = ValuesOf(Find("combine"), texts);
-  const HGLOBAL masking = mask == nullptr ? nullptr : mask->handle();
-  return Page(Checked(WithoutGil([&] {
-    return CombinePages(page.handle(), other.handle(), masking, values.Whole(1), values.Whole(2),
-                        values.Whole(3));
-  })));
+  const SharedBlock masking = mask == nullptr ? nullptr : mask->block();
+  return Page(ResultOf(PixelsOf(page) + PixelsOf(other), [=, below = page.block(),
+                                                          above = other.block()](const Report&) {
+    return Share(CombinePages(below->handle, above->handle, masking == nullptr ? nullptr : masking->handle,
+                              values.Whole(1), values.Whole(2), values.Whole(3)));
+  }));
 }
 
 }  // namespace

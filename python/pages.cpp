@@ -1,24 +1,27 @@
 // Pages, their pixels, and cleaning.
-#include <exception>
-#include <optional>
-
-#include <nanobind/stl/optional.h>
+#include <memory>
 
 #include "python/core.h"
+#include "python/long_work.h"
 
 namespace rastrel::python {
 
-HGLOBAL Page::handle() const {
-  if (handle_ == nullptr) Raise(ErrParameter, "the page was given away");
-  return handle_;
+const SharedBlock& Page::block() const {
+  if (block_ == nullptr) Raise(ErrParameter, "the page was given away");
+  return block_;
+}
+
+SharedBlock Page::GiveAway() {
+  block();
+  return std::exchange(block_, nullptr);
 }
 
 const void* Page::Locked() {
-  const void* block = GlobalLock(handle());
-  if (block == nullptr) Raise(ErrLockMemory, "the page cannot be locked");
+  const void* address = GlobalLock(handle());
+  if (address == nullptr) Raise(ErrLockMemory, "the page cannot be locked");
   // One lock is enough for the page's life.
-  if (std::exchange(isLocked_, true)) GlobalUnlock(handle_);
-  return block;
+  if (std::exchange(block()->isLocked, true)) GlobalUnlock(handle());
+  return address;
 }
 
 namespace {
@@ -60,10 +63,10 @@ Page PageOfPixels(nb::handle pixels, int64_t width, int format, double dpiX, dou
   const Buffer buffer(pixels, PyBUF_STRIDES);
   const Py_buffer& view = buffer.view();
   if (!HoldsRows(view, width, format)) Raise(ErrParameter, "an image has rows of pixels, at least one");
-  return Page(Checked(WithoutGil([&] {
+  return Page(Share(Checked(WithoutGil([&] {
     return PageFromPixels(view.buf, static_cast<int32_t>(width), static_cast<int32_t>(view.shape[0]),
                           view.strides[0], format, dpiX, dpiY);
-  })));
+  }))));
 }
 
 void ReadPixels(const Page& page, nb::handle pixels, int format) {
@@ -75,6 +78,15 @@ void ReadPixels(const Page& page, nb::handle pixels, int format) {
   }
   Checked(WithoutGil([&] { return PixelsFromPage(page.handle(), view.buf, view.strides[0], format); }));
 }
+
+}  // namespace
+
+int64_t PixelsOf(const Page& page) {
+  const PageInfo info = InfoOf(page);
+  return int64_t{info.width} * info.height;
+}
+
+namespace {
 
 nb::tuple Describe(const Page& page) {
   const PageInfo info = InfoOf(page);
@@ -94,7 +106,7 @@ nb::tuple PlaceOf(Page& page) {
 }
 
 Page WithResolution(const Page& page, double dpiX, double dpiY) {
-  Page copy(Checked(WithoutGil([&] { return ExpandPage(page.handle()); })));
+  Page copy(Share(Checked(WithoutGil([&] { return ExpandPage(page.handle()); }))));
   Checked(SetPageResolution(copy.handle(), dpiX, dpiY));
   return copy;
 }
@@ -132,33 +144,21 @@ constexpr NumberOption kNumberOptions[] = {
     {"dpi", &CleanOptions::dpi},
 };
 
-// Asks Python between two steps whether to go on. What is raised meanwhile ends the work.
-class Progress {
- public:
-  explicit Progress(nb::object callback) : callback_(std::move(callback)) {}
-
-  static int RASTREL_CALL Report(void* context, const char* step, double done) {
-    return static_cast<Progress*>(context)->Stops(step, done);
-  }
-  void RaiseWhatStopped() const {
-    if (raised_) std::rethrow_exception(raised_);
-  }
-
- private:
-  int Stops(const char* step, double done) {
-    const nb::gil_scoped_acquire acquire;
-    try {
-      if (PyErr_CheckSignals() != 0) throw nb::python_error();
-      return !callback_.is_none() && callback_(step, done).ptr() == Py_False;
-    } catch (...) {
-      raised_ = std::current_exception();
-      return 1;
-    }
-  }
-
-  nb::object callback_;
-  std::exception_ptr raised_;
+struct FreeRecord {
+  void operator()(CleanRecord* record) const { FreeCleanRecord(record); }
 };
+using Record = std::unique_ptr<CleanRecord, FreeRecord>;
+
+struct Cleaned {
+  explicit operator bool() const { return page != nullptr; }
+
+  SharedBlock page, overlay;
+  Record record;
+};
+
+int RASTREL_CALL ReportStep(void* report, const char* step, double done) {
+  return (*static_cast<const Report*>(report))(step, done);
+}
 
 CleanOptions OptionsOf(const nb::dict& given) {
   auto options = Sized<CleanOptions>();
@@ -173,41 +173,46 @@ CleanOptions OptionsOf(const nb::dict& given) {
 }
 
 // The page is used up if `isTaken`, which saves a copy.
-nb::tuple Clean(Page& page, bool isTaken, const nb::dict& given, bool wantsOverlay, nb::object callback) {
-  CleanOptions options = OptionsOf(given);
-  Progress progress(std::move(callback));
-  options.progress = Progress::Report;
-  options.progressContext = &progress;
-  CleanRecord* record = nullptr;
-  HGLOBAL overlay = nullptr;
-  HGLOBAL* wanted = wantsOverlay ? &overlay : nullptr;
-  const HGLOBAL source = page.handle();
-  if (isTaken) page.GiveAway();
-  const HGLOBAL result = WithoutGil([&] {
-    return isTaken ? TakeAndCleanPage(source, &options, &record, wanted)
-                   : CleanPage(source, &options, &record, wanted);
-  });
-  if (result == nullptr) progress.RaiseWhatStopped();
-  Page cleaned(Checked(result));
-  std::optional<Page> shown;
-  if (overlay != nullptr) shown.emplace(overlay);
-  const nb::dict found = RecordOf(record);
-  FreeCleanRecord(record);
-  return nb::make_tuple(std::move(cleaned), found, std::move(shown));
+nb::tuple Clean(Page& page, bool isTaken, const nb::dict& given, bool wantsOverlay,
+                const nb::object& callback) {
+  const int64_t pixels = PixelsOf(page);
+  const SharedBlock source = isTaken ? page.GiveAway() : page.block();
+  const auto work = [source, isTaken, wantsOverlay, options = OptionsOf(given)](const Report& report) {
+    CleanOptions reporting = options;
+    reporting.progress = ReportStep;
+    reporting.progressContext = const_cast<Report*>(&report);
+    CleanRecord* record = nullptr;
+    HGLOBAL overlay = nullptr;
+    HGLOBAL* wanted = wantsOverlay ? &overlay : nullptr;
+    const HGLOBAL made = isTaken ? TakeAndCleanPage(source->GiveAway(), &reporting, &record, wanted)
+                                 : CleanPage(source->handle, &reporting, &record, wanted);
+    return Cleaned{.page = Share(made), .overlay = Share(overlay), .record = Record(record)};
+  };
+  const Cleaned cleaned = ResultOf(pixels, work, callback);
+  nb::object overlay = cleaned.overlay == nullptr ? nb::none() : nb::cast(Page(cleaned.overlay));
+  return nb::make_tuple(Page(cleaned.page), RecordOf(cleaned.record.get()), overlay);
 }
 
 nb::dict Examine(const Page& page) {
-  CleanRecord* record = nullptr;
-  Checked(WithoutGil([&] { return ExaminePage(page.handle(), &record); }));
-  const nb::dict found = RecordOf(record);
-  FreeCleanRecord(record);
-  return found;
+  return RecordOf(ResultOf(PixelsOf(page), [block = page.block()](const Report&) {
+                    CleanRecord* record = nullptr;
+                    return ExaminePage(block->handle, &record) != 0 ? Record(record) : nullptr;
+                  }).get());
 }
 
 nb::tuple MeasureSkewOf(const Page& page, double range, int text) {
-  double degrees = 0, confidence = 0;
-  Checked(WithoutGil([&] { return MeasurePageSkew(page.handle(), range, text, &degrees, &confidence); }));
-  return nb::make_tuple(degrees, confidence);
+  struct Skew {
+    explicit operator bool() const { return isMeasured; }
+
+    bool isMeasured;
+    double degrees, confidence;
+  };
+  const Skew skew = ResultOf(PixelsOf(page), [block = page.block(), range, text](const Report&) {
+    Skew found = {};
+    found.isMeasured = MeasurePageSkew(block->handle, range, text, &found.degrees, &found.confidence) != 0;
+    return found;
+  });
+  return nb::make_tuple(skew.degrees, skew.confidence);
 }
 
 bool IsBlank(const Page& page, int text, double percent) {

@@ -12,7 +12,7 @@ from ._records import Record, record_of
 
 _TEXTS = ("auto", "dark", "light")
 _DESKEWS = ("off", "whole", "fine")
-_REDUCTIONS = ("none", "threshold", "ordered", "fs", "jjn")
+_REDUCTIONS = ("none", "threshold", "ordered", "fs", "jjn", "auto")
 # Sizes of holes, from rastrel_pages.h.
 _HOLES_ANY, _HOLES_USUAL = -4, -5
 
@@ -95,7 +95,7 @@ def clean(
     flatten: bool = False,
     paper: Literal["keep", "white"] = "keep",
     bleed: bool = False,
-    reduce: Literal["none", "threshold", "ordered", "fs", "jjn"] = "none",
+    reduce: Literal["none", "threshold", "ordered", "fs", "jjn", "auto"] = "none",
     brightness: int = 0,
     classic: bool = False,
     overlay: bool = False,
@@ -141,8 +141,8 @@ def clean(
         make the paper white, and leave ink as it is
     bleed : bool
         weaken what shows through from behind
-    reduce : {"none", "threshold", "ordered", "fs", "jjn"}
-        make grey and colour pages black and white
+    reduce : {"none", "threshold", "ordered", "fs", "jjn", "auto"}
+        make grey and colour pages black and white; auto: by paper and ink at each place
     brightness : int, -255 to 255
         added to every grey first, by "threshold" and "ordered"
     classic : bool
@@ -167,7 +167,7 @@ def clean(
     Cancelled
         `progress` returned False
 
-    Other threads run meanwhile. Ctrl-C ends the work before the next step.
+    Other threads run meanwhile. Ctrl-C ends the work.
 
     >>> page = rastrel.clean(scan, dpi=600).image
     """

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Optional
+from typing import Any, Optional
 
 
 class Error(Exception):
@@ -23,6 +23,9 @@ class Error(Exception):
         self.code = code
         self.file = file
         self.reason = reason
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return type(self), (self.reason, self.code, self.file)
 
 
 class ArgumentError(Error, ValueError):

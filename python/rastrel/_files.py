@@ -114,6 +114,7 @@ class PageWriter:
         self._target = target
         self._name = name
         self._stream = stream
+        self._is_closed = False
 
     def append(self, image: Any, dpi: Resolution = 300.0) -> None:
         """Adds a page: an array, a Pillow image or a `Page`. `dpi` is for images without a resolution."""
@@ -124,7 +125,11 @@ class PageWriter:
             raise _named(error, self._name) from None
 
     def close(self) -> None:
-        """Finishes the file, which appears under its name only now. A file without pages is an error."""
+        """Finishes the file, which appears under its name only now. A file without pages is an error. Does
+        nothing once the file was closed or given up."""
+        if self._is_closed:
+            return
+        self._is_closed = True
         try:
             if self._stream is None:
                 self._target.finish()
@@ -135,6 +140,7 @@ class PageWriter:
 
     def abandon(self) -> None:
         """Gives the file up. What stood under its name stays."""
+        self._is_closed = True
         self._target.abandon()
 
     def __enter__(self) -> PageWriter:

@@ -23,7 +23,7 @@ ImageT = TypeVar("ImageT", Array, "Page", "PIL.Image.Image")
 Resolution = Union[float, "tuple[float, float]", None]
 
 # Pixel formats of rastrel_pages.h.
-_BITS, _GREY, _RGB, _RGBA = 1, 3, 4, 6
+_BITS, _GREY, _RGB, _BGR, _RGBA = 1, 3, 4, 5, 6
 
 _DPI_OF_ARRAYS = 300.0
 
@@ -83,10 +83,12 @@ def from_array(array: Array, dpi: Resolution) -> _core.Page:
         packed = np.ascontiguousarray(np.packbits(array, axis=1))
         return _core.page_of_pixels(packed, width, _BITS, across, down)
     channels = array.shape[2] if is_colour else 1
-    # Rows may lie anywhere, the pixels of one side by side.
-    if array.strides[1:] != ((channels, 1) if is_colour else (1,)):
-        array = np.ascontiguousarray(array)
     pixels = {1: _GREY, 3: _RGB, 4: _RGBA}[channels]
+    # Rows may lie anywhere, the pixels of one side by side; of colours blue may be the first in memory.
+    if channels == 3 and array.strides[1:] == (3, -1):
+        array, pixels = array[:, :, ::-1], _BGR
+    elif array.strides[1:] != ((channels, 1) if is_colour else (1,)):
+        array = np.ascontiguousarray(array)
     return _core.page_of_pixels(array, width, pixels, across, down)
 
 
@@ -135,12 +137,24 @@ def take(image: Any, dpi: Resolution = _DPI_OF_ARRAYS) -> Taken:
         return Taken(from_array(array_of_pillow(image), own or dpi), "pillow", {})
     if isinstance(image, np.ndarray):
         return Taken(from_array(image, dpi), "array", {})
-    if hasattr(image, "__array__") or hasattr(image, "__array_interface__") or hasattr(image, "__dlpack__"):
-        array = np.asarray(image) if not hasattr(image, "__dlpack__") else np.from_dlpack(image)
-        return Taken(from_array(array, dpi), "array", {})
-    raise ImageTypeError(
-        f"an image is a numpy array, a Pillow image or a rastrel.Page, not {type(image).__name__}"
-    )
+    array = _array_of(image)
+    if array is None:
+        raise ImageTypeError(
+            f"an image is a numpy array, a Pillow image or a rastrel.Page, not {type(image).__name__}"
+        )
+    return Taken(from_array(array, dpi), "array", {})
+
+
+def _array_of(image: Any) -> Optional[Array]:
+    """The array of something like one, of any library; None for something else."""
+    try:
+        if hasattr(image, "__dlpack__"):
+            return np.from_dlpack(image)
+        if hasattr(image, "__array__") or hasattr(image, "__array_interface__"):
+            return np.asarray(image)
+    except (BufferError, RuntimeError, TypeError, ValueError) as error:
+        raise ImageTypeError(f"no array can be made of this {type(image).__name__}: {error}") from error
+    return None
 
 
 def give(page: _core.Page, taken: Taken) -> Any:
@@ -201,7 +215,9 @@ def as_page(
     if isinstance(image, Page):
         return image
     if not is_pillow(image):
-        array = np.asarray(image)
+        array = image if isinstance(image, np.ndarray) else _array_of(image)
+        if array is None:
+            array = np.asarray(image)
         if array.dtype.kind in "iuf" and (array.dtype != np.uint8 or black is not None or white is not None):
             image = _to_bytes(array, black, white)
     taken = take(image, dpi)

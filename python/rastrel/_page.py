@@ -18,6 +18,10 @@ if TYPE_CHECKING:
     from ._files import Readable, Writable
 
 
+# kDLCPU of DLPack, and the first of them.
+_CPU = (1, 0)
+
+
 class Page:
     """A page in memory: its pixels, packed as the library packs them, its resolution, and what its file
     said of it.
@@ -159,6 +163,24 @@ class Page:
             shape, strides = (height, width, 3), (stride, 3, -1)
             address += 2
         return {"version": 3, "shape": shape, "strides": strides, "typestr": "|u1", "data": (address, True)}
+
+    def __dlpack__(
+        self,
+        *,
+        stream: None = None,
+        max_version: Optional[tuple[int, int]] = None,
+        dl_device: Optional[tuple[int, int]] = None,
+        copy: Optional[bool] = None,
+    ) -> Any:
+        """For torch.from_dlpack and the like: always a copy, which may be written to."""
+        if copy is False:
+            raise BufferError("what is exported of a page is always a copy")
+        if dl_device not in (None, _CPU):
+            raise BufferError("pages are in the processor's memory")
+        return self.array().__dlpack__(stream=stream)
+
+    def __dlpack_device__(self) -> tuple[int, int]:
+        return _CPU
 
     def _repr_png_(self) -> bytes:
         return self.to_bytes("png")

@@ -1,14 +1,19 @@
 """The Python package beside numpy, Pillow and the command."""
 
 import concurrent.futures
+import inspect
 import io
 import json
+import os
 import pathlib
 import pickle
 import re
 import shutil
+import signal
 import subprocess
 import sys
+import threading
+import time
 
 import numpy as np
 import pytest
@@ -17,16 +22,18 @@ from hypothesis import strategies as st
 from PIL import Image
 
 import rastrel
-from rastrel import _core
 
 ROOT = pathlib.Path(__file__).parents[2]
 SAMPLES = sorted(path for path in (ROOT / "samples").iterdir() if path.suffix in (".tif", ".png", ".jpg"))
-OPERATIONS = json.loads(_core.operations_json())
 CLASSIC_NAMES = {"clean": "despeckle", "grey": "to_grey", "holes": "remove_holes", "to24": "to_colour"}
 
 
 def command(*words):
-    subprocess.run([sys.executable, "-m", "rastrel", *map(str, words)], check=True, capture_output=True)
+    words = [sys.executable, "-m", "rastrel", *map(str, words)]
+    return subprocess.run(words, check=True, capture_output=True, text=True).stdout
+
+
+OPERATIONS = json.loads(command("apply", "--list", "--json"))
 
 
 def drawn(kind, height, width, seed=1):
@@ -49,6 +56,7 @@ layouts = st.sampled_from(
         lambda a: np.repeat(a, 2, axis=1)[:, ::2],
         lambda a: a[::-1].copy()[::-1],
         lambda a: a[:, ::-1].copy()[:, ::-1],
+        lambda a: a[..., ::-1].copy()[..., ::-1],  # BGR in memory
     ]
 )
 
@@ -61,6 +69,8 @@ def test_exact_operations_do_as_numpy_does_whatever_the_layout(kind, size, layou
     for made, expected in [
         (rastrel.Page(image).array(), image),
         (np.asarray(rastrel.Page(image)), image),
+        (np.from_dlpack(rastrel.Page(image)), image),
+        (rastrel.Page(rastrel.Page(image).image()).array(), image),
         (pickle.loads(pickle.dumps(rastrel.Page(image))).array(), image),
         (rastrel.flip(image, "h"), image[:, ::-1]),
         (rastrel.flip(image, "v"), image[::-1]),
@@ -109,6 +119,14 @@ def test_as_page_converts_what_else_is_refused(image, options, expected):
 PAGE = rastrel.Page(drawn("bool", 30, 40))
 
 
+class OnAnotherDevice:
+    def __dlpack__(self, **_):
+        raise BufferError
+
+    def __dlpack_device__(self):
+        return 2, 0
+
+
 @pytest.mark.parametrize(
     "call, error",
     [
@@ -116,6 +134,8 @@ PAGE = rastrel.Page(drawn("bool", 30, 40))
         (lambda: rastrel.clean(np.zeros((5, 5, 2), np.uint8)), rastrel.ImageTypeError),
         (lambda: rastrel.clean(np.zeros((5, 5, 3), bool)), rastrel.ImageTypeError),
         (lambda: rastrel.clean("scan.tif"), TypeError),
+        (lambda: rastrel.clean(OnAnotherDevice()), rastrel.ImageTypeError),
+        (lambda: PAGE.__dlpack__(copy=False), BufferError),
         (lambda: rastrel.clean(Image.new("I;16", (3, 3))), rastrel.ImageTypeError),
         (lambda: rastrel.as_page(np.array([[np.nan]])), ValueError),
         (lambda: rastrel.clean(PAGE, speck_level=101), rastrel.OptionError),
@@ -150,7 +170,9 @@ def test_bad_input_is_an_exception_that_says_so(call, error):
 def test_errors_carry_code_and_file(tmp_path):
     with pytest.raises(rastrel.FileError, match="nowhere.tif") as raised:
         rastrel.open(tmp_path / "nowhere.tif")
-    assert raised.value.code == 3 and raised.value.file == str(tmp_path / "nowhere.tif")
+    for error in raised.value, pickle.loads(pickle.dumps(raised.value)):  # from another process
+        assert error.code == 3 and error.file == str(tmp_path / "nowhere.tif")
+        assert str(error) == str(raised.value)
     with pytest.raises(rastrel.Error), rastrel.create(tmp_path / "empty.tif"):
         pass  # a file without pages
     assert list(tmp_path.iterdir()) == []
@@ -179,16 +201,40 @@ def test_a_file_given_up_leaves_what_stood_there(tmp_path):
         file.append(PAGE)
         raise KeyboardInterrupt
     assert path.read_bytes() == b"as it was" and len(list(tmp_path.iterdir())) == 1
+    file.close()  # too late for it, and no error
     with pytest.raises(rastrel.ArgumentError, match="closed"):
         file.append(PAGE)
+    assert path.read_bytes() == b"as it was"
 
 
 def test_every_operation_of_the_table_is_a_function():
     script = ROOT / "python" / "make_operations.py"
-    written = subprocess.run(
-        [sys.executable, script], input=_core.operations_json(), capture_output=True, text=True, check=True
-    ).stdout
+    words = [sys.executable, script]
+    table = json.dumps(OPERATIONS)
+    written = subprocess.run(words, input=table, capture_output=True, text=True, check=True).stdout
     assert written == (ROOT / "python" / "rastrel" / "_operations.py").read_text()
+
+
+def test_clean_takes_each_step_of_the_command():
+    names = {"trim": "borders", "drop_blank": "blank_percent"}
+    steps = command("clean", "--help").split("\nSteps:\n")[1]
+    options = re.findall(r"^  --(?:no-)?([a-z-]+)", steps, re.M)
+    words = {names.get(option.replace("-", "_"), option.replace("-", "_")) for option in options}
+    assert len(words) > 15 and words <= inspect.signature(rastrel.clean).parameters.keys()
+    choices = re.search(r'reduce : \{(.*)\}', rastrel.clean.__doc__)[1].replace('"', "").split(", ")
+    for word in choices:
+        assert rastrel.clean(drawn("grey", 30, 30), reduce=word).image.dtype == (bool if word != "none" else np.uint8)
+
+
+@pytest.mark.parametrize("work", [rastrel.clean, lambda page: rastrel.binarize(page, quality="best")])
+def test_ctrl_c_ends_long_work(work):
+    page = rastrel.Page(np.tile(drawn("grey", 1000, 1000), (8, 6)))  # takes seconds
+    threading.Timer(0.1, os.kill, (os.getpid(), signal.SIGINT)).start()
+    start = time.monotonic()
+    with pytest.raises(KeyboardInterrupt):
+        work(page)
+    assert time.monotonic() - start < 0.8
+    assert rastrel.flip(page, "v").width == 6000  # the next work is done
 
 
 @pytest.mark.parametrize("operation", OPERATIONS, ids=[entry["name"] for entry in OPERATIONS])
