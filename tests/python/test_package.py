@@ -290,3 +290,16 @@ def test_the_programs_of_the_guide_run(tmp_path, monkeypatch):
     for program in programs:
         exec(program, names)
     assert len(names["rows"]) == 2 and rastrel.Page.open("report.tif") == names["cleaned"].image
+
+
+def test_the_notebook_runs_and_is_rendered():
+    nbformat, nbclient = pytest.importorskip("nbformat"), pytest.importorskip("nbclient")
+    notebook = nbformat.read(ROOT / "docs" / "python.ipynb", as_version=4)
+    rendered = (ROOT / "docs" / "python-notebook.md").read_text()
+    nbclient.NotebookClient(notebook, timeout=300, resources={"metadata": {"path": str(ROOT / "docs")}}).execute()
+    for cell in notebook.cells:
+        assert cell.source in rendered
+    pictures = [name for name in re.findall(r"!\[\]\((.*)\)", rendered) if (ROOT / "docs" / name).exists()]
+    shown = [output for cell in notebook.cells for output in cell.get("outputs", ()) if "data" in output]
+    assert len(pictures) == sum("image/png" in output["data"] for output in shown) == 3
+    assert "letter-1bit.tif" in shown[-1]["data"]["text/plain"]
