@@ -20,9 +20,14 @@ add_library(rastrel_options INTERFACE)
 target_link_libraries(rastrel_options INTERFACE rastrel_link_options)
 target_compile_options(rastrel_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
-  -Wno-restrict  # GCC 12 sees overlaps in std::string operator+ that are not there
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>  # GCC 12 sees overlaps in std::string operator+ that are not there
   -ffp-contract=off $<$<BOOL:${RASTREL_WARNINGS_AS_ERRORS}>:-Werror>)
-if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+if(EMSCRIPTEN)
+  # 128-bit vectors and exceptions that the engine itself knows, as all browsers have had since 2022. Linking needs the
+  # same word. Sizes of the web's 32 bits are compared with 64-bit ones on purpose.
+  target_compile_options(rastrel_link_options INTERFACE -msimd128 -fwasm-exceptions)
+  target_link_options(rastrel_link_options INTERFACE -fwasm-exceptions)
+elseif(CMAKE_SIZEOF_VOID_P EQUAL 4)
   target_compile_options(rastrel_options INTERFACE -msse2 -mfpmath=sse)
 endif()
 

@@ -90,7 +90,7 @@ void Components::FindRuns(const BitPlane& ink) {
   rowStarts_.assign(rows + 1, 0);
   for (size_t y = 0; y < rows; ++y)
     rowStarts_[y + 1] = rowStarts_[y] + CountRuns(ink.Row(static_cast<int>(y)), ink.wordsPerRow());
-  runs_ = std::make_unique_for_overwrite<InkRun[]>(rowStarts_[rows]);
+  runs_.reset(new InkRun[rowStarts_[rows]]);  // not zeroed
   for (size_t y = 0; y < rows; ++y) {
     if (rowStarts_[y + 1] != rowStarts_[y]) {
       const auto row = static_cast<int>(y);
@@ -148,7 +148,7 @@ void Components::Measure() {
     next += component.runCount;
     component.runCount = 0;
   }
-  order_ = std::make_unique_for_overwrite<uint32_t[]>(rowStarts_.back());
+  order_.reset(new uint32_t[rowStarts_.back()]);
   for (uint32_t i = 0; i < rowStarts_.back(); ++i) {
     Component& component = components_[runs_[i].component];
     order_[component.firstRun + component.runCount++] = i;
