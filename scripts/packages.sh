@@ -12,14 +12,16 @@ RASTREL_QUALITY_PACKAGES=(libharfbuzz-dev fonts-hosny-amiri culmus fonts-blanken
 RASTREL_PYTHON_PACKAGES=(python3-venv python3-dev)
 RASTREL_LINT_PACKAGES=(clang-format)
 RASTREL_PEER_PACKAGES=(libleptonica-dev libopencv-dev unpaper libbenchmark-dev time python3)
+RASTREL_WEB_PACKAGES=(cmake ninja-build emscripten nodejs npm)
+RASTREL_WEB_TEST_PACKAGES=(chromium)
 RASTREL_WINDOWS_PACKAGES=(g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine64 xvfb xauth)
 
 # Installs those of the packages named that are not there. As another user than root it asks sudo.
 rastrel_install() {
   local missing=() package
   for package in "$@"; do
-    # pkg-config may be there under the name of the package that replaces it.
-    if [ "$package" = pkg-config ] && command -v pkg-config >/dev/null; then continue; fi
+    # These may be there as a part of another package.
+    case "$package" in pkg-config | npm) ! command -v "$package" >/dev/null || continue ;; esac
     if [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" != installed ]; then
       missing+=("$package")
     fi

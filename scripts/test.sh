@@ -2,7 +2,7 @@
 # Builds Rastrel and runs all of its tests: release, the Python package, address and undefined-behaviour sanitizers, 32 bits,
 # Windows (64 bits under Wine; 32 bits too where there is a 32-bit Wine), the format check, and how large the tests are beside
 # the code. Installs what is missing (Debian). With arguments only those are run: format developer python debug-sanitize
-# 32-bit windows.
+# 32-bit windows; and web, the WebAssembly module in Node and the page in Chromium, which is not among the usual ones.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
@@ -12,6 +12,7 @@ packages=("${RASTREL_BUILD_PACKAGES[@]}" "${RASTREL_TOOL_PACKAGES[@]}" "${RASTRE
   "${RASTREL_LINT_PACKAGES[@]}")
 case " $* " in *" python "*) packages+=("${RASTREL_PYTHON_PACKAGES[@]}") ;; esac
 case " $* " in *" windows "*) packages+=("${RASTREL_WINDOWS_PACKAGES[@]}") ;; esac
+case " $* " in *" web "*) packages+=("${RASTREL_WEB_PACKAGES[@]}" "${RASTREL_WEB_TEST_PACKAGES[@]}") ;; esac
 rastrel_install "${packages[@]}"
 
 run_preset() {
@@ -44,6 +45,15 @@ run_python() {
   (cd "$package" && "$venv/bin/mypy" --strict --cache-dir ../mypy rastrel)
 }
 
+# The stored bytes, the npm package in Node beside the native command where that is built, and the page in Chromium.
+run_web() {
+  printf '\n== web\n'
+  scripts/web.sh build
+  cmake --build --preset web --target rastrel_web_golden
+  (cd build/web && node web/rastrel_web_golden.cjs ../../tests/golden.txt)
+  RASTREL_COMMAND=$PWD/build/developer/tools/rastrel node --test tests/web/
+}
+
 # Source files whose names end so, under the folders named or everywhere.
 sources() {
   local names=$1
@@ -73,6 +83,7 @@ for what in "$@"; do
   case "$what" in
     format) check_format ;;
     python) run_python ;;
+    web) run_web ;;
     windows)
       run_preset windows64
       run_preset windows32
