@@ -75,7 +75,8 @@ std::string AllLayouts() {
 }
 
 // Module.progress is set by the one call that is under way: a module runs one at a time.
-EM_JS(int, TellProgress, (const char* step, double done), { return Module.progress(UTF8ToString(step), done); })
+EM_JS(int, TellProgress, (const char* step, double done),
+      { return Module.progress(UTF8ToString(step), done); })
 
 int OnProgress(void*, const char* step, double done) { return TellProgress(step, done); }
 
