@@ -108,6 +108,21 @@ BytePlane Closed(BytePlane bright, int reach) {
   return bright;
 }
 
+// Division by small numbers, again and again: exact for what is below 2^32 / (number of divisors).
+template <size_t kDivisors>
+class Dividing {
+ public:
+  Dividing() {
+    for (size_t i = 1; i < kDivisors; ++i) factors_[i] = (uint64_t{1} << 32) / i + 1;
+  }
+  int operator()(int value, int divisor) const {
+    return static_cast<int>(static_cast<uint64_t>(value) * factors_[static_cast<size_t>(divisor)] >> 32);
+  }
+
+ private:
+  std::array<uint64_t, kDivisors> factors_{};
+};
+
 // Sums over the cells up to `reach` away: running sums, along the rows and then of whole rows.
 Grid SumAround(const Grid& grid, int reach) {
   Grid across(grid.columns, grid.rows), around(grid.columns, grid.rows);
@@ -179,9 +194,10 @@ struct Ends {
 // that parts the cells' darkest blocks best (Otsu).
 int UsualDarkness(const BytePlane& closed, const BytePlane& dark) {
   std::array<int64_t, kShareUnit> counts{};
+  const Dividing<256> divided;
   for (size_t i = 0; i < dark.bytes().size(); ++i) {
     const int ground = std::max<int>(closed.bytes()[i], 1);
-    ++counts[static_cast<size_t>(std::max(ground - dark.bytes()[i], 0) * (kShareUnit - 1) / ground)];
+    ++counts[static_cast<size_t>(divided(std::max(ground - dark.bytes()[i], 0) * (kShareUnit - 1), ground))];
   }
   const int parting = PartingValue(counts);
   int64_t total = 0;
@@ -251,9 +267,10 @@ void FillIn(Grid& values, Grid& weights) {
 Grid Smoothed(const Grid& grid) {
   const Grid sums = SumAround(grid, 1);
   const Grid counts = SumAround(Grid(grid.columns, grid.rows, 1), 1);
+  const Dividing<10> divided;  // by up to 3 x 3
   Grid smooth = grid;
   for (size_t i = 0; i < smooth.cells.size(); ++i)
-    smooth.cells[i] = (sums.cells[i] + counts.cells[i] / 2) / counts.cells[i];
+    smooth.cells[i] = divided(sums.cells[i] + counts.cells[i] / 2, counts.cells[i]);
   return smooth;
 }
 
@@ -281,23 +298,39 @@ int BetweenRows(int upper, int lower, int share, int cellShift) {
 constexpr int kHalfLevel = 128;         // of 256 parts: what is rounded
 constexpr size_t kMostStretches = 128;  // at once
 
+// BetweenRows of rows of cells, in 16 bits, which the sums fill.
+void PutBetween(const uint8_t* __restrict upper, const uint8_t* __restrict lower, int count, int share,
+                int cellShift, uint16_t* __restrict values) {
+  const auto lowers = static_cast<uint16_t>(share), uppers = static_cast<uint16_t>((2 << cellShift) - share);
+  const int left = 7 - cellShift, right = cellShift + 1;
+  for (int i = 0; i < count; ++i) {
+    const auto sum = static_cast<uint16_t>((upper[i] * uppers + lower[i] * lowers) << left);
+    values[i] = static_cast<uint16_t>(sum >> right);
+  }
+}
+
+// Where the stretches from each value to the next begin, and by how much they climb from pixel to pixel.
+void PutSlopes(const uint16_t* __restrict values, size_t count, uint16_t twoSides,
+               uint16_t* __restrict starts, uint16_t* __restrict steps) {
+  for (size_t i = 0; i < count; ++i) {
+    const auto climb = static_cast<uint16_t>(values[i + 1] - values[i]);
+    starts[i] = static_cast<uint16_t>(values[i] * twoSides + climb + kHalfLevel);
+    steps[i] = static_cast<uint16_t>(2 * climb);
+  }
+}
+
 // `values` are BetweenRows of one row of cells, the first and the last twice. The pixels from the middle of
 // one cell to the middle of the next are a stretch; the first begins half a cell before the page, and the
 // last may end beyond it.
 template <int Side>
-void SpreadValues(std::span<const int> values, std::span<uint8_t> row) {
+void SpreadValues(std::span<const uint16_t> values, std::span<uint8_t> row) {
   const size_t count = values.size() - 1;
-  std::array<uint16_t, 2 * kMostStretches> slopes;
+  std::array<uint16_t, kMostStretches> starts, steps;
   std::array<uint8_t, kMostStretches * Side> bytes;
   for (size_t first = 0; first < count; first += kMostStretches) {
     const size_t end = std::min(first + kMostStretches, count);
-    uint16_t *const starts = slopes.data(), *const steps = starts + kMostStretches;
-    for (size_t i = first; i < end; ++i) {
-      const int climb = values[i + 1] - values[i];
-      starts[i - first] = static_cast<uint16_t>(values[i] * 2 * Side + climb + kHalfLevel);
-      steps[i - first] = static_cast<uint16_t>(2 * climb);
-    }
-    Widest<RunStretches<Side>>(starts, steps, end - first, bytes.data());
+    PutSlopes(values.data() + first, end - first, 2 * Side, starts.data(), steps.data());
+    Widest<RunStretches<Side>>(starts.data(), steps.data(), end - first, bytes.data());
     const size_t skipped = first == 0 ? Side / 2 : 0;
     const size_t at = first * Side + skipped - Side / 2;
     if (at >= row.size()) return;
@@ -324,12 +357,8 @@ void PaperMap::BrightnessRow(int y, std::span<uint8_t> row) const { SpreadRow(br
 
 void PaperMap::SpreadRow(const BytePlane& cells, int y, std::span<uint8_t> row) const {
   const Between down = CellsAround(y, cellShift_, rows());
-  const uint8_t* upper = cells.Row(down.first);
-  const uint8_t* lower = cells.Row(down.second);
-  std::vector<int> values(static_cast<size_t>(columns()) + 2);
-  for (int c = 0; c < columns(); ++c) {
-    values[static_cast<size_t>(c) + 1] = BetweenRows(upper[c], lower[c], down.share, cellShift_);
-  }
+  std::vector<uint16_t> values(static_cast<size_t>(columns()) + 2);
+  PutBetween(cells.Row(down.first), cells.Row(down.second), columns(), down.share, cellShift_, &values[1]);
   values.front() = values[1];
   values.back() = values[static_cast<size_t>(columns())];
   row = row.first(std::min(row.size(), static_cast<size_t>(width_)));
@@ -397,11 +426,12 @@ PaperMap FindPaper(const BytePlane& grey, int dpi) {
   Grid brightness(columns, rows);
   std::copy(closed.bytes().begin(), closed.bytes().end(), brightness.cells.begin());
   Grid weights(columns, rows, 1);
+  const Dividing<9 * kBlocksInCell * kBlocksInCell + 1> divided;
   for (int r = 0; r < rows; ++r) {
     for (int c = 0; c < columns; ++c) {
       const bool darkAndPlain = closed.Row(r)[c] * kDarkShare < level && writtenAround.At(c, r) == 0;
       const int seen = countsAround.At(c, r);
-      if (seen > 0) brightness.At(c, r) = (sumsAround.At(c, r) + seen / 2) / seen;
+      if (seen > 0) brightness.At(c, r) = divided(sumsAround.At(c, r) + seen / 2, seen);
       if (darkAndPlain || seen == 0) {
         weights.At(c, r) = 0;
       }

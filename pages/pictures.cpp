@@ -245,11 +245,12 @@ struct ToneLimits {
 void AddTone(const uint8_t* __restrict row, const uint8_t* __restrict least, const uint8_t* __restrict most,
              const uint8_t* __restrict step, int count, uint8_t* __restrict counts) {
   for (int x = 0; x < count; ++x) {
+    // Each comparison as a byte, or compilers widen them all.
     const uint8_t level = row[x], next = row[x + 2];
-    const auto off = static_cast<uint8_t>(std::max(level, next) - std::min(level, next));
-    const bool isTone = (std::max(level, least[x]) == level) & (std::min(level, most[x]) == level) &
-                        (std::min(off, step[x]) == off);
-    counts[x] = static_cast<uint8_t>(counts[x] + (isTone ? 1 : 0));
+    const auto off = static_cast<uint8_t>(level > next ? level - next : next - level);
+    const uint8_t isNoInk = level >= least[x] ? 1 : 0, isNoPaper = level <= most[x] ? 1 : 0;
+    const uint8_t isFlat = off <= step[x] ? 1 : 0;
+    counts[x] = static_cast<uint8_t>(counts[x] + (isNoInk & isNoPaper & isFlat));
   }
 }
 
