@@ -72,16 +72,16 @@ struct Operation {
 
 // clang-format off
 const Operation kOperations[] = {
-    {"FlipDIBVertical", FlipDIBVertical, {}, {}, 8, "x", kNone, "x", kNone},
-    {"FlipDIBHorizontal", FlipDIBHorizontal, {}, {}, 8, "x", kNone, "x", kNone},
+    {"FlipDIBVertical", RUN(FlipDIBVertical(dib)), {}, {}, 8, "x", kNone, "x", kNone},
+    {"FlipDIBHorizontal", RUN(FlipDIBHorizontal(dib)), {}, {}, 8, "x", kNone, "x", kNone},
     // Where memory runs out for these the work is tried once more, in another way.
     {"TurnDIB", RUN(TurnDIB(dib, 1)), {8, 17, 19}, {1, 2, 4, 8, 16, 24, 32}, 8, "oo", 0, "x", 17},
     {"RotateDIB", RUN(RotateDIB(dib, 30)), {8, 17, 19}, {1, 4, 8, 24}, 8, "oo", 0, "x", 17},
     {"StraightenDIB", RUN(StraightenDIB(dib, 93, 1, 0)), {8, 17, 19}, {1, 4, 8, 24}, 8, "ooo", 0, "x", 17},
-    {"Convert8to24", Convert8to24, {8, 17}, {}, 8, "oo", 0, "x", 17},
+    {"Convert8to24", RUN(Convert8to24(dib)), {8, 17}, {}, 8, "oo", 0, "x", 17},
     {"SkewDIB across", RUN(Sheared(dib, 1, 5)), {8, 17, 19}, {1, 8, 24}, 8, "x", 1, "x", 17},
     {"SkewDIB up", RUN(Sheared(dib, 0, 5)), {8, 17, 19}, {1, 8, 24}, 8, "x", 1, "x", 17},
-    {"TrimBlackBorder", TrimBlackBorder, {}, {1, 8, 24}, 8, "x", kNone, "x", kNone},
+    {"TrimBlackBorder", RUN(TrimBlackBorder(dib)), {}, {1, 8, 24}, 8, "x", kNone, "x", kNone},
     {"DeskewDIB", RUN(DeskewDIB(dib, 1, 0, nullptr, 1)), {}, {1, 8, 24}, 0, nullptr, 0, nullptr, 0},
     // Kept: a copy that cannot be locked is lost, and one whose own locks failed is blank.
     {"PunchHoleRemover", RUN(PunchHoleRemover(dib, 0, 0, nullptr)), {}, {1, 8, 24}, 8, "x", kNone, "xxoolo", kNone},
@@ -104,7 +104,7 @@ const Operation kOperations[] = {
     {"ScaleDIB", RUN(ScaleDIB(dib, 1, 20, 10)), {8, 1}, {}, 8, "x", 1, "x", 1},
     {"ScaleDIB of 1 bit", RUN(ScaleDIB(dib, 1, 20, 10)), {8, 1}, {}, 1, "x", kNone, "?xo", kNone},
     {"ScaleGrayDIB", RUN(ScaleGrayDIB(dib, 0, 0, 9, 5, 2, 2, 1)), {}, {4, 8}, 8, "x", kNone, "x", kNone},
-    {"ExpandCompressedDIB", ExpandCompressedDIB, {8, 8}, {}, 0, nullptr, 0, nullptr, 0},
+    {"ExpandCompressedDIB", RUN(ExpandCompressedDIB(dib)), {8, 8}, {}, 0, nullptr, 0, nullptr, 0},
     {"ConvertDIBToBitmap", RUN(ConvertDIBToBitmap(dib)), {kNone, kNone, 19}, {1, 4, 8, 16, 24, 32}, 0, nullptr, 0, nullptr, 0},
 };
 
@@ -118,9 +118,9 @@ struct Refusal {
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 const Change kAsItIs = [](BITMAPINFOHEADER&) {};
 const Refusal kRefusals[] = {
-    {kNone, 8, FlipDIBVertical, CHANGE(h.biHeight++)},
-    {kNone, 8, FlipDIBHorizontal, CHANGE(h.biHeight = -9)},
-    {kNone, 8, FlipDIBVertical, CHANGE(h.biWidth = h.biHeight = INT_MAX, h.biPlanes = 65535)},
+    {kNone, 8, RUN(FlipDIBVertical(dib)), CHANGE(h.biHeight++)},
+    {kNone, 8, RUN(FlipDIBHorizontal(dib)), CHANGE(h.biHeight = -9)},
+    {kNone, 8, RUN(FlipDIBVertical(dib)), CHANGE(h.biWidth = h.biHeight = INT_MAX, h.biPlanes = 65535)},
     {9, 8, RUN(TurnDIB(dib, 1)), CHANGE(h.biSize = 12, h.biCompression = 1)},
     {18, 8, RUN(TurnDIB(dib, 1)), CHANGE(h.biCompression = 1, h.biWidth = 0)},
     {19, 8, RUN(TurnDIB(dib, 1)), CHANGE(h.biHeight = 0, h.biBitCount = 15)},
@@ -144,7 +144,7 @@ const Refusal kRefusals[] = {
     {19, 8, RUN(Sheared(dib, 0, 1)), CHANGE(h.biHeight++)},
     {1, 8, RUN(Sheared(dib, 0, INT_MAX)), kAsItIs},
     {1, 8, RUN(Sheared(dib, 1, INT_MIN)), kAsItIs},
-    {kNone, 8, TrimBlackBorder, CHANGE(h.biBitCount = 4)},
+    {kNone, 8, RUN(TrimBlackBorder(dib)), CHANGE(h.biBitCount = 4)},
     {15, 1, RUN(Cropped(dib, 0, 0, 0)), CHANGE(h.biSize = 12, h.biPlanes = 2)},
     {21, 1, RUN(Cropped(dib, 0, 0, 0)), CHANGE(h.biPlanes = 2, h.biCompression = 1)},
     {21, 8, RUN(Cropped(dib, 0, 0, 0)), CHANGE(h.biCompression = 1)},
@@ -222,16 +222,16 @@ const Refusal kRefusals[] = {
     {kNone, 8, RUN(ScaleGrayDIB(dib, 0, 0, 9, 5, 2, 2, 2)), kAsItIs},
     {kNone, 8, RUN(ScaleGrayDIB(dib, 32767, 32767, 9, 5, 2, 2, 0)), kAsItIs},
     {kNone, 24, RUN(ScaleGrayDIB(dib, 0, 0, 9, 5, 2, 2, 1)), kAsItIs},
-    {8, 8, ExpandCompressedDIB, CHANGE(h.biCompression = 2)},
-    {8, 8, ExpandCompressedDIB, CHANGE(h.biCompression = 1, h.biBitCount = 4)},
-    {8, 8, ExpandCompressedDIB, CHANGE(h.biCompression = 1, h.biSizeImage = 0, h.biWidth = -1)},
-    {19, 8, ExpandCompressedDIB, CHANGE(h.biCompression = 1, h.biWidth = -1)},
-    {1, 8, ExpandCompressedDIB, CHANGE(h.biCompression = 1, h.biWidth = h.biHeight = INT_MAX)},
-    {8, 8, Convert8to24, CHANGE(h.biSize = 12, h.biCompression = 1)},
-    {18, 8, Convert8to24, CHANGE(h.biCompression = 1, h.biBitCount = 24)},
-    {13, 8, Convert8to24, CHANGE(h.biBitCount = 4, h.biWidth = 0)},
-    {31, 8, Convert8to24, CHANGE(h.biBitCount = 24, h.biHeight = 0)},
-    {19, 8, Convert8to24, CHANGE(h.biWidth = 0x50000)},
+    {8, 8, RUN(ExpandCompressedDIB(dib)), CHANGE(h.biCompression = 2)},
+    {8, 8, RUN(ExpandCompressedDIB(dib)), CHANGE(h.biCompression = 1, h.biBitCount = 4)},
+    {8, 8, RUN(ExpandCompressedDIB(dib)), CHANGE(h.biCompression = 1, h.biSizeImage = 0, h.biWidth = -1)},
+    {19, 8, RUN(ExpandCompressedDIB(dib)), CHANGE(h.biCompression = 1, h.biWidth = -1)},
+    {1, 8, RUN(ExpandCompressedDIB(dib)), CHANGE(h.biCompression = 1, h.biWidth = h.biHeight = INT_MAX)},
+    {8, 8, RUN(Convert8to24(dib)), CHANGE(h.biSize = 12, h.biCompression = 1)},
+    {18, 8, RUN(Convert8to24(dib)), CHANGE(h.biCompression = 1, h.biBitCount = 24)},
+    {13, 8, RUN(Convert8to24(dib)), CHANGE(h.biBitCount = 4, h.biWidth = 0)},
+    {31, 8, RUN(Convert8to24(dib)), CHANGE(h.biBitCount = 24, h.biHeight = 0)},
+    {19, 8, RUN(Convert8to24(dib)), CHANGE(h.biWidth = 0x50000)},
     {kNone, 8, RUN(CleanImage(dib, 50, 1)), CHANGE(h.biPlanes = 2)},
     {kNone, 8, RUN(CleanImage(dib, 19, 1)), kAsItIs},
     {kNone, 1, RUN(CleanImage(dib, 101, 1)), kAsItIs},
