@@ -26,6 +26,15 @@ TEST(DetectSkewAngle, FindsHowFarALineRises) {
   }
 }
 
+TEST(DetectSkewAngle, FindsALineAtTheRightEndOfAWidePage) {
+  for (const int bits : {1, 8, 24}) {
+    const Pixel white = bits == 1 ? 1 : bits == 8 ? 255 : 0xFFFFFF;
+    TestDib page = TestDib::Plain(MakeHeader(bits, 2000, 300), white);
+    for (int x = 1400; x < 1990; ++x) page.Fill(x, 250 - (x - 1400) * 140 / 1000, 1, 2, 0);  // 8 degrees
+    EXPECT_EQ(8, DetectDark(page)) << bits << " bits";
+  }
+}
+
 TEST(DetectSkewAngle, KeptWrapsTheDiagonalAt32Bits) {
   // 46300 squared fits 31 bits, 46341 squared does not.
   for (const int width : {46300, 46341}) {

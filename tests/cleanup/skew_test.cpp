@@ -47,9 +47,9 @@ TEST(SkewDIB, KeptReportsTheCornersOfAWholeEdge) {
   };
   const TestDib page = TestDib::Random(1, 100, 50, 1);
   for (const Case& c :
-       {Case{1, 0, {0, 0, 100, 0, 100, 50, 0, 50}}, Case{1, 5, {5, 0, 105, 0, 100, 50, 0, 50}},
-        Case{1, -5, {0, 0, 100, 0, 105, 50, 5, 50}}, Case{0, 4, {0, 4, 100, 4, 100, 50, 0, 50}},
-        Case{0, -4, {0, 0, 100, 0, 100, 54, 0, 54}}}) {
+       {Case{1, 0, {0, 0, 100, 0, 100, 50, 0, 50}}, Case{1, 1, {1, 0, 101, 0, 100, 50, 0, 50}},
+        Case{1, 5, {5, 0, 105, 0, 100, 50, 0, 50}}, Case{1, -5, {0, 0, 100, 0, 105, 50, 5, 50}},
+        Case{0, 4, {0, 4, 100, 4, 100, 50, 0, 50}}, Case{0, -4, {0, 0, 100, 0, 100, 54, 0, 54}}}) {
     SkewCorners corners = {};
     uint32_t error = 77;
     SetRastrelError(kErrorBefore);

@@ -35,6 +35,17 @@ TEST(RastrelErrorString, ShowsAMessageBoxWithoutABuffer) {
   EXPECT_EQ("Rastrel Error|Unable to find a scanned page for cropping.|48", shown);
 }
 
+TEST(GetImageVersion, IsCutWithoutATerminator) {
+  for (const auto& [length, expected] : {std::pair{-5, std::string("xxxxxxxxxxxxxxx")},
+                                         {7, "Versionxxxxxxxx"},
+                                         {12, "Version 9.11xxx"},
+                                         {1000, std::string("Version 9.11\0xx", 15)}}) {
+    char buffer[16] = "xxxxxxxxxxxxxxx";
+    GetImageVersion(buffer, length);
+    EXPECT_EQ(expected, std::string(buffer, 15)) << length;
+  }
+}
+
 TEST(ScaleSteps, AreStoredOnlyWhenAllIsValid) {
   OnFreshThread([] {
     const ScaleStepTable good = {2,
