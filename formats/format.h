@@ -106,17 +106,32 @@ class Document {
   virtual void Close() = 0;
 };
 
+// A file of many pages that takes long to open, and therefore stays open. For one thread at a time.
+class PageSource {
+ public:
+  PageSource() = default;
+  virtual ~PageSource() = default;
+  PageSource(const PageSource&) = delete;
+  PageSource& operator=(const PageSource&) = delete;
+  virtual PageList List() = 0;
+  virtual Dib Read(uint64_t place, const Reading& reading, Metadata* metadata) = 0;
+  virtual PageInfo Describe(uint64_t place, int dpi) = 0;
+  // Whether it has gathered so much on its way that another had better go on.
+  virtual bool isWorn() const { return false; }
+};
+
 struct Format {
   const char* name;                              // "tif"; also how files end
   const char* title;                             // "TIFF"
   const char* extensions;                        // "tif,tiff"
-  std::span<const std::string_view> signatures;  // a file begins with one of these
+  std::span<const std::string_view> signatures;  // a file begins with one of these; '?' is any byte
   std::span<const OptionEntry> options = {};
   const char* metadata = "";  // the items that its files keep, "icc,xmp"
 
-  // All of these throw PageError.
-  Dib (*read)(Bytes* file, uint64_t place, const Reading& reading, Metadata* metadata);
-  PageInfo (*describe)(Bytes* file, uint64_t place);
+  // All of these throw PageError. Formats that are read have `open`, or the other two.
+  Dib (*read)(Bytes* file, uint64_t place, const Reading& reading, Metadata* metadata) = nullptr;
+  PageInfo (*describe)(Bytes* file, uint64_t place) = nullptr;
+  std::unique_ptr<PageSource> (*open)(std::unique_ptr<Bytes> file) = nullptr;
   // Null for formats of one page, which lies at 0.
   PageList (*list)(Bytes* file) = nullptr;
   // Formats of one page that are written have `write`, those of several the other two.
@@ -131,6 +146,7 @@ struct Format {
   std::vector<uint8_t> (*encodeRaw)(const Raw& page, const Metadata& metadata,
                                     const Options& options) = nullptr;
 
+  bool isRead() const { return read != nullptr || open != nullptr; }
   bool isWritten() const { return write != nullptr || encode != nullptr; }
   bool hasManyPages() const { return encode != nullptr; }
 };
@@ -139,7 +155,7 @@ std::span<const Format* const> Formats();
 // By one of its endings, in any case of letters; null for others.
 const Format* FindFormat(std::string_view extension);
 
-extern const Format kBmp, kTiff, kPng, kJpeg;
+extern const Format kBmp, kTiff, kPng, kJpeg, kPdf;
 
 // ---- for readers and writers ------------------------------------------------------------------------------
 

@@ -79,7 +79,7 @@ std::string FormatsAsJson() {
                         .Add("name", format->name)
                         .Add("title", format->title)
                         .Add("extensions", format->extensions)
-                        .Add("reads", format->read != nullptr)
+                        .Add("reads", format->isRead())
                         .Add("writes", format->isWritten())
                         .Add("manyPages", format->hasManyPages())
                         .Add("metadata", format->metadata)
@@ -338,7 +338,7 @@ int RASTREL_CALL GetPageFormat(int32_t index, PageFormat* format) {
                           .name = entry.name,
                           .title = entry.title,
                           .extensions = entry.extensions,
-                          .isRead = entry.read != nullptr,
+                          .isRead = entry.isRead(),
                           .isWritten = entry.isWritten(),
                           .hasManyPages = entry.hasManyPages(),
                           .options = static_cast<int32_t>(entry.options.size()),

@@ -1,5 +1,6 @@
 #include "formats/page_files.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <utility>
@@ -35,6 +36,12 @@ std::string Titles() {
   return titles;
 }
 
+bool Begins(std::string_view head, std::string_view signature) {
+  const auto isSame = [](char expected, char found) { return expected == '?' || expected == found; };
+  return head.size() >= signature.size() &&
+         std::equal(signature.begin(), signature.end(), head.begin(), isSame);
+}
+
 // The format that begins like this.
 const Format& FormatOf(Bytes* file) {
   std::array<uint8_t, 16> start{};
@@ -44,7 +51,7 @@ const Format& FormatOf(Bytes* file) {
   const std::string_view head(reinterpret_cast<const char*>(start.data()), got);
   for (const Format* format : Formats()) {
     for (const std::string_view signature : format->signatures) {
-      if (head.starts_with(signature)) return *format;
+      if (Begins(head, signature)) return *format;
     }
   }
   throw PageError(Text("is not a ", Titles(), " file"), ErrFileFormat);
@@ -56,9 +63,12 @@ const Format& FormatOf(Bytes* file) {
 
 InputPages::InputPages(Place place) : place_(std::move(place)) {
   if (const auto* path = std::get_if<std::string>(&place_)) CheckRegular(*path);
-  const std::unique_ptr<Bytes> bytes = Open();
+  std::unique_ptr<Bytes> bytes = Open();
   format_ = &FormatOf(bytes.get());
-  if (format_->list != nullptr) {
+  if (format_->open != nullptr) {
+    sources_.push_back(format_->open(std::move(bytes)));
+    list_ = sources_.back()->List();
+  } else if (format_->list != nullptr) {
     list_ = format_->list(bytes.get());
   } else {
     list_.places = {0};
@@ -75,8 +85,32 @@ std::unique_ptr<Bytes> InputPages::Open() const {
       place_);
 }
 
+// A source that fails is not used again.
+template <class Use>
+auto InputPages::WithSource(Use use) const {
+  std::unique_ptr<PageSource> source;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!sources_.empty()) {
+      source = std::move(sources_.back());
+      sources_.pop_back();
+    }
+  }
+  if (!source) source = format_->open(Open());
+  auto result = use(source.get());
+  if (source->isWorn()) return result;
+  const std::lock_guard lock(mutex_);
+  sources_.push_back(std::move(source));
+  return result;
+}
+
 Dib InputPages::Read(size_t index, Metadata* metadata) const {
-  return format_->read(Open().get(), list_.places.at(index), Reading(options_), metadata);
+  const Reading reading(options_);
+  if (format_->open != nullptr) {
+    return WithSource(
+        [&](PageSource* source) { return source->Read(list_.places.at(index), reading, metadata); });
+  }
+  return format_->read(Open().get(), list_.places.at(index), reading, metadata);
 }
 
 Raw InputPages::ReadRaw(size_t index, Metadata* metadata) const {
@@ -87,6 +121,10 @@ Raw InputPages::ReadRaw(size_t index, Metadata* metadata) const {
 }
 
 PageInfo InputPages::Describe(size_t index) const {
+  if (format_->open != nullptr) {
+    return WithSource(
+        [&](PageSource* source) { return source->Describe(list_.places.at(index), options_.dpi); });
+  }
   return format_->describe(Open().get(), list_.places.at(index));
 }
 

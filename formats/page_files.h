@@ -3,6 +3,7 @@
 #define RASTREL_FORMATS_PAGE_FILES_H
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -32,11 +33,16 @@ class InputPages {
 
  private:
   std::unique_ptr<Bytes> Open() const;
+  template <class Use>
+  auto WithSource(Use use) const;
 
   Place place_;
   const Format* format_ = nullptr;
   PageList list_;
   ReadOptions options_;
+  // Those that no thread uses just now, of a format that has them.
+  mutable std::mutex mutex_;
+  mutable std::vector<std::unique_ptr<PageSource>> sources_;
 };
 
 // A page made ready for a file of many.

@@ -118,7 +118,7 @@ void AddJobsOption(CLI::App* app, JobOptions* options) {
 void AddOutputOptions(CLI::App* app, JobOptions* options) {
   app->add_option("-o,--output", options->output,
                   std::string("A file, or a folder (or a name that ends in /) for a file each.\n"
-                              "TIFF files take all pages; in other formats several pages are\n"
+                              "TIFF and PDF files take all pages; in other formats several pages are\n"
                               "numbered: out-001.png, out-002.png") +
                       OnlyFormat())
       ->type_name("OUT");
@@ -145,7 +145,9 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
   app->add_flag("--keep-time", options->keepsTime, "Give outputs the time of their inputs");
   app->add_flag("--no-fsync", options->skipsSync,
                 "Do not wait until outputs are on the disk: faster, but not safe against\na loss of power");
-  app->add_option("--dpi", options->dpi, "Dots per inch of files that do not say (300, with a warning)")
+  app->add_option("--dpi", options->dpi,
+                  "Dots per inch of files that do not say (300, with a warning), and at which pages\n"
+                  "of PDF files are drawn that are no scanned image (300)")
       ->check(Between(20, 20000))
       ->type_name("N");
   app->add_option("--quality", options->jpegQuality,
@@ -153,6 +155,7 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
                   "(without it nothing is lost: deflate; 1-bit pages: Group 4)")
       ->check(CLI::Range(1, 100))
       ->type_name("N");
+  app->add_flag("--pdfa", options->isArchival, "Write PDF/A-2b, the kind of PDF for archives");
   AddJobsOption(app, options);
   AddLimitOption(app, options);
 }
@@ -241,6 +244,7 @@ int RunCommand(int argc, char** argv) {
     throw UsageError("no output: -o OUT is required");
   CheckCleanOptions(options.clean);
   options.clean.dpi = options.dpi;
+  options.reading.dpi = static_cast<int32_t>(options.dpi);
   OnInterruption(RemoveUnfinished);
   return RunJobs(options);
 }

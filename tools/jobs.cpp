@@ -527,8 +527,8 @@ class Jobs {
       throw PageError(fmt::format("is not written, as it would lose: {}", fmt::join(report.reduced, "; ")));
     }
     const PageMetadata* metadata = finished->metadata.get();
-    const std::string options =
-        options_.jpegQuality == 0 ? "" : fmt::format("quality={}", options_.jpegQuality);
+    std::string options = options_.jpegQuality == 0 ? "" : fmt::format("quality={}", options_.jpegQuality);
+    if (options_.isArchival) options += options.empty() ? "pdfa=2b" : ",pdfa=2b";
     for (const Page& page : pages) {
       std::string path = output.path;
       try {
@@ -683,6 +683,9 @@ Plan MakePlan(const JobOptions& options) {
       PlanSinglePages(plan.tasks, out, format->name, &plan);
     }
   }
+  const auto isPdf = [](const Output& output) { return output.format == "pdf"; };
+  if (options.isArchival && !std::all_of(plan.outputs.begin(), plan.outputs.end(), isPdf))
+    throw UsageError("--pdfa is for PDF files");
   if (!options.overlay.empty()) PlanOverlays(options, &plan);
   RefuseLosses(options, plan);
   return plan;

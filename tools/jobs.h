@@ -30,6 +30,7 @@ struct JobOptions {
   bool makesParents = false;  // the output's folder is made, with those that it lies in
   double dpi = 0;             // for files that have none; 0: the usual one is assumed, with a warning
   int threads = 0;            // 0: as many as there are cores
+  bool isArchival = false;    // PDF/A
   PageReadOptions reading = Sized<PageReadOptions>();  // what pages may cost
   int jpegQuality = 0;  // 1 to 100: grey and colour pages in TIFF files are compressed as JPEG
   ReportOptions report;

@@ -3,7 +3,7 @@
 namespace rastrel::formats {
 
 std::span<const Format* const> Formats() {
-  static constexpr const Format* kFormats[] = {&kBmp, &kTiff, &kPng, &kJpeg};
+  static constexpr const Format* kFormats[] = {&kBmp, &kTiff, &kPng, &kJpeg, &kPdf};
   return kFormats;
 }
 
