@@ -14,11 +14,12 @@ struct Blankness {
 };
 
 // Faint print is no blank page; shadows, dark paper, stains, a dark surround and what shows through from
-// behind leave it blank. `ink` is FindInk's.
-Blankness FindBlankness(const BytePlane& grey, const PaperMap& paper, const BitPlane& ink);
+// behind leave it blank. `ink` is FindInk's; `pixelsPerPoint` as in judgement.h.
+Blankness FindBlankness(const BytePlane& grey, const PaperMap& paper, const BitPlane& ink,
+                        double pixelsPerPoint = 1);
 
 // The same for a 1-bit page, 1 = dark. Scattered specks, and bars along the edges, leave it blank.
-Blankness FindBlankness(const BitPlane& dark);
+Blankness FindBlankness(const BitPlane& dark, double pixelsPerPoint = 1);
 
 }  // namespace rastrel::pages
 

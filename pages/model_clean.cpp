@@ -573,8 +573,9 @@ class ModelCleaning {
     if (hasLines && options_.blankPercent <= kUsualPercent) return;
     const BitPlane ink = InkThatStays();
     if (!hasLines) {
-      const Blankness found =
-          model_.isBitonal() ? FindBlankness(ink) : FindBlankness(model_.grey, model_.paper, ink);
+      const Blankness found = model_.isBitonal()
+                                  ? FindBlankness(ink, model_.pixelsPerPoint)
+                                  : FindBlankness(model_.grey, model_.paper, ink, model_.pixelsPerPoint);
       record_.isBlank = found.isBlank;
     }
     if (options_.blankPercent <= kUsualPercent) return;
