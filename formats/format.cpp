@@ -138,24 +138,18 @@ void Tell(const Original& original, Metadata* metadata) {
   }
   if (original.isMixed) add(Text(original.space, " to RGB"));
   if (original.hasAlpha) add("alpha laid over white");
+  if (original.others > 0) add(Text(Count(original.others, "further sample"), " left out"));
   SetText(metadata, "space", original.space);
   SetText(metadata, "depth", Text(bits));
   if (!original.compression.empty()) SetText(metadata, "compression", original.compression);
   if (!reduced.empty()) SetText(metadata, "reduced", reduced);
 }
 
-Metadata FittingProfile(const Metadata& metadata, const PageView& page) {
-  Metadata fitting = metadata;
-  const Metadata::Item* profile = metadata.Find("icc");
-  if (profile == nullptr) return fitting;
-  constexpr size_t kSpaceAt = 16, kSpaceBytes = 4, kHeaderBytes = 128;  // of an ICC profile
-  if (profile->bytes.size() >= kHeaderBytes) {
-    const std::string_view space(reinterpret_cast<const char*>(&profile->bytes[kSpaceAt]), kSpaceBytes);
-    const bool isGrey = page.bits() <= 8 && HasGreyRamp(page);
-    if (space == (isGrey ? "GRAY" : "RGB ")) return fitting;
-  }
-  fitting.Remove("icc");
-  return fitting;
+void AddReduction(std::string_view text, Metadata* metadata) {
+  const Metadata::Item* item = metadata->Find("reduced");
+  const std::string before =
+      item != nullptr ? std::string(item->bytes.begin(), item->bytes.end()) + "\n" : std::string();
+  SetText(metadata, "reduced", before + std::string(text));
 }
 
 void CannotHold(uint64_t fileBytes, int64_t width, int64_t height) {

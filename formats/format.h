@@ -155,7 +155,7 @@ std::span<const Format* const> Formats();
 // By one of its endings, in any case of letters; null for others.
 const Format* FindFormat(std::string_view extension);
 
-extern const Format kBmp, kTiff, kPng, kJpeg, kPdf;
+extern const Format kBmp, kTiff, kPng, kJpeg, kPdf, kPbm, kPgm, kPpm, kPam;
 
 // ---- for readers and writers ------------------------------------------------------------------------------
 
@@ -175,10 +175,13 @@ struct Original {
   bool isFloat = false;
   bool hasAlpha = false;
   bool isMixed = false;  // its colours became red, green and blue
+  int others = 0;        // samples a pixel that are neither colour nor alpha
 };
 // As the items "space", "depth", "compression" and "reduced", a reduction a line.
 void Tell(const Original& original, Metadata* metadata);
-// Leaves an ICC profile out that is for other colours than the page has, with a word in "reduced".
+void AddReduction(std::string_view text, Metadata* metadata);
+// With an ICC profile for the colours that the page has: one for colours becomes one for the greys that were
+// made of them; others are left out.
 Metadata FittingProfile(const Metadata& metadata, const PageView& page);
 
 // What a header tells of a page that is not read: `fillPalette` sets the colour table of a page of one pixel.

@@ -1,5 +1,6 @@
 // JPEG files through libjpeg. It reports errors by a jump, so what stands between setjmp and the last call
 // holds nothing that needs destroying.
+#include <algorithm>
 #include <csetjmp>
 #include <cstdio>  // jpeglib.h needs it first
 #include <cstdlib>
@@ -10,6 +11,7 @@
 #include <jerror.h>
 #include <jpeglib.h>
 
+#include "formats/colour_profile.h"
 #include "formats/format.h"
 
 namespace rastrel::formats {
@@ -209,14 +211,14 @@ class Reader {
     return true;
   }
   // `inkRow` holds a row of cyan, magenta, yellow and black where the file has those.
-  bool ReadRows(const PageView& page, uint8_t* inkRow) {
+  bool ReadRows(const PageView& page, uint8_t* inkRow, ToRgb* toRgb) {
     if (setjmp(errors_.jump) != 0) return false;
     jpeg_start_decompress(&jpeg_);
     while (jpeg_.output_scanline < jpeg_.output_height) {
       uint8_t* out = page.PageRow(static_cast<int>(jpeg_.output_scanline));
       uint8_t* row = inkRow != nullptr ? inkRow : out;
       jpeg_read_scanlines(&jpeg_, &row, 1);
-      if (inkRow != nullptr) MixInks(inkRow, out, page.width());
+      if (inkRow != nullptr) MixInks(inkRow, out, page.width(), toRgb);
     }
     jpeg_finish_decompress(&jpeg_);
     return true;
@@ -240,12 +242,10 @@ class Reader {
     return true;
   }
   // Files with an Adobe marker store the inks inverted.
-  void MixInks(const uint8_t* inks, uint8_t* out, int width) const {
-    const uint8_t flip = jpeg_.saw_Adobe_marker ? 0 : 0xFF;
-    for (int x = 0; x < width; ++x, inks += 4, out += 3) {
-      const unsigned light = inks[3] ^ flip;
-      for (int i = 0; i < 3; ++i) out[2 - i] = static_cast<uint8_t>((inks[i] ^ flip) * light / 255);
-    }
+  void MixInks(uint8_t* inks, uint8_t* out, int width, ToRgb* toRgb) const {
+    const auto samples = static_cast<size_t>(width) * 4;
+    for (size_t i = 0; jpeg_.saw_Adobe_marker && i < samples; ++i) inks[i] = static_cast<uint8_t>(~inks[i]);
+    toRgb->Convert(inks, static_cast<size_t>(width), out);
   }
 
   ByteReader bytes_;
@@ -322,12 +322,17 @@ Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* meta
   CheckClaim(jpeg, file->size());
   const int orientation = OrientationOf(jpeg);  // the markers go when the rows are read
   if (metadata != nullptr) ReadMetadata(&reader, metadata);
+  std::unique_ptr<ToRgb> toRgb;
+  if (jpeg.out_color_space == JCS_CMYK) {
+    toRgb = NewToRgb(ToRgb::kCmyk, reader.Profile());
+    if (metadata != nullptr) metadata->Remove("icc");  // it has done its work
+  }
   Dib page = reading.NewPage(jpeg.output_width, jpeg.output_height, BitsOf(jpeg), ReadResolution(jpeg),
                              WorkBytes(&reader.jpeg()));
   const PageView view(page);
   for (int y = 0; y < view.height(); ++y) std::memset(view.PageRow(y) + view.stride() - 4, 0, 4);
   std::vector<uint8_t> inkRow(jpeg.out_color_space == JCS_CMYK ? size_t{jpeg.output_width} * 4 : 0);
-  const bool isRead = reader.ReadRows(view, inkRow.empty() ? nullptr : inkRow.data());
+  const bool isRead = reader.ReadRows(view, inkRow.empty() ? nullptr : inkRow.data(), toRgb.get());
   reading.CheckTime();
   if (!isRead) reader.Fail();
   return Upright(std::move(page), orientation);
@@ -342,13 +347,173 @@ PageInfo Describe(Bytes* file, uint64_t /*place*/) {
                         OrientationOf(jpeg), [](const PageView&) {});
 }
 
+// ---- writing ----------------------------------------------------------------------------------------------
+
+constexpr OptionEntry kOptions[] = {{.name = "quality",
+                                     .help = "how close to the page it stays; 100 is closest",
+                                     .least = 1,
+                                     .most = 100,
+                                     .standard = "90"}};
+constexpr int kQuality = 90;
+constexpr size_t kMostMarkerBytes = 0xFFFF - 2;  // its length takes two
+
+// Takes libjpeg's bytes.
+struct Drain {
+  jpeg_destination_mgr base;
+  ByteWriter* bytes;
+  uint8_t buffer[1 << 14];
+};
+
+void OnStart(j_compress_ptr jpeg) {
+  auto& drain = *reinterpret_cast<Drain*>(jpeg->dest);
+  drain.base.next_output_byte = drain.buffer;
+  drain.base.free_in_buffer = sizeof(drain.buffer);
+}
+
+boolean OnFull(j_compress_ptr jpeg) {
+  auto& drain = *reinterpret_cast<Drain*>(jpeg->dest);
+  if (!drain.bytes->Write(drain.buffer)) ERREXIT(jpeg, JERR_FILE_WRITE);
+  OnStart(jpeg);
+  return TRUE;
+}
+
+void OnEnd(j_compress_ptr jpeg) {
+  auto& drain = *reinterpret_cast<Drain*>(jpeg->dest);
+  const size_t left = sizeof(drain.buffer) - drain.base.free_in_buffer;
+  if (!drain.bytes->Write({drain.buffer, left}) || !drain.bytes->Flush()) ERREXIT(jpeg, JERR_FILE_WRITE);
+}
+
+struct Marker {
+  int kind;
+  std::vector<uint8_t> bytes;
+};
+
+// Those that fit into a marker.
+std::vector<Marker> MarkersOf(const Metadata& metadata) {
+  constexpr struct {
+    const char* item;
+    int kind;
+    std::string_view intro;
+  } kItems[] = {{"exif", kExifMarker, kExifIntro},
+                {"xmp", kExifMarker, kXmpIntro},
+                {"photoshop", kPhotoshopMarker, kPhotoshopIntro}};
+  std::vector<Marker> markers;
+  for (const auto& [name, kind, intro] : kItems) {
+    const Metadata::Item* item = metadata.Find(name);
+    if (item == nullptr || item->bytes.empty()) continue;
+    Marker marker = {kind, {intro.begin(), intro.end()}};
+    marker.bytes.insert(marker.bytes.end(), item->bytes.begin(), item->bytes.end());
+    if (marker.bytes.size() > kMostMarkerBytes) {
+      throw PageError(std::string("cannot be written: JPEG files have no room for so much ") + name,
+                      ErrTooLarge);
+    }
+    markers.push_back(std::move(marker));
+  }
+  return markers;
+}
+
+class Writer {
+ public:
+  explicit Writer(Bytes* file) : bytes_(file) {
+    jpeg_.err = jpeg_std_error(&errors_.base);
+    errors_.base.error_exit = OnError;
+    errors_.base.output_message = [](j_common_ptr) {};
+    errors_.text[0] = '\0';
+    if (!Start()) throw PageError("out of memory", ErrNoMemory);
+  }
+  ~Writer() { jpeg_destroy_compress(&jpeg_); }
+  Writer(const Writer&) = delete;
+  Writer& operator=(const Writer&) = delete;
+  const char* message() const { return errors_.text; }
+
+  // `row` has room for a row of greys or colours where the page has indices; else it is null.
+  bool Write(const PageView& page, int quality, const Metadata::Item* profile,
+             std::span<const Marker> markers, bool isGrey, uint8_t* row) {
+    if (setjmp(errors_.jump) != 0) return false;
+    jpeg_.image_width = static_cast<JDIMENSION>(page.width());
+    jpeg_.image_height = static_cast<JDIMENSION>(page.height());
+    jpeg_.input_components = isGrey ? 1 : 3;
+    jpeg_.in_color_space = isGrey ? JCS_GRAYSCALE : JCS_EXT_BGR;
+    jpeg_set_defaults(&jpeg_);
+    jpeg_set_quality(&jpeg_, quality, TRUE);
+    jpeg_.optimize_coding = TRUE;
+    constexpr double kMostDensity = 65535;
+    jpeg_.density_unit = 1;
+    jpeg_.X_density = static_cast<UINT16>(std::min(DotsPerInch(page.resolution().x) + 0.5, kMostDensity));
+    jpeg_.Y_density = static_cast<UINT16>(std::min(DotsPerInch(page.resolution().y) + 0.5, kMostDensity));
+    if (jpeg_.X_density == 0 || jpeg_.Y_density == 0) jpeg_.density_unit = 0;
+    if (jpeg_.density_unit == 0) jpeg_.X_density = jpeg_.Y_density = 1;
+    jpeg_start_compress(&jpeg_, TRUE);
+    for (const Marker& marker : markers) {
+      jpeg_write_marker(&jpeg_, marker.kind, marker.bytes.data(), static_cast<unsigned>(marker.bytes.size()));
+    }
+    if (profile != nullptr && !profile->bytes.empty()) {
+      jpeg_write_icc_profile(&jpeg_, profile->bytes.data(), static_cast<unsigned>(profile->bytes.size()));
+    }
+    const std::span<const RGBQUAD> table = page.palette();
+    for (int y = 0; y < page.height(); ++y) {
+      uint8_t* in = page.PageRow(y);
+      for (int x = 0; row != nullptr && x < page.width(); ++x) {
+        const RGBQUAD& colour = table[GetIndex(in, page.bits(), x)];
+        uint8_t* pixel = row + static_cast<size_t>(x) * (isGrey ? 1 : 3);
+        pixel[0] = colour.rgbBlue;
+        if (isGrey) continue;
+        pixel[1] = colour.rgbGreen;
+        pixel[2] = colour.rgbRed;
+      }
+      JSAMPROW rows = row != nullptr ? row : in;
+      jpeg_write_scanlines(&jpeg_, &rows, 1);
+    }
+    jpeg_finish_compress(&jpeg_);
+    return true;
+  }
+
+ private:
+  bool Start() {
+    if (setjmp(errors_.jump) != 0) return false;
+    jpeg_create_compress(&jpeg_);
+    drain_.base.init_destination = OnStart;
+    drain_.base.empty_output_buffer = OnFull;
+    drain_.base.term_destination = OnEnd;
+    drain_.bytes = &bytes_;
+    jpeg_.dest = &drain_.base;
+    return true;
+  }
+
+  ByteWriter bytes_;
+  Drain drain_{};
+  ErrorManager errors_{};
+  jpeg_compress_struct jpeg_{};
+};
+
+void Write(const Dib& page, const Metadata& metadata, const Options& options, Bytes* file) {
+  const PageView view(page);
+  if (view.width() > JPEG_MAX_DIMENSION || view.height() > JPEG_MAX_DIMENSION) {
+    throw PageError("cannot be written: JPEG files have at most 65500 pixels a side", ErrTooLarge);
+  }
+  const bool isGrey = HasGreyRamp(view);
+  const bool isAsItIs = view.bits() == 24 || (view.bits() == 8 && isGrey);
+  std::vector<uint8_t> row(isAsItIs ? 0 : static_cast<size_t>(view.width()) * 3);
+  const Metadata fitting = FittingProfile(metadata, view);
+  const std::vector<Marker> markers = MarkersOf(fitting);
+  Writer writer(file);
+  const auto quality = static_cast<int>(options.Number("quality", kQuality));
+  if (!writer.Write(view, quality, fitting.Find("icc"), markers, isGrey,
+                    row.empty() ? nullptr : row.data())) {
+    NotWritten(file->problem() != nullptr ? file->problem() : writer.message());
+  }
+}
+
 }  // namespace
 
 constinit const Format kJpeg = {.name = "jpg",
                                 .title = "JPEG",
                                 .extensions = "jpg,jpeg,jpe",
                                 .signatures = kSignatures,
+                                .options = kOptions,
+                                .metadata = "icc,xmp,exif,photoshop",
                                 .read = Read,
-                                .describe = Describe};
+                                .describe = Describe,
+                                .write = Write};
 
 }  // namespace rastrel::formats

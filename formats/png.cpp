@@ -3,6 +3,7 @@
 #include <png.h>
 
 #include <algorithm>
+#include <bit>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
@@ -93,12 +94,23 @@ class Reader {
     png_read_update_info(png_, info_);
     return true;
   }
-  bool ReadRows(const PageView& page, const Reading& reading) {
+  // Asks for samples as they are, of whole bytes in this machine's order, tables and alpha spelled out.
+  bool AskForSamples() {
+    if (setjmp(png_jmpbuf(png_)) != 0) return false;
+    png_set_expand(png_);
+    if (std::endian::native == std::endian::little) png_set_swap(png_);
+    passes_ = png_set_interlace_handling(png_);
+    png_read_update_info(png_, info_);
+    return true;
+  }
+  // `rowAt` needs no destruction.
+  template <class RowAt>
+  bool ReadRows(int height, RowAt rowAt, const Reading& reading) {
     if (setjmp(png_jmpbuf(png_)) != 0) return false;
     for (int pass = 0; pass < passes_; ++pass) {
-      for (int y = 0; y < page.height(); ++y) {
+      for (int y = 0; y < height; ++y) {
         if (reading.isLate()) return false;
-        png_read_row(png_, page.PageRow(y), nullptr);
+        png_read_row(png_, rowAt(y), nullptr);
       }
     }
     png_read_end(png_, info_);
@@ -120,9 +132,9 @@ struct TextItem {
 constexpr TextItem kTexts[] = {{"Description", "description"}, {"Author", "artist"},
                                {"Copyright", "copyright"},     {"Creation Time", "date"},
                                {"Title", "document"},          {"Software", "software"},
-                               {"XML:com.adobe.xmp", "xmp"}};
+                               {"History", "history"},         {"XML:com.adobe.xmp", "xmp"}};
 constexpr const char* kXmpKeyword = "XML:com.adobe.xmp";
-constexpr const char* kMetadata = "icc,xmp,exif,description,artist,copyright,date,document,software";
+constexpr const char* kMetadata = "icc,xmp,exif,description,artist,copyright,date,document,software,history";
 
 std::string Utf8(std::string_view latin1) {
   std::string text;
@@ -214,31 +226,41 @@ class Writer {
   Writer& operator=(const Writer&) = delete;
   const char* message() const { return message_.text; }
 
-  bool Write(const PageView& page, const png_color* colours, const Metadata::Item* profile,
-             const Metadata::Item* exif, std::span<png_text> texts) {
+  // What stands in front of the rows.
+  struct Head {
+    int width, height, depth, kind;
+    Resolution resolution;
+    const png_color* colours = nullptr;
+    int colourCount = 0;
+    const Metadata::Item *profile, *exif;
+    std::span<png_text> texts;
+  };
+  // `rowAt` needs no destruction.
+  template <class RowAt>
+  bool Write(const Head& head, RowAt rowAt, void (*order)(png_structp)) {
     if (setjmp(png_jmpbuf(png_)) != 0) return false;
-    const int kind = page.bits() == 24    ? PNG_COLOR_TYPE_RGB
-                     : colours == nullptr ? PNG_COLOR_TYPE_GRAY
-                                          : PNG_COLOR_TYPE_PALETTE;
-    png_set_IHDR(png_, info_, static_cast<png_uint_32>(page.width()), static_cast<png_uint_32>(page.height()),
-                 page.bits() == 24 ? 8 : page.bits(), kind, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+    png_set_IHDR(png_, info_, static_cast<png_uint_32>(head.width), static_cast<png_uint_32>(head.height),
+                 head.depth, head.kind, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
-    if (colours != nullptr) png_set_PLTE(png_, info_, colours, static_cast<int>(page.palette().size()));
-    png_set_pHYs(png_, info_, static_cast<png_uint_32>(page.resolution().x),
-                 static_cast<png_uint_32>(page.resolution().y), PNG_RESOLUTION_METER);
+    if (head.colours != nullptr) png_set_PLTE(png_, info_, head.colours, head.colourCount);
+    if (head.resolution.x > 0 && head.resolution.y > 0) {
+      png_set_pHYs(png_, info_, static_cast<png_uint_32>(head.resolution.x),
+                   static_cast<png_uint_32>(head.resolution.y), PNG_RESOLUTION_METER);
+    }
     png_set_compression_level(png_, kCompressionLevel);
-    if (profile != nullptr) {
-      png_set_iCCP(png_, info_, "ICC profile", PNG_COMPRESSION_TYPE_BASE, profile->bytes.data(),
-                   static_cast<png_uint_32>(profile->bytes.size()));
+    if (head.profile != nullptr) {
+      png_set_iCCP(png_, info_, "ICC profile", PNG_COMPRESSION_TYPE_BASE, head.profile->bytes.data(),
+                   static_cast<png_uint_32>(head.profile->bytes.size()));
     }
-    if (exif != nullptr) {
-      png_set_eXIf_1(png_, info_, static_cast<png_uint_32>(exif->bytes.size()),
-                     const_cast<png_bytep>(exif->bytes.data()));
+    if (head.exif != nullptr) {
+      png_set_eXIf_1(png_, info_, static_cast<png_uint_32>(head.exif->bytes.size()),
+                     const_cast<png_bytep>(head.exif->bytes.data()));
     }
-    if (!texts.empty()) png_set_text(png_, info_, texts.data(), static_cast<int>(texts.size()));
+    if (!head.texts.empty())
+      png_set_text(png_, info_, head.texts.data(), static_cast<int>(head.texts.size()));
     png_write_info(png_, info_);
-    if (page.bits() == 24) png_set_bgr(png_);
-    for (int y = 0; y < page.height(); ++y) png_write_row(png_, page.PageRow(y));
+    if (order != nullptr) order(png_);
+    for (int y = 0; y < head.height; ++y) png_write_row(png_, rowAt(y));
     png_write_end(png_, nullptr);
     return bytes_.Flush();
   }
@@ -284,7 +306,8 @@ Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* meta
   if (png_get_rowbytes(reader.png(), reader.info()) > view.stride()) Damaged("");
   for (int y = 0; y < view.height(); ++y) std::memset(view.PageRow(y) + view.stride() - 4, 0, 4);
   if (head.hasPalette) ReadPalette(reader, view);
-  const bool isRead = reader.ReadRows(view, reading);
+  const bool isRead = reader.ReadRows(
+      view.height(), [&view](int y) { return view.PageRow(y); }, reading);
   reading.CheckTime();
   if (!isRead) reader.Fail();
   if (metadata != nullptr) {
@@ -326,21 +349,101 @@ std::vector<png_text> TextsOf(const Metadata& metadata, std::vector<std::string>
   return texts;
 }
 
+template <class RowAt>
+void WriteFile(Writer::Head head, const Metadata& metadata, RowAt rowAt, void (*order)(png_structp),
+               Bytes* file) {
+  std::vector<std::string> kept;
+  std::vector<png_text> texts = TextsOf(metadata, &kept);
+  head.profile = metadata.Find("icc");
+  head.exif = metadata.Find("exif");
+  head.texts = texts;
+  Writer writer(file);
+  if (!writer.Write(head, rowAt, order))
+    NotWritten(file->problem() != nullptr ? file->problem() : writer.message());
+}
+
 void Write(const Dib& page, const Metadata& metadata, const Options& /*options*/, Bytes* file) {
   const PageView view(page);
-  const Metadata fitting = FittingProfile(metadata, view);
-  std::vector<std::string> kept;
-  std::vector<png_text> texts = TextsOf(fitting, &kept);
   std::vector<png_color> colours;
   if (!HasGreyRamp(view)) {
     for (const RGBQUAD& entry : view.palette())
       colours.push_back({entry.rgbRed, entry.rgbGreen, entry.rgbBlue});
   }
-  Writer writer(file);
-  if (!writer.Write(view, colours.empty() ? nullptr : colours.data(), fitting.Find("icc"),
-                    fitting.Find("exif"), texts)) {
-    NotWritten(file->problem() != nullptr ? file->problem() : writer.message());
+  const bool isRgb = view.bits() == 24;
+  WriteFile(
+      {.width = view.width(),
+       .height = view.height(),
+       .depth = isRgb ? 8 : view.bits(),
+       .kind = isRgb             ? PNG_COLOR_TYPE_RGB
+               : colours.empty() ? PNG_COLOR_TYPE_GRAY
+                                 : PNG_COLOR_TYPE_PALETTE,
+       .resolution = view.resolution(),
+       .colours = colours.empty() ? nullptr : colours.data(),
+       .colourCount = static_cast<int>(colours.size()),
+       .profile = nullptr,
+       .exif = nullptr,
+       .texts = {}},
+      FittingProfile(metadata, view), [&view](int y) { return view.PageRow(y); },
+      isRgb ? png_set_bgr : nullptr, file);
+}
+
+// As TIFF numbers them, which is how raw pages have them.
+constexpr uint16_t kGreySpace = 1, kRgbSpace = 2, kWholeNumbers = 1, kUnassociatedAlpha = 2;
+
+Raw ReadRaw(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* metadata) {
+  Reader reader(file);
+  if (!reader.ReadHead()) reader.Fail();
+  const png_structp png = reader.png();
+  Tell(OriginalOf(reader), metadata);
+  Raw page;
+  page.resolution = ReadResolution(reader);
+  if (!reader.AskForSamples()) reader.Fail();
+  const uint64_t width = png_get_image_width(png, reader.info());
+  const uint64_t height = png_get_image_height(png, reader.info());
+  CheckSize(static_cast<int64_t>(width), static_cast<int64_t>(height), 1);
+  reading.CheckPixels(static_cast<int64_t>(width), static_cast<int64_t>(height));
+  const uint64_t bytes = png_get_rowbytes(png, reader.info()) * height;
+  if (bytes / kHighestRatio > file->size()) {
+    CannotHold(file->size(), static_cast<int64_t>(width), static_cast<int64_t>(height));
   }
+  reading.CheckBytes(bytes);
+  page.width = static_cast<int32_t>(width);
+  page.height = static_cast<int32_t>(height);
+  page.bits = png_get_bit_depth(png, reader.info());
+  page.samples = png_get_channels(png, reader.info());
+  page.photometric = page.samples >= 3 ? kRgbSpace : kGreySpace;
+  if (page.samples % 2 == 0) page.extras = {kUnassociatedAlpha};
+  if (page.rowBytes() != png_get_rowbytes(png, reader.info())) Damaged("");
+  page.bytes.resize(page.rowBytes() * height);
+  const bool isRead = reader.ReadRows(
+      page.height, [&page](int y) { return page.Row(y); }, reading);
+  reading.CheckTime();
+  if (!isRead) reader.Fail();
+  ReadMetadata(reader, metadata);
+  return page;
+}
+
+bool HoldsRaw(const Raw& page) {
+  const size_t colours = page.photometric == kRgbSpace ? 3 : 1;
+  return (page.bits == 8 || page.bits == 16) && page.sampleFormat == kWholeNumbers &&
+         (page.photometric == kRgbSpace || page.photometric == kGreySpace) &&
+         static_cast<size_t>(page.samples) == colours + page.extras.size() &&
+         (page.extras.empty() || page.extras == std::vector<uint16_t>{kUnassociatedAlpha});
+}
+
+void WriteRaw(const Raw& page, const Metadata& metadata, const Options& /*options*/, Bytes* file) {
+  const bool isSwapped = page.bits == 16 && std::endian::native == std::endian::little;
+  WriteFile(
+      {.width = page.width,
+       .height = page.height,
+       .depth = page.bits,
+       .kind = (page.photometric == kRgbSpace ? PNG_COLOR_MASK_COLOR : 0) |
+               (page.extras.empty() ? 0 : PNG_COLOR_MASK_ALPHA),
+       .resolution = page.resolution,
+       .profile = nullptr,
+       .exif = nullptr,
+       .texts = {}},
+      metadata, [&page](int y) { return page.Row(y); }, isSwapped ? png_set_swap : nullptr, file);
 }
 
 }  // namespace
@@ -352,6 +455,9 @@ constinit const Format kPng = {.name = "png",
                                .metadata = kMetadata,
                                .read = Read,
                                .describe = Describe,
-                               .write = Write};
+                               .write = Write,
+                               .readRaw = ReadRaw,
+                               .holdsRaw = HoldsRaw,
+                               .writeRaw = WriteRaw};
 
 }  // namespace rastrel::formats

@@ -3,6 +3,7 @@
 #define RASTREL_FORMATS_RAW_PAGE_H
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "pages/page.h"
@@ -40,6 +41,14 @@ Raw Turned(const Raw& page, int quarters);
 Raw Cropped(const Raw& page, int left, int top, int width, int height);
 // Undoes an orientation as TIFF and EXIF number it.
 Raw Upright(Raw page, int orientation);
+
+// Whether the first sample behind the colours tells how much of the pixel there is.
+bool HasAlpha(const Raw& page);
+// The depth of what Reduced gives, for which the page's fields are enough.
+int ReducedBits(const Raw& page);
+void SetPalette(const Raw& page, std::span<RGBQUAD> table);
+// A page of 1, 8 or 24 bits; alpha goes over white, inks by `profile` where it is one for inks.
+Dib Reduced(const Raw& page, std::span<const uint8_t> profile);
 
 }  // namespace rastrel::formats
 

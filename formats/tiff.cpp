@@ -9,8 +9,10 @@
 #include <string_view>
 
 #include "formats/format.h"
+#include "formats/tiff_document.h"
 #include "formats/tiff_file.h"
 #include "formats/tiff_metadata.h"
+#include "formats/tiff_raw.h"
 #include "pages/text.h"
 
 namespace rastrel::formats {
@@ -24,7 +26,12 @@ constexpr OptionEntry kOptions[] = {
     {.name = "quality",
      .help = "compress grey and colour pages as JPEG of this quality; without it nothing is lost",
      .least = 1,
-     .most = 100}};
+     .most = 100},
+    {.name = "compression",
+     .help =
+         "g4 is for black-and-white pages, jpeg for grey and colour; the other pages take their usual one",
+     .choices = "g4,lzw,deflate,jpeg,zstd,none"}};
+constexpr int kJpegQuality = 90;  // where only the compression is asked for
 
 constexpr tmsize_t kMaxTagBytes = tmsize_t{1} << 30;  // of anything that libtiff allocates for itself
 constexpr uint64_t kMaxPages = 1u << 20;
@@ -212,7 +219,8 @@ Dib ReadRows(TIFF* file, const Layout& layout, const Reading& reading, const Mes
   return page;
 }
 
-// Every other layout, as libtiff turns it into red, green, blue and alpha; alpha goes over white.
+// Pages of subsampled colours and the like, as libtiff turns them into red, green, blue and alpha; alpha goes
+// over white.
 Dib ReadThroughRgba(TIFF* file, const Layout& layout, const Reading& reading, const Messages& messages) {
   char reason[1024];
   if (TIFFRGBAImageOK(file, reason) == 0) throw PageError(Text("cannot be read: ", reason), ErrUnsupported);
@@ -252,17 +260,38 @@ struct Form {
   uint16_t bits, samples, photometric, compression;
 };
 
-Form FormOf(const PageView& page, int jpegQuality) {
+// What was asked for; 0 for the usual one.
+uint16_t CompressionOf(const Options& options) {
+  constexpr std::pair<std::string_view, uint16_t> kNames[] = {
+      {"g4", COMPRESSION_CCITTFAX4}, {"lzw", COMPRESSION_LZW},   {"deflate", COMPRESSION_ADOBE_DEFLATE},
+      {"jpeg", COMPRESSION_JPEG},    {"zstd", COMPRESSION_ZSTD}, {"none", COMPRESSION_NONE}};
+  const std::string_view wanted =
+      options.Choice("compression", options.Number("quality", 0) > 0 ? "jpeg" : "");
+  for (const auto& [name, number] : kNames) {
+    if (name != wanted) continue;
+    if (TIFFIsCODECConfigured(number) == 0) {
+      throw PageError(Text("cannot be written: libtiff has no ", name, " here"), ErrUnsupported);
+    }
+    return number;
+  }
+  return 0;
+}
+
+Form FormOf(const PageView& page, uint16_t wanted) {
   const bool isGrey = HasGreyRamp(page);
-  if (page.bits() == 1 && isGrey) return {1, 1, PHOTOMETRIC_MINISWHITE, COMPRESSION_CCITTFAX4};
-  const uint16_t lossy = jpegQuality > 0 ? COMPRESSION_JPEG : COMPRESSION_ADOBE_DEFLATE;
+  const bool isForAll = wanted != 0 && wanted != COMPRESSION_CCITTFAX4 && wanted != COMPRESSION_JPEG;
+  if (page.bits() == 1 && isGrey) {
+    return {1, 1, PHOTOMETRIC_MINISWHITE, isForAll ? wanted : uint16_t{COMPRESSION_CCITTFAX4}};
+  }
+  const uint16_t lossless = isForAll ? wanted : uint16_t{COMPRESSION_ADOBE_DEFLATE};
+  const uint16_t lossy = wanted == COMPRESSION_JPEG ? wanted : lossless;
   if (page.bits() == 24) {
     const uint16_t photometric = lossy == COMPRESSION_JPEG ? PHOTOMETRIC_YCBCR : PHOTOMETRIC_RGB;
     return {8, 3, photometric, lossy};
   }
   const auto bits = static_cast<uint16_t>(page.bits());
-  if (!isGrey) return {bits, 1, PHOTOMETRIC_PALETTE, COMPRESSION_ADOBE_DEFLATE};
-  return {bits, 1, PHOTOMETRIC_MINISBLACK, bits == 8 ? lossy : uint16_t{COMPRESSION_ADOBE_DEFLATE}};
+  if (!isGrey) return {bits, 1, PHOTOMETRIC_PALETTE, lossless};
+  return {bits, 1, PHOTOMETRIC_MINISBLACK, bits == 8 ? lossy : lossless};
 }
 
 void SetColourMap(TIFF* file, const PageView& page) {
@@ -275,6 +304,26 @@ void SetColourMap(TIFF* file, const PageView& page) {
   TIFFSetField(file, TIFFTAG_COLORMAP, maps[0].data(), maps[1].data(), maps[2].data());
 }
 
+// How every page lies in its file.
+void SetLie(TIFF* file, Resolution resolution) {
+  TIFFSetField(file, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+  TIFFSetField(file, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+  if (resolution.x <= 0 || resolution.y <= 0) return;
+  TIFFSetField(file, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+  TIFFSetField(file, TIFFTAG_XRESOLUTION, DotsPerInch(resolution.x));
+  TIFFSetField(file, TIFFTAG_YRESOLUTION, DotsPerInch(resolution.y));
+}
+
+uint32_t RowsPerStrip(int64_t height, size_t rowBytes) {
+  const size_t rows = std::max<size_t>(16, kStripBytes / std::max<size_t>(rowBytes, 1) / 16 * 16);
+  return static_cast<uint32_t>(std::min<uint64_t>(static_cast<uint64_t>(height), rows));
+}
+
+bool HasPredictor(uint16_t compression) {
+  return compression == COMPRESSION_ADOBE_DEFLATE || compression == COMPRESSION_LZW ||
+         compression == COMPRESSION_ZSTD;
+}
+
 void SetForm(TIFF* file, const PageView& page, const Form& form, int jpegQuality) {
   TIFFSetField(file, TIFFTAG_IMAGEWIDTH, page.width());
   TIFFSetField(file, TIFFTAG_IMAGELENGTH, page.height());
@@ -282,24 +331,17 @@ void SetForm(TIFF* file, const PageView& page, const Form& form, int jpegQuality
   TIFFSetField(file, TIFFTAG_SAMPLESPERPIXEL, form.samples);
   TIFFSetField(file, TIFFTAG_COMPRESSION, form.compression);
   TIFFSetField(file, TIFFTAG_PHOTOMETRIC, form.photometric);
-  TIFFSetField(file, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-  TIFFSetField(file, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
-  TIFFSetField(file, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
-  TIFFSetField(file, TIFFTAG_XRESOLUTION, DotsPerInch(page.resolution().x));
-  TIFFSetField(file, TIFFTAG_YRESOLUTION, DotsPerInch(page.resolution().y));
+  SetLie(file, page.resolution());
   if (form.photometric == PHOTOMETRIC_PALETTE) SetColourMap(file, page);
   // Readers take a fax page in one strip best; others are split so that none is large.
-  size_t rows = static_cast<size_t>(page.height());
-  if (form.compression != COMPRESSION_CCITTFAX4) {
-    rows = std::min(rows, std::max<size_t>(16, kStripBytes / page.stride() / 16 * 16));
-  }
-  TIFFSetField(file, TIFFTAG_ROWSPERSTRIP, static_cast<uint32_t>(rows));
+  TIFFSetField(file, TIFFTAG_ROWSPERSTRIP,
+               form.compression == COMPRESSION_CCITTFAX4 ? static_cast<uint32_t>(page.height())
+                                                         : RowsPerStrip(page.height(), page.stride()));
   if (form.compression == COMPRESSION_JPEG) {
     TIFFSetField(file, TIFFTAG_JPEGQUALITY, jpegQuality);
     TIFFSetField(file, TIFFTAG_JPEGTABLESMODE, 0);  // each strip complete in itself
     if (form.samples == 3) TIFFSetField(file, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
-  } else if (form.compression == COMPRESSION_ADOBE_DEFLATE && form.bits == 8 &&
-             form.photometric != PHOTOMETRIC_PALETTE) {
+  } else if (HasPredictor(form.compression) && form.bits == 8 && form.photometric != PHOTOMETRIC_PALETTE) {
     TIFFSetField(file, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
   }
 }
@@ -350,42 +392,10 @@ bool WriteFaxRows(TIFF* file, const PageView& page, const Form& form) {
   return true;
 }
 
-template <class Value>
-void CopyField(TIFF* from, TIFF* to, uint32_t tag) {
-  Value value{};
-  if (TIFFGetField(from, tag, &value) != 0) TIFFSetField(to, tag, value);
-}
-
-// The fields that FormOf and SetForm leave in a page.
-void CopyFields(TIFF* from, TIFF* to) {
-  CopyField<uint32_t>(from, to, TIFFTAG_IMAGEWIDTH);
-  CopyField<uint32_t>(from, to, TIFFTAG_IMAGELENGTH);
-  for (const uint32_t tag :
-       {TIFFTAG_BITSPERSAMPLE, TIFFTAG_SAMPLESPERPIXEL, TIFFTAG_COMPRESSION, TIFFTAG_PHOTOMETRIC,
-        TIFFTAG_PLANARCONFIG, TIFFTAG_ORIENTATION, TIFFTAG_RESOLUTIONUNIT, TIFFTAG_PREDICTOR}) {
-    CopyField<uint16_t>(from, to, tag);
-  }
-  CopyField<uint32_t>(from, to, TIFFTAG_ROWSPERSTRIP);
-  CopyField<float>(from, to, TIFFTAG_XRESOLUTION);
-  CopyField<float>(from, to, TIFFTAG_YRESOLUTION);
-  uint16_t *red, *green, *blue;
-  if (TIFFGetField(from, TIFFTAG_COLORMAP, &red, &green, &blue) != 0) {
-    TIFFSetField(to, TIFFTAG_COLORMAP, red, green, blue);
-  }
-  uint16_t horizontal, vertical;
-  if (TIFFGetField(from, TIFFTAG_YCBCRSUBSAMPLING, &horizontal, &vertical) != 0) {
-    TIFFSetField(to, TIFFTAG_YCBCRSUBSAMPLING, horizontal, vertical);
-  }
-  float* range;
-  if (TIFFGetField(from, TIFFTAG_REFERENCEBLACKWHITE, &range) != 0) {
-    TIFFSetField(to, TIFFTAG_REFERENCEBLACKWHITE, range);
-  }
-}
-
 // A file that is read, with one of its pages shown as the first.
 class OpenTiff {
  public:
-  explicit OpenTiff(Bytes* bytes, uint64_t directory = 0) : file_(bytes, /*isWritten=*/false) {
+  explicit OpenTiff(Bytes* bytes, uint64_t directory = 0) : file_(bytes, "rm") {
     if (directory != 0) file_.BeginAt(directory);
     tiff_ = Open(&file_, &messages_);
     if (!tiff_) Damaged(messages_);
@@ -477,20 +487,90 @@ void TellOriginal(TIFF* file, const Layout& layout, Metadata* metadata) {
   TIFFGetFieldDefaulted(file, TIFFTAG_EXTRASAMPLES, &extras, &kinds);
   TIFFGetFieldDefaulted(file, TIFFTAG_SAMPLEFORMAT, &sampleFormat);
   const std::string space = SpaceOf(layout);
+  const bool hasAlpha = extras > 0 && kinds != nullptr && kinds[0] != EXTRASAMPLE_UNSPECIFIED;
   Tell({.space = space,
         .bits = layout.bits,
         .compression = CompressionOf(layout),
         .isFloat = sampleFormat == SAMPLEFORMAT_IEEEFP,
-        .hasAlpha = extras > 0,
-        .isMixed = space == "CMYK" || space == "Lab"},
+        .hasAlpha = hasAlpha,
+        .isMixed = space == "CMYK" || space == "Lab",
+        .others = extras - (hasAlpha ? 1 : 0)},
        metadata);
   ReadMetadata(file, metadata);
+}
+
+// The item's bytes, or none.
+std::span<const uint8_t> ItemOf(const Metadata* metadata, std::string_view name) {
+  const Metadata::Item* item = metadata != nullptr ? metadata->Find(name) : nullptr;
+  return item != nullptr ? std::span<const uint8_t>(item->bytes) : std::span<const uint8_t>();
+}
+
+// What libtiff does not tell: the EXIF directory, as the block that other formats have, and the history.
+void ReadExtras(Bytes* bytes, uint64_t directory, Metadata* metadata) {
+  try {
+    const TiffReader reader(bytes);
+    TiffReader::Tree exif;
+    for (const TiffReader::Entry& entry : reader.Directory(directory)) {
+      if (entry.tag == kTiffHistory && entry.type == kTiffAscii) {
+        std::vector<uint8_t> text = reader.Load(entry).value;
+        while (!text.empty() && text.back() == 0) text.pop_back();
+        metadata->Set("history", text);
+      }
+      if (entry.tag != kTiffExif && entry.tag != kTiffGps) continue;
+      const std::vector<uint64_t> to = reader.Numbers(entry);
+      if (to.size() == 1) exif.below.emplace_back(entry.tag, reader.LoadTree(to[0], 1));
+    }
+    if (exif.below.empty()) return;
+    MemoryBytes block;
+    constexpr uint8_t kHeader[8] = {'I', 'I', 42};
+    TiffWriter writer(&block, 0, /*isBig=*/false);
+    writer.Add(kHeader);
+    writer.Point(4, writer.Add(exif).at);
+    metadata->Set("exif", block.Take());
+  } catch (const PageError&) {
+    AddReduction("exif left out: it is damaged", metadata);
+  }
+}
+
+// Adds what ReadExtras finds to a file of one page.
+void WriteExtras(MemoryBytes* bytes, const Metadata& metadata) {
+  const std::span<const uint8_t> exif = ItemOf(&metadata, "exif"), history = ItemOf(&metadata, "history");
+  if (exif.empty() && history.empty()) return;
+  const TiffReader reader(bytes);
+  TiffReader::Tree tree = reader.LoadTree(reader.first());
+  if (!history.empty()) {
+    TiffField field = {kTiffHistory, kTiffAscii, history.size() + 1, {history.begin(), history.end()}};
+    field.value.push_back(0);
+    tree.fields.push_back(std::move(field));
+  }
+  if (!exif.empty()) {
+    BorrowedBytes block(exif);
+    try {
+      const TiffReader from(&block);
+      tree.below = from.LoadTree(from.first()).below;
+    } catch (const PageError&) {
+      // A damaged block is as good as none.
+    }
+  }
+  TiffWriter writer(bytes, bytes->size(), reader.isBig());
+  writer.Point(reader.isBig() ? 8 : 4, writer.Add(tree).at);
+}
+
+Raw ReadRawPage(const OpenTiff& file, const Layout& layout, const Reading& reading) {
+  Raw page;
+  page.resolution = layout.resolution;
+  if (!ReadRawSamples(file.tiff(), reading, &page) || !file.messages().error.empty())
+    Damaged(file.messages());
+  return page;
 }
 
 Dib Read(Bytes* bytes, uint64_t directory, const Reading& reading, Metadata* metadata) {
   const OpenTiff file(bytes, directory);
   const Layout layout = ReadLayout(file.tiff());
-  if (metadata != nullptr) TellOriginal(file.tiff(), layout, metadata);
+  if (metadata != nullptr) {
+    TellOriginal(file.tiff(), layout, metadata);
+    ReadExtras(bytes, TIFFCurrentDirOffset(file.tiff()), metadata);
+  }
   CheckClaim(file.tiff(), layout);
   Dib page;
   if (IsPlain(file.tiff(), layout)) {
@@ -498,92 +578,119 @@ Dib Read(Bytes* bytes, uint64_t directory, const Reading& reading, Metadata* met
       TIFFSetField(file.tiff(), TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
     }
     page = ReadRows(file.tiff(), layout, reading, file.messages());
+  } else if (HasRawSamples(file.tiff())) {
+    const Raw raw = ReadRawPage(file, layout, reading);
+    reading.CheckBytes(raw.bytes.size() +
+                       StrideOf(raw.width, ReducedBits(raw)) * static_cast<uint64_t>(raw.height));
+    uint32_t count = 0;
+    const uint8_t* profile = nullptr;
+    if (TIFFGetField(file.tiff(), TIFFTAG_ICCPROFILE, &count, &profile) == 0) count = 0;
+    page = Reduced(raw, {profile, count});
+    // It has done its work.
+    if (ReducedBits(raw) == 24 && raw.photometric != PHOTOMETRIC_RGB && metadata != nullptr)
+      metadata->Remove("icc");
   } else {
     page = ReadThroughRgba(file.tiff(), layout, reading, file.messages());
   }
   return Upright(std::move(page), layout.orientation);
 }
 
+Raw ReadRaw(Bytes* bytes, uint64_t directory, const Reading& reading, Metadata* metadata) {
+  const OpenTiff file(bytes, directory);
+  const Layout layout = ReadLayout(file.tiff());
+  CheckClaim(file.tiff(), layout);
+  if (!HasRawSamples(file.tiff())) {
+    throw PageError("has no samples of its own for each pixel", ErrUnsupported);
+  }
+  TellOriginal(file.tiff(), layout, metadata);
+  ReadExtras(bytes, TIFFCurrentDirOffset(file.tiff()), metadata);
+  return Upright(ReadRawPage(file, layout, reading), layout.orientation);
+}
+
+// The depth of the page that Read gives, and its colour table.
+int BitsToBe(TIFF* file, const Layout& layout) {
+  if (IsPlain(file, layout)) return layout.samples == 3 ? 24 : layout.bits;
+  const bool isGrey =
+      layout.photometric == PHOTOMETRIC_MINISWHITE || layout.photometric == PHOTOMETRIC_MINISBLACK;
+  if (!HasRawSamples(file)) return isGrey ? 8 : 24;
+  Raw fields;
+  fields.bits = layout.bits;
+  fields.samples = layout.samples;
+  fields.photometric = layout.photometric;
+  return ReducedBits(fields);
+}
+
 PageInfo Describe(Bytes* bytes, uint64_t directory) {
   const OpenTiff file(bytes, directory);
   const Layout layout = ReadLayout(file.tiff());
   CheckClaim(file.tiff(), layout);
-  const bool isPlain = IsPlain(file.tiff(), layout);
-  const bool isGrey =
-      layout.photometric == PHOTOMETRIC_MINISWHITE || layout.photometric == PHOTOMETRIC_MINISBLACK;
-  const int bits = isPlain ? (layout.samples == 3 ? 24 : layout.bits) : isGrey ? 8 : 24;
+  const int bits = BitsToBe(file.tiff(), layout);
   return InfoFromHeader(layout.width, layout.height, bits, layout.resolution, layout.orientation,
                         [&](const PageView& page) {
-                          if (bits <= 8 && layout.photometric == PHOTOMETRIC_PALETTE) {
+                          if (bits == layout.bits && layout.photometric == PHOTOMETRIC_PALETTE) {
                             ReadColourMap(file.tiff(), page);
                           }
                         });
 }
 
-// A file of that page alone.
-std::vector<uint8_t> Encode(const Dib& page, const Metadata& metadata, const Options& options) {
-  const auto jpegQuality = static_cast<int>(options.Number("quality", 0));
-  const PageView view(page);
-  const Form form = FormOf(view, jpegQuality);
+// A file of one page alone: `write` sets fields and writes rows, and returns whether it could.
+template <class WritePage>
+std::vector<uint8_t> EncodeAlone(uint64_t pixelBytes, const Metadata& metadata, WritePage write) {
+  // What compression makes larger is still within it.
+  constexpr uint64_t kMostPlainBytes = uint64_t{7} << 29;
   MemoryBytes bytes;
-  TiffFile memory(&bytes, /*isWritten=*/true);
+  TiffFile memory(&bytes, pixelBytes > kMostPlainBytes ? "wl8" : "wl");
   Messages messages;
   TiffHandle file = Open(&memory, &messages);
-  if (!file) NotWritten(messages);
-  SetForm(file.get(), view, form, jpegQuality);
-  if (!WriteMetadata(file.get(), FittingProfile(metadata, view))) NotWritten(messages);
-  const bool isWritten = form.compression == COMPRESSION_CCITTFAX4 ? WriteFaxRows(file.get(), view, form)
-                                                                   : WriteStrips(file.get(), view, form);
-  if (!isWritten) NotWritten(messages);
-  if (TIFFFlush(file.get()) == 0 || !messages.error.empty()) NotWritten(messages);
+  const auto fail = [&] {
+    if (bytes.problem() != nullptr) throw PageError(bytes.problem(), ErrNoMemory);
+    NotWritten(messages);
+  };
+  if (!file || !WriteMetadata(file.get(), metadata) || !write(file.get()) || TIFFFlush(file.get()) == 0 ||
+      !messages.error.empty()) {
+    fail();
+  }
   file.reset();
+  WriteExtras(&bytes, metadata);
   return bytes.Take();
 }
 
-class TiffDocument : public Document {
- public:
-  explicit TiffDocument(Bytes* bytes)
-      : bytes_(bytes), file_(bytes, /*isWritten=*/true), tiff_(Open(&file_, &messages_)) {
-    if (!tiff_) Fail();
-  }
+std::vector<uint8_t> Encode(const Dib& page, const Metadata& metadata, const Options& options) {
+  const PageView view(page);
+  const Form form = FormOf(view, CompressionOf(options));
+  const auto quality = static_cast<int>(options.Number("quality", kJpegQuality));
+  return EncodeAlone(view.pixels().size(), FittingProfile(metadata, view), [&](TIFF* file) {
+    SetForm(file, view, form, quality);
+    return form.compression == COMPRESSION_CCITTFAX4 ? WriteFaxRows(file, view, form)
+                                                     : WriteStrips(file, view, form);
+  });
+}
 
-  // The compressed strips go over as they are.
-  void Append(std::span<const uint8_t> encoded) override {
-    BorrowedBytes bytes(encoded);
-    const OpenTiff from(&bytes);
-    TIFF* to = tiff_.get();
-    CopyFields(from.tiff(), to);
-    Metadata metadata;
-    ReadMetadata(from.tiff(), &metadata);
-    if (!WriteMetadata(to, metadata)) Fail();
-    std::vector<uint8_t> strip;
-    for (uint32_t i = 0; i < TIFFNumberOfStrips(from.tiff()); ++i) {
-      const uint64_t size = TIFFGetStrileByteCount(from.tiff(), i);
-      strip.resize(static_cast<size_t>(size));
-      const auto count = static_cast<tmsize_t>(size);
-      if (TIFFReadRawStrip(from.tiff(), i, strip.data(), count) != count) NotWritten(from.messages());
-      if (TIFFWriteRawStrip(to, i, strip.data(), count) != count) Fail();
+bool HoldsRaw(const Raw&) { return true; }
+
+// Nothing is lost, whatever is asked for: what is no page of 1 bit or of 8-bit greys and colours takes the
+// usual compression instead of those that are for such pages.
+std::vector<uint8_t> EncodeRaw(const Raw& page, const Metadata& metadata, const Options& options) {
+  const uint16_t wanted = CompressionOf(options);
+  const bool isForAll = wanted != 0 && wanted != COMPRESSION_CCITTFAX4 && wanted != COMPRESSION_JPEG;
+  const uint16_t compression = isForAll ? wanted : uint16_t{COMPRESSION_ADOBE_DEFLATE};
+  return EncodeAlone(page.bytes.size(), metadata, [&](TIFF* file) {
+    SetRawFields(file, page);
+    TIFFSetField(file, TIFFTAG_COMPRESSION, compression);
+    SetLie(file, page.resolution);
+    TIFFSetField(file, TIFFTAG_ROWSPERSTRIP, RowsPerStrip(page.height, page.rowBytes()));
+    const bool isWhole = page.bits == 8 || page.bits == 16 || page.bits == 32;
+    if (HasPredictor(compression) && isWhole && page.sampleFormat != SAMPLEFORMAT_IEEEFP &&
+        page.photometric != PHOTOMETRIC_PALETTE) {
+      TIFFSetField(file, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
     }
-    if (TIFFWriteDirectory(to) == 0 || !messages_.error.empty()) Fail();
-    file_.SkipToLastPage();
-  }
-
-  void Close() override {
-    tiff_.reset();
-    if (!messages_.error.empty()) Fail();
-  }
-
- private:
-  [[noreturn]] void Fail() const {
-    if (bytes_->problem() != nullptr) formats::NotWritten(bytes_->problem());
-    NotWritten(messages_);
-  }
-
-  Bytes* bytes_;
-  Messages messages_;
-  TiffFile file_;
-  TiffHandle tiff_;
-};
+    for (int32_t y = 0; y < page.height; ++y) {
+      std::vector<uint8_t> row = PackedRow(page, y);
+      if (TIFFWriteScanline(file, row.data(), static_cast<uint32_t>(y), 0) < 0) return false;
+    }
+    return true;
+  });
+}
 
 std::unique_ptr<Document> Create(Bytes* bytes) { return std::make_unique<TiffDocument>(bytes); }
 
@@ -599,6 +706,9 @@ constinit const Format kTiff = {.name = "tif",
                                 .describe = Describe,
                                 .list = List,
                                 .encode = Encode,
-                                .create = Create};
+                                .create = Create,
+                                .readRaw = ReadRaw,
+                                .holdsRaw = HoldsRaw,
+                                .encodeRaw = EncodeRaw};
 
 }  // namespace rastrel::formats

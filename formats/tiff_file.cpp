@@ -1,8 +1,6 @@
 #include "formats/tiff_file.h"
 
 #include <algorithm>
-#include <bit>
-#include <cstring>
 
 namespace rastrel::formats {
 
@@ -14,20 +12,8 @@ void TiffFile::BeginAt(uint64_t directory) {
   ShowPointer(isBigTiff ? 8 : 4, directory, isBigTiff ? 8 : 4, isBigEndian);
 }
 
-void TiffFile::SkipToLastPage() {
-  const auto next = NumberAt<uint32_t>(last_ == 0 ? 4 : NextPointerAt(last_));
-  if (next == 0) return;
-  last_ = next;
-  if (first_ == 0) {
-    first_ = next;
-  } else {
-    ShowPointer(NextPointerAt(first_), last_, 4, std::endian::native == std::endian::big);
-  }
-}
-
 TIFF* TiffFile::Open(TIFFOpenOptions* options) {
-  return TIFFClientOpenExt("file", isWritten_ ? "w" : "rm", this, Read, Write, Seek, Close, Size, nullptr,
-                           nullptr, options);
+  return TIFFClientOpenExt("file", mode_, this, Read, Write, Seek, Close, Size, nullptr, nullptr, options);
 }
 
 tmsize_t TiffFile::Read(thandle_t handle, void* buffer, tmsize_t size) {
@@ -57,21 +43,6 @@ toff_t TiffFile::Seek(thandle_t handle, toff_t offset, int origin) {
 }
 
 toff_t TiffFile::Size(thandle_t handle) { return static_cast<TiffFile*>(handle)->bytes_->size(); }
-
-// As this machine writes it; 0 behind the end.
-template <class Number>
-Number TiffFile::NumberAt(uint64_t position) const {
-  uint8_t bytes[sizeof(Number)] = {};
-  bytes_->ReadAt(position, bytes);
-  Number number;
-  std::memcpy(&number, bytes, sizeof(number));
-  return number;
-}
-
-// A directory is a count, that many entries of 12 bytes, and the pointer to the next.
-uint64_t TiffFile::NextPointerAt(uint32_t directory) const {
-  return uint64_t{directory} + 2 + uint64_t{12} * NumberAt<uint16_t>(directory);
-}
 
 void TiffFile::ShowPointer(uint64_t position, uint64_t value, size_t bytes, bool isBigEndian) {
   shownAt_ = position;

@@ -15,13 +15,34 @@
 namespace rastrel::tool {
 namespace {
 
-std::vector<PageFormat> AllFormats() {
-  std::vector<PageFormat> formats;
-  for (int32_t i = 0; i < CountPageFormats(); ++i) {
-    formats.push_back(Sized<PageFormat>());
-    GetPageFormat(i, &formats.back());
+// "bmp, tif, png or jpg": those that are written.
+std::string WritableNames() {
+  std::string names;
+  for (const PageFormat& format : AllFormats()) {
+    if (format.isWritten != 0) names += fmt::format("{}{}", names.empty() ? "" : ", ", format.name);
   }
-  return formats;
+  return names;
+}
+
+// The table of `rastrel formats`.
+std::string FormatsHelp() {
+  std::string text = fmt::format("{:<6}{:<22}{:<6}{:<7}{:<7}{}\n", "name", "endings", "read", "write",
+                                 "pages", "written with");
+  const std::vector<PageFormat> formats = AllFormats();
+  for (size_t i = 0; i < formats.size(); ++i) {
+    const PageFormat& format = formats[i];
+    std::string options;
+    auto option = Sized<PageFormatOption>();
+    for (int32_t o = 0; GetPageFormatOption(static_cast<int32_t>(i), o, &option) != 0; ++o) {
+      const std::string values =
+          option.choices != nullptr ? option.choices : fmt::format("{:g} to {:g}", option.least, option.most);
+      options += fmt::format("{}--{} ({})", o == 0 ? "" : ", ", option.name, values);
+    }
+    text += fmt::format("{:<6}{:<22}{:<6}{:<7}{:<7}{}\n", format.name, format.extensions,
+                        format.isRead != 0 ? "yes" : "no", format.isWritten != 0 ? "yes" : "no",
+                        format.hasManyPages != 0 ? "many" : "one", options);
+  }
+  return text;
 }
 
 // What is to be said of a build that knows one format only.
@@ -34,7 +55,8 @@ std::string OnlyFormat() {
 // Sorts what stands on the command line of `apply` into files and, from the first operation on, operations.
 void SortWords(const std::vector<std::string>& words, JobOptions* options) {
   for (const std::string& word : words) {
-    const bool isName = IsOperation(word), isFile = ::access(word.c_str(), F_OK) == 0;
+    const bool isName = IsOperation(word);
+    const bool isFile = word == kStandard || ::access(word.c_str(), F_OK) == 0;
     const bool looksLikeOne =
         !isFile && (word.find(':') != std::string::npos || !NearestOperation(word).empty());
     if (!options->chain.empty() && !isName && isFile) {
@@ -117,7 +139,8 @@ void AddJobsOption(CLI::App* app, JobOptions* options) {
 
 void AddOutputOptions(CLI::App* app, JobOptions* options) {
   app->add_option("-o,--output", options->output,
-                  std::string("A file, or a folder (or a name that ends in /) for a file each.\n"
+                  std::string("A file, or a folder (or a name that ends in /) for a file each, or -\n"
+                              "for standard output; an input called - is standard input.\n"
                               "TIFF and PDF files take all pages; in other formats several pages are\n"
                               "numbered: out-001.png, out-002.png") +
                       OnlyFormat())
@@ -128,10 +151,11 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
            const std::optional<PageFormat> format = FindFormat(text);
            if (format) options->format = format->name;
            if (!format || !format->isWritten) {
-             throw UsageError(fmt::format("--format: '{}' is not one of bmp, tif, png", text));
+             throw UsageError(fmt::format("--format: '{}' is not one of {}", text, WritableNames()));
            }
          },
-         "bmp, tif or png (from the ending of OUT; in a folder that of the input, png for jpg)")
+         WritableNames() +
+             "\n(from the ending of OUT; in a folder, or with -o -, that of the input, png for jpg)")
       ->type_name("NAME");
   app->add_flag("--overwrite", options->overwrites,
                 "Replace files that are there, inputs too (without it none is touched)");
@@ -151,11 +175,16 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
       ->check(Between(20, 20000))
       ->type_name("N");
   app->add_option("--quality", options->jpegQuality,
-                  "Compress grey and colour pages in TIFF files as JPEG of this quality, 1 to 100\n"
-                  "(without it nothing is lost: deflate; 1-bit pages: Group 4)")
+                  "Of JPEG files, 1 to 100 (90); in TIFF files, compress grey and colour pages as\n"
+                  "JPEG of this quality (without it nothing is lost: deflate; 1-bit pages: Group 4)")
       ->check(CLI::Range(1, 100))
       ->type_name("N");
   app->add_flag("--pdfa", options->isArchival, "Write PDF/A-2b, the kind of PDF for archives");
+  app->add_option("--compression", options->compression,
+                  "Of TIFF files: g4, lzw, deflate, jpeg, zstd or none. g4 is for 1-bit pages and\n"
+                  "jpeg for grey and colour; the others keep their usual one")
+      ->check(CLI::IsMember({"g4", "lzw", "deflate", "jpeg", "zstd", "none"}))
+      ->type_name("NAME");
   AddJobsOption(app, options);
   AddLimitOption(app, options);
 }
@@ -219,6 +248,11 @@ int RunCommand(int argc, char** argv) {
   AddJobsOption(info, &options);
   AddLimitOption(info, &options);
 
+  CLI::App* formats =
+      app.add_subcommand("formats", "Print the formats of files, and what they are written with");
+  bool isFormatsJson = false;
+  formats->add_flag("--json", isFormatsJson, "As a JSON array");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -238,6 +272,10 @@ int RunCommand(int argc, char** argv) {
                                         : OperationsHelp());
     return 0;
   }
+  if (formats->parsed()) {
+    Put(stdout, isFormatsJson ? std::string(PageFormatsJson()) + "\n" : FormatsHelp());
+    return 0;
+  }
   options.command = clean->parsed() ? Command::kClean : apply->parsed() ? Command::kApply : Command::kInfo;
   if (options.command == Command::kApply) SortWords(words, &options);
   if (options.command != Command::kInfo && options.output.empty())
@@ -245,6 +283,9 @@ int RunCommand(int argc, char** argv) {
   CheckCleanOptions(options.clean);
   options.clean.dpi = options.dpi;
   options.reading.dpi = static_cast<int32_t>(options.dpi);
+  options.report.toStandardError = options.output == kStandard;
+  const bool isPiped = std::count(options.inputs.begin(), options.inputs.end(), kStandard) > 0;
+  if (isPiped || options.report.toStandardError) UseBytes();
   OnInterruption(RemoveUnfinished);
   return RunJobs(options);
 }

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "tools/handles.h"
+
 namespace rastrel::tool {
 namespace {
 
@@ -60,6 +62,19 @@ void Put(std::FILE* file, std::string_view text) noexcept {
   if (isDone || file != stdout) return;
   int none = 0;
   outputError.compare_exchange_strong(none, errno != 0 ? errno : EIO);
+}
+
+std::string ReadStandardInput() {
+  std::string bytes;
+  constexpr size_t kPieceBytes = 1 << 20;
+  for (size_t got = 1; got > 0;) {
+    const size_t before = bytes.size();
+    bytes.resize(before + kPieceBytes);
+    got = std::fread(&bytes[before], 1, kPieceBytes, stdin);
+    bytes.resize(before + got);
+  }
+  if (std::ferror(stdin) != 0) throw PageError(std::strerror(errno));
+  return bytes;
 }
 
 bool IsOutputLost() noexcept { return outputError != 0; }

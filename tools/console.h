@@ -31,6 +31,9 @@ void Print(std::FILE* file, fmt::format_string<Values...> format, Values&&... va
   }
 }
 
+// All of standard input. Throws PageError.
+std::string ReadStandardInput();
+
 // Whether something that was put there did not arrive. What happens to standard error is nobody's concern.
 bool IsOutputLost() noexcept;
 // To be returned by main: `code`, or 1 with a word to standard error when standard output was lost.

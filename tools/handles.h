@@ -30,6 +30,7 @@ using Page = std::unique_ptr<std::remove_pointer_t<HGLOBAL>, Freer<FreePage>>;
 using Input = std::unique_ptr<PageFile, Freer<ClosePages>>;
 using Writer = std::unique_ptr<PageWriter, Freer<AbandonPages>>;
 using Encoded = std::unique_ptr<EncodedPage, Freer<FreeEncodedPage>>;
+using Raw = std::unique_ptr<RawPage, Freer<FreeRawPage>>;
 using Metadata = std::unique_ptr<PageMetadata, Freer<FreePageMetadata>>;
 using Record = std::unique_ptr<CleanRecord, Freer<FreeCleanRecord>>;
 

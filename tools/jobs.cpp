@@ -27,7 +27,9 @@ constexpr double kAssumedDpi = 300;
 void ListTasks(const JobOptions& options, Plan* plan) {
   const std::vector<std::string>& inputs = options.inputs;
   for (size_t i = 0; i < inputs.size(); ++i) {
-    Input file(OpenPages(inputs[i].c_str()));
+    Input file(inputs[i] == kStandard
+                   ? OpenPagesInMemory(plan->standardInput.data(), plan->standardInput.size())
+                   : OpenPages(inputs[i].c_str()));
     if (file) SetPageReadOptions(file.get(), &options.reading);
     if (!file) {
       plan->tasks.push_back({{{.input = i, .error = PagesErrorText()}}});
@@ -61,7 +63,8 @@ std::vector<Task> Joined(std::vector<Task> tasks, bool isByInput) {
 // The format that pages of an input go to; a file that could not be opened has some, for its error.
 std::string WritableFormat(const PageFile* file) {
   const char* name = file != nullptr ? FormatOfPages(file) : "bmp";
-  return FindFormat(name)->isWritten ? name : "png";
+  // A JPEG page would lose something each time.
+  return FindFormat(name)->isWritten && name != std::string_view("jpg") ? name : "png";
 }
 
 bool HasManyPages(const std::string& format) { return FindFormat(format)->hasManyPages != 0; }
@@ -106,6 +109,7 @@ void PlanFolder(const JobOptions& options, Plan* plan) {
 }
 
 bool IsFolder(const std::string& path) {
+  if (path == kStandard) return false;
   std::error_code error;
   return !PathOf(path).has_filename() || fs::is_directory(PathOf(path), error);
 }
@@ -161,7 +165,7 @@ void RefuseLosses(const JobOptions& options, const Plan& plan) {
   const std::set<FileKey> inputs = KeysOf(options.inputs);
   const auto refuseReplacing = [&](const std::string& path) {
     const auto key = KeyOf(path);
-    if (!key || options.overwrites || !IsFile(path)) return;
+    if (!key || options.overwrites || !IsFile(path) || path == kStandard) return;
     const bool isInput = inputs.contains(*key);
     throw UsageError(fmt::format("{} {}; --overwrite replaces it", path, isInput ? "is an input" : kIsThere));
   };
@@ -189,7 +193,7 @@ void RefuseLosses(const JobOptions& options, const Plan& plan) {
 // Throws UsageError where one is missing.
 void MakeFolders(const JobOptions& options) {
   for (const std::string& output : {options.output, options.overlay}) {
-    if (output.empty()) continue;
+    if (output.empty() || output == kStandard) continue;
     const fs::path path = PathOf(output);
     const bool isFolder = !path.has_filename();
     const fs::path folder = isFolder ? path.parent_path() : path;
@@ -272,10 +276,24 @@ void SetRules(PageWriter* writer, const JobOptions& options, const std::string& 
   Checked(SetPageFileRules(writer, &rules));
 }
 
+// "quality=80,compression=jpeg", as far as the format has such options.
+std::string OptionsFor(const std::string& format, const JobOptions& options) {
+  std::string words;
+  const auto add = [&](const char* name, const std::string& value) {
+    if (HasOption(format, name)) words += fmt::format("{}{}={}", words.empty() ? "" : ",", name, value);
+  };
+  if (options.jpegQuality > 0) add("quality", std::to_string(options.jpegQuality));
+  if (!options.compression.empty()) add("compression", options.compression);
+  if (options.isArchival) add("pdfa", "2b");
+  return words;
+}
+
 // A file that is made of `source`. Throws PageError.
 Writer Begun(const std::string& path, const std::string& format, const JobOptions& options,
              const std::string& source) {
-  Writer writer(Checked(CreatePages(path.c_str(), format.c_str(), nullptr)));
+  const std::string words = OptionsFor(format, options);
+  if (path == kStandard) return Writer(Checked(CreatePagesInMemory(format.c_str(), words.c_str())));
+  Writer writer(Checked(CreatePages(path.c_str(), format.c_str(), words.c_str())));
   SetRules(writer.get(), options, source, nullptr);
   return writer;
 }
@@ -316,7 +334,17 @@ void RASTREL_CALL WriteExplanation(void* context, const char* name, HGLOBAL pict
   }
 }
 
-void Complete(Writer writer) { Checked(FinishPages(writer.release())); }
+void Complete(Writer writer, const std::string& path) {
+  if (path != kStandard) {
+    Checked(FinishPages(writer.release()));
+    return;
+  }
+  size_t size = 0;
+  void* bytes = Checked(FinishPagesInMemory(writer.release(), &size));
+  Put(stdout, {static_cast<const char*>(bytes), size});
+  FreePageBytes(bytes);
+  if (IsOutputLost()) throw PageError("cannot be written");
+}
 
 std::string TextItem(const PageMetadata* metadata, const char* name) {
   size_t size = 0;
@@ -355,8 +383,16 @@ bool IsProfileFor(const std::string& profile, HGLOBAL page) {
   return profile.substr(kSpaceAt, kSpaceBytes) == (InfoOf(page).isGrey != 0 ? "GRAY" : "RGB ");
 }
 
-// Takes leave of what the page or its new format cannot keep, and signs.
-void FitMetadata(HGLOBAL page, const PageFormat& format, PageMetadata* metadata, PageReport* report) {
+// A profile for colours becomes one for greys where the page has become grey.
+bool IsProfileConverted(const std::string& profile, HGLOBAL page) {
+  return profile.size() > 20 && profile.substr(16, 4) == "RGB " && InfoOf(page).isGrey != 0 &&
+         InfoOf(page).bits > 1;
+}
+
+// Takes leave of what the page or its new format cannot keep, and signs. A page as its file has it, null
+// here, keeps its colours and so its profile.
+void FitMetadata(HGLOBAL page, const std::string& deeds, const PageFormat& format, PageMetadata* metadata,
+                 PageReport* report) {
   const auto drop = [&](const std::string& item, const std::string& why) {
     SetPageMetadataItem(metadata, item.c_str(), nullptr, 0);
     report->reduced.push_back(fmt::format("{} left out: {}", item, why));
@@ -368,12 +404,18 @@ void FitMetadata(HGLOBAL page, const PageFormat& format, PageMetadata* metadata,
   for (const std::string& item : CarriedItems(metadata)) {
     if (!keeps(item)) {
       drop(item, fmt::format("{} files have no place for it", format.title));
-    } else if (item == "icc" && !IsProfileFor(TextItem(metadata, "icc"), page)) {
+    } else if (item == "icc" && page != nullptr && !IsProfileFor(TextItem(metadata, "icc"), page) &&
+               !IsProfileConverted(TextItem(metadata, "icc"), page)) {
       drop(item, "it is for other colours than the page has now");
     }
   }
-  if (!keeps("software")) return;
   constexpr std::string_view kName = "Rastrel " RASTREL_VERSION;
+  if (keeps("history")) {
+    std::string history = TextItem(metadata, "history");
+    history += fmt::format("{}{} {}", history.empty() ? "" : "\n", kName, deeds);
+    Checked(SetPageMetadataItem(metadata, "history", history.data(), history.size()));
+  }
+  if (!keeps("software")) return;
   std::string software = TextItem(metadata, "software");
   if (software.find(kName) != std::string::npos) return;
   software += fmt::format("{}{}", software.empty() ? "" : "; ", kName);
@@ -437,6 +479,7 @@ class Jobs {
           pages[0] = Clean(std::move(pages[0]), task, &finished);
           break;
         case Command::kApply:
+          if (ApplyToRaw(task, plan_.outputs[task.output], &finished)) return finished;
           pages = Apply(std::move(pages), &report);
           Describe(pages[0].get(), &report);
           break;
@@ -515,26 +558,87 @@ class Jobs {
                                 inputs_.contains(*key) ? "is an input" : kIsThere));
   }
 
+  // What was done, for the file's own history.
+  std::string DeedsOf(const PageReport& report) const {
+    if (options_.command == Command::kClean) return "clean: " + Deeds(report);
+    std::string names;
+    for (const Step& step : options_.chain)
+      names += fmt::format("{}{}", names.empty() ? "" : ", ", step.operation->name);
+    return "apply: " + (names.empty() ? "nothing but a new file" : names);
+  }
+
+  // Pages that only move go on as their file has them where they would lose something else. Returns false
+  // where that cannot be.
+  bool ApplyToRaw(const Task& task, const Output& output, Finished* finished) const {
+    PageReport& report = finished->report;
+    const Source& source = task.sources.front();
+    if (report.reduced.empty() || task.sources.size() > 1 || !AreMoves(options_.chain)) return false;
+    PageMetadata* found = nullptr;
+    Raw page(ReadRawPage(source.file, source.page - 1, &found));
+    const Metadata metadata(found);
+    if (!page) return false;
+    std::vector<Raw> pages;
+    {
+      const StepTimer timer(&report, "move");
+      pages = RunMoves(options_.chain, std::move(page));
+    }
+    // Tried before anything is told or written: other formats cannot hold such pages.
+    Writer trial(Checked(CreatePagesInMemory(output.format.c_str(), "")));
+    if (AppendRawPage(trial.get(), pages.front().get(), nullptr) == 0) return false;
+    trial.reset();
+    const StepTimer timer(&report, "save");
+    report.reduced.clear();
+    finished->fileWithoutDpi.clear();
+    auto info = Sized<RawPageInfo>();
+    Checked(DescribeRawPage(pages.front().get(), &info));
+    report.summary.width = info.width;
+    report.summary.height = info.height;
+    report.summary.bits = info.bits * info.samples;
+    report.summary.dpiX = info.dpiX;
+    report.summary.dpiY = info.dpiY;
+    FitMetadata(nullptr, DeedsOf(report), *FindFormat(output.format), metadata.get(), &report);
+    EncodeAll(
+        pages, output, finished,
+        [&](const Raw& raw, const char* format, const char* words) {
+          return EncodeRawPage(raw.get(), metadata.get(), format, words);
+        },
+        [&](PageWriter* writer, const Raw& raw) { return AppendRawPage(writer, raw.get(), metadata.get()); });
+    return true;
+  }
+
   void Encode(const std::vector<Page>& pages, const Output& output, Finished* finished) const {
+    if (!finished->metadata) finished->metadata.reset(Checked(NewPageMetadata()));
+    const PageMetadata* metadata = finished->metadata.get();
+    FitMetadata(pages.front().get(), DeedsOf(finished->report), *FindFormat(output.format),
+                finished->metadata.get(), &finished->report);
+    EncodeAll(
+        pages, output, finished,
+        [=](const Page& page, const char* format, const char* words) {
+          return EncodePage(page.get(), metadata, format, words);
+        },
+        [=](PageWriter* writer, const Page& page) { return AppendPage(writer, page.get(), metadata); });
+  }
+
+  template <class AnyPage, class EncodeOne, class AppendOne>
+  void EncodeAll(const std::vector<AnyPage>& pages, const Output& output, Finished* finished,
+                 EncodeOne encode, AppendOne append) const {
     PageReport& report = finished->report;
     report.made = static_cast<int>(pages.size());
     const auto key = KeyOf(output.path);
     report.replacesInput = key && inputs_.contains(*key);
     const bool isDocument = HasManyPages(output.format);
-    if (!finished->metadata) finished->metadata.reset(Checked(NewPageMetadata()));
-    FitMetadata(pages.front().get(), *FindFormat(output.format), finished->metadata.get(), &report);
     if (options_.isStrict && !report.reduced.empty()) {
       throw PageError(fmt::format("is not written, as it would lose: {}", fmt::join(report.reduced, "; ")));
     }
-    const PageMetadata* metadata = finished->metadata.get();
-    std::string options = options_.jpegQuality == 0 ? "" : fmt::format("quality={}", options_.jpegQuality);
-    if (options_.isArchival) options += options.empty() ? "pdfa=2b" : ",pdfa=2b";
-    for (const Page& page : pages) {
+    const std::string words = OptionsFor(output.format, options_);
+    if (!isDocument && output.path == kStandard && pages.size() > 1) {
+      throw PageError(fmt::format("{} files have one page", FindFormat(output.format)->title));
+    }
+    for (const AnyPage& page : pages) {
       std::string path = output.path;
       try {
         if (isDocument) {
-          finished->encoded.emplace_back(
-              Checked(EncodePage(page.get(), metadata, output.format.c_str(), options.c_str())));
+          finished->encoded.emplace_back(Checked(encode(page, output.format.c_str(), words.c_str())));
           report.outputs = {path};
           continue;
         }
@@ -542,8 +646,9 @@ class Jobs {
           path = Numbered(path, static_cast<int>(finished->files.size()) + 1);
           RefuseReplacing(path);
         }
-        finished->files.push_back(
-            {Written(page.get(), metadata, path, output.format, options_, report.file), path});
+        Writer writer = Begun(path, output.format, options_, report.file);
+        Checked(append(writer.get(), page));
+        finished->files.push_back({std::move(writer), path});
         report.outputs.push_back(path);
       } catch (const PageError& error) {
         throw PageError(fmt::format("{} {}", path, error.what()));
@@ -571,13 +676,13 @@ class Jobs {
     try {
       for (Finished::File& file : finished.files) {
         RefuseLoss(file.path, finished.files.size() > 1);
-        Complete(std::move(file.writer));
+        Complete(std::move(file.writer), file.path);
       }
       if (options_.command != Command::kInfo && HasManyPages(plan_.outputs[finished.task->output].format)) {
         AddToDocument(finished.encoded, finished.task->output, &report);
       }
       if (finished.overlay && report.error.empty()) {
-        Complete(std::move(finished.overlay));
+        Complete(std::move(finished.overlay), finished.task->overlay);
         report.overlay = finished.task->overlay;
       }
     } catch (const PageError& error) {
@@ -589,6 +694,7 @@ class Jobs {
 
   // The names of parts turn up only on the way: they can take neither an input's place nor another output's.
   void RefuseLoss(const std::string& path, bool isPart) {
+    if (path == kStandard) return;
     const bool isNew = written_.insert(UniqueName(path)).second;
     if (!isNew) throw PageError(fmt::format("is not written: several pages would go to {}", path));
     if (isPart) RefuseReplacing(path);
@@ -623,12 +729,12 @@ class Jobs {
       }
       if (document->pagesLeft == 0 && document->writer) {
         if (document->leftOut > 0) {
-          const std::string name = Incomplete(path);
-          SetRules(document->writer.get(), options_, document->source, name.c_str());
+          const std::string name = path == kStandard ? path : Incomplete(path);
+          if (path != kStandard) SetRules(document->writer.get(), options_, document->source, name.c_str());
           reporter_.Error(name, fmt::format("is without {} damaged page{}", document->leftOut,
                                             document->leftOut == 1 ? "" : "s"));
         }
-        Complete(std::move(document->writer));
+        Complete(std::move(document->writer), path);
       } else if (document->pagesLeft == 0 && report->isDropped) {
         reporter_.Warn(fmt::format("{} is not written: all its pages are blank", path));
       }
@@ -657,8 +763,29 @@ std::optional<PageFormat> FindFormat(std::string_view extension) {
   return format;
 }
 
+std::vector<PageFormat> AllFormats() {
+  std::vector<PageFormat> formats;
+  for (int32_t i = 0; i < CountPageFormats(); ++i) {
+    formats.push_back(Sized<PageFormat>());
+    GetPageFormat(i, &formats.back());
+  }
+  return formats;
+}
+
+bool HasOption(std::string_view format, std::string_view option) {
+  const int32_t index = FindPageFormat(std::string(format).c_str());
+  auto entry = Sized<PageFormatOption>();
+  for (int32_t i = 0; index >= 0 && GetPageFormatOption(index, i, &entry) != 0; ++i) {
+    if (entry.name == option) return true;
+  }
+  return false;
+}
+
 Plan MakePlan(const JobOptions& options) {
   Plan plan;
+  const auto standard = std::count(options.inputs.begin(), options.inputs.end(), kStandard);
+  if (standard > 1) throw UsageError("standard input can be read once only");
+  if (standard == 1) plan.standardInput = ReadStandardInput();
   ListTasks(options, &plan);
   if (options.command == Command::kInfo) return plan;
   const fs::path out = PathOf(options.output);
@@ -671,12 +798,16 @@ Plan MakePlan(const JobOptions& options) {
     PlanFolder(options, &plan);
   } else {
     const std::string ending = NameOf(out.extension());
-    const std::string named = ending.empty() ? "" : ending.substr(1);
+    const PageFile* first = plan.tasks.front().sources.front().file;
+    const std::string named = options.output == kStandard ? WritableFormat(first)
+                              : ending.empty()            ? ""
+                                                          : ending.substr(1);
     const std::optional<PageFormat> format = FindFormat(options.format.empty() ? named : options.format);
     if (!format)
       throw UsageError(fmt::format("{}: the ending tells no format; --format does", options.output));
-    if (!format->isWritten)
-      throw UsageError("JPEG files are not written; TIFF files take JPEG with --quality");
+    if (!format->isWritten) throw UsageError(fmt::format("{} files are only read", format->title));
+    if (options.output == kStandard && !format->hasManyPages && plan.tasks.size() > 1)
+      throw UsageError(fmt::format("{} files have one page; --format tif has room for more", format->title));
     if (format->hasManyPages) {
       PlanDocument(plan.tasks, out, format->name, &plan);
     } else {
@@ -686,6 +817,10 @@ Plan MakePlan(const JobOptions& options) {
   const auto isPdf = [](const Output& output) { return output.format == "pdf"; };
   if (options.isArchival && !std::all_of(plan.outputs.begin(), plan.outputs.end(), isPdf))
     throw UsageError("--pdfa is for PDF files");
+  for (const Output& output : plan.outputs) {
+    if (options.compression.empty() || HasOption(output.format, "compression")) continue;
+    throw UsageError(fmt::format("--compression is not for {} files", FindFormat(output.format)->title));
+  }
   if (!options.overlay.empty()) PlanOverlays(options, &plan);
   RefuseLosses(options, plan);
   return plan;
@@ -696,7 +831,7 @@ bool TellMissing(const JobOptions& options) {
   std::vector<PageReport> missing;
   for (const std::string& input : options.inputs) {
     std::error_code error;
-    if (fs::exists(PathOf(input), error)) continue;
+    if (input == kStandard || fs::exists(PathOf(input), error)) continue;
     missing.emplace_back();
     missing.back().file = input;
     missing.back().error = error ? error.message() : "No such file or directory";

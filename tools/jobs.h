@@ -32,7 +32,8 @@ struct JobOptions {
   int threads = 0;            // 0: as many as there are cores
   bool isArchival = false;    // PDF/A
   PageReadOptions reading = Sized<PageReadOptions>();  // what pages may cost
-  int jpegQuality = 0;  // 1 to 100: grey and colour pages in TIFF files are compressed as JPEG
+  int jpegQuality = 0;      // 1 to 100; 0: the format's usual one, in TIFF files no JPEG
+  std::string compression;  // of TIFF files; empty: the usual one
   ReportOptions report;
   CleanOptions clean = DefaultOptions();  // kClean
   bool dropsBlank = false;                // kClean: blank pages are left out
@@ -62,14 +63,21 @@ struct Output {
   std::string format;  // its name
 };
 
+// What stands for standard input or output among files.
+inline constexpr const char* kStandard = "-";
+
 struct Plan {
-  std::vector<Input> files;  // those of the inputs that could be opened
+  std::string standardInput;  // its bytes, where it is an input
+  std::vector<Input> files;   // those of the inputs that could be opened
   std::vector<Task> tasks;
   std::vector<Output> outputs;
 };
 
 // The format with that name or ending, or nothing. Its texts are there for good.
 std::optional<PageFormat> FindFormat(std::string_view extension);
+std::vector<PageFormat> AllFormats();
+// Whether its files are written with that option.
+bool HasOption(std::string_view format, std::string_view option);
 
 // Looks at the inputs and decides on the outputs:
 //   OUT is a folder, or ends in '/'    a file in it for each input, in the input's format (PNG for JPEG)

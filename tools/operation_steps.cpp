@@ -57,4 +57,22 @@ std::vector<Page> RunStep(const Step& step, std::span<const Page> pages) {
   return results;
 }
 
+bool AreMoves(std::span<const Step> chain) {
+  return std::all_of(chain.begin(), chain.end(),
+                     [](const Step& step) { return step.operation->move != nullptr; });
+}
+
+std::vector<Raw> RunMoves(std::span<const Step> chain, Raw page) {
+  std::vector<Raw> pages;
+  pages.push_back(std::move(page));
+  for (const Step& step : chain) {
+    std::vector<Raw> moved;
+    for (const Raw& from : pages) {
+      if (!step.operation->move(from.get(), step.values, &moved)) throw PageError(PagesErrorText());
+    }
+    pages = std::move(moved);
+  }
+  return pages;
+}
+
 }  // namespace rastrel::tool

@@ -58,6 +58,26 @@ constexpr Parameter kBrightness = {
 
 namespace {
 
+bool Add(RawPage* page, std::vector<Raw>* parts) {
+  if (page != nullptr) parts->emplace_back(page);
+  return page != nullptr;
+}
+
+// Cuts tiles as SplitPage does: counted from the bottom, so that the first row of them may be lower.
+bool SplitRaw(const RawPage* page, const Values& v, std::vector<Raw>* parts) {
+  auto info = Sized<RawPageInfo>();
+  if (DescribeRawPage(page, &info) == 0) return false;
+  const int across = v.Whole(0), down = v.Whole(1) > 0 ? v.Whole(1) : across;
+  const int rest = info.height % down;
+  for (int top = 0, bottom = rest > 0 ? rest : down; top < info.height; top = bottom, bottom += down) {
+    for (int left = 0; left < info.width; left += across) {
+      const int width = std::min(across, info.width - left);
+      if (!Add(CropRawPage(page, left, top, width, bottom - top), parts)) return false;
+    }
+  }
+  return true;
+}
+
 constexpr Operation kOperations[] = {
     {.name = "flip",
      .summary = "Mirrors the page.",
@@ -66,7 +86,9 @@ constexpr Operation kOperations[] = {
                          .help = "h exchanges left and right, v top and bottom",
                          .isRequired = true,
                          .choices = kDirections}},
-     .run = [](HGLOBAL page, const Values& v) { return FlipPage(page, v.Whole(0)); }},
+     .run = [](HGLOBAL page, const Values& v) { return FlipPage(page, v.Whole(0)); },
+     .move = [](const RawPage* page, const Values& v,
+                std::vector<Raw>* parts) { return Add(FlipRawPage(page, v.Whole(0)), parts); }},
     {.name = "turn",
      .summary = "Turns the page by quarters, keeping every pixel.",
      .depths = "1, 4, 8, 24",
@@ -75,7 +97,9 @@ constexpr Operation kOperations[] = {
                          .isRequired = true,
                          .least = -3,
                          .most = 3}},
-     .run = [](HGLOBAL page, const Values& v) { return TurnPage(page, v.Whole(0)); }},
+     .run = [](HGLOBAL page, const Values& v) { return TurnPage(page, v.Whole(0)); },
+     .move = [](const RawPage* page, const Values& v,
+                std::vector<Raw>* parts) { return Add(TurnRawPage(page, v.Whole(0)), parts); }},
     {.name = "rotate",
      .summary = "Turns the page by any angle.",
      .details = "The result holds the whole turned page; its width and height are even numbers.",
@@ -248,7 +272,11 @@ constexpr Operation kOperations[] = {
                Parameter{
                    .name = "height", .help = "in pixels; 0: up to the edge", .least = 0, .most = 65535}},
      .run = [](HGLOBAL page,
-               const Values& v) { return CropPage(page, v.Whole(0), v.Whole(1), v.Whole(2), v.Whole(3)); }},
+               const Values& v) { return CropPage(page, v.Whole(0), v.Whole(1), v.Whole(2), v.Whole(3)); },
+     .move =
+         [](const RawPage* page, const Values& v, std::vector<Raw>* parts) {
+           return Add(CropRawPage(page, v.Whole(0), v.Whole(1), v.Whole(2), v.Whole(3)), parts);
+         }},
     {.name = "crop-sheet",
      .summary = "Cuts the scanned sheet out of its surround.",
      .details = "The sheet ends at the first column, from its left edge on, that has too little of it. Pages "
@@ -343,7 +371,8 @@ constexpr Operation kOperations[] = {
            if (count == 0 || SplitPage(page, v.Whole(0), v.Whole(1), tiles.data(), count) == 0) return false;
            for (const HGLOBAL tile : tiles) parts->emplace_back(tile);
            return true;
-         }},
+         },
+     .move = SplitRaw},
     {.name = "merge",
      .summary = "Joins pages into one, row by row from the top left.",
      .details =

@@ -71,6 +71,8 @@ struct Operation {
   HGLOBAL (*run)(HGLOBAL page, const Values& values) = nullptr;
   bool (*split)(HGLOBAL page, const Values& values, std::vector<Page>* parts) = nullptr;
   HGLOBAL (*merge)(std::span<const HGLOBAL> pages, const Values& values) = nullptr;
+  // Of operations that only move pixels: the same for a page as its file has it. Null for others.
+  bool (*move)(const RawPage* page, const Values& values, std::vector<Raw>* parts) = nullptr;
   // Throws UsageError for values that do not go together.
   void (*check)(const Values& values) = nullptr;
 
@@ -91,6 +93,10 @@ struct Step {
 };
 // Throws PageError.
 std::vector<Page> RunStep(const Step& step, std::span<const Page> pages);
+
+// Whether all only move pixels, and the moves. Throws PageError.
+bool AreMoves(std::span<const Step> chain);
+std::vector<Raw> RunMoves(std::span<const Step> chain, Raw page);
 
 // Whether a word names one, by its own name or a usual other one; and the name that may have been meant, or
 // "".

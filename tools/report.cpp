@@ -97,22 +97,6 @@ std::string Dots(const CleanSummary& record) {
   return fmt::format("{:g} x {:g} dpi", record.dpiX, record.dpiY);
 }
 
-// What was done to one page, in words.
-std::string Deeds(const PageReport& report) {
-  if (report.isDropped) return "blank, left out";
-  const CleanSummary& page = report.summary;
-  std::string text;
-  const auto add = [&text](std::string deed) { text += (text.empty() ? "" : ", ") + deed; };
-  if (page.isCropped) add("sheet cut out");
-  if (page.isTurned) add(fmt::format("turned by {:.2f} degrees", -page.skew));
-  if (TrimmedPixels(page) > 0) add("border trimmed");
-  if (page.holes > 0) add(fmt::format("{} hole{} erased", page.holes, page.holes == 1 ? "" : "s"));
-  if (page.specks > 0) add("specks removed");
-  if (page.specks == 0 && page.speckPixels > 0) add("filtered");
-  if (page.isReduced) add("made black and white");
-  return text.empty() ? "nothing to do" : text;
-}
-
 void PrintRemoved(std::FILE* out, const PageReport& report) {
   const CleanSummary& page = report.summary;
   if (TrimmedPixels(page) > 0) {
@@ -151,6 +135,21 @@ std::string PageName(const PageReport& report) {
 }
 
 }  // namespace
+
+std::string Deeds(const PageReport& report) {
+  if (report.isDropped) return "blank, left out";
+  const CleanSummary& page = report.summary;
+  std::string text;
+  const auto add = [&text](std::string deed) { text += (text.empty() ? "" : ", ") + deed; };
+  if (page.isCropped) add("sheet cut out");
+  if (page.isTurned) add(fmt::format("turned by {:.2f} degrees", -page.skew));
+  if (TrimmedPixels(page) > 0) add("border trimmed");
+  if (page.holes > 0) add(fmt::format("{} hole{} erased", page.holes, page.holes == 1 ? "" : "s"));
+  if (page.specks > 0) add("specks removed");
+  if (page.specks == 0 && page.speckPixels > 0) add("filtered");
+  if (page.isReduced) add("made black and white");
+  return text.empty() ? "nothing to do" : text;
+}
 
 Reporter::Reporter(Command command, const ReportOptions& options, size_t pages)
     : command_(command), options_(options), pages_(pages), out_(options.toStandardError ? stderr : stdout) {

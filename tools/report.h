@@ -46,6 +46,9 @@ struct PageReport {
   std::vector<StepTime> times;  // of all steps, loading and saving among them
 };
 
+// What was done to a page that was cleaned, in words.
+std::string Deeds(const PageReport& report);
+
 enum class Command { kClean, kApply, kInfo };
 
 class Reporter {

@@ -23,6 +23,9 @@ std::string Comparable(const std::string& path);
 // gets one of them and receives what is meant for people.
 void ReserveStandardFiles();
 
+// Makes standard input and output carry bytes as they are.
+void UseBytes();
+
 // Whether standard error is a screen that knows escape sequences.
 bool CanDrawOnScreen();
 

@@ -3,7 +3,8 @@
 namespace rastrel::formats {
 
 std::span<const Format* const> Formats() {
-  static constexpr const Format* kFormats[] = {&kBmp, &kTiff, &kPng, &kJpeg, &kPdf};
+  static constexpr const Format* kFormats[] = {&kBmp, &kTiff, &kPng, &kJpeg, &kPdf,
+                                               &kPbm, &kPgm,  &kPpm, &kPam};
   return kFormats;
 }
 

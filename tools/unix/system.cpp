@@ -28,6 +28,8 @@ void ReserveStandardFiles() {
   }
 }
 
+void UseBytes() {}
+
 bool CanDrawOnScreen() { return ::isatty(STDERR_FILENO) == 1; }
 
 void OnInterruption(void (*handler)(int signal)) {

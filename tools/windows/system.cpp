@@ -1,8 +1,11 @@
 #include "tools/system.h"
 
+#include <fcntl.h>
+#include <io.h>
 #include <windows.h>
 
 #include <csignal>
+#include <cstdio>
 
 #include "tools/paths.h"
 
@@ -34,6 +37,11 @@ std::string Comparable(const std::string& path) {
 
 // Closed ones stay closed there: files are opened under other numbers.
 void ReserveStandardFiles() {}
+
+void UseBytes() {
+  _setmode(_fileno(stdin), _O_BINARY);
+  _setmode(_fileno(stdout), _O_BINARY);
+}
 
 bool CanDrawOnScreen() {
   HANDLE screen = GetStdHandle(STD_ERROR_HANDLE);

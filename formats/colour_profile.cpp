@@ -1,0 +1,123 @@
+#include "formats/colour_profile.h"
+
+#include <lcms2.h>
+
+#include <algorithm>
+#include <array>
+
+#include "formats/format.h"
+
+namespace rastrel::formats {
+namespace {
+
+struct ProfileCloser {
+  void operator()(void* profile) const { cmsCloseProfile(profile); }
+};
+using Profile = std::unique_ptr<void, ProfileCloser>;
+struct TransformDeleter {
+  void operator()(void* transform) const { cmsDeleteTransform(transform); }
+};
+using Transform = std::unique_ptr<void, TransformDeleter>;
+
+// Null for what is none, or for other colours.
+Profile Opened(std::span<const uint8_t> bytes, cmsColorSpaceSignature space) {
+  if (bytes.empty() || bytes.size() > UINT32_MAX) return nullptr;
+  Profile profile(cmsOpenProfileFromMem(bytes.data(), static_cast<cmsUInt32Number>(bytes.size())));
+  if (profile && cmsGetColorSpace(profile.get()) != space) profile.reset();
+  return profile;
+}
+
+class ByProfile : public ToRgb {
+ public:
+  explicit ByProfile(Transform transform) : transform_(std::move(transform)) {}
+  void Convert(const uint8_t* in, size_t pixels, uint8_t* out) override {
+    cmsDoTransform(transform_.get(), in, out, static_cast<cmsUInt32Number>(pixels));
+  }
+
+ private:
+  Transform transform_;
+};
+
+// Where the profile says nothing of use.
+class ByMixing : public ToRgb {
+ public:
+  void Convert(const uint8_t* in, size_t pixels, uint8_t* out) override {
+    for (size_t i = 0; i < pixels; ++i, in += 4, out += 3) {
+      const unsigned light = 255u - in[3];
+      for (size_t c = 0; c < 3; ++c) out[2 - c] = static_cast<uint8_t>(((255u - in[c]) * light + 127) / 255);
+    }
+  }
+};
+
+constexpr cmsUInt32Number kLab8 = COLORSPACE_SH(PT_Lab) | CHANNELS_SH(3) | BYTES_SH(1);
+
+}  // namespace
+
+std::unique_ptr<ToRgb> NewToRgb(ToRgb::Space space, std::span<const uint8_t> profile) {
+  const bool isLab = space == ToRgb::kLab;
+  const Profile from = isLab ? Profile(cmsCreateLab4Profile(nullptr)) : Opened(profile, cmsSigCmykData);
+  const Profile to(cmsCreate_sRGBProfile());
+  if (from && to) {
+    Transform transform(cmsCreateTransform(from.get(), isLab ? kLab8 : cmsUInt32Number{TYPE_CMYK_8}, to.get(),
+                                           TYPE_BGR_8, INTENT_RELATIVE_COLORIMETRIC,
+                                           cmsFLAGS_BLACKPOINTCOMPENSATION));
+    if (transform) return std::make_unique<ByProfile>(std::move(transform));
+  }
+  if (isLab) throw PageError("out of memory", ErrNoMemory);
+  return std::make_unique<ByMixing>();
+}
+
+bool IsInkProfile(std::span<const uint8_t> profile) { return Opened(profile, cmsSigCmykData) != nullptr; }
+
+std::vector<uint8_t> GreyProfileFor(std::span<const uint8_t> rgbProfile) {
+  const Profile from = Opened(rgbProfile, cmsSigRgbData);
+  const Profile to(cmsCreateXYZProfile());
+  if (!from || !to) return {};
+  const Transform transform(
+      cmsCreateTransform(from.get(), TYPE_RGB_16, to.get(), TYPE_XYZ_DBL, INTENT_RELATIVE_COLORIMETRIC, 0));
+  if (!transform) return {};
+  // How light each grey is, from 0 to 1 and never falling, as a curve must be.
+  std::array<cmsUInt16Number, 256> lightness{};
+  double most = 0;
+  for (size_t i = 0; i < lightness.size(); ++i) {
+    const auto grey = static_cast<cmsUInt16Number>(i * 257);
+    const cmsUInt16Number rgb[3] = {grey, grey, grey};
+    cmsCIEXYZ colour = {};
+    cmsDoTransform(transform.get(), rgb, &colour, 1);
+    most = std::max(most, std::clamp(colour.Y, 0.0, 1.0));
+    lightness[i] = static_cast<cmsUInt16Number>(most * 65535 + 0.5);
+  }
+  cmsToneCurve* curve = cmsBuildTabulatedToneCurve16(nullptr, lightness.size(), lightness.data());
+  if (curve == nullptr) return {};
+  const Profile grey(cmsCreateGrayProfile(cmsD50_xyY(), curve));
+  cmsFreeToneCurve(curve);
+  cmsUInt32Number size = 0;
+  if (!grey || cmsSaveProfileToMem(grey.get(), nullptr, &size) == 0) return {};
+  std::vector<uint8_t> bytes(size);
+  if (cmsSaveProfileToMem(grey.get(), bytes.data(), &size) == 0) return {};
+  // The day on which it was made would make every file another.
+  constexpr size_t kDateAt = 24, kDateBytes = 12, kIdAt = 84, kIdBytes = 16;
+  std::fill_n(bytes.begin() + kDateAt, kDateBytes, uint8_t{0});
+  std::fill_n(bytes.begin() + kIdAt, kIdBytes, uint8_t{0});
+  return bytes;
+}
+
+Metadata FittingProfile(const Metadata& metadata, const PageView& page) {
+  Metadata fitting = metadata;
+  const Metadata::Item* item = metadata.Find("icc");
+  if (item == nullptr) return fitting;
+  const bool isGrey = page.bits() <= 8 && HasGreyRamp(page);
+  constexpr size_t kSpaceAt = 16, kSpaceBytes = 4, kHeaderBytes = 128;  // of an ICC profile
+  if (item->bytes.size() >= kHeaderBytes) {
+    const std::string_view space(reinterpret_cast<const char*>(&item->bytes[kSpaceAt]), kSpaceBytes);
+    if (space == (isGrey ? "GRAY" : "RGB ")) return fitting;
+  }
+  fitting.Remove("icc");
+  // Black and white need none.
+  const bool hasGreys = isGrey && page.bits() > 1;
+  const std::vector<uint8_t> grey = hasGreys ? GreyProfileFor(item->bytes) : std::vector<uint8_t>{};
+  if (!grey.empty()) fitting.Set("icc", grey);
+  return fitting;
+}
+
+}  // namespace rastrel::formats

@@ -1,0 +1,33 @@
+// Colours by ICC profiles, through Little CMS.
+#ifndef RASTREL_FORMATS_COLOUR_PROFILE_H
+#define RASTREL_FORMATS_COLOUR_PROFILE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace rastrel::formats {
+
+// Pixels of other colour spaces, 8 bits a sample, as blue, green and red of sRGB.
+class ToRgb {
+ public:
+  enum Space { kCmyk, kLab };
+  virtual ~ToRgb() = default;
+  virtual void Convert(const uint8_t* in, size_t pixels, uint8_t* out) = 0;
+};
+// By the profile where it is for that space; else inks are mixed as if they were ideal, and L*a*b* is what it
+// says. Inks: 0 is none.
+std::unique_ptr<ToRgb> NewToRgb(ToRgb::Space space, std::span<const uint8_t> profile);
+
+// Whether a profile is for inks.
+bool IsInkProfile(std::span<const uint8_t> profile);
+
+// The profile of grey pages whose greys look like those (red = green = blue) of pages with this RGB profile;
+// empty where that cannot be told. No pixel has to change for it.
+std::vector<uint8_t> GreyProfileFor(std::span<const uint8_t> rgbProfile);
+
+}  // namespace rastrel::formats
+
+#endif
