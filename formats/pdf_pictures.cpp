@@ -5,6 +5,7 @@
 #include <cstring>
 #include <optional>
 
+#include "formats/general.h"
 #include "formats/system.h"
 #include "pages/text.h"
 
@@ -284,6 +285,18 @@ Dib FromJpeg(const PdfPicture& picture, std::vector<uint8_t> bytes, const Readin
   return page;
 }
 
+Dib FromJpeg2000(const PdfPicture& picture, std::span<const uint8_t> bytes, const Reading& reading,
+                 Metadata* metadata) {
+  if (picture.space == PdfSpace::kOther || picture.space == PdfSpace::kIndexed || picture.isInverted)
+    throw NotReadAsStored("its JPEG 2000 picture's colours are not grey, RGB or CMYK");
+  try {
+    return ReadJpeg2000(bytes, reading, metadata);
+  } catch (const PageError& error) {
+    if (error.code() != ErrUnsupported) throw;
+    throw NotReadAsStored("its picture is JPEG 2000");
+  }
+}
+
 // ---- writing ----------------------------------------------------------------------------------------------
 
 uint32_t BigEndian(std::span<const uint8_t> bytes) {
@@ -380,7 +393,7 @@ Dib PageOf(const PdfPicture& picture, std::vector<uint8_t> bytes, std::vector<ui
            const Reading& reading, Metadata* metadata) {
   const std::string& filter = picture.filter;
   if (filter == "DCTDecode") return FromJpeg(picture, std::move(bytes), reading, metadata);
-  if (filter == "JPXDecode") throw NotReadAsStored("its picture is JPEG 2000");
+  if (filter == "JPXDecode") return FromJpeg2000(picture, bytes, reading, metadata);
   CheckKnown(picture);
   if (filter.empty()) return FromSamples(picture, bytes, reading);
   if (SamplesOf(picture.space) != 1) Damaged("its picture of two colours has samples of several");
