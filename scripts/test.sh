@@ -51,7 +51,7 @@ run_web() {
   scripts/web.sh build
   cmake --build --preset web --target rastrel_web_golden
   (cd build/web && node web/rastrel_web_golden.cjs ../../tests/golden.txt)
-  RASTREL_COMMAND=$PWD/build/developer/tools/rastrel node --test tests/web/
+  RASTREL_COMMAND=$PWD/build/developer/tools/rastrel node --test tests/web/*.test.mjs
 }
 
 # Source files whose names end so, under the folders named or everywhere.

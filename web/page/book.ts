@@ -183,7 +183,7 @@ export class Book {
           this.changed(page);
         },
       });
-      if (page.isRemoved) return;
+      if (page.isRemoved || page.stop !== stop) return;
       await this.store.put('results', page.id, made.result);
       page.record = made.record;
       page.thumbnail = made.thumbnail;
@@ -193,6 +193,7 @@ export class Book {
       await this.#keep(page);
       this.changed(page);
     } catch (error) {
+      if (page.stop !== stop) return; // it is cleaned anew already, with other steps
       if (isAbort(error)) {
         page.state = page.settings === settings ? 'stopped' : 'waiting';
         this.changed(page);
