@@ -104,6 +104,16 @@ test('what cannot be is refused, and nothing is left behind', () => {
   assert.equal(rastrel.memory, before);
 });
 
+test('memory may grow at any moment', async () => {
+  for (const [width, height] of [[600, 800], [1240, 1754], [2480, 3508]]) {
+    const fresh = await load();
+    const page = { width, height, format: 'rgb', data: new Uint8Array(3 * width * height).fill(240), dpi: 300 };
+    const { image, overlay } = fresh.clean(page, { overlay: true });
+    assert.deepEqual([image.width, image.height, overlay.width, overlay.height], [width, height, width, height]);
+    assert.equal(image.data.every((value) => value === 240), true);
+  }
+});
+
 test('workers: several pages, cancelled ones, and an end', async () => {
   const pool = new Pool({ workers: 2 });
   const page = scan({ width: 620, height: 877 });

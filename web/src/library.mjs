@@ -96,12 +96,11 @@ class Rastrel {
             core._GlobalFree(cleaned);
             throw thrown.error;
           }
-          const view = this.#view();
-          return {
-            image: this.#take(cleaned),
-            record: this.#record(view.getUint32(results, true)),
-            overlay: options.overlay ? this.#take(view.getUint32(results + 4, true)) : null,
-          };
+          if (cleaned === 0) this.#fail();
+          const view = this.#view(); // which ends when memory grows
+          const [found, shown] = [view.getUint32(results, true), view.getUint32(results + 4, true)];
+          const record = this.#record(found);
+          return { image: this.#take(cleaned), record, overlay: options.overlay ? this.#take(shown) : null };
         });
       }),
     );
@@ -190,7 +189,8 @@ class Rastrel {
       new Uint8Array(view.buffer, record, 4 * 17).fill(0);
       ratio.concat(ratio).forEach((number, i) => view.setInt32(record + 4 * (12 + i), number, true));
       core._BZoomStep(0, 0, zoomModes[direction], record, 0);
-      return [view.getInt32(record + 4, true), view.getInt32(record + 8, true)];
+      const stepped = this.#view();
+      return [stepped.getInt32(record + 4, true), stepped.getInt32(record + 8, true)];
     });
   }
 
