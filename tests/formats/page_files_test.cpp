@@ -164,6 +164,12 @@ std::string Profile(const std::string& space) {
 
 TEST(Metadata, GoesIntoFilesAndComesBack) {
   using namespace std::string_literals;
+  // One entry, the version, in a directory that the first one points to; TIFF files lay them out anew.
+  const std::string version =
+      "\0\x90\7\0\4\0\0\0"
+      "0232"s;
+  const std::string exif =
+      "II\x2A\0\x08\0\0\0\1\0\x69\x87\4\0\1\0\0\0\x1A\0\0\0\0\0\0\0\1\0"s + version + "\0\0\0\0"s;
   const Folder folder;
   const std::pair<std::string, std::string> items[] = {{"icc", Profile("RGB ")},
                                                        {"xmp", "<x:xmpmeta/>"},
@@ -181,7 +187,7 @@ TEST(Metadata, GoesIntoFilesAndComesBack) {
                                                        {"iptc",
                                                         "\x1C\x02\x05\0\x03"
                                                         "abc"s},
-                                                       {"exif", "II\x2A\0\x08\0\0\0\0\0\0\0\0\0"s}};
+                                                       {"exif", exif}};
   Metadata metadata;
   for (const auto& [name, text] : items)
     metadata.Set(name, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
@@ -195,7 +201,11 @@ TEST(Metadata, GoesIntoFilesAndComesBack) {
     const std::string kept = "," + std::string(FindFormat(ending)->metadata) + ",";
     for (const auto& [name, text] : items) {
       const bool isKept = kept.find("," + name + ",") != std::string::npos;
-      EXPECT_EQ(isKept ? text : "(none)", TextOf(found, name)) << ending << ' ' << name;
+      if (isKept && name == "exif") {
+        EXPECT_NE(std::string::npos, TextOf(found, name).find(version)) << ending;
+      } else {
+        EXPECT_EQ(isKept ? text : "(none)", TextOf(found, name)) << ending << ' ' << name;
+      }
     }
   }
 }
