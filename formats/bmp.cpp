@@ -170,12 +170,26 @@ Dib ReadRunLength(Bytes* file, const Head& head, const Reading& reading) {
   if (header == nullptr) throw PageError("out of memory", ErrNoMemory);
   *header = head.info;
   header->biClrUsed = header->biClrImportant = 0;
+  // Writers fill rows up to whole words, in runs that go over the page's width. The core begins such a run's
+  // row anew; of a page as wide as its stride it does not, and the stride stays as it is.
+  const auto width = static_cast<size_t>(head.info.biWidth);
+  const size_t stride = head.bits() == 8 ? static_cast<size_t>(StrideOf(head.info.biWidth, 8)) : width;
+  if (stride <= INT32_MAX) header->biWidth = static_cast<int32_t>(stride);
   auto* bytes = reinterpret_cast<uint8_t*>(header + 1);
   ReadTable(file, head, {reinterpret_cast<RGBQUAD*>(bytes), tableBytes / sizeof(RGBQUAD)});
   const size_t got = file->ReadAt(head.rowsAt, {bytes + tableBytes, rowBytes});
   GlobalUnlock(block.handle());
   if (got < rowBytes) Damaged("its rows are cut short");
-  return Checked(ExpandCompressedDIB(block.handle()));
+  Dib page = Checked(ExpandCompressedDIB(block.handle()));
+  if (stride == width) return page;
+  auto* expanded = static_cast<BITMAPINFOHEADER*>(GlobalLock(page.handle()));
+  if (expanded == nullptr) throw PageError("out of memory", ErrNoMemory);
+  expanded->biWidth = head.info.biWidth;
+  uint8_t* row = reinterpret_cast<uint8_t*>(expanded + 1) + tableBytes;
+  for (int32_t y = 0; y < head.info.biHeight; ++y, row += stride)
+    std::fill(row + width, row + stride, uint8_t{0});
+  GlobalUnlock(page.handle());
+  return page;
 }
 
 // Pixels of 16 or 32 bits as blue, green and red. `hasAlpha`: some pixel is not clear, so alpha means

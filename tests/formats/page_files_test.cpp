@@ -462,6 +462,17 @@ INSTANTIATE_TEST_SUITE_P(All, ReadBmpKind, ::testing::Values(
     [](const auto& test) { return test.param.name; });
 // clang-format on
 
+// Writers fill rows up to whole words: here a fourth pixel in a run of its own.
+TEST(ReadBmp, CutsRunsAtTheEndOfARow) {
+  const uint32_t header[] = {40, 3, 2, 1 | 8 << 16, 1, 14, 0, 0, 2, 0, 0x000000, 0xFFFFFF};
+  const std::string start("BM\0\0\0\0\0\0\0\0\x3E\0\0\0", 14), runs("\1\0\2\1\1\1\0\0\2\1\2\0\0\1", 14);
+  const Folder folder;
+  WriteBytes(folder / "page.bmp",
+             start + std::string(reinterpret_cast<const char*>(header), sizeof(header)) + runs);
+  const std::vector<Pixel> expected = {0xFFFFFF, 0xFFFFFF, 0, 0, 0xFFFFFF, 0xFFFFFF};
+  EXPECT_EQ(expected, Colours(Read(folder / "page.bmp")));
+}
+
 // ---- hostile files ----------------------------------------------------------------------------------------
 
 std::vector<std::string> SmallFiles(const Folder& folder) {
