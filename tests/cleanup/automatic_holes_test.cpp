@@ -30,6 +30,14 @@ TEST(AutoPunchHoleRemover, PaintsADiscOverABlobAndSparesLines) {
             std::vector<std::string>(rows.begin() + 16, rows.begin() + 24));
 }
 
+TEST(AutoPunchHoleRemover, PaintsTheLargestHoleFarthestFromTheEdge) {
+  // At 300 dots per inch blobs begin in 223 columns and are up to 177 wide; the disc goes beyond that, and
+  // through its middle nothing stays dark.
+  constexpr Box kFarthest = {222, 30, 177, 177};
+  const TestDib page = WithBoxes(800, 240, {kFarthest}, 11811);
+  EXPECT_EQ(std::string::npos, DrawnBoxes(Remove(page))[30 + 177 / 2].find('#'));
+}
+
 TEST(AutoPunchHoleRemover, TellsHolesByTheirSizeAndPlace) {
   struct Case {
     const char* what;

@@ -26,11 +26,12 @@ TEST(DetectSkewAngle, FindsHowFarALineRises) {
   }
 }
 
-TEST(DetectSkewAngle, FindsALineAtTheRightEndOfAWidePage) {
+// Pages are looked at in pieces of 4096 columns.
+TEST(DetectSkewAngle, FindsALineBeyondTheFirstColumnsOfAWidePage) {
   for (const int bits : {1, 8, 24}) {
     const Pixel white = bits == 1 ? 1 : bits == 8 ? 255 : 0xFFFFFF;
-    TestDib page = TestDib::Plain(MakeHeader(bits, 2000, 300), white);
-    for (int x = 1400; x < 1990; ++x) page.Fill(x, 250 - (x - 1400) * 140 / 1000, 1, 2, 0);  // 8 degrees
+    TestDib page = TestDib::Plain(MakeHeader(bits, 5000, 300), white);
+    for (int x = 4300; x < 4890; ++x) page.Fill(x, 250 - (x - 4300) * 140 / 1000, 1, 2, 0);  // 8 degrees
     EXPECT_EQ(8, DetectDark(page)) << bits << " bits";
   }
 }

@@ -50,20 +50,32 @@ struct Comparison {
 };
 void PrintTo(const Comparison& comparison, std::ostream* out) { *out << comparison.name; }
 
+// Of a page as one of up to three planes, of which its block holds so many rows fewer.
+template <class Plain, class Flip>
+Results OfPlanes(const TestDib& page, Arguments& random, Plain plain, Flip flip) {
+  const TestDib planar = page.With([&](BITMAPINFOHEADER& header) {
+    header.biPlanes = static_cast<uint16_t>(random.From(1, 3));
+    header.biHeight /= header.biPlanes;
+  });
+  const Results results = {plain(planar.block()), flip(planar.handle())};
+  EXPECT_TRUE(planar.Unchanged());
+  return results;
+}
+
 constexpr auto kColour = [](Arguments& random) { return static_cast<COLORREF>(random.Below(0x1000000)); };
 
 const Comparison kComparisons[] = {
     {"FlipDIBVertical",
      {1, 4, 8, 15, 24, 48},
      60,
-     [](const TestDib& page, Arguments&) {
-       return Results{reference::FlipDIBVertical(page.block()), FlipDIBVertical(page.handle())};
+     [](const TestDib& page, Arguments& random) {
+       return OfPlanes(page, random, reference::FlipDIBVertical, FlipDIBVertical);
      }},
     {"FlipDIBHorizontal",
      {1, 2, 4, 8, 12, 15, 16, 24, 31, 32, 48},
      60,
-     [](const TestDib& page, Arguments&) {
-       return Results{reference::FlipDIBHorizontal(page.block()), FlipDIBHorizontal(page.handle())};
+     [](const TestDib& page, Arguments& random) {
+       return OfPlanes(page, random, reference::FlipDIBHorizontal, FlipDIBHorizontal);
      }},
     {"TurnDIB",
      {1, 2, 4, 8, 16, 24, 32},

@@ -46,6 +46,15 @@ TEST(SplitDIB, CutsAGridFromTheBottomUp) {
   EXPECT_EQ(page.block(), TestDib(MergeDIBs(tiles.array, 4, 2)).block());
 }
 
+TEST(MergeDIBs, TakesTilesWithoutRowsForNothing) {
+  const TestDib page = TestDib::Random(8, 8, 4, 1), empty(MakeHeader(8, 8, 0));
+  for (const bool isFirst : {true, false}) {
+    const Tiles tiles(isFirst ? std::vector{empty.block(), page.block()}
+                              : std::vector{page.block(), empty.block()});
+    EXPECT_EQ(page.block(), TestDib(MergeDIBs(tiles.array, 1, 2)).block()) << "first " << isFirst;
+  }
+}
+
 TEST(MergeDIBs, RefusesWhatIsNoGrid) {
   const TestDib page = TestDib::Random(8, 8, 4, 1);
   const Tiles tiles(std::vector<Bytes>(4, page.block()));

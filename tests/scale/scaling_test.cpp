@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <rastrel.h>
 
+#include <algorithm>
+
 #include "tests/support/test_dib.h"
 
 namespace rastrel::testing {
@@ -49,6 +51,27 @@ TEST(ScaleDIB, TakesTheNearestPixelsOfABilevelPage) {
   EXPECT_EQ((Rows{"#.#", "##."}), TestDib(ScaleDIB(page.handle(), 0, 3, 2)).Drawing());
   EXPECT_EQ((Rows{"#....##..#", ".####....#", "#..##..###", "#..##..###"}),
             TestDib(ScaleDIB(page.handle(), 0, 10, 4)).Drawing());
+}
+
+// Column x is the source's (x * from + to / 2) / to; half the width is made from whole words in a way of its
+// own. Nothing stands in the padding.
+TEST(ScaleDIB, TakesTheNearestColumnsAtEveryWidth) {
+  constexpr int kHead = 40 + 2 * 4;
+  for (int width = 1; width < 400; width += width < 70 ? 1 : 23) {
+    for (const int from : {2 * width, 2 * width - 1, 3 * width + 1, width / 2 + 1}) {
+      if (from == width) continue;  // copied as it is, padding and all
+      const TestDib page = TestDib::Random(1, from, 2, static_cast<unsigned>(width));
+      TestDib expected(MakeHeader(1, width, 2));
+      for (int x = 0; x < width; ++x) {
+        const int column = (x * from + width / 2) / width;
+        for (const int y : {0, 1}) expected.Set(x, y, column < from ? page.At(column, y) : 0);
+      }
+      const Bytes wanted = expected.block(), actual = TestDib(ScaleDIB(page.handle(), 0, width, 2)).block();
+      ASSERT_LE(wanted.size(), actual.size());  // there is more room than needed
+      ASSERT_TRUE(std::equal(wanted.begin() + kHead, wanted.end(), actual.begin() + kHead))
+          << from << " to " << width;
+    }
+  }
 }
 
 TEST(ScaleGrayDIB, GivesMostGreysOneIndexLower) {
