@@ -89,18 +89,18 @@ std::unique_ptr<Bytes> InputPages::Open() const {
 template <class Use>
 auto InputPages::WithSource(Use use) const {
   std::unique_ptr<PageSource> source;
-  {
-    const std::lock_guard lock(mutex_);
+  if (!isBusy_.test_and_set()) {
     if (!sources_.empty()) {
       source = std::move(sources_.back());
       sources_.pop_back();
     }
+    isBusy_.clear();
   }
   if (!source) source = format_->open(Open());
   auto result = use(source.get());
-  if (source->isWorn()) return result;
-  const std::lock_guard lock(mutex_);
+  if (source->isWorn() || isBusy_.test_and_set()) return result;
   sources_.push_back(std::move(source));
+  isBusy_.clear();
   return result;
 }
 

@@ -2,8 +2,8 @@
 #ifndef RASTREL_FORMATS_PAGE_FILES_H
 #define RASTREL_FORMATS_PAGE_FILES_H
 
+#include <atomic>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -40,8 +40,9 @@ class InputPages {
   const Format* format_ = nullptr;
   PageList list_;
   ReadOptions options_;
-  // Those that no thread uses just now, of a format that has them.
-  mutable std::mutex mutex_;
+  // Those that no thread uses just now, of a format that has them. A thread that finds them in use by another
+  // does without: it opens one of its own, or lets its own go.
+  mutable std::atomic_flag isBusy_;
   mutable std::vector<std::unique_ptr<PageSource>> sources_;
 };
 
