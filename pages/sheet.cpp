@@ -37,7 +37,8 @@ constexpr int kInkShare = 78;          // of the paper: darker cells have ink in
 constexpr int kSolid = 96;             // of what a surround encloses, dark
 constexpr int kLetterMin = kMm, kLetterMax = 10 * kMm;  // heights of light letters on black
 constexpr int kMostLetters = 3;                         // enclosed light marks of that height
-constexpr int kBump = kMm * 3 / 2;      // what stands out by more is attached to the surround, not of it
+constexpr int kBump = kMm * 3 / 2;  // what stands out by more is attached to the surround, not of it
+constexpr int kTornShare = 20;      // from the surround's brightness to the paper's: what is still surround
 constexpr int kMedianReach = 12 * kMm;  // along the side, to either hand
 constexpr int kRough = kMm;             // off the running median
 constexpr int kMostRough = 25;          // of places
@@ -760,7 +761,7 @@ class SheetFinder {
       if (!isLast || isSmall || !judgement.isWorthAWord) return;
     }
     AddSurround(area, judgement, sides);
-    if (judgement.isCertain) Take(area, sides);
+    if (judgement.isCertain) Take(area, sides, brightness);
   }
 
   void AddSurround(const Area& area, const Judgement& judgement, const SideEvidence (&sides)[4]) {
@@ -875,9 +876,13 @@ class SheetFinder {
     return thickest >= kSwell * thin && thickest >= thin + kSwell;
   }
 
-  // Takes the area as outside, without what is attached to it and stands out of its sides' run.
-  void Take(const Area& area, const SideEvidence (&sides)[4]) {
+  // Takes the area as outside, without what is attached to it and stands out of its sides' run. Beyond a
+  // straight side a tear or a folded corner shows what lies around the sheet; what is lighter than that is a
+  // picture, which bleeds off the sheet there.
+  void Take(const Area& area, const SideEvidence (&sides)[4], int brightness) {
     const int bump = units_.Cells(kBump);
+    const int blur = std::max(24, units_.Cells(kMm / 2) * 16);  // of the side, in 1/16 cells
+    const int lightest = brightness + (sheet_.paper - brightness) * kTornShare / 100;
     for (int y = area.top; y < area.bottom; ++y) {
       const uint8_t* member = area.member->Row(y);
       for (int x = FirstLike(member, area.left, area.right, kMember); x < area.right;
@@ -893,7 +898,11 @@ class SheetFinder {
                                                         : grid_.height() - 1 - y;
           const auto at = static_cast<size_t>(place);
           if (evidence.depths[at] == 0) continue;
-          isOutside |= evidence.depths[at] < 0 || depth < evidence.medians[at] + bump;
+          const int64_t line = evidence.line.At(place, static_cast<int>(evidence.depths.size()));
+          const bool isBeyond =
+              evidence.line.isFound && evidence.line.share >= kLineShare && depth * 16 > line + blur;
+          isOutside |= evidence.depths[at] < 0 ||
+                       (depth < evidence.medians[at] + bump && (!isBeyond || grid_.Row(y)[x] <= lightest));
         }
         if (isOutside) sheet_.outside.Row(y)[x] = kMember;
       }
