@@ -260,7 +260,8 @@ int RunCommand(int argc, char** argv) {
     std::ostringstream out, complaint;
     const int code = app.exit(error, out, complaint);
     Put(stdout, out.str());
-    for (const std::string_view line : Split(complaint.str(), '\n')) {
+    const std::string said = complaint.str();
+    for (const std::string_view line : Split(said, '\n')) {
       if (!line.empty()) Print(stderr, "{}\n", line);
     }
     return code == 0 ? 0 : kExitUsage;
