@@ -46,11 +46,9 @@ class InputPages {
  public:
   InputPages(const HGLOBAL* pages, int32_t count) {
     Require(pages != nullptr && count > 0, "there are no pages");
-    inputs_.reserve(static_cast<size_t>(count));
-    for (int32_t i = 0; i < count; ++i) {
-      inputs_.push_back(std::make_unique<InputPage>(pages[i]));
-      dibs_.push_back(Dib(inputs_.back()->dib().handle()));
-    }
+    for (int32_t i = 0; i < count; ++i) inputs_.push_back(std::make_unique<InputPage>(pages[i]));
+    dibs_.reserve(inputs_.size());  // from here on nothing throws: a borrowed page would be freed
+    for (const auto& input : inputs_) dibs_.push_back(Dib(input->dib().handle()));
   }
   ~InputPages() {
     for (Dib& dib : dibs_) dib.Release();

@@ -408,6 +408,7 @@ TEST(InterfaceRefuses, ArgumentsOutOfRange) {
   constexpr int kMost = std::numeric_limits<int>::max();
   uint8_t pixels[16] = {};
   HGLOBAL upper;
+  const HGLOBAL holed[] = {page, nullptr};
   int32_t flag;
   const auto from = [&](int32_t width, int32_t height, ptrdiff_t stride, int format, double dpi = 300) {
     return PageFromPixels(pixels, width, height, stride, format, dpi, dpi) == nullptr;
@@ -443,6 +444,7 @@ TEST(InterfaceRefuses, ArgumentsOutOfRange) {
       {__LINE__, ErrParameter, CutPage(page, 1, &upper, nullptr) == 0},
       {__LINE__, ErrParameter, MergePages(&page, 0, 1) == nullptr},
       {__LINE__, ErrParameter, MergePages(nullptr, 1, 1) == nullptr},
+      {__LINE__, ErrParameter, MergePages(holed, 2, 1) == nullptr},
       {__LINE__, ErrParameter, DitherPage(page, DitherFloydSteinberg, 3) == nullptr},
       {__LINE__, ErrParameter, DespecklePage(page, 19, 0) == nullptr},
       {__LINE__, ErrParameter, HalftonePage(page, HalftoneThreshold, 256) == nullptr},

@@ -23,7 +23,7 @@ export const operations = {
   deskew: ['DeskewPage', [['text', 'dark', ['dark', 'light']]]],
   trim: ['TrimPage', []],
   holes: ['FillPageHoles', [['size', 'auto', { auto: -4 }]]],
-  despeckle: ['DespecklePage', [['level', 30], ['full', false, noYes]]],
+  despeckle: ['DespecklePage', [['level', 40], ['full', false, noYes]]],
   dither: ['DitherPage', [['method', 'fs', ['fs', 'jjn']], bits(1, 4, 8)]],
   halftone: ['HalftonePage', [['method', 'threshold', ['threshold', 'diffusion', 'ordered']], ['brightness', 0]]],
   binarize: [
