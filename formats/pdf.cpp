@@ -141,9 +141,9 @@ class Source : public PageSource {
     const std::unique_ptr<Bytes> alone = TemporaryBytes();
     reader_->WriteAlone(index, alone.get());
     constexpr uint64_t kHeadBytes = 64;
-    const std::vector<uint8_t> drawn =
-        RunProgram({"pdftoppm", "-r", Text(reading.dpi()), "-f", "1", "-l", "1", "-singlefile", kInputName},
-                   alone.get(), side(page.width) * side(page.height) * 3 + kHeadBytes);
+    const std::vector<uint8_t> drawn = RunProgram(
+        {"pdftoppm", "-cropbox", "-r", Text(reading.dpi()), "-f", "1", "-l", "1", "-singlefile", kInputName},
+        alone.get(), side(page.width) * side(page.height) * 3 + kHeadBytes);
     Dib dib = FromProgram(drawn, reading);
     const PageView view(dib);
     view.header().biXPelsPerMeter = view.header().biYPelsPerMeter = PixelsPerMetre(reading.dpi());

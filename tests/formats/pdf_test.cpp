@@ -258,6 +258,7 @@ INSTANTIATE_TEST_SUITE_P(All, PdfSamples, ::testing::Values(
 struct Beside {
   const char* content;  // %: the usual picture
   const char* reduced;
+  const char* page = "/MediaBox [0 0 144 72]";
 };
 
 // 72 points of 144 are drawn at 20 dots per inch: 40 x 20 pixels. A picture as stored has 2.
@@ -273,6 +274,8 @@ TEST(Pdf, PagesWithMoreThanAScannedImageAreDrawnAndOthersSayWhatIsLeftOut) {
       {"% 10 10 30 20 re f", "drawn at 20 dpi: it has more than a picture"},
       {"% %", "drawn at 20 dpi: it has several pictures"},
       {"0 0 50 50 re f", "drawn at 20 dpi: it has no picture"},
+      {"0 0 50 50 re f", "drawn at 20 dpi: it has no picture",
+       "/MediaBox [0 0 288 144]/CropBox [0 0 144 72]"},
       {"q 20 0 0 20 9 9 cm /Im Do Q", "drawn at 20 dpi: its picture covers little of it"},
       {"q 0 0 70 72 re W n % Q", "drawn at 20 dpi: its picture is not shown whole"},
       {"q 130 7 -9 60 11 2 cm /Im Do Q", "drawn at 20 dpi: its picture is not straight"},
@@ -280,6 +283,7 @@ TEST(Pdf, PagesWithMoreThanAScannedImageAreDrawnAndOthersSayWhatIsLeftOut) {
   for (const Beside& test : cases) {
     SCOPED_TRACE(test.content);
     Drawn drawn;
+    drawn.page = test.page;
     drawn.content = test.content;
     for (size_t at; (at = drawn.content.find('%')) != std::string::npos;)
       drawn.content.replace(at, 1, picture);
