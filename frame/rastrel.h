@@ -3,22 +3,18 @@
  * Conventions that hold for every function here:
  *
  * - A `dib` is the handle of a movable memory block that holds one packed bitmap: a 40-byte
- * BITMAPINFOHEADER,
- *   the colour table (biClrUsed entries; 0 means 2, 16 or 256 for 1, 4 or 8 bits, none for 24), and the
- *   rows, bottom row first, each padded to a multiple of 4 bytes. Pixels of 1 and 4 bits lie leftmost in
- *   the high bits; pixels of 24 bits are blue, green, red.
+ *   BITMAPINFOHEADER, the colour table (biClrUsed entries; 0 means 2, 16 or 256 for 1, 4 or 8 bits, none
+ *   for 24), and the rows, bottom row first, each padded to a multiple of 4 bytes. Pixels of 1 and 4 bits
+ *   lie leftmost in the high bits; pixels of 24 bits are blue, green, red.
  * - Operations that make a new page leave their input as it was. What they return belongs to the caller,
- * who
- *   frees it with GlobalFree.
+ *   who frees it with GlobalFree.
  * - Failure is 0 or a null handle. Where a function says that it sets errors, the reason is the calling
  *   thread's last error, read with RastrelError. Success leaves that error alone unless the function says
  *   otherwise, so read it only after a failure.
  * - A block that is smaller than its header says is refused: ErrDIBSize where errors are set at all.
- * Nothing is
- *   ever read or written outside a block. No page is larger than 4 GiB - 1.
+ *   Nothing is ever read or written outside a block. No page is larger than 4 GiB - 1.
  * - Everything is per thread; functions may run on any number of threads at once, but only one at a time
- * may
- *   show a progress window of each kind. */
+ *   may show a progress window of each kind. */
 #ifndef RASTREL_H
 #define RASTREL_H
 
