@@ -119,14 +119,6 @@ const Format* FindFormat(std::string_view extension) {
   return nullptr;
 }
 
-namespace {
-
-void SetText(Metadata* metadata, std::string_view name, std::string_view text) {
-  metadata->Set(name, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
-}
-
-}  // namespace
-
 void Tell(const Original& original, Metadata* metadata) {
   std::string reduced;
   const auto add = [&](std::string_view text) { reduced += Text(reduced.empty() ? "" : "\n", text); };
@@ -139,17 +131,15 @@ void Tell(const Original& original, Metadata* metadata) {
   if (original.isMixed) add(Text(original.space, " to RGB"));
   if (original.hasAlpha) add("alpha laid over white");
   if (original.others > 0) add(Text(Count(original.others, "further sample"), " left out"));
-  SetText(metadata, "space", original.space);
-  SetText(metadata, "depth", Text(bits));
-  if (!original.compression.empty()) SetText(metadata, "compression", original.compression);
-  if (!reduced.empty()) SetText(metadata, "reduced", reduced);
+  metadata->SetText("space", original.space);
+  metadata->SetText("depth", Text(bits));
+  if (!original.compression.empty()) metadata->SetText("compression", original.compression);
+  if (!reduced.empty()) metadata->SetText("reduced", reduced);
 }
 
 void AddReduction(std::string_view text, Metadata* metadata) {
-  const Metadata::Item* item = metadata->Find("reduced");
-  const std::string before =
-      item != nullptr ? std::string(item->bytes.begin(), item->bytes.end()) + "\n" : std::string();
-  SetText(metadata, "reduced", before + std::string(text));
+  const std::string before = metadata->Find("reduced") != nullptr ? metadata->TextOf("reduced") + "\n" : "";
+  metadata->SetText("reduced", before + std::string(text));
 }
 
 void CannotHold(uint64_t fileBytes, int64_t width, int64_t height) {

@@ -45,16 +45,6 @@ const PdfLibrary& Library() {
   return *kLibrary;
 }
 
-void SetText(Metadata* metadata, std::string_view item, std::string_view text) {
-  metadata->Set(item, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
-}
-
-void AddReduction(Metadata* metadata, std::string_view text) {
-  const Metadata::Item* found = metadata->Find("reduced");
-  std::string all = found != nullptr ? std::string(found->bytes.begin(), found->bytes.end()) + "\n" : "";
-  SetText(metadata, "reduced", all += text);
-}
-
 // ---- reading ----------------------------------------------------------------------------------------------
 
 double DpiOf(int64_t pixels, double points) { return static_cast<double>(pixels) * kPointsPerInch / points; }
@@ -169,12 +159,12 @@ class Source : public PageSource {
       if (!picture.profile.empty() && picture.space != PdfSpace::kCmyk) metadata->Set("icc", picture.profile);
     } else {
       Tell({.space = "drawn"}, metadata);
-      AddReduction(metadata, Text("drawn at ", dpi, " dpi: ", reason));
+      AddReduction(Text("drawn at ", dpi, " dpi: ", reason), metadata);
     }
-    for (const std::string& what : page.leftOut) AddReduction(metadata, what + " left out");
+    for (const std::string& what : page.leftOut) AddReduction(what + " left out", metadata);
     TakeMetadata(reader_->Info(), reader_->Xmp(index), metadata);
-    if (!page.label.empty()) SetText(metadata, "page-name", page.label);
-    if (reader_->Count() > 1) SetText(metadata, "page-number", Text(index, "/", reader_->Count()));
+    if (!page.label.empty()) metadata->SetText("page-name", page.label);
+    if (reader_->Count() > 1) metadata->SetText("page-number", Text(index, "/", reader_->Count()));
   }
 
   std::unique_ptr<PdfReader> reader_;
@@ -313,8 +303,7 @@ class PdfFile : public Document {
       metadata.Set(name, packed.Run());
     }
     for (uint64_t left = packed.Number(); left > 0; --left) page.layers.push_back(TakeLayer(&packed));
-    const Metadata::Item* name = metadata.Find("page-name");
-    if (name != nullptr) page.label.assign(name->bytes.begin(), name->bytes.end());
+    page.label = metadata.TextOf("page-name");
     const Metadata::Item* xmp = metadata.Find("xmp");
     if (!isBegun_) {
       isBegun_ = true;

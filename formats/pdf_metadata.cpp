@@ -20,13 +20,8 @@ struct Entry {
 constexpr Entry kTexts[] = {{"document", "Title"},    {"artist", "Author"},   {"description", "Subject"},
                             {"keywords", "Keywords"}, {"creator", "Creator"}, {"software", "Producer"}};
 
-std::string TextOf(const Metadata& metadata, std::string_view item) {
-  const Metadata::Item* found = metadata.Find(item);
-  return found != nullptr ? std::string(found->bytes.begin(), found->bytes.end()) : "";
-}
-
 void Set(Metadata* metadata, std::string_view item, std::string_view text) {
-  if (!text.empty()) metadata->Set(item, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
+  if (!text.empty()) metadata->SetText(item, text);
 }
 
 // ---- dates ------------------------------------------------------------------------------------------------
@@ -115,7 +110,7 @@ std::string NewXmp(const Metadata& metadata, const std::string& archival) {
   std::string body = "<dc:format>application/pdf</dc:format>";
   const auto add = [&](std::string_view item, std::string_view property, std::string_view before,
                        std::string_view after) {
-    const std::string text = TextOf(metadata, item);
+    const std::string text = metadata.TextOf(item);
     if (!text.empty()) body += Text("\n<", property, ">", before, Escaped(text), after, "</", property, ">");
   };
   constexpr std::string_view kAlt = "<rdf:Alt><rdf:li xml:lang=\"x-default\">",
@@ -127,7 +122,7 @@ std::string NewXmp(const Metadata& metadata, const std::string& archival) {
   add("keywords", "pdf:Keywords", "", "");
   add("creator", "xmp:CreatorTool", "", "");
   add("software", "pdf:Producer", "", "");
-  if (const auto date = DigitsOf(TextOf(metadata, "date")))
+  if (const auto date = DigitsOf(metadata.TextOf("date")))
     body += Text("\n<xmp:CreateDate>", Dated(*date, "--T::"), "</xmp:CreateDate>");
   if (!archival.empty()) {
     const auto level = static_cast<char>(archival[1] - 'a' + 'A');
@@ -163,10 +158,10 @@ PdfDocumentInfo DocumentInfo(const Metadata& metadata, const std::string& archiv
   PdfDocumentInfo document;
   document.archival = archival;
   for (const Entry& entry : kTexts) {
-    const std::string text = TextOf(metadata, entry.item);
+    const std::string text = metadata.TextOf(entry.item);
     if (!text.empty()) document.info.emplace_back(entry.info, text);
   }
-  if (const auto date = DigitsOf(TextOf(metadata, "date")))
+  if (const auto date = DigitsOf(metadata.TextOf("date")))
     document.info.emplace_back("CreationDate", "D:" + *date);
   const Metadata::Item* own = metadata.Find("xmp");
   if (own != nullptr && archival.empty()) {

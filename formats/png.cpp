@@ -156,7 +156,7 @@ void ReadTexts(const Reader& reader, Metadata* metadata) {
       const bool isUtf8 = texts[i].compression >= PNG_ITXT_COMPRESSION_NONE;
       const std::string_view bytes(texts[i].text, isUtf8 ? texts[i].itxt_length : texts[i].text_length);
       const std::string text = isUtf8 ? std::string(bytes) : Utf8(bytes);
-      metadata->Set(entry.item, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
+      metadata->SetText(entry.item, text);
     }
   }
 }

@@ -27,12 +27,6 @@ constexpr Tag kTexts[] = {{TIFFTAG_IMAGEDESCRIPTION, "description"},
                           {TIFFTAG_MODEL, "model"},
                           {TIFFTAG_SOFTWARE, "software"}};
 
-std::string TextOf(const Metadata::Item& item) { return {item.bytes.begin(), item.bytes.end()}; }
-
-std::span<const uint8_t> BytesOf(std::string_view text) {
-  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
-}
-
 }  // namespace
 
 void ReadMetadata(TIFF* file, Metadata* metadata) {
@@ -45,11 +39,11 @@ void ReadMetadata(TIFF* file, Metadata* metadata) {
   for (const Tag& tag : kTexts) {
     const char* text = nullptr;
     if (TIFFGetField(file, tag.number, &text) != 0 && text != nullptr && text[0] != '\0')
-      metadata->Set(tag.item, BytesOf(text));
+      metadata->SetText(tag.item, text);
   }
   uint16_t page = 0, pages = 0;
   if (TIFFGetField(file, TIFFTAG_PAGENUMBER, &page, &pages) != 0)
-    metadata->Set("page-number", BytesOf(Text(page, "/", pages)));
+    metadata->SetText("page-number", Text(page, "/", pages));
 }
 
 bool WriteMetadata(TIFF* file, const Metadata& metadata) {
@@ -61,13 +55,11 @@ bool WriteMetadata(TIFF* file, const Metadata& metadata) {
       set(tag.number, static_cast<uint32_t>(item->bytes.size()), item->bytes.data());
   }
   for (const Tag& tag : kTexts) {
-    if (const Metadata::Item* item = metadata.Find(tag.item)) set(tag.number, TextOf(*item).c_str());
+    if (metadata.Find(tag.item) != nullptr) set(tag.number, metadata.TextOf(tag.item).c_str());
   }
-  if (const Metadata::Item* item = metadata.Find("page-number")) {
-    unsigned page = 0, pages = 0;
-    if (std::sscanf(TextOf(*item).c_str(), "%5u/%5u", &page, &pages) == 2)
-      set(uint32_t{TIFFTAG_PAGENUMBER}, static_cast<int>(page), static_cast<int>(pages));
-  }
+  unsigned page = 0, pages = 0;
+  if (std::sscanf(metadata.TextOf("page-number").c_str(), "%5u/%5u", &page, &pages) == 2)
+    set(uint32_t{TIFFTAG_PAGENUMBER}, static_cast<int>(page), static_cast<int>(pages));
   return isWritten;
 }
 

@@ -29,6 +29,14 @@ class Metadata {
     Remove(name);
     items_.push_back({std::string(name), {bytes.begin(), bytes.end()}});
   }
+  // Items that are texts. An item that is not there is an empty one.
+  void SetText(std::string_view name, std::string_view text) {
+    Set(name, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
+  }
+  std::string TextOf(std::string_view name) const {
+    const Item* item = Find(name);
+    return item != nullptr ? std::string(item->bytes.begin(), item->bytes.end()) : std::string();
+  }
   void Remove(std::string_view name) {
     std::erase_if(items_, [&](const Item& item) { return item.name == name; });
   }
