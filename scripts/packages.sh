@@ -5,8 +5,8 @@
 
 RASTREL_BUILD_PACKAGES=(g++ cmake ninja-build pkg-config)
 RASTREL_TOOL_PACKAGES=(libtiff-dev libpng-dev libjpeg62-turbo-dev libqpdf-dev liblcms2-dev libtbb-dev libfmt-dev
-  nlohmann-json3-dev libcli11-dev poppler-utils jbig2dec libvips42)
-RASTREL_TEST_PACKAGES=(googletest libgtest-dev qpdf libgmock-dev libbenchmark-dev g++-multilib)
+  nlohmann-json3-dev libcli11-dev libsqlite3-dev libssl-dev poppler-utils jbig2dec libvips42)
+RASTREL_TEST_PACKAGES=(googletest libgtest-dev qpdf libgmock-dev libbenchmark-dev g++-multilib python3)
 RASTREL_ACCURACY_PACKAGES=(libfreetype-dev fonts-liberation fonts-dejavu-core)
 RASTREL_QUALITY_PACKAGES=(libharfbuzz-dev fonts-hosny-amiri culmus fonts-blankenburg fonts-breip fonts-dkg-handwriting
   tesseract-ocr tesseract-ocr-eng python3-numpy python3-pil python3-scipy liblept5 imagemagick unpaper)

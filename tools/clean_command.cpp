@@ -45,7 +45,11 @@ CLI::App* AddCleanCommand(CLI::App* app, JobOptions* options) {
                    "as PNG files in a folder")
       ->type_name("DIR");
   AddReportOptions(clean, &options->report);
+  AddCleanSteps(clean, options);
+  return clean;
+}
 
+void AddCleanSteps(CLI::App* clean, JobOptions* options) {
   CleanOptions& steps = options->clean;
   const std::string group = "Steps";
   constexpr static std::string_view kTones[] = {"auto", "dark", "light"};
@@ -118,7 +122,6 @@ CLI::App* AddCleanCommand(CLI::App* app, JobOptions* options) {
         "--drop-blank", "--reduce", "--brightness"}) {
     clean->get_option(name)->group(group);
   }
-  return clean;
 }
 
 void CheckCleanOptions(const CleanOptions& options) {

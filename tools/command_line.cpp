@@ -9,6 +9,7 @@
 
 #include "tools/command_options.h"
 #include "tools/console.h"
+#include "tools/extra_commands.h"
 #include "tools/system.h"
 #include "tools/words.h"
 
@@ -107,6 +108,13 @@ void AddLimitOption(CLI::App* app, JobOptions* options) {
       ->type_name("LIST");
 }
 
+// What follows from several of them. Throws UsageError.
+void CompleteOptions(JobOptions* options) {
+  CheckCleanOptions(options->clean);
+  options->clean.dpi = options->dpi;
+  options->reading.dpi = static_cast<int32_t>(options->dpi);
+}
+
 void RemoveUnfinished(int signal) {
   RemoveUnfinishedPages();
   std::signal(signal, SIG_DFL);
@@ -145,6 +153,11 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
                               "numbered: out-001.png, out-002.png") +
                       OnlyFormat())
       ->type_name("OUT");
+  app->add_flag("--parents", options->makesParents, "Make the folder of OUT, and those that it lies in");
+  AddWritingOptions(app, options);
+}
+
+void AddWritingOptions(CLI::App* app, JobOptions* options) {
   app->add_option_function<std::string>(
          "--format",
          [options](const std::string& text) {
@@ -165,7 +178,6 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
   app->add_flag("--skip-damaged", options->skipsDamaged,
                 "Leave damaged pages out of a file of many, which then is called\n"
                 "NAME-incomplete (without it such a file is not written)");
-  app->add_flag("--parents", options->makesParents, "Make the folder of OUT, and those that it lies in");
   app->add_flag("--keep-time", options->keepsTime, "Give outputs the time of their inputs");
   app->add_flag("--no-fsync", options->skipsSync,
                 "Do not wait until outputs are on the disk: faster, but not safe against\na loss of power");
@@ -253,6 +265,9 @@ int RunCommand(int argc, char** argv) {
   bool isFormatsJson = false;
   formats->add_flag("--json", isFormatsJson, "As a JSON array");
 
+  std::function<int()> runExtra;
+  AddExtraCommands(&app, &options, argc, argv, &runExtra);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -277,13 +292,15 @@ int RunCommand(int argc, char** argv) {
     Put(stdout, isFormatsJson ? std::string(PageFormatsJson()) + "\n" : FormatsHelp());
     return 0;
   }
+  if (runExtra) {
+    CompleteOptions(&options);
+    return runExtra();
+  }
   options.command = clean->parsed() ? Command::kClean : apply->parsed() ? Command::kApply : Command::kInfo;
   if (options.command == Command::kApply) SortWords(words, &options);
   if (options.command != Command::kInfo && options.output.empty())
     throw UsageError("no output: -o OUT is required");
-  CheckCleanOptions(options.clean);
-  options.clean.dpi = options.dpi;
-  options.reading.dpi = static_cast<int32_t>(options.dpi);
+  CompleteOptions(&options);
   options.report.toStandardError = options.output == kStandard;
   const bool isPiped = std::count(options.inputs.begin(), options.inputs.end(), kStandard) > 0;
   if (isPiped || options.report.toStandardError) UseBytes();

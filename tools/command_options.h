@@ -43,11 +43,14 @@ CLI::Option* AddFromTable(CLI::App* app, const std::string& option, const Parame
 void AddReportOptions(CLI::App* app, ReportOptions* options);
 void AddJobsOption(CLI::App* app, JobOptions* options);
 void AddOutputOptions(CLI::App* app, JobOptions* options);
+// Those of them that are not about names.
+void AddWritingOptions(CLI::App* app, JobOptions* options);
 // "BMP, TIFF, PNG or JPEG"
 std::string ReadableTitles();
 
 // `rastrel clean`, and what is to be checked when all of it is read. Throws UsageError.
 CLI::App* AddCleanCommand(CLI::App* app, JobOptions* options);
+void AddCleanSteps(CLI::App* app, JobOptions* options);
 void CheckCleanOptions(const CleanOptions& options);
 
 }  // namespace rastrel::tool

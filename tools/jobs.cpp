@@ -62,9 +62,7 @@ std::vector<Task> Joined(std::vector<Task> tasks, bool isByInput) {
 
 // The format that pages of an input go to; a file that could not be opened has some, for its error.
 std::string WritableFormat(const PageFile* file) {
-  const char* name = file != nullptr ? FormatOfPages(file) : "bmp";
-  // A JPEG page would lose something each time.
-  return FindFormat(name)->isWritten && name != std::string_view("jpg") ? name : "png";
+  return tool::WritableFormat(file != nullptr ? FormatOfPages(file) : "bmp");
 }
 
 bool HasManyPages(const std::string& format) { return FindFormat(format)->hasManyPages != 0; }
@@ -105,6 +103,14 @@ void PlanFolder(const JobOptions& options, Plan* plan) {
       PlanSinglePages(ofFile, path, format, plan);
     }
     first = last;
+  }
+}
+
+// Gives each page the name that it is to have.
+void PlanNamedPages(const JobOptions& options, Plan* plan) {
+  for (Task& task : plan->tasks) {
+    task.output = plan->outputs.size();
+    plan->outputs.push_back({options.pageName(task.sources.front().page), options.format});
   }
 }
 
@@ -296,12 +302,6 @@ Writer Begun(const std::string& path, const std::string& format, const JobOption
   Writer writer(Checked(CreatePages(path.c_str(), format.c_str(), words.c_str())));
   SetRules(writer.get(), options, source, nullptr);
   return writer;
-}
-
-std::string Incomplete(const std::string& name) {
-  const fs::path path = PathOf(name);
-  return NameOf(path.parent_path() /
-                PathOf(fmt::format("{}-incomplete{}", NameOf(path.stem()), NameOf(path.extension()))));
 }
 
 // Its page is written. Throws PageError.
@@ -756,6 +756,17 @@ class Jobs {
 
 }  // namespace
 
+std::string Incomplete(const std::string& name) {
+  const fs::path path = PathOf(name);
+  return NameOf(path.parent_path() /
+                PathOf(fmt::format("{}-incomplete{}", NameOf(path.stem()), NameOf(path.extension()))));
+}
+
+// A JPEG page would lose something each time.
+std::string WritableFormat(const std::string& name) {
+  return FindFormat(name)->isWritten && name != "jpg" ? name : "png";
+}
+
 std::optional<PageFormat> FindFormat(std::string_view extension) {
   auto format = Sized<PageFormat>();
   const int32_t index = FindPageFormat(std::string(extension).c_str());
@@ -794,7 +805,9 @@ Plan MakePlan(const JobOptions& options) {
   if (std::any_of(options.chain.begin(), options.chain.end(), isMerge)) {
     plan.tasks = Joined(std::move(plan.tasks), isFolder);
   }
-  if (isFolder) {
+  if (options.pageName) {
+    PlanNamedPages(options, &plan);
+  } else if (isFolder) {
     PlanFolder(options, &plan);
   } else {
     const std::string ending = NameOf(out.extension());

@@ -2,6 +2,7 @@
 #ifndef RASTREL_TOOLS_JOBS_H
 #define RASTREL_TOOLS_JOBS_H
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,10 +37,12 @@ struct JobOptions {
   std::string compression;  // of TIFF files; empty: the usual one
   ReportOptions report;
   CleanOptions clean = DefaultOptions();  // kClean
-  bool dropsBlank = false;                // kClean: blank pages are left out
-  std::string overlay;                    // kClean: where pictures of what was removed go; empty: nowhere
-  std::string explain;                    // kClean: a folder for pictures of what was understood
-  std::vector<Step> chain;                // kApply
+  // Where set, each page goes to a file of its own by the name that this gives for its number in its file.
+  std::function<std::string(int page)> pageName;
+  bool dropsBlank = false;  // kClean: blank pages are left out
+  std::string overlay;      // kClean: where pictures of what was removed go; empty: nowhere
+  std::string explain;      // kClean: a folder for pictures of what was understood
+  std::vector<Step> chain;  // kApply
 };
 
 // A page of an input.
@@ -72,6 +75,11 @@ struct Plan {
   std::vector<Task> tasks;
   std::vector<Output> outputs;
 };
+
+// What a file of many pages is called that is without some of them.
+std::string Incomplete(const std::string& name);
+// The format that pages of files of a format go to that are not told another.
+std::string WritableFormat(const std::string& name);
 
 // The format with that name or ending, or nothing. Its texts are there for good.
 std::optional<PageFormat> FindFormat(std::string_view extension);

@@ -70,6 +70,9 @@ Json ToJson(const PageReport& report, Command command) {
   return json;
 }
 
+// A file name may be any bytes; JSON wants UTF-8.
+std::string Line(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
 struct Skipped {
   const char* step = "";
   const char* reason = "";
@@ -153,8 +156,8 @@ std::string Deeds(const PageReport& report) {
 
 Reporter::Reporter(Command command, const ReportOptions& options, size_t pages)
     : command_(command), options_(options), pages_(pages), out_(options.toStandardError ? stderr : stdout) {
-  hasBar_ =
-      pages > 1 && command != Command::kInfo && !options.isQuiet && !options.isVerbose && CanDrawOnScreen();
+  hasBar_ = pages > 1 && !options.take && command != Command::kInfo && !options.isQuiet &&
+            !options.isVerbose && CanDrawOnScreen();
   DrawBar();
 }
 
@@ -183,10 +186,12 @@ void Reporter::Page(const PageReport& report) {
   }
   if (!report.error.empty() && !report.isFollowUp) Error(PageName(report), report.error);
   ClearBar();
+  if (options_.take) {
+    options_.take(report, Line(ToJson(report, command_)));
+    return;
+  }
   if (options_.isJson) {
-    // A file name may be any bytes; JSON wants UTF-8.
-    const std::string line = ToJson(report, command_).dump(-1, ' ', false, Json::error_handler_t::replace);
-    Put(out_, line + "\n");
+    Put(out_, Line(ToJson(report, command_)) + "\n");
   } else if (!options_.isQuiet) {
     PrintLine(report);
   }
@@ -257,12 +262,13 @@ void Reporter::PrintCounts(const std::string& head, const std::string& tail) con
 
 void Reporter::Error(const std::string& file, const std::string& message) {
   hasErrors_ = true;
+  if (options_.take) return;
   ClearBar();
   Print(stderr, "rastrel: {}: {}\n", file, message);
 }
 
 void Reporter::Warn(const std::string& message) {
-  if (options_.isQuiet) return;
+  if (options_.isQuiet || options_.take) return;
   ClearBar();
   Print(stderr, "rastrel: {}\n", message);
 }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -11,11 +12,15 @@
 
 namespace rastrel::tool {
 
+struct PageReport;
+
 struct ReportOptions {
   bool isJson = false;
   bool isQuiet = false;
   bool isVerbose = false;
   bool toStandardError = false;  // where standard output is for a page
+  // Where set, it gets each page with its record as JSON, and nothing is printed.
+  std::function<void(const PageReport& page, const std::string& record)> take;
 };
 
 struct StepTime {

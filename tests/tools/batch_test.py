@@ -1,0 +1,264 @@
+"""`rastrel batch` as people run it: batch_test.py RASTREL SAMPLES CASE. Case kills takes how many, and how many files."""
+
+import json
+import os
+import pathlib
+import random
+import shutil
+import signal
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import time
+
+RASTREL = os.path.abspath(sys.argv[1])
+SAMPLES = pathlib.Path(sys.argv[2]).resolve()
+LETTER = SAMPLES / "letter-1bit.tif"
+
+
+def run(*words, code=0, **more):
+    done = subprocess.run([RASTREL, *map(str, words)], capture_output=True, text=True, **more)
+    assert done.returncode == code, (words, done.returncode, done.stdout, done.stderr)
+    return done.stdout + done.stderr
+
+
+def small_page(path, number=0):
+    """A piece of the letter, another one for each number."""
+    path = pathlib.Path(path)
+    path.parent.mkdir(parents=True, exist_ok=True)
+    run("apply", LETTER, "-o", path, "-q", "--overwrite", f"crop:{number % 500},{number // 500 * 7},400,300")
+    return path
+
+
+def rows(manifest="out/batch.sqlite"):
+    """{input's name: [state of each page]}, and the whole rows."""
+    with sqlite3.connect(manifest) as database:
+        database.row_factory = sqlite3.Row
+        found = [dict(row) for row in database.execute("SELECT * FROM pages ORDER BY input, page")]
+    states = {}
+    for row in found:
+        states.setdefault(os.path.basename(row["input"]), []).append(row["state"])
+    return states, found
+
+
+def planned(*words, **more):
+    """[(input, output)] of a dry run."""
+    lines = run("batch", *words, "-o", "out", "--dry-run", **more).splitlines()[:-1]
+    return [tuple(line.rsplit(" (", 1)[0].split(" -> ")) for line in lines]
+
+
+def case_plan():
+    for name in "page10", "page2", "Page1", "sub/page1", "page02b", "sub/deep/x", ".hidden", "out/old":
+        target = pathlib.Path(f"scans/{name}.tif")
+        target.parent.mkdir(parents=True, exist_ok=True)
+        target.touch()
+    for name in "a.jpg", "notes.txt":
+        pathlib.Path("scans", name).touch()
+    names = [source for source, _ in planned("scans")]
+    assert names == [f"scans/{n}" for n in ("Page1.tif", "a.jpg", "out/old.tif", "page2.tif", "page02b.tif", "page10.tif",
+                                            "sub/deep/x.tif", "sub/page1.tif")], names
+    pairs = (
+        (["--include", "*1.tif", "--exclude", "sub"], [("scans/Page1.tif", "out/Page1.tif")]),
+        (["--include", "sub/*"], [("scans/sub/deep/x.tif", "out/sub/deep/x.tif"), ("scans/sub/page1.tif", "out/sub/page1.tif")]),
+        (["--include", "a.*"], [("scans/a.jpg", "out/a.png")]),
+        (["--no-recursive", "--include", "[a-z]*b.tif", "--format", "png"], [("scans/page02b.tif", "out/page02b.png")]),
+        (["--include", "x.tif", "--name", "{root}/{folder}/{stem}-{page:04}{ext}"],
+         [("scans/sub/deep/x.tif", "out/scans/sub/deep/x-{page:04}.tif")]),
+        (["--include", "x.tif", "--name", "{stem}/{page}"], [("scans/sub/deep/x.tif", "out/x/{page:01}")]),
+    )
+    for words, expected in pairs:
+        assert planned("scans", *words) == expected, (words, planned("scans", *words))
+    listed = "scans/sub/page1.tif\n\n../" + os.path.basename(os.getcwd()) + "/scans/page2.tif\n"
+    assert planned("--files-from", "-", input=listed) == [
+        ("../" + os.path.basename(os.getcwd()) + "/scans/page2.tif", "out/page2.tif"),
+        ("scans/sub/page1.tif", "out/scans/sub/page1.tif")]
+    assert not os.path.exists("out")
+    for words in (["-o", "out"], ["scans"], ["nothing", "-o", "out"], ["scans", "-o", "scans"],
+                  ["scans", "-o", "out", "--name", "{folder}/x{ext}"], ["scans", "-o", "out", "--name", "../{stem}"],
+                  ["scans", "-o", "out", "--name", "{stem}{what}"], ["scans", "-o", "out", "--name", "{stem}{page:0x}"],
+                  ["scans", "-o", "out", "--name", "{stem}{page}/x"], ["scans", "-o", "out", "--name", "{stem"],
+                  ["scans", "-o", "out", "--include", "*1.tif", "--name", "{stem}.tif", "--speck-level", "1"],
+                  ["scans", "-o", "out", "--verify"]):
+        assert run("batch", *words, code=2), words
+    small_page("scans/sub/page2.tif")
+    # Two files of one name in two folders.
+    assert "both go to" in run("batch", "scans", "-o", "out", "--name", "{stem}{ext}", code=2)
+
+
+def case_bytes():
+    """What comes out is what `clean` makes of the same files."""
+    os.mkdir("scans")
+    for sample in SAMPLES.glob("*.*g"):
+        shutil.copy(sample, "scans")
+    run("apply", LETTER, LETTER, SAMPLES / "report-grey.png", "-o", "scans/book.tif")
+    shutil.copy(LETTER, "scans/strange \x01 näme.tif")
+    pathlib.Path("scans/damaged.tif").write_bytes(pathlib.Path("scans/book.tif").read_bytes()[:5000])
+    options = ["--deskew", "whole", "--keep-time"]
+    run("batch", "scans", "-o", "out", "-j", "2", *options, code=1)
+    pathlib.Path("scans/damaged.tif").rename("damaged.tif")
+    run("clean", *sorted(map(str, pathlib.Path("scans").iterdir())), "-o", "expected/", "-q", *options)
+    expected = {p.name: p.read_bytes() for p in pathlib.Path("expected").iterdir()}
+    assert {p.name: p.read_bytes() for p in pathlib.Path("out").iterdir() if "batch" not in p.name} == expected
+    states, found = rows()
+    assert set(states.pop("damaged.tif")) == {"failed"}
+    assert states.pop("book.tif") == ["done"] * 3 and set(map(tuple, states.values())) == {("done",)}
+    for row in found:
+        if row["state"] == "done":
+            assert os.path.getsize(os.path.join("out", row["output"])) == row["outputSize"], row
+            assert json.loads(row["record"])["page"] == row["page"] and len(row["inputHash"]) == 64
+    # A file for each page.
+    run("batch", "scans/book.tif", "-o", "pages", "--name", "{stem}-{page:03}{ext}", *options)
+    run("clean", LETTER, "-o", "one.tif", *options)
+    assert pathlib.Path("pages/book-002.tif").stat().st_size > 1000 and len(list(pathlib.Path("pages").glob("*.tif"))) == 3
+
+
+def log(path="log"):
+    return [json.loads(line) for line in pathlib.Path(path).read_text().splitlines()]
+
+
+def begun():
+    """Files that the last run began; the log begins anew."""
+    names = sorted(os.path.basename(line["input"]) for line in log() if line["event"] == "begin")
+    os.remove("log")
+    return names
+
+
+def case_resume():
+    for i in range(4):
+        small_page(f"scans/{i}.tif", i)
+    pathlib.Path("out").mkdir()
+    pathlib.Path("out/3.tif").write_text("somebody's")
+    batch = ["batch", "scans", "-o", "out", "--log", "log"]
+    assert "is there already" in run(*batch, code=1)
+    assert begun() == ["0.tif", "1.tif", "2.tif"] and pathlib.Path("out/3.tif").read_text() == "somebody's"
+    first = {name: os.stat(f"out/{name}.tif").st_mtime_ns for name in "012"}
+    run(*batch, code=1)
+    assert begun() == []
+    os.utime("scans/0.tif")  # touched and yet the same
+    small_page("scans/1.tif", 7)
+    os.remove("out/2.tif")
+    # From elsewhere by another name.
+    os.mkdir("other")
+    run("batch", os.path.abspath("scans"), "-o", "../out", "--log", "../log", cwd="other", code=1)
+    assert begun() == ["0.tif", "1.tif", "2.tif"]
+    changed = [name for name in "012" if os.stat(f"out/{name}.tif").st_mtime_ns != first[name]]
+    assert changed == ["1", "2"], changed
+    run(*batch, code=1)
+    assert begun() == []
+    run(*batch, "--retry", code=1)
+    assert begun() == [] and pathlib.Path("out/3.tif").read_text() == "somebody's"
+    run(*batch, "--retry", "--overwrite")
+    assert begun() == ["3.tif"] and rows()[0] == {f"{i}.tif": ["done"] for i in range(4)}
+    run(*batch, "--no-specks")
+    assert begun() == ["0.tif", "1.tif", "2.tif", "3.tif"]
+    # All of it moved together is still known.
+    os.mkdir("moved")
+    for name in "scans", "out":
+        os.rename(name, f"moved/{name}")
+    run("batch", "moved/scans", "-o", "moved/out", "--no-specks", "--log", "log")
+    assert begun() == []
+
+
+def case_verify():
+    for i in range(3):
+        small_page(f"scans/{i}.tif", i)
+    run("batch", "scans", "-o", "out")
+    run("batch", "scans", "-o", "out", "--verify")
+    bytes_ = bytearray(pathlib.Path("out/1.tif").read_bytes())
+    bytes_[-1] ^= 1
+    pathlib.Path("out/1.tif").write_bytes(bytes_)
+    assert "out/1.tif: is not what was written" in run("batch", "scans", "-o", "out", "--verify", code=1)
+    run("batch", "scans", "-o", "out", code=1)
+    assert pathlib.Path("out/1.tif").read_bytes() == bytes_, "somebody's changes are replaced unasked"
+    run("batch", "scans", "-o", "out", "--retry")
+    run("batch", "scans", "-o", "out", "--verify")
+
+
+def start(*words):
+    return subprocess.Popen([RASTREL, "batch", "scans", "-o", "out", *map(str, words)], stdout=subprocess.DEVNULL,
+                            stderr=subprocess.DEVNULL)
+
+
+def wait_for_begin(name):
+    for _ in range(3000):
+        if os.path.exists("log") and any(os.path.basename(line.get("input", "")) == name for line in log()):
+            return
+        time.sleep(0.01)
+    raise AssertionError(f"{name} is never begun")
+
+
+def workers_of(process):
+    return list(map(int, pathlib.Path(f"/proc/{process.pid}/task/{process.pid}/children").read_text().split()))
+
+
+def case_death():
+    """A worker that dies takes its page with it and nothing else; an interruption lets pages end."""
+    for name in "0.tif", "2.tif":
+        small_page(f"scans/{name}")
+    run("apply", SAMPLES / "report-grey.png", "-o", "scans/1.tif", "scale:percent=400")  # takes a while
+    process = start("-j", 1, "--log", "log")
+    wait_for_begin("1.tif")
+    time.sleep(0.05)
+    os.kill(workers_of(process)[0], signal.SIGSEGV)
+    assert process.wait() == 1
+    states, found = rows()
+    assert states == {"0.tif": ["done"], "1.tif": ["failed"], "2.tif": ["done"]}, states
+    assert "signal 11" in found[1]["error"]
+    os.remove("log")
+    process = start("-j", 1, "--retry", "--log", "log")
+    wait_for_begin("1.tif")
+    time.sleep(0.05)
+    busy = subprocess.run([RASTREL, "batch", "scans", "-o", "out"], capture_output=True, text=True)
+    assert busy.returncode == 2 and "another batch" in busy.stderr, busy
+    process.send_signal(signal.SIGINT)
+    assert process.wait() == 130 and rows()[0]["1.tif"] == ["done"]
+    run("batch", "scans", "-o", "out")
+
+
+def case_kills(kills="20", files="60"):
+    """Killed at any moment, a batch loses and repeats the pages in flight at most, and no output is half written."""
+    kills, files, workers = int(kills), int(files), 2
+    for i in range(files):
+        small_page(f"scans/{i}.tif", i)
+    run("batch", "scans", "-o", "expected", "--no-fsync")
+    expected = {f"{i}.tif": pathlib.Path(f"expected/{i}.tif").read_bytes() for i in range(files)}
+    chance, cleans, killed = random.Random(1), 0, 0
+    while killed < kills:
+        process = start("-j", workers, "--log", "log")
+        try:
+            process.wait(timeout=chance.uniform(0, 0.3))
+            shutil.rmtree("out")  # finished: from the beginning
+            cleans += 1
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+            killed += 1
+        if os.path.exists("out/batch.sqlite"):
+            check_whole(expected)
+    run("batch", "scans", "-o", "out", "--log", "log")
+    states, _ = check_whole(expected)
+    assert list(states.values()) == [["done"]] * files
+    repeated = sum(line["event"] == "begin" for line in log()) - files * (cleans + 1)
+    # A worker has its next page before the row of its last one is written.
+    assert 0 <= repeated <= kills * workers * 2, (repeated, kills)
+    leftovers = [name for name in os.listdir("out") if name.endswith(".part")]
+    assert not leftovers, leftovers
+    print(f"{kills} killed, {cleans} came to their end, {repeated} pages repeated")
+
+
+def check_whole(expected):
+    for path in pathlib.Path("out").glob("*.tif"):
+        assert path.read_bytes() == expected[path.name], path
+    try:
+        states, found = rows()
+    except sqlite3.OperationalError:  # ended before its tables were made
+        return {}, []
+    for row in found:
+        assert row["state"] != "done" or os.path.exists(os.path.join("out", row["output"])), row
+    return states, found
+
+
+with tempfile.TemporaryDirectory() as folder:
+    os.chdir(folder)
+    globals()["case_" + sys.argv[3]](*sys.argv[4:])

@@ -1,0 +1,28 @@
+// What a batch remembers of files: their size, time and hash.
+#ifndef RASTREL_TOOLS_BATCH_FILES_H
+#define RASTREL_TOOLS_BATCH_FILES_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace rastrel::tool {
+
+struct FileState {
+  int64_t size = 0;
+  int64_t modified = 0;  // nanoseconds since 1970
+};
+// Nothing where there is no regular file of that name.
+std::optional<FileState> StateOf(const std::string& path);
+
+// SHA-256, as 64 hexadecimal digits. Throws PageError for a file that cannot be read.
+std::string HashOfFile(const std::string& path);
+std::string HashOfText(std::string_view text);
+
+// "2026-01-31T12:00:00Z"
+std::string TimeNow();
+
+}  // namespace rastrel::tool
+
+#endif

@@ -1,0 +1,192 @@
+#include "tools/batch/manifest.h"
+
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "tools/batch/files.h"
+#include "tools/paths.h"
+
+namespace rastrel::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int64_t kVersion = 1;  // of the tables
+
+constexpr const char* kTables = R"(
+CREATE TABLE IF NOT EXISTS run (
+  id INTEGER PRIMARY KEY, started TEXT NOT NULL, ended TEXT, version TEXT NOT NULL,
+  options TEXT NOT NULL, optionsHash TEXT NOT NULL);
+CREATE TABLE IF NOT EXISTS file (
+  id INTEGER PRIMARY KEY, input TEXT NOT NULL UNIQUE, output TEXT NOT NULL,
+  state TEXT NOT NULL, error TEXT, size INTEGER, modified INTEGER, hash TEXT,
+  run INTEGER REFERENCES run, ended TEXT, seconds REAL);
+CREATE TABLE IF NOT EXISTS page (
+  file INTEGER NOT NULL REFERENCES file, page INTEGER NOT NULL, state TEXT NOT NULL, error TEXT,
+  output TEXT, outputSize INTEGER, outputHash TEXT, record TEXT, PRIMARY KEY (file, page));
+CREATE VIEW IF NOT EXISTS pages AS
+  SELECT file.input, file.size AS inputSize, file.modified AS inputModified, file.hash AS inputHash,
+    coalesce(page.page, 1) AS page, page.output, page.outputSize, page.outputHash,
+    CASE WHEN file.state = 'done' OR page.state IS NULL THEN file.state
+         WHEN file.state = 'waiting' THEN 'waiting' ELSE page.state END AS state,
+    coalesce(page.error, file.error) AS error, run.version, run.options, run.optionsHash,
+    file.ended, file.seconds, page.record
+  FROM file LEFT JOIN page ON page.file = file.id LEFT JOIN run ON run.id = file.run;
+)";
+
+FileProgress ProgressFrom(const std::string& state) {
+  return state == "done"     ? FileProgress::kDone
+         : state == "failed" ? FileProgress::kFailed
+                             : FileProgress::kWaiting;
+}
+
+fs::path FolderOf(const std::string& manifest) {
+  std::error_code error;
+  const fs::path path = fs::absolute(PathOf(manifest), error).lexically_normal();
+  return path.parent_path();
+}
+
+}  // namespace
+
+Manifest::Manifest(const std::string& path, bool mayCreate, bool isSafe)
+    : folder_(FolderOf(path)), here_(fs::current_path()), database_(path, mayCreate) {
+  database_.Execute("PRAGMA journal_mode = WAL");
+  database_.Execute(isSafe ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
+  Statement version(&database_, "PRAGMA user_version");
+  version.Run();
+  const int64_t found = version.Integer(0);
+  version.Next();
+  if (found > kVersion) throw PageError(fmt::format("{} is of a later version of this command", path));
+  Transaction transaction(&database_);
+  database_.Execute(kTables);
+  database_.Execute(fmt::format("PRAGMA user_version = {}", kVersion).c_str());
+  transaction.Commit();
+  const auto prepare = [this](std::unique_ptr<Statement>* statement, const char* sql) {
+    *statement = std::make_unique<Statement>(&database_, sql);
+  };
+  prepare(&add_, "INSERT INTO file (input, output, state) VALUES (?, ?, 'waiting')");
+  prepare(&setWaiting_, "UPDATE file SET output = ?, state = 'waiting', error = NULL WHERE id = ?");
+  prepare(
+      &setFailed_,
+      "UPDATE file SET state = 'failed', error = ?, run = ?, ended = ?, size = ?, modified = ? WHERE id = ?");
+  prepare(&setUnchanged_, "UPDATE file SET state = 'done', modified = ? WHERE id = ?");
+  prepare(&setDone_,
+          "UPDATE file SET state = ?, error = NULL, size = ?, modified = ?, hash = ?, run = ?, ended = ?, "
+          "seconds = ? WHERE id = ?");
+  prepare(&dropPages_, "DELETE FROM page WHERE file = ?");
+  prepare(&addPage_,
+          "INSERT INTO page (file, page, state, error, output, outputSize, outputHash, record) "
+          "VALUES (?, ?, ?, nullif(?, ''), nullif(?, ''), ?, nullif(?, ''), nullif(?, ''))");
+}
+
+std::string Manifest::Stored(const std::string& path) const {
+  return NameOf((here_ / PathOf(path)).lexically_normal().lexically_proximate(folder_));
+}
+
+std::string Manifest::Resolved(const std::string& stored) const {
+  return NameOf((folder_ / PathOf(stored)).lexically_normal().lexically_proximate(here_));
+}
+
+void Manifest::BeginRun(const std::string& options, const std::string& optionsHash) {
+  Statement insert(&database_,
+                   "INSERT INTO run (started, version, options, optionsHash) VALUES (?, ?, ?, ?)");
+  insert.Run(TimeNow(), std::string(PagesVersion()), options, optionsHash);
+  run_ = sqlite3_last_insert_rowid(database_.handle());
+}
+
+void Manifest::EndRun() {
+  Statement(&database_, "UPDATE run SET ended = ? WHERE id = ?").Run(TimeNow(), run_);
+}
+
+std::unordered_map<std::string, FileRow> Manifest::Files() {
+  std::unordered_map<std::string, FileRow> rows;
+  std::unordered_map<int64_t, FileRow*> byNumber;
+  Statement files(&database_,
+                  "SELECT input, file.id, output, state, size, modified, hash, optionsHash, error "
+                  "FROM file LEFT JOIN run ON run.id = file.run");
+  for (bool isRow = files.Run(); isRow; isRow = files.Next()) {
+    FileRow& row = rows[files.Text(0)];
+    row.id = files.Integer(1);
+    row.output = files.Text(2);
+    row.progress = ProgressFrom(files.Text(3));
+    row.size = files.Integer(4);
+    row.modified = files.Integer(5);
+    row.hash = files.Text(6);
+    row.optionsHash = files.Text(7);
+    row.error = files.Text(8);
+    byNumber[row.id] = &row;
+  }
+  Statement pages(
+      &database_,
+      "SELECT file, output, outputHash, page FROM page WHERE output IS NOT NULL AND state = 'done'");
+  for (bool isRow = pages.Run(); isRow; isRow = pages.Next()) {
+    const auto row = byNumber.find(pages.Integer(0));
+    if (row == byNumber.end()) continue;
+    std::string path = Resolved(pages.Text(1));
+    // Pages of one file of many stand one after the other.
+    std::vector<FileRow::Written>& outputs = row->second->outputs;
+    if (outputs.empty() || outputs.back().path != path) {
+      outputs.push_back({std::move(path), pages.Text(2), pages.Integer(3)});
+    }
+  }
+  return rows;
+}
+
+void Manifest::ForEachPage(const std::function<void(PageRow)>& use) {
+  Statement pages(&database_,
+                  "SELECT file.id, coalesce(page.page, 1), input, page.output, record, "
+                  "coalesce(page.error, file.error), "
+                  "CASE WHEN file.state = 'failed' AND page.state = 'done' THEN 'done' ELSE file.state END "
+                  "FROM file LEFT JOIN page ON page.file = file.id ORDER BY file.id, page.page");
+  for (bool isRow = pages.Run(); isRow; isRow = pages.Next()) {
+    PageRow row;
+    row.file = pages.Integer(0);
+    row.page = pages.Integer(1);
+    row.input = Resolved(pages.Text(2));
+    if (!pages.IsNull(3)) row.output = Resolved(pages.Text(3));
+    row.record = pages.Text(4);
+    row.error = pages.Text(5);
+    row.progress = ProgressFrom(pages.Text(6));
+    use(std::move(row));
+  }
+}
+
+int64_t Manifest::Add(const std::string& input, const std::string& output) {
+  add_->Run(Stored(input), Stored(output));
+  return sqlite3_last_insert_rowid(database_.handle());
+}
+
+void Manifest::SetWaiting(int64_t file, const std::string& output) { setWaiting_->Run(Stored(output), file); }
+
+// With the input's size and time, so that another one by that name is tried again.
+void Manifest::SetFailed(int64_t file, const std::string& error) {
+  Statement name(&database_, "SELECT input FROM file WHERE id = ?");
+  name.Run(file);
+  const FileState state = StateOf(Resolved(name.Text(0))).value_or(FileState());
+  dropPages_->Run(file);
+  setFailed_->Run(error, run_, TimeNow(), state.size, state.modified, file);
+}
+
+void Manifest::SetUnchanged(int64_t file, int64_t modified) { setUnchanged_->Run(modified, file); }
+
+void Manifest::SetResult(int64_t file, const FileResult& result) {
+  dropPages_->Run(file);
+  bool isDone = true;
+  for (const PageResult& page : result.pages) {
+    isDone = isDone && page.isDone;
+    const std::string output = page.output.empty() ? "" : Stored(page.output);
+    const std::string state = page.isDone ? "done" : "failed";
+    addPage_->Run(file, page.page, state, page.error, output, page.size, page.hash, page.record);
+  }
+  const std::string state = isDone ? "done" : "failed";
+  setDone_->Run(state, result.size, result.modified, result.hash, run_, TimeNow(), result.seconds, file);
+}
+
+void Manifest::SetPageFailed(int64_t file, int64_t page, const std::string& error) {
+  Statement(&database_, "UPDATE page SET state = 'failed', error = ? WHERE file = ? AND page = ?")
+      .Run(error, file, page);
+  Statement(&database_, "UPDATE file SET state = 'failed' WHERE id = ?").Run(file);
+}
+
+}  // namespace rastrel::tool

@@ -1,0 +1,140 @@
+#include "tools/batch/plan.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <unordered_map>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "tools/paths.h"
+
+namespace rastrel::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The format that is told by a file's name; nothing where that tells none.
+std::optional<PageFormat> FormatByName(const fs::path& path) {
+  const std::string ending = NameOf(path.extension());
+  if (ending.size() < 2) return std::nullopt;
+  return FindFormat(ending.substr(1));
+}
+
+class Lister {
+ public:
+  Lister(const BatchOptions& options, std::vector<std::string>* trouble)
+      : options_(options), trouble_(trouble), pattern_(options.pattern) {
+    std::error_code error;
+    output_ = fs::weakly_canonical(PathOf(options.output), error);
+  }
+
+  void AddInput(const std::string& name) {
+    const fs::path path = PathOf(name);
+    std::error_code error;
+    if (fs::is_directory(path, error)) {
+      const fs::path named = path.has_filename() ? path : path.parent_path();
+      root_ = NameOf(fs::absolute(named, error).lexically_normal().filename());
+      Walk(named, fs::path());
+    } else if (fs::exists(path, error)) {
+      root_.clear();
+      Add(path, fs::path());
+    } else {
+      throw UsageError(fmt::format("{}: there is no such file or folder", name));
+    }
+  }
+
+  // A name in a list keeps its folders where they lead downwards.
+  void AddListed(const std::string& name) {
+    const fs::path path = PathOf(name);
+    const fs::path folder = path.lexically_normal().parent_path();
+    const bool isBelow = path.is_relative() && (folder.empty() || *folder.begin() != "..");
+    root_.clear();
+    Add(path, isBelow ? folder : fs::path());
+  }
+
+  std::vector<BatchItem> Take() {
+    std::sort(items_.begin(), items_.end(),
+              [](const auto& one, const auto& other) { return NaturallyBefore(one.input, other.input); });
+    const auto isSame = [](const auto& one, const auto& other) { return one.input == other.input; };
+    items_.erase(std::unique(items_.begin(), items_.end(), isSame), items_.end());
+    std::unordered_map<std::string, const BatchItem*> outputs;
+    for (const BatchItem& item : items_) {
+      const auto [other, isNew] = outputs.emplace(item.output.Text(), &item);
+      if (!isNew) {
+        throw UsageError(fmt::format(
+            "{} and {} would both go to {}; --name with {{root}} or other folders tells them apart",
+            other->second->input, item.input, item.output.Text()));
+      }
+    }
+    return std::move(items_);
+  }
+
+ private:
+  // Names that begin with a full stop are hidden, and so are files under way.
+  void Walk(const fs::path& folder, const fs::path& relative) {
+    std::error_code error;
+    fs::directory_iterator entry(folder, error);
+    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+      const std::string name = NameOf(entry->path().filename());
+      if (name.starts_with('.')) continue;
+      const fs::path path = relative / PathOf(name);
+      if (FitsOne(NameOf(path), options_.exclude)) continue;
+      std::error_code kind;
+      if (entry->is_directory(kind)) {
+        // Links to folders may lead in circles; the outputs are no inputs.
+        if (!options_.isRecursive || entry->is_symlink(kind)) continue;
+        if (fs::weakly_canonical(entry->path(), kind) != output_) Walk(entry->path(), path);
+      } else if (entry->is_regular_file(kind)) {
+        const bool isMeant = options_.include.empty() ? FormatByName(path).has_value()
+                                                      : FitsOne(NameOf(path), options_.include);
+        if (isMeant) Add(folder / PathOf(name), relative);
+      }
+    }
+    if (error) trouble_->push_back(fmt::format("{}: {}", NameOf(folder), error.message()));
+  }
+
+  void Add(const fs::path& path, const fs::path& folder) {
+    BatchItem item;
+    item.input = NameOf(path.lexically_normal());
+    item.format = options_.job.format;
+    const std::optional<PageFormat> format = FormatByName(path);
+    if (item.format.empty()) item.format = format ? WritableFormat(format->name) : "tif";
+    item.output = pattern_.Name(
+        options_.output, {root_, NameOf(folder), NameOf(path.stem()), fmt::format(".{}", item.format)});
+    items_.push_back(std::move(item));
+  }
+
+  const BatchOptions& options_;
+  std::vector<std::string>* trouble_;
+  NamePattern pattern_;
+  fs::path output_;
+  std::string root_;
+  std::vector<BatchItem> items_;
+};
+
+void AddList(std::istream& list, Lister* lister) {
+  for (std::string name; std::getline(list, name);) {
+    if (name.ends_with('\r')) name.pop_back();
+    if (!name.empty()) lister->AddListed(name);
+  }
+}
+
+}  // namespace
+
+std::vector<BatchItem> ListItems(const BatchOptions& options, std::vector<std::string>* trouble) {
+  Lister lister(options, trouble);
+  for (const std::string& input : options.job.inputs) lister.AddInput(input);
+  if (options.filesFrom == kStandard) {
+    AddList(std::cin, &lister);
+  } else if (!options.filesFrom.empty()) {
+    std::ifstream list(PathOf(options.filesFrom));
+    if (!list) throw UsageError(fmt::format("--files-from: {} cannot be read", options.filesFrom));
+    AddList(list, &lister);
+  }
+  return lister.Take();
+}
+
+}  // namespace rastrel::tool

@@ -1,0 +1,154 @@
+#include "tools/batch/worker.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <map>
+#include <utility>
+
+#include "tools/batch/files.h"
+#include "tools/batch/messages.h"
+#include "tools/batch/names.h"
+#include "tools/paths.h"
+
+namespace rastrel::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+// What the command says of each page of a file while it does them.
+class Outcome {
+ public:
+  explicit Outcome(JobOptions* options) {
+    options->report.take = [this](const PageReport& page, const std::string& record) { Take(page, record); };
+  }
+
+  // Brings in what is known only at the end: a file of many pages is there as a whole or not at all.
+  std::vector<PageResult> Finish(const std::string& output, bool isDocument) {
+    for (PageResult& page : pages_) {
+      if (!isDocument || page.output.empty()) continue;
+      if (isIncomplete_) page.output = Incomplete(output);
+      if (hasFailed_) Lose(&page, "is not written: " + whyFailed_);
+    }
+    std::map<std::string, std::pair<int64_t, std::string>> seen;  // many pages, one file
+    for (PageResult& page : pages_) {
+      if (page.output.empty()) continue;
+      const auto [entry, isNew] = seen.try_emplace(page.output);
+      if (isNew) {
+        const std::optional<FileState> state = StateOf(page.output);
+        if (state) entry->second = {state->size, HashOfFile(page.output)};
+      }
+      std::tie(page.size, page.hash) = entry->second;
+      if (page.hash.empty()) Lose(&page, "is not there");
+    }
+    return std::move(pages_);
+  }
+
+ private:
+  static void Lose(PageResult* page, std::string error) {
+    page->isDone = false;
+    page->output.clear();
+    page->error = std::move(error);
+  }
+
+  void Take(const PageReport& page, const std::string& record) {
+    PageResult result;
+    result.page = page.page;
+    result.record = record;
+    result.error = page.error;
+    result.isDone = page.error.empty();
+    if (result.isDone && !page.outputs.empty()) result.output = page.outputs.front();
+    isIncomplete_ = isIncomplete_ || page.isLeftOut;
+    if (!result.isDone && !page.isLeftOut && !hasFailed_) {
+      hasFailed_ = true;
+      whyFailed_ = page.error;
+    }
+    pages_.push_back(std::move(result));
+  }
+
+  std::vector<PageResult> pages_;
+  bool isIncomplete_ = false, hasFailed_ = false;
+  std::string whyFailed_;
+};
+
+void CleanFile(const FileTask& task, JobOptions options, FileResult* result) {
+  const OutputName name = {task.before, task.after, static_cast<int>(task.pageDigits)};
+  options.inputs = {task.input};
+  options.output = name.OfPage(1);
+  options.format = task.format;
+  options.overwrites = task.overwrites;
+  options.makesParents = true;
+  options.threads = 1;
+  if (name.hasPage()) options.pageName = [name](int page) { return name.OfPage(page); };
+  std::error_code error;
+  if (fs::is_directory(PathOf(options.output), error)) {
+    throw PageError(options.output + " is a folder");
+  }
+  Outcome outcome(&options);
+  RunJobs(options);
+  const bool isDocument = !name.hasPage() && FindFormat(task.format)->hasManyPages != 0;
+  result->pages = outcome.Finish(options.output, isDocument);
+}
+
+void HashFiles(const FileTask& task, FileResult* result) {
+  for (const std::string& path : task.outputs) {
+    PageResult page;
+    page.output = path;
+    try {
+      page.hash = HashOfFile(path);
+      page.isDone = true;
+    } catch (const PageError& error) {
+      page.error = error.what();
+    }
+    result->pages.push_back(std::move(page));
+  }
+}
+
+FileResult Do(const FileTask& task, const JobOptions& options) {
+  const auto start = std::chrono::steady_clock::now();
+  FileResult result;
+  try {
+    if (task.kind == kHashFiles) {
+      HashFiles(task, &result);
+      return result;
+    }
+    // Before it is read: what changes meanwhile has a later time.
+    const std::optional<FileState> state = StateOf(task.input);
+    if (!state) throw PageError("is no file that can be read");
+    result.size = state->size;
+    result.modified = state->modified;
+    result.hash = HashOfFile(task.input);
+    result.isUnchanged = !task.knownHash.empty() && result.hash == task.knownHash;
+    if (!result.isUnchanged) CleanFile(task, options, &result);
+  } catch (const std::bad_alloc&) {
+    result.error = "out of memory";
+  } catch (const std::exception& error) {
+    result.error = error.what();
+  }
+  result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  return result;
+}
+
+// Away from where programs that a page is drawn by would find it, and hold it open.
+int TakeSocket() {
+  const int socket = ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  ::dup2(STDOUT_FILENO, STDIN_FILENO);  // /dev/null
+  return socket;
+}
+
+}  // namespace
+
+int RunWorker(const JobOptions& options) {
+  const int socket = TakeSocket();
+  Inbox inbox;
+  if (!Send(socket, {})) return 1;  // it is ready
+  while (const std::optional<Message> message = Receive(socket, &inbox)) {
+    const FileTask task = TaskFrom(*message);
+    if (!Send(socket, ToMessage(Do(task, options)))) return 1;
+  }
+  return 0;
+}
+
+}  // namespace rastrel::tool

@@ -1,0 +1,15 @@
+// A process that does the files which a batch hands it.
+#ifndef RASTREL_TOOLS_BATCH_WORKER_H
+#define RASTREL_TOOLS_BATCH_WORKER_H
+
+#include "tools/jobs.h"
+
+namespace rastrel::tool {
+
+// Works on what comes from the socket that is this process's standard input, until that ends. Returns the
+// exit code.
+int RunWorker(const JobOptions& options);
+
+}  // namespace rastrel::tool
+
+#endif
