@@ -5,6 +5,7 @@
 #include "formats/page_files.h"
 #include "pages/interface.h"
 #include "pages/json.h"
+#include "pages/operations.h"
 
 struct PageFile {
   rastrel::formats::InputPages pages;
@@ -296,8 +297,10 @@ int RASTREL_CALL DescribeRawPage(const RawPage* page, RawPageInfo* info) {
   });
 }
 
-RawPage* RASTREL_CALL FlipRawPage(const RawPage* page, int isVertical) {
-  return MovedRaw(page, [=](const Raw& raw) { return Flipped(raw, isVertical != 0); });
+RawPage* RASTREL_CALL FlipRawPage(const RawPage* page, int direction) {
+  return MovedRaw(page, [=](const Raw& raw) {
+    return Flipped(raw, InRange(direction, 0, 1, "there is no such direction") == DirectionVertical);
+  });
 }
 
 RawPage* RASTREL_CALL TurnRawPage(const RawPage* page, int quarters) {
@@ -306,6 +309,24 @@ RawPage* RASTREL_CALL TurnRawPage(const RawPage* page, int quarters) {
 
 RawPage* RASTREL_CALL CropRawPage(const RawPage* page, int left, int top, int width, int height) {
   return MovedRaw(page, [=](const Raw& raw) { return Cropped(raw, left, top, width, height); });
+}
+
+int32_t RASTREL_CALL SplitRawPage(const RawPage* page, int width, int height, RawPage** tiles,
+                                  int32_t capacity) {
+  return Guarded<int32_t>(0, [&] {
+    Require(page != nullptr, "there is no page");
+    const std::vector<Area> areas = TileAreas(page->page.width, page->page.height, width, height);
+    const auto count = static_cast<int32_t>(areas.size());
+    if (tiles == nullptr) return count;
+    Require(capacity >= count, "there is no room for all tiles");
+    std::vector<std::unique_ptr<RawPage>> made;
+    for (const Area& area : areas) {
+      made.push_back(std::make_unique<RawPage>(
+          RawPage{Cropped(page->page, area.left, area.top, area.width(), area.height())}));
+    }
+    for (size_t i = 0; i < made.size(); ++i) tiles[i] = made[i].release();
+    return count;
+  });
 }
 
 int RASTREL_CALL AppendRawPage(PageWriter* writer, const RawPage* page, const PageMetadata* metadata) {

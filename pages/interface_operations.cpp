@@ -131,7 +131,8 @@ int RASTREL_CALL CutPage(HGLOBAL page, int rows, HGLOBAL* upper, HGLOBAL* lower)
 int32_t RASTREL_CALL SplitPage(HGLOBAL page, int width, int height, HGLOBAL* tiles, int32_t capacity) {
   return Guarded<int32_t>(0, [&] {
     const InputPage input(page);
-    const int32_t count = CountTiles(input.dib(), width, height);
+    const PageView view(input.dib());
+    const auto count = static_cast<int32_t>(TileAreas(view.width(), view.height(), width, height).size());
     if (tiles == nullptr) return count;
     Require(capacity >= count, "there is no room for all tiles");
     std::vector<Dib> made = Split(input.dib(), width, height);

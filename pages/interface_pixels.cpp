@@ -42,6 +42,11 @@ size_t RowBytes(int width, const Layout& layout) {
   return layout.bytes == 0 ? (columns + 7) / 8 : columns * static_cast<size_t>(layout.bytes);
 }
 
+constexpr double kMostDpi = 1e6;
+double DpiFrom(double dpi) {
+  return InRange(dpi, 0.0, kMostDpi, "a resolution is 0 to 1000000 dots per inch");
+}
+
 void CheckRows(const void* pixels, int32_t width, int32_t height, ptrdiff_t stride, const Layout& layout) {
   Require(pixels != nullptr, "there are no pixels");
   Require(width > 0 && height > 0, "a page has a width and a height");
@@ -80,7 +85,7 @@ Dib TakePixels(const void* pixels, int32_t width, int32_t height, ptrdiff_t stri
   const Layout layout = LayoutOf(format);
   CheckRows(pixels, width, height, stride, layout);
   const int bits = layout.bytes == 0 ? 1 : layout.bytes == 1 ? 8 : 24;
-  Dib page = MakePage(width, height, bits, {PixelsPerMetre(dpiX), PixelsPerMetre(dpiY)});
+  Dib page = MakePage(width, height, bits, {PixelsPerMetre(DpiFrom(dpiX)), PixelsPerMetre(DpiFrom(dpiY))});
   const PageView view(page);
   for (int y = 0; y < height; ++y) {
     uint8_t* row = view.PageRow(y);
@@ -195,9 +200,10 @@ int RASTREL_CALL DescribePage(HGLOBAL page, PageInfo* info) {
 
 int RASTREL_CALL SetPageResolution(HGLOBAL page, double dpiX, double dpiY) {
   return Guarded(0, [&] {
+    const int32_t x = PixelsPerMetre(DpiFrom(dpiX)), y = PixelsPerMetre(DpiFrom(dpiY));
     ChangeHeader(page, [&](BITMAPINFOHEADER& header) {
-      header.biXPelsPerMeter = PixelsPerMetre(dpiX);
-      header.biYPelsPerMeter = PixelsPerMetre(dpiY);
+      header.biXPelsPerMeter = x;
+      header.biYPelsPerMeter = y;
     });
     return 1;
   });
@@ -205,6 +211,7 @@ int RASTREL_CALL SetPageResolution(HGLOBAL page, double dpiX, double dpiY) {
 
 int RASTREL_CALL CompletePageResolution(HGLOBAL page, double dpi, int32_t* isAssumed) {
   return Guarded(0, [&] {
+    DpiFrom(dpi);
     bool wasAssumed = false;
     ChangeHeader(page, [&](BITMAPINFOHEADER& header) { wasAssumed = CompleteResolution(&header, dpi); });
     if (isAssumed != nullptr) *isAssumed = wasAssumed;

@@ -55,8 +55,10 @@ struct SheetOptions {
 // Where the scanned sheet is.
 Area SheetArea(const Dib& page, const SheetOptions& options = {});
 
-int CountTiles(const Dib& page, int width, int height);
-// Tiles, a page each, row by row from the top left. Height 0: as the width.
+// The tiles of a page of so many pixels, row by row from the top left; height 0: as the width. They are laid
+// from the bottom left corner, so that those of the top row and of the rightmost column may be smaller.
+std::vector<Area> TileAreas(int pageWidth, int pageHeight, int width, int height);
+// Cuts them, a page each.
 std::vector<Dib> Split(const Dib& page, int width, int height);
 // One page of many, row by row from the top left.
 Dib Merge(std::span<const Dib> tiles, size_t columns);

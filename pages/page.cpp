@@ -156,6 +156,10 @@ Dib MakePage(int64_t width, int64_t height, int bits, Resolution resolution) {
                                             .biYPelsPerMeter = resolution.y,
                                             .biClrUsed = static_cast<uint32_t>(colours),
                                             .biClrImportant = 0};
+  // Blocks are rounded up. What is behind the rows would differ from run to run for those who keep whole
+  // blocks.
+  const size_t used = static_cast<size_t>(bytes + head);
+  std::memset(static_cast<uint8_t*>(block) + used, 0, GlobalSize(page.handle()) - used);
   GlobalUnlock(page.handle());
   const PageView view(page);
   for (int i = 0; i < colours; ++i) {

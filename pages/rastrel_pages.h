@@ -7,19 +7,25 @@
  * Conventions that hold for every function here:
  *
  * - A `page` is a DIB block as rastrel.h has it, of 1, 4, 8 or 24 bits, uncompressed, upright (biHeight above
- *   0). Functions leave the pages that they are given as they were. A page that a function returns belongs to
- *   the caller, who frees it with GlobalFree. Pages that are made here have a full colour table, and as that
- *   a ramp from black to white wherever the page is grey.
+ *   0). Functions leave the pages that they are given as they were, but for the two that set a resolution,
+ *   and TakeAndCleanPage. A page that a function returns belongs to the caller, who frees it with GlobalFree.
+ *   Pages that are made here have a full colour table, and as that a ramp from black to white wherever the
+ *   page is grey.
  * - Other things are opaque handles, each with a function of its own that frees it. Freeing null does
  *   nothing.
  * - Failure is 0 or null. The reason is the calling thread's: PagesError has a code, PagesErrorText says it
- *   in words. Success leaves them alone, so read them only after a failure. Texts are UTF-8, so are file
- *   names.
+ *   in words. Success leaves them alone, so read them only after a failure. Every function may fail with
+ *   ErrParameter (a null pointer, a dead handle, a number out of its range) and ErrNoMemory; those below name
+ *   what else they fail with. Where a function fails it has written nothing to where its results go.
+ * - Texts are UTF-8, so are file names.
  * - A struct begins with its own size in bytes, as the caller was compiled; its functions neither read nor
  *   write beyond that, so that it can grow without breaking anybody.
- * - Threads: any number at once. Nothing is kept for the process but the names of unfinished files. One page
- *   or record may be used by several threads that do not change it, an open file by several that read, a file
- *   under way by one at a time.
+ * - Threads: any number at once, in every function. One page or record may be used by several threads that do
+ *   not change it, an open file by several that read, a file under way by one at a time.
+ * - For the process are kept: the names of unfinished files, those of the folders that were searched for
+ *   files of processes that have ended, and the libraries that are loaded when they are first needed. One of
+ *   these, libvips, is then held to one thread, no cache and a few loaders, also for a program that uses it
+ *   itself.
  * - No argument and no file, however wrong, makes a function read or write outside a block, and no C++
  *   exception leaves one. */
 #ifndef RASTREL_PAGES_H
@@ -85,7 +91,7 @@ enum PixelFormat {
  *   pixels         the top left pixel
  *   width, height  in pixels
  *   stride         bytes from a row to the one below; negative where rows lie upside down in memory
- *   dpiX, dpiY     dots per inch across and down; 0 where that is not known
+ *   dpiX, dpiY     dots per inch across and down, 0 to 1,000,000; 0 where that is not known
  *
  * 1-bit pixels give a page of 1 bit, greys one of 8, the others one of 24; alpha goes over white. Errors:
  * ErrParameter, ErrTooLarge, ErrNoMemory. */
@@ -111,11 +117,19 @@ typedef struct PageInfo {
 
 /* Tells a page's size, depth and resolution. Returns 1, or 0 and ErrParameter (also for what is no page). */
 RASTREL_PAGES_API int RASTREL_CALL DescribePage(HGLOBAL page, PageInfo* info);
-/* Changes a page's resolution, and nothing else. 0: it does not say. */
+/* Changes a page's resolution, and nothing else.
+ *
+ *   dpiX, dpiY  dots per inch across and down, 0 to 1,000,000; 0: the page does not say
+ *
+ * Returns 1 or 0. */
 RASTREL_PAGES_API int RASTREL_CALL SetPageResolution(HGLOBAL page, double dpiX, double dpiY);
 /* Gives a page a resolution where it has none, or one outside 20 to 20,000 dots per inch, in one direction or
- * both: that of the other direction, else `dpi`, else, when that is 0, 300. `isAssumed` (may be null)
- * receives whether it had to be 300. Returns 1 or 0. */
+ * both: that of the other direction, else `dpi`, else 300.
+ *
+ *   dpi        dots per inch, 0 to 1,000,000; 0 where the caller does not know either
+ *   isAssumed  receives whether it had to be 300; may be null
+ *
+ * Returns 1 or 0. */
 RASTREL_PAGES_API int RASTREL_CALL CompletePageResolution(HGLOBAL page, double dpi, int32_t* isAssumed);
 
 /* ---- cleaning ---- */
@@ -173,7 +187,11 @@ typedef struct CleanOptions {
   void* explainContext;
 } CleanOptions;
 
-/* Fills in what CleanPage does when it is not told otherwise; `size` is sizeof(CleanOptions). */
+/* Fills in what CleanPage does when it is not told otherwise.
+ *
+ *   size  sizeof(CleanOptions) as the caller was compiled; so many bytes are written
+ *
+ * Returns 1 or 0. */
 RASTREL_PAGES_API int RASTREL_CALL DefaultCleanOptions(CleanOptions* options, uint32_t size);
 
 /* What was found and done. */
@@ -224,6 +242,7 @@ typedef struct CleanSummary {
   int32_t isSkewCertain;        /* enough to turn a page by it */
 } CleanSummary;
 
+/* Tells the single values of a record. Returns 1 or 0. */
 RASTREL_PAGES_API int RASTREL_CALL GetCleanSummary(const CleanRecord* record, CleanSummary* summary);
 
 typedef struct PageHole {
@@ -264,59 +283,137 @@ RASTREL_PAGES_API int RASTREL_CALL GetCleanTime(const CleanRecord* record, int32
  * record. */
 RASTREL_PAGES_API const char* RASTREL_CALL CleanRecordJson(const CleanRecord* record);
 
-/* Measures the skew of a page: MeasureSkew of rastrel.h, for `range` (0: 15) degrees to either side. Returns
- * 1 with `*degrees` and `*confidence` (both 0 where the page shows no lines), or 0. */
+/* Measures the skew of a page: MeasureSkew of rastrel.h.
+ *
+ *   range       degrees to either side that are looked at, above 0 to 45; 0: 15
+ *   text        PageText
+ *   degrees     receives by how much lines rise to the right; may be null
+ *   confidence  receives how sure that is, 0 to 1; may be null
+ *
+ * Both are 0 where the page shows no lines. Returns 1, or 0 and also a code of rastrel.h. */
 RASTREL_PAGES_API int RASTREL_CALL MeasurePageSkew(HGLOBAL page, double range, int text, double* degrees,
                                                    double* confidence);
-/* Returns 1 with `*isBlank`, which says whether less than `percent` of the page is ink, or 0. */
+/* Tells whether a page is blank: whether less than a share of it is ink.
+ *
+ *   text     PageText
+ *   percent  that share, 0 to 100
+ *   isBlank  receives 1 or 0
+ *
+ * Returns 1 or 0. */
 RASTREL_PAGES_API int RASTREL_CALL IsPageBlank(HGLOBAL page, int text, double percent, int32_t* isBlank);
 
 /* ---- operations ----
  *
- * Each gives a new page, or null and ErrParameter, ErrPageRefused, ErrTooLarge, ErrNoMemory or a code of
- * rastrel.h. They are those of the command `rastrel apply`, with the same ranges and defaults;
- * docs/operations.md tells more. */
+ * Those of the command `rastrel apply`. Each gives a new page, or null. Beside ErrParameter and ErrNoMemory
+ * they fail with ErrPageRefused (the operation is not for this page: its depth, size, resolution or colours),
+ * ErrTooLarge, or a code of rastrel.h. Where nothing is said of depths all four are taken. */
 
 /* What stands where an operation uncovers something: the page's lightest or darkest colour. */
 enum PageGround { GroundWhite = 0, GroundBlack = 1 };
 enum PageDirection { DirectionHorizontal = 0, DirectionVertical = 1 };
 
-/* Exchanges left and right, or top and bottom. */
+/* Exchanges left and right, or top and bottom.
+ *
+ *   direction  PageDirection */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL FlipPage(HGLOBAL page, int direction);
-/* Turns by quarters, counter-clockwise, keeping every pixel. */
+
+/* Turns by quarters, keeping every pixel.
+ *
+ *   quarters  counter-clockwise, any number; -1 is one clockwise */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL TurnPage(HGLOBAL page, int quarters);
-/* Turns by any angle, counter-clockwise, taking nearest pixels. The result holds the whole page, in even
- * sizes. */
+
+/* Turns by any angle, taking nearest pixels. The result holds the whole page, and its sides are even.
+ *
+ *   degrees  counter-clockwise, -360 to 360
+ *   ground   PageGround
+ *
+ * Sides of more than 65,535 pixels are refused. */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL RotatePage(HGLOBAL page, double degrees, int ground);
-/* Turns by any angle with smooth edges if `isSmooth`, to the size of the whole turned page, or the page's
- * own. */
+
+/* Turns by any angle about the page's middle.
+ *
+ *   degrees    counter-clockwise, -360 to 360
+ *   isSmooth   whether edges are smooth, as StraightenDIB tells
+ *   keepsSize  whether the result is as large as the page, or as the whole turned page
+ *   ground     PageGround */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL StraightenPage(HGLOBAL page, double degrees, int isSmooth,
                                                       int keepsSize, int ground);
-/* Shears by pixels: rows sideways, the top edge to the right; or columns, the right edge upward. */
+
+/* Shears: moves rows sideways, or columns up and down, each in proportion to how far it lies from the first.
+ *
+ *   direction  DirectionHorizontal moves rows, DirectionVertical columns
+ *   shift      pixels by which the top row goes right, or the rightmost column up; -10,000 to 10,000
+ *   ground     PageGround */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL SkewPage(HGLOBAL page, int direction, int shift, int ground);
-/* Turns back by the whole degrees that lines are found to rise. 1, 8 and 24 bits. */
+
+/* Turns back by the whole degrees that lines are found to rise; a page without skew is copied. 1, 8 and 24
+ * bits.
+ *
+ *   isTextLight  whether text is light on dark */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL DeskewPage(HGLOBAL page, int isTextLight);
-/* Cuts out a rectangle. A width or height of 0 goes up to the edge. */
+
+/* Cuts out a rectangle.
+ *
+ *   left, top      its corner, in pixels from the page's top left
+ *   width, height  0: up to the page's edge
+ *
+ * A rectangle that does not lie on the page is refused. */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL CropPage(HGLOBAL page, int left, int top, int width, int height);
-/* Cuts the scanned sheet out of its surround: columns and rows of which `sharePercent` (1 to 100) or more are
- * sheet, with `margin` pixels (-1000 to 1000) around. */
+
+/* Cuts the scanned sheet out of its surround.
+ *
+ *   sharePercent  how much of a column or row has to be sheet, for it to belong there: 1 to 100
+ *   margin        pixels left around it, -1000 to 1000; less than a quarter of the page
+ *   isSheetDark   whether the sheet is dark on a light surround
+ *
+ * ErrNoScannedPage where there is no sheet. */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL CropPageSheet(HGLOBAL page, double sharePercent, int margin,
                                                      int isSheetDark);
-/* Cuts a page across, below its first `rows` rows. Returns 1 with two pages, or 0. */
+
+/* Cuts a page in two.
+ *
+ *   rows          of the upper piece, 1 to one less than the page has
+ *   upper, lower  receive the pieces
+ *
+ * Returns 1 or 0. */
 RASTREL_PAGES_API int RASTREL_CALL CutPage(HGLOBAL page, int rows, HGLOBAL* upper, HGLOBAL* lower);
-/* Cuts a page into tiles, row by row from the top left; a height of 0 is the width. Returns how many there
- * are, and fills in `tiles` where it has room (`capacity`) for all of them; 0 on failure. With null `tiles`
- * it only counts. */
+
+/* Cuts a page into tiles. They are laid from the bottom left corner, so that those of the top row and of the
+ * rightmost column may be smaller.
+ *
+ *   width     of a tile: a multiple of 32 pixels at 1 bit, of 8 at 4 bits, else of 4
+ *   height    of a tile; 0: as the width
+ *   tiles     receives them, row by row from the top left; null only counts them
+ *   capacity  for how many there is room; fewer than there are is an error
+ *
+ * Returns how many tiles there are, or 0. */
 RASTREL_PAGES_API int32_t RASTREL_CALL SplitPage(HGLOBAL page, int width, int height, HGLOBAL* tiles,
                                                  int32_t capacity);
-/* Joins `count` pages of one depth and the same colours, `columns` in a row, row by row from the top left. */
+
+/* Joins pages of one depth and the same colours: the reverse of SplitPage.
+ *
+ *   pages    `count` of them, row by row from the top left
+ *   columns  how many stand in a row
+ *
+ * The pages of a row have one height, those of a column one width, which is, but in the last column, such as
+ * SplitPage takes; others are refused. */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL MergePages(const HGLOBAL* pages, int32_t count, int32_t columns);
 
-/* Whitens the dark ends of all rows. 1, 8 and 24 bits. */
+/* Whitens the dark ends of all rows, as TrimBlackBorder tells. 1, 8 and 24 bits. */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL TrimPage(HGLOBAL page);
-/* Whitens what is as dark and as large as a punch hole at the left edge. `size` is HolesAny, or -3 to 40. */
+
+/* Whitens what is as dark and as large as a punch hole at the left edge. 1, 8 and 24 bits, of one resolution
+ * across and down.
+ *
+ *   size  HolesAny, or -3 to 40 as PunchHoleRemover takes it */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL FillPageHoles(HGLOBAL page, int size);
-/* Removes specks of a black-and-white or 8-bit grey page; `level` is 20 to 100. */
+
+/* Removes specks, as CleanImage tells, but of dark ones on any black-and-white page. 1 bit, and grey pages of
+ * 8 bits.
+ *
+ *   level         20 to 100; more takes more
+ *   filtersFully  whether every pixel is filtered, or only those with fewer than 4 dark neighbours and, on
+ *                 grey pages, those that are nearly black or white */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL DespecklePage(HGLOBAL page, int level, int filtersFully);
 
 enum PageDither { DitherFloydSteinberg = 0, DitherJarvisJudiceNinke = 1 };
@@ -324,38 +421,79 @@ enum PageHalftone { HalftoneThreshold = 0, HalftoneDiffusion = 1, HalftoneOrdere
 enum PageGreyFormula { GreyWeighted = 0, GreyAverage = 1 };
 enum PageInterpolation { InterpolateBilinear = 0, InterpolateCubic = 1 };
 
-/* Reduces to 1, 4 or 8 bits, fewer than the page has, by error diffusion. */
+/* Reduces the depth by error diffusion.
+ *
+ *   method  PageDither
+ *   bits    1, 4 or 8, fewer than the page has */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL DitherPage(HGLOBAL page, int method, int bits);
-/* Reduces to 1 or 4 bits by spreading the tone of small blocks. */
+
+/* Reduces the depth by spreading the tone of small blocks.
+ *
+ *   bits  1 or 4, fewer than the page has */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL DitherPageSmoothly(HGLOBAL page, int bits);
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL DitherPageSharply(HGLOBAL page, int bits);
-/* Reduces to black and white; `brightness`, -255 to 255, is added to every grey first. */
+
+/* Reduces to black and white. 4, 8 and 24 bits.
+ *
+ *   method      PageHalftone
+ *   brightness  added to every grey first, -255 to 255 */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL HalftonePage(HGLOBAL page, int method, int brightness);
+
 enum PageBinarize { BinarizeFast = 0, BinarizeBest = 1 };
+
 /* Reduces to black and white by what is paper and what is ink at each place, so that text stays sharp under
- * any light: by a threshold that follows the paper, or by a minimum cut, which takes longer. If `isDoubled`,
- * smoothed to twice the resolution; if `dithersPictures`, with photographs by error diffusion. */
+ * any light. 4, 8 and 24 bits.
+ *
+ *   quality          BinarizeFast: by a threshold that follows the paper; BinarizeBest: by a minimum cut,
+ *                    which takes longer
+ *   isDoubled        whether the result is smoothed to twice the resolution
+ *   dithersPictures  whether photographs become black and white by error diffusion */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL BinarizePage(HGLOBAL page, int quality, int isDoubled,
                                                     int dithersPictures);
-/* Turns to 8-bit grey; `smoothing` (0, 1, 2: none, 3 x 3, 5 x 5) is for black-and-white pages. */
+
+/* Turns to 8-bit grey.
+ *
+ *   formula    GreyWeighted: (8 red + 15 green + 3 blue) / 26, near the weights of Rec. 601; GreyAverage: the
+ *              mean of the three
+ *   smoothing  of black-and-white pages: 0 none, 1 over 3 x 3 pixels, 2 over 5 x 5 */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL GreyPage(HGLOBAL page, int formula, int smoothing);
+
+/* Makes the negative. */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL InvertPage(HGLOBAL page);
+
 /* Turns to 24 bits. */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL ColourPage(HGLOBAL page);
+
 /* A page as these functions make them: run-length rows of 4 or 8 bits expanded, the colour table full, greys
  * as a ramp from black to white. */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL ExpandPage(HGLOBAL page);
 
-/* Scales by one of: a size in pixels (one of the two 0: in proportion), a percentage, dots per inch; the
- * others are 0. */
+/* Scales. One of the three ways is given; the other arguments are 0.
+ *
+ *   width, height  pixels, 0 to 65,535; one of the two 0: in proportion
+ *   percent        0 to 6400
+ *   dpi            dots per inch, 0 to 20,000, for pages that tell theirs
+ *   interpolation  PageInterpolation, for pages of more than 1 bit; pixels are sampled, not averaged
+ *
+ * Results of more than 65,535 pixels to a side are refused. */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL ScalePage(HGLOBAL page, int width, int height, double percent,
                                                  double dpi, int interpolation);
-/* Turns to grey and enlarges by whole factors, 1 to 1000; `down` 0 is as across. */
+
+/* Turns to grey and enlarges by whole factors, to 32,767 pixels a side at most.
+ *
+ *   across, down   1 to 1000; `down` 0: as across
+ *   interpolation  PageInterpolation */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL ScaleGreyPage(HGLOBAL page, int across, int down, int interpolation);
 
 enum PageCombination { CombineDarkest = 0, CombineOver = 1 };
-/* Lays `other` with its top left pixel at (x, y) on a page. Where `mask` (as large as `other`; may be null)
- * is dark, `other` counts as black. */
+
+/* Lays one page on another.
+ *
+ *   page   the one below
+ *   other  the one laid on it; what goes beyond is cut off
+ *   mask   as large as `other`: where it is dark `other` counts as black; may be null
+ *   x, y   where the top left pixel of `other` goes, -65,535 to 65,535
+ *   how    CombineDarkest: the darker of two pixels; CombineOver: that of `other` */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL CombinePages(HGLOBAL page, HGLOBAL other, HGLOBAL mask, int x, int y,
                                                     int how);
 
@@ -366,12 +504,21 @@ RASTREL_PAGES_API HGLOBAL RASTREL_CALL CombinePages(HGLOBAL page, HGLOBAL other,
 /* What a file says of a page beside its pixels, as named runs of bytes: "icc", "xmp", "exif" ... Carry it
  * from ReadPage to AppendPage; what a format cannot hold is left out. */
 typedef struct PageMetadata PageMetadata;
+
+/* Makes metadata without items. Returns null when there is no memory. */
 RASTREL_PAGES_API PageMetadata* RASTREL_CALL NewPageMetadata(void);
 RASTREL_PAGES_API void RASTREL_CALL FreePageMetadata(PageMetadata* metadata);
-/* Sets an item, or removes it where `bytes` is null. Returns 1 or 0. */
+
+/* Sets an item.
+ *
+ *   name         the item's, not empty
+ *   bytes, size  what it becomes, which is copied; null bytes remove the item
+ *
+ * Returns 1 or 0. */
 RASTREL_PAGES_API int RASTREL_CALL SetPageMetadataItem(PageMetadata* metadata, const char* name,
                                                        const void* bytes, size_t size);
-/* Returns an item's bytes, which belong to `metadata`, and its size, or null where there is none. */
+/* Returns an item's bytes, which belong to `metadata` and stay until the item is changed, and in `*size` how
+ * many there are; null where there is no such item. */
 RASTREL_PAGES_API const void* RASTREL_CALL GetPageMetadataItem(const PageMetadata* metadata, const char* name,
                                                                size_t* size);
 /* The names of the items from 0 on; null where there are no more. */
@@ -394,8 +541,10 @@ typedef struct PageFile PageFile;
 
 /* Look at what a file holds. The format is told by the bytes, not by the name. A file by name is not kept
  * open: it is opened again for each page. Memory stays the caller's and has to stay until ClosePages; so does
- * a stream's context. Errors: ErrOpenFile, ErrFileIO, ErrFileFormat, ErrDamagedFile, ErrUnsupported,
- * ErrNoMemory. */
+ * a stream's context.
+ *
+ * Return a file that the caller frees with ClosePages, or null and also ErrOpenFile, ErrFileIO,
+ * ErrFileFormat, ErrDamagedFile or ErrUnsupported. */
 RASTREL_PAGES_API PageFile* RASTREL_CALL OpenPages(const char* path);
 RASTREL_PAGES_API PageFile* RASTREL_CALL OpenPagesInMemory(const void* bytes, size_t size);
 RASTREL_PAGES_API PageFile* RASTREL_CALL OpenPagesFromStream(const PageStream* stream);
@@ -408,6 +557,7 @@ RASTREL_PAGES_API int32_t RASTREL_CALL CountPages(const PageFile* file);
 RASTREL_PAGES_API const char* RASTREL_CALL DamageOfPages(const PageFile* file);
 /* The format's name, as PageFormat has it. */
 RASTREL_PAGES_API const char* RASTREL_CALL FormatOfPages(const PageFile* file);
+
 /* What reading a page may cost, so that a small file which claims a giant picture does no harm, and how. */
 typedef struct PageReadOptions {
   uint32_t size;
@@ -419,10 +569,15 @@ typedef struct PageReadOptions {
 /* Sets them for all pages that are read from then on; no other thread may read meanwhile. Pages beyond a
  * limit end in ErrTooLarge. Returns 1 or 0. */
 RASTREL_PAGES_API int RASTREL_CALL SetPageReadOptions(PageFile* file, const PageReadOptions* options);
-/* Tells what page `index` (from 0) will be when it is read, by its header alone. Returns 1 or 0. */
+/* Tells what page `index` (from 0) will be when it is read, by its header alone. Returns 1, or 0 and an error
+ * as of OpenPages. */
 RASTREL_PAGES_API int RASTREL_CALL DescribePageInFile(const PageFile* file, int32_t index, PageInfo* info);
-/* Reads a page, upright whatever its orientation in the file, with `metadata` (may be null), which the caller
- * frees. Resolutions that the file lacks are 0. Errors as of OpenPages, and ErrTooLarge. */
+/* Reads a page, upright whatever its orientation in the file. Resolutions that the file lacks are 0.
+ *
+ *   index     from 0
+ *   metadata  receives what the file says beside, which the caller frees with FreePageMetadata; may be null
+ *
+ * Errors as of OpenPages, and ErrTooLarge. */
 RASTREL_PAGES_API HGLOBAL RASTREL_CALL ReadPage(const PageFile* file, int32_t index, PageMetadata** metadata);
 
 /* A file that pages are written to. */
@@ -434,8 +589,8 @@ typedef struct PageWriter PageWriter;
  *   format   a name as PageFormat has it; null: by the ending of `path`
  *   options  "name=value,name=value" as PageFormatOption has them; null or "" for none
  *
- * Errors: ErrOption, ErrUnsupported, ErrOpenFile, ErrExists (what stands there is no regular file),
- * ErrNoMemory. */
+ * Return a writer, which FinishPages, FinishPagesInMemory or AbandonPages frees, or null and also ErrOption,
+ * ErrUnsupported, ErrOpenFile or ErrExists (what stands there is no regular file). */
 RASTREL_PAGES_API PageWriter* RASTREL_CALL CreatePages(const char* path, const char* format,
                                                        const char* options);
 RASTREL_PAGES_API PageWriter* RASTREL_CALL CreatePagesInMemory(const char* format, const char* options);
@@ -454,11 +609,12 @@ typedef struct PageFileRules {
  * step, and one that it replaces gives it its permissions, and owner and group where that is allowed. Returns
  * 1 or 0. */
 RASTREL_PAGES_API int RASTREL_CALL SetPageFileRules(PageWriter* writer, const PageFileRules* rules);
-/* Adds a page; formats of one page take one. `metadata` may be null. Returns 1 or 0; after a failure the file
- * can only be given up. */
+/* Adds a page; formats of one page take one. `metadata` may be null. Returns 1, or 0 and also ErrPageRefused,
+ * ErrTooLarge, ErrUnsupported, ErrFileIO or, where something is there already, ErrExists. After a failure the
+ * file can only be given up. */
 RASTREL_PAGES_API int RASTREL_CALL AppendPage(PageWriter* writer, HGLOBAL page, const PageMetadata* metadata);
-/* Completes the file and frees the writer, also when it fails (no page at all is a failure). Returns 1 or
- * 0. */
+/* Completes the file and frees the writer, also when it fails (no page at all is a failure). Returns 1, or 0
+ * and an error as of AppendPage. */
 RASTREL_PAGES_API int RASTREL_CALL FinishPages(PageWriter* writer);
 /* The same for a file in memory, whose bytes the caller frees with FreePageBytes. Returns null on failure. */
 RASTREL_PAGES_API void* RASTREL_CALL FinishPagesInMemory(PageWriter* writer, size_t* size);
@@ -469,11 +625,20 @@ RASTREL_PAGES_API void RASTREL_CALL AbandonPages(PageWriter* writer);
  * be written to those files afterwards. */
 RASTREL_PAGES_API void RASTREL_CALL RemoveUnfinishedPages(void);
 
-/* A page compressed for a file of many, so that many threads compress and one writes. For formats of more
- * than one page. */
+/* A page compressed for a file of many, so that many threads compress and one writes. */
 typedef struct EncodedPage EncodedPage;
+
+/* Compresses a page.
+ *
+ *   metadata         may be null
+ *   format, options  as CreatePages takes them, those of the file that the page goes to; a format of many
+ *                    pages
+ *
+ * Returns a page that the caller frees with FreeEncodedPage, or null and also ErrPageRefused, ErrTooLarge,
+ * ErrUnsupported or ErrOption. */
 RASTREL_PAGES_API EncodedPage* RASTREL_CALL EncodePage(HGLOBAL page, const PageMetadata* metadata,
                                                        const char* format, const char* options);
+/* As AppendPage. The page stays the caller's, and may be added to several files. */
 RASTREL_PAGES_API int RASTREL_CALL AppendEncodedPage(PageWriter* writer, const EncodedPage* page);
 RASTREL_PAGES_API void RASTREL_CALL FreeEncodedPage(EncodedPage* page);
 
@@ -491,16 +656,20 @@ typedef struct RawPageInfo {
   double dpiX, dpiY;
 } RawPageInfo;
 
-/* As ReadPage. Null and ErrUnsupported where the format has none. */
+/* As ReadPage; the caller frees the page with FreeRawPage. ErrUnsupported where the format has none. */
 RASTREL_PAGES_API RawPage* RASTREL_CALL ReadRawPage(const PageFile* file, int32_t index,
                                                     PageMetadata** metadata);
 RASTREL_PAGES_API void RASTREL_CALL FreeRawPage(RawPage* page);
+/* Tells a page's size, samples and resolution. Returns 1 or 0. */
 RASTREL_PAGES_API int RASTREL_CALL DescribeRawPage(const RawPage* page, RawPageInfo* info);
-/* New pages, as FlipPage, TurnPage, CropPage and SplitPage make them. */
-RASTREL_PAGES_API RawPage* RASTREL_CALL FlipRawPage(const RawPage* page, int isVertical);
+/* As FlipPage, TurnPage, CropPage and SplitPage; tiles may have any width. The caller frees what they give
+ * with FreeRawPage. */
+RASTREL_PAGES_API RawPage* RASTREL_CALL FlipRawPage(const RawPage* page, int direction);
 RASTREL_PAGES_API RawPage* RASTREL_CALL TurnRawPage(const RawPage* page, int quarters);
 RASTREL_PAGES_API RawPage* RASTREL_CALL CropRawPage(const RawPage* page, int left, int top, int width,
                                                     int height);
+RASTREL_PAGES_API int32_t RASTREL_CALL SplitRawPage(const RawPage* page, int width, int height,
+                                                    RawPage** tiles, int32_t capacity);
 /* As AppendPage and EncodePage. ErrUnsupported where the format cannot hold such a page. */
 RASTREL_PAGES_API int RASTREL_CALL AppendRawPage(PageWriter* writer, const RawPage* page,
                                                  const PageMetadata* metadata);
@@ -530,13 +699,13 @@ typedef struct PageFormatOption {
 } PageFormatOption;
 
 RASTREL_PAGES_API int32_t RASTREL_CALL CountPageFormats(void);
-/* Formats, and the options of one, counted from 0. Return 1, or 0 and ErrParameter. */
+/* Tell a format, and an option of one, counted from 0. The texts stay for ever. Return 1 or 0. */
 RASTREL_PAGES_API int RASTREL_CALL GetPageFormat(int32_t index, PageFormat* format);
 RASTREL_PAGES_API int RASTREL_CALL GetPageFormatOption(int32_t format, int32_t index,
                                                        PageFormatOption* option);
 /* The format with that name or ending, in any case of letters; -1 for none. */
 RASTREL_PAGES_API int32_t RASTREL_CALL FindPageFormat(const char* extension);
-/* All formats with their options, as a JSON array. */
+/* All formats with their options, as a JSON array that stays for ever. */
 RASTREL_PAGES_API const char* RASTREL_CALL PageFormatsJson(void);
 
 #ifdef __cplusplus

@@ -1,4 +1,6 @@
 // The table of operations: name, help, parameters and the call of each stand together.
+#include <algorithm>
+
 #include "tools/operations.h"
 
 namespace rastrel::tool {
@@ -37,9 +39,8 @@ constexpr Parameter kAngle = {.name = "angle",
 
 constexpr Parameter kHoleSize = {.name = "size",
                                  .help =
-                                     "auto measures each hole of more than 4 mm; -3, -2, -1, 0 for holes "
-                                     "of 9, 7, 5, 4 mm, or n of 1 and more for n / 2 "
-                                     "+ 2 mm",
+                                     "auto measures each hole of more than 4 mm; -3, -2, -1, 0 for holes of "
+                                     "9, 7, 5, 4 mm, or n of 1 and more for n / 2 + 2 mm",
                                  .defaultValue = HolesAny,
                                  .least = -3,
                                  .most = 40,
@@ -61,21 +62,6 @@ namespace {
 bool Add(RawPage* page, std::vector<Raw>* parts) {
   if (page != nullptr) parts->emplace_back(page);
   return page != nullptr;
-}
-
-// Cuts tiles as SplitPage does: counted from the bottom, so that the first row of them may be lower.
-bool SplitRaw(const RawPage* page, const Values& v, std::vector<Raw>* parts) {
-  auto info = Sized<RawPageInfo>();
-  if (DescribeRawPage(page, &info) == 0) return false;
-  const int across = v.Whole(0), down = v.Whole(1) > 0 ? v.Whole(1) : across;
-  const int rest = info.height % down;
-  for (int top = 0, bottom = rest > 0 ? rest : down; top < info.height; top = bottom, bottom += down) {
-    for (int left = 0; left < info.width; left += across) {
-      const int width = std::min(across, info.width - left);
-      if (!Add(CropRawPage(page, left, top, width, bottom - top), parts)) return false;
-    }
-  }
-  return true;
 }
 
 constexpr Operation kOperations[] = {
@@ -109,8 +95,7 @@ constexpr Operation kOperations[] = {
     {.name = "straighten",
      .summary = "Turns the page by any angle, smoothly.",
      .details = "Pages of 8 bits are smoothed when their colours are greys; strokes of black-and-white pages "
-                "keep their "
-                "weight.",
+                "keep their weight.",
      .depths = "1, 4, 8, 24",
      .slots = {kAngle,
                Parameter{.name = "quality",
@@ -168,19 +153,15 @@ constexpr Operation kOperations[] = {
     {.name = "holes",
      .summary = "Whitens the punch holes at the left edge.",
      .details = "The page needs the same resolution across and down. Whatever is as dark and as large as a "
-                "hole in the "
-                "left "
-                "19 mm is taken for one.",
+                "hole in the left 19 mm is taken for one.",
      .depths = "1, 8, 24",
      .slots = {kHoleSize},
      .run = [](HGLOBAL page, const Values& v) { return FillPageHoles(page, v.Whole(0)); }},
     {.name = "clean",
      .summary = "Removes specks.",
      .details = "Without `full`, 1-bit pages change only where fewer than 4 of the 8 neighbours are dark, "
-                "grey pages "
-                "only where "
-                "they are nearly black or nearly white. Levels below 38 also darken what has 2 or 3 dark "
-                "neighbours.",
+                "grey pages only where they are nearly black or nearly white. Levels below 38 also darken "
+                "what has 2 or 3 dark neighbours.",
      .depths = "1, 8 (grey)",
      .slots = {kSpeckLevel, Parameter{.name = "full",
                                       .help = "filter every pixel, not only those that look like specks",
@@ -280,9 +261,7 @@ constexpr Operation kOperations[] = {
     {.name = "crop-sheet",
      .summary = "Cuts the scanned sheet out of its surround.",
      .details = "The sheet ends at the first column, from its left edge on, that has too little of it. Pages "
-                "of more "
-                "than "
-                "1 bit are judged by a threshold of 128; what is cut out keeps its depth.",
+                "of more than 1 bit are judged by a threshold of 128; what is cut out keeps its depth.",
      .depths = "1, 4, 8, 24",
      .slots =
          {Parameter{.name = "share",
@@ -315,8 +294,7 @@ constexpr Operation kOperations[] = {
     {.name = "scale",
      .summary = "Scales the page, as in scale:1240, scale:percent=50 or scale:dpi=150,method=cubic.",
      .details = "Pixels are sampled, not averaged: make text pages grey before they become much smaller. "
-                "With cubic the "
-                "bottom row blends into black.",
+                "With cubic the bottom row blends into black.",
      .depths = "1, 4, 8, 24",
      .slots = {Parameter{.name = "width", .help = "in pixels", .least = 0, .most = 65535},
                Parameter{.name = "height", .help = "in pixels; 0: in proportion", .least = 0, .most = 65535},
@@ -355,10 +333,9 @@ constexpr Operation kOperations[] = {
                const Values& v) { return ScaleGreyPage(page, v.Whole(0), v.Whole(1), v.Whole(2)); }},
     {.name = "split",
      .summary = "Cuts the page into tiles, a page each, row by row from the top left.",
-     .details = "Tiles are counted from the bottom and from the left, so what is left over is in the first "
-                "row and the "
-                "last "
-                "column. Their width is a multiple of 32 pixels at 1 bit, 8 at 4 bits, 4 at 8 and 24 bits.",
+     .details =
+         "Tiles are counted from the bottom and from the left, so what is left over is in the first row and "
+         "the last column. Their width is a multiple of 32 pixels at 1 bit, 8 at 4 bits, 4 at 8 and 24 bits.",
      .depths = "1, 4, 8, 24",
      .slots =
          {Parameter{
@@ -372,13 +349,19 @@ constexpr Operation kOperations[] = {
            for (const HGLOBAL tile : tiles) parts->emplace_back(tile);
            return true;
          },
-     .move = SplitRaw},
+     .move =
+         [](const RawPage* page, const Values& v, std::vector<Raw>* parts) {
+           const int32_t count = SplitRawPage(page, v.Whole(0), v.Whole(1), nullptr, 0);
+           std::vector<RawPage*> tiles(static_cast<size_t>(count));
+           if (count == 0 || SplitRawPage(page, v.Whole(0), v.Whole(1), tiles.data(), count) == 0)
+             return false;
+           return std::all_of(tiles.begin(), tiles.end(), [&](RawPage* tile) { return Add(tile, parts); });
+         }},
     {.name = "merge",
      .summary = "Joins pages into one, row by row from the top left.",
-     .details =
-         "All pages that would go to one file are joined: those of all inputs, or, with a folder as output, "
-         "those of each "
-         "file. They have the depth and colours of the first, and widths that `split` would make.",
+     .details = "All pages that would go to one file are joined: those of all inputs, or, with a folder as "
+                "output, those of each file. They have the depth and colours of the first, and widths that "
+                "`split` would make.",
      .depths = "1, 4, 8, 24",
      .slots = {Parameter{
          .name = "columns", .help = "pages in a row", .isRequired = true, .least = 1, .most = 65535}},
@@ -389,8 +372,7 @@ constexpr Operation kOperations[] = {
     {.name = "combine",
      .summary = "Lays another page onto this one.",
      .details = "The page keeps its size and depth; colours become the nearest that it has. What does not "
-                "lie on it is "
-                "left out.",
+                "lie on it is left out.",
      .depths = "1, 4, 8, 24",
      .slots = {Parameter{.name = "file",
                          .help = "the other page; the first one of its file",
