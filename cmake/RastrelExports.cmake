@@ -35,3 +35,12 @@ function(rastrel_write_def header file)
   list(JOIN symbols "\n  " symbols)
   file(CONFIGURE OUTPUT ${file} CONTENT "LIBRARY rastrel.dll\nEXPORTS\n  @symbols@\n" @ONLY)
 endfunction()
+
+# Writes the linker's list of exports for systems of ELF: templates of the standard library that are made in a library
+# would be seen otherwise.
+function(rastrel_write_version_script header mark file)
+  file(READ ${header} text)
+  rastrel_declared_functions("${text}" ${mark} names)
+  list(JOIN names ";\n    " names)
+  file(CONFIGURE OUTPUT ${file} CONTENT "{\n  global:\n    @names@;\n  local:\n    *;\n};\n" @ONLY)
+endfunction()

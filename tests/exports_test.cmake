@@ -1,8 +1,12 @@
-# Checks that the shared library exports what the public headers declare, under plain names, and nothing else.
+# Checks that the shared library exports what the public headers declare with MARK, under plain names, and nothing else.
 include(${SOURCE_DIR}/cmake/RastrelExports.cmake)
-file(READ ${SOURCE_DIR}/frame/rastrel.h rastrelHeader)
+set(text "")
+foreach(header IN LISTS HEADERS)
+  file(READ ${SOURCE_DIR}/${header} content)
+  string(APPEND text "${content}")
+endforeach()
+rastrel_declared_functions("${text}" "${MARK}" declared)
 if(LIBRARY MATCHES "\\.dll$")
-  rastrel_declared_functions("${rastrelHeader}" RASTREL_API declared)
   execute_process(COMMAND ${OBJDUMP} -p ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
   # Nothing has to lie beside it: all that it loads is part of the system.
   string(REGEX MATCHALL "DLL Name: [^\n]*" others "${symbols}")
@@ -18,8 +22,6 @@ if(LIBRARY MATCHES "\\.dll$")
   string(REGEX MATCHALL "\\[ *[0-9]+\\] [^\n]*" symbols "${symbols}")
   list(TRANSFORM symbols REPLACE ".* " "")
 else()
-  file(READ ${SOURCE_DIR}/platform/host.h hostHeader)
-  rastrel_declared_functions("${rastrelHeader}${hostHeader}" "RASTREL_(HOST_)?API" declared)
   execute_process(COMMAND nm -D --defined-only --format=posix ${LIBRARY} OUTPUT_VARIABLE symbols
     COMMAND_ERROR_IS_FATAL ANY)
   string(REGEX MATCHALL "[A-Za-z0-9_.]+ [A-Z] [^\n]*" symbols "${symbols}")
