@@ -176,37 +176,74 @@ BitPlane BestInk(const BytePlane& grey, const PaperMap& paper, BitPlane& dark) {
 // ---- around it
 // -------------------------------------------------------------------------------------------------
 
-// Twice the size along rows: between two pixels lie new ones a quarter and three quarters of the way, on
-// Catmull and Rom's curve through four of them, in 128ths.
-void DoubleLine(const uint8_t* from, size_t step, int count, uint8_t* to, size_t toStep) {
-  constexpr int kNear = 111, kFar = 29, kBeyondNear = -9, kBeyondFar = -3;
-  const auto at = [&](int i) {
-    return static_cast<int>(from[static_cast<size_t>(std::clamp(i, 0, count - 1)) * step]);
-  };
-  const auto level = [](int sum) { return static_cast<uint8_t>(std::clamp((sum + 64) >> 7, 0, 255)); };
-  for (int i = 0; i < count; ++i) {
-    const size_t left = 2 * static_cast<size_t>(i) * toStep;
-    to[left] = level(kNear * at(i) + kFar * at(i - 1) + kBeyondNear * at(i + 1) + kBeyondFar * at(i - 2));
-    to[left + toStep] =
-        level(kNear * at(i) + kFar * at(i + 1) + kBeyondNear * at(i - 1) + kBeyondFar * at(i + 2));
+// Where a pixel of a longer line lies on a shorter one: the pixel before it, and the weights of that, the one
+// before and the two after by Catmull and Rom's curve, in parts that add up to kWhole.
+struct Between {
+  static constexpr int kShift = 14, kWhole = 1 << kShift;
+  // Places are rounded to so many a pixel: the weights have 2 * 32^3 as their divisor, 4 * kWhole.
+  static constexpr int64_t kSteps = 32;
+  int first;
+  int weights[4];
+};
+std::vector<Between> PlacesOf(int from, int to) {
+  std::vector<Between> places(static_cast<size_t>(to));
+  for (int i = 0; i < to; ++i) {
+    // Middles of pixels lie on middles: (i + 1/2) from / to - 1/2, in steps from one pixel before the line.
+    const int64_t steps =
+        ((2 * int64_t{i} + 1) * from * Between::kSteps + to) / (2 * int64_t{to}) + Between::kSteps / 2;
+    const auto t = static_cast<int>(steps % Between::kSteps);
+    constexpr int kUnit = Between::kSteps, kSquare = kUnit * kUnit;
+    const int cubic[4] = {-t * kSquare + 2 * t * t * kUnit - t * t * t,
+                          2 * kUnit * kSquare - 5 * t * t * kUnit + 3 * t * t * t,
+                          t * kSquare + 4 * t * t * kUnit - 3 * t * t * t, t * t * t - t * t * kUnit};
+    Between& place = places[static_cast<size_t>(i)];
+    place.first = static_cast<int>(steps / Between::kSteps) - 1;
+    int sum = 0;
+    for (int k = 0; k < 4; ++k) sum += place.weights[k] = (cubic[k] + 2) >> 2;
+    place.weights[t < kUnit / 2 ? 1 : 2] += Between::kWhole - sum;
   }
+  return places;
 }
 
-BytePlane Doubled(const BytePlane& plane) {
-  const int width = plane.width(), height = plane.height();
-  BytePlane wide(2 * width, height), result(2 * width, 2 * height);
-  for (int y = 0; y < height; ++y) DoubleLine(plane.Row(y), 1, width, wide.Row(y), 1);
-  const auto stride = static_cast<size_t>(wide.width());
-  for (int x = 0; x < wide.width(); ++x)
-    DoubleLine(wide.Row(0) + x, stride, height, result.Row(0) + x, stride);
+uint8_t Weighed(const int (&weights)[4], int a, int b, int c, int d) {
+  const int sum = weights[0] * a + weights[1] * b + weights[2] * c + weights[3] * d;
+  return static_cast<uint8_t>(std::clamp((sum + Between::kWhole / 2) >> Between::kShift, 0, 255));
+}
+
+// A larger page along a smooth curve through the pixels; at the edges the last pixel goes on.
+BytePlane Enlarged(const BytePlane& plane, int width, int height) {
+  BytePlane wide(width, plane.height()), result(width, height);
+  const std::vector<Between> across = PlacesOf(plane.width(), width), down = PlacesOf(plane.height(), height);
+  for (int y = 0; y < plane.height(); ++y) {
+    const uint8_t* from = plane.Row(y);
+    uint8_t* to = wide.Row(y);
+    const auto at = [&](int x) { return from[std::clamp(x, 0, plane.width() - 1)]; };
+    for (int x = 0; x < width; ++x) {
+      const Between& place = across[static_cast<size_t>(x)];
+      const int i = place.first;
+      to[x] = Weighed(place.weights, at(i - 1), at(i), at(i + 1), at(i + 2));
+    }
+  }
+  for (int y = 0; y < height; ++y) {
+    const Between& place = down[static_cast<size_t>(y)];
+    const auto row = [&](int i) { return wide.Row(std::clamp(place.first + i, 0, plane.height() - 1)); };
+    const uint8_t *a = row(-1), *b = row(0), *c = row(1), *d = row(2);
+    uint8_t* to = result.Row(y);
+    for (int x = 0; x < width; ++x) to[x] = Weighed(place.weights, a[x], b[x], c[x], d[x]);
+  }
   return result;
 }
 
-BitPlane Doubled(const BitPlane& plane) {
-  BitPlane result(2 * plane.width(), 2 * plane.height());
-  for (int y = 0; y < result.height(); ++y) {
-    for (int x = 0; x < result.width(); ++x) {
-      if (plane.Get(x / 2, y / 2)) result.Set(x, y);
+// The nearest pixels.
+BitPlane Enlarged(const BitPlane& plane, int width, int height) {
+  const auto nearest = [](int i, int from, int to) {
+    return static_cast<int>((2 * int64_t{i} + 1) * from / (2 * int64_t{to}));
+  };
+  BitPlane result(width, height);
+  for (int y = 0; y < height; ++y) {
+    const int row = nearest(y, plane.height(), height);
+    for (int x = 0; x < width; ++x) {
+      if (plane.Get(nearest(x, plane.width(), width), row)) result.Set(x, y);
     }
   }
   return result;
@@ -273,16 +310,17 @@ BytePlane Inverted(BytePlane plane) {
 
 BitPlane Binarize(const BytePlane& grey, const BinarizeOptions& options) {
   if (grey.isEmpty()) return BitPlane(grey.width(), grey.height());
-  if (options.enlarge == 2) {
-    BinarizeOptions doubled = options;
-    doubled.enlarge = 1;
-    doubled.dpi = 2 * options.dpi;
+  if (options.width > grey.width() || options.height > grey.height()) {
+    const int width = std::max(options.width, grey.width()), height = std::max(options.height, grey.height());
+    BinarizeOptions enlarged = options;
+    enlarged.width = enlarged.height = 0;
+    enlarged.dpi = static_cast<int>((2 * int64_t{options.dpi} * width + grey.width()) / (2 * grey.width()));
     BitPlane pictures;
     if (options.pictures != nullptr) {
-      pictures = Doubled(*options.pictures);
-      doubled.pictures = &pictures;
+      pictures = Enlarged(*options.pictures, width, height);
+      enlarged.pictures = &pictures;
     }
-    return Binarize(Doubled(grey), doubled);
+    return Binarize(Enlarged(grey, width, height), enlarged);
   }
 
   const Polarity polarity = FindPolarity(grey);

@@ -13,8 +13,9 @@ enum class BinarizeQuality {
 
 struct BinarizeOptions {
   BinarizeQuality quality = BinarizeQuality::kFast;
-  int dpi = 0;      // of `grey`; 0 when nobody knows
-  int enlarge = 1;  // 2: smoothed to twice the resolution, as from 300 to 600 dpi
+  int dpi = 0;  // of `grey`; 0 when nobody knows
+  // The size of the result where it is to be smoothed to a higher resolution; 0: as `grey` is.
+  int width = 0, height = 0;
   // Areas to dither instead, of the size of `grey`; null where there are none.
   const BitPlane* pictures = nullptr;
 };

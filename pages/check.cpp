@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -244,11 +245,23 @@ Movement::Movement(int width, int height, double degrees, int turnedWidth, int t
                    int top)
     : isIdentity_(degrees == 0 && left == 0 && top == 0) {
   const auto [sine, cosine] = SineAndCosineOf(degrees);
-  sine_ = sine;
-  cosine_ = cosine;
+  rightAcross_ = downDown_ = cosine;
+  rightDown_ = -sine;
+  downAcross_ = sine;
   const double middleX = (width - 1) / 2.0, middleY = (height - 1) / 2.0;
   x_ = (turnedWidth - 1) / 2.0 - left - (middleX * cosine + middleY * sine);
   y_ = (turnedHeight - 1) / 2.0 - top - (middleY * cosine - middleX * sine);
+}
+
+Movement Movement::Enlarged(double timesAcross, double timesDown) const {
+  Movement result = *this;
+  result.isIdentity_ = isIdentity_ && timesAcross == 1 && timesDown == 1;
+  for (double* across : {&result.rightAcross_, &result.downAcross_}) *across *= timesAcross;
+  for (double* down : {&result.rightDown_, &result.downDown_}) *down *= timesDown;
+  // Middles of pixels lie half a pixel from their edges.
+  result.x_ = (x_ + 0.5) * timesAcross - 0.5;
+  result.y_ = (y_ + 0.5) * timesDown - 0.5;
+  return result;
 }
 
 void Missing::Add(int left, int top, int right, int bottom, int64_t count) {
@@ -313,12 +326,38 @@ Missing FindLost(const BitPlane& ink, const BytePlane& grey, const BitPlane& nam
         const int most = paper - (paper - dark) * check::kLeftPercent / 100;
         if (isOnPage && there.Row(static_cast<int>(y) / kCell)[static_cast<int>(x) / kCell] <= most) continue;
         const int left = static_cast<int>(column) * kCell, top = row * kCell;
-        missing.Add(left, top, std::min(left + kCell, ink.width()), std::min(top + kCell, ink.height()),
-                    counts.Of(cell));
+        const Box box = {left, top, std::min(left + kCell, ink.width()), std::min(top + kCell, ink.height())};
+        missing.Add(box.left, box.top, box.right, box.bottom, counts.Of(cell));
+        missing.cells.push_back(box);
       }
     }
   }
   return missing;
+}
+
+void PutBack(const Missing& missing, const BitPlane& ink, const PageView& after, bool isTextDark,
+             const Movement& movement) {
+  const Ink drawn = GroundInk(after, !isTextDark);
+  // A pixel from its edges on, in whole pixels of the page that goes out.
+  const auto place = [&](int x, int y) {
+    return std::pair(std::floor(movement.XOf(x - 0.5, y - 0.5) + 0.5),
+                     std::floor(movement.YOf(x - 0.5, y - 0.5) + 0.5));
+  };
+  for (const Box& cell : missing.cells) {
+    for (int y = cell.top; y < cell.bottom; ++y) {
+      for (int x = cell.left; x < cell.right; ++x) {
+        if (!ink.Get(x, y)) continue;
+        const auto [left, top] = place(x, y);
+        const auto [right, bottom] = place(x + 1, y + 1);
+        // Turned by any angle, at least the pixel that its corner is in.
+        for (int row = std::max(0, static_cast<int>(top));
+             row < std::min(after.height() + 0.0, std::max(top + 1, bottom)); ++row) {
+          PaintRow(after, row, std::max(0, static_cast<int>(left)),
+                   static_cast<int>(std::min(after.width() + 0.0, std::max(left + 1, right))), drawn);
+        }
+      }
+    }
+  }
 }
 
 Missing FindCutText(const Components& components, const BitPlane& ink, const BytePlane& grey, int paperLevel,

@@ -6,6 +6,7 @@
 #define RASTREL_PAGES_CHECK_H
 
 #include <cstdint>
+#include <vector>
 
 #include "pages/components.h"
 #include "pages/page.h"
@@ -21,25 +22,29 @@ class Movement {
   Movement(int width, int height, double degrees, int turnedWidth, int turnedHeight, int left, int top);
 
   bool isIdentity() const { return isIdentity_; }
+  // Followed by an enlargement.
+  Movement Enlarged(double timesAcross, double timesDown) const;
   // Where the middle of a pixel goes.
-  double XOf(double x, double y) const { return x_ + x * cosine_ + y * sine_; }
-  double YOf(double x, double y) const { return y_ - x * sine_ + y * cosine_; }
+  double XOf(double x, double y) const { return x_ + x * rightAcross_ + y * downAcross_; }
+  double YOf(double x, double y) const { return y_ + x * rightDown_ + y * downDown_; }
   // The same in two parts, whose sum it is to the last bit.
   struct Place {
     double x, y;
   };
-  Place ColumnOf(double x) const { return {x_ + x * cosine_, y_ - x * sine_}; }
-  Place RowOf(double y) const { return {y * sine_, y * cosine_}; }
+  Place ColumnOf(double x) const { return {x_ + x * rightAcross_, y_ + x * rightDown_}; }
+  Place RowOf(double y) const { return {y * downAcross_, y * downDown_}; }
 
  private:
   bool isIdentity_ = true;
-  double x_ = 0, y_ = 0, sine_ = 0, cosine_ = 1;
+  // What a step to the right moves a pixel across and down, and a step down.
+  double x_ = 0, y_ = 0, rightAcross_ = 1, rightDown_ = 0, downAcross_ = 0, downDown_ = 1;
 };
 
 // What is missing, in pixels of the page that came in, and around what.
 struct Missing {
   int64_t pixels = 0;
   Box box = {0, 0, 0, 0};
+  std::vector<Box> cells = {};  // of FindLost: each by itself
   bool isNothing() const { return pixels == 0; }
   void Add(int left, int top, int right, int bottom, int64_t count);
 };
@@ -53,6 +58,10 @@ Missing FindPaintedOver(const PageView& before, const PageView& after, const Bit
 // outside of it.
 Missing FindLost(const BitPlane& ink, const BytePlane& grey, const BitPlane& named, const PageView& after,
                  bool isTextDark, const Movement& movement);
+
+// Draws what FindLost missed on a 1-bit page, in black, or white where text is light.
+void PutBack(const Missing& missing, const BitPlane& ink, const PageView& after, bool isTextDark,
+             const Movement& movement);
 
 // The plan itself: whether what it names takes letters of a line, or cuts pieces that are letters, of which
 // the rest stays. `named` are pixels that would be removed as a border; `letterHeight` a usual letter's

@@ -40,6 +40,7 @@ struct CleanOptions {
   double blankPercent = 0.1;  // a page is blank with less ink
   Reduction reduction = Reduction::kNone;
   int brightness = 0;  // added to every grey first: by threshold or ordered
+  double toDpi = 0;    // by kAuto: smoothed to that resolution; 0: as the page is
   double dpi = 0;      // of pages that do not say; 0: 300 is assumed
   // Is given pictures of what was understood of a page: paper, ink, pictures, lines, sheet.
   std::function<void(const std::string& name, Dib picture)> explain;

@@ -6,6 +6,7 @@
 #include "pages/blank.h"
 #include "pages/clean.h"
 #include "pages/interface.h"
+#include "pages/judgement.h"
 #include "pages/record.h"
 #include "pages/safeguards.h"
 #include "pages/skew.h"
@@ -42,7 +43,8 @@ constexpr Options kStandard = {.size = sizeof(Options),
                                .whitePaper = 0,
                                .lessBleed = 0,
                                .explain = nullptr,
-                               .explainContext = nullptr};
+                               .explainContext = nullptr,
+                               .toDpi = 0};
 
 // As InRange, for options.
 template <class Number>
@@ -79,6 +81,10 @@ CleanOptions Translated(const Options* given) {
     throw PageError("brightness goes with ReduceThreshold and ReduceOrdered", ErrOption);
   }
   result.dpi = Option(options.dpi, 0.0, 1e6, "dpi");
+  if (options.toDpi != 0) {
+    if (options.reduce != ReduceAuto) throw PageError("toDpi goes with ReduceAuto", ErrOption);
+    result.toDpi = Option<double>(options.toDpi, kLeastResolution, kMostResolution, "toDpi");
+  }
   if (options.explain != nullptr) {
     result.explain = [explain = options.explain, context = options.explainContext](const std::string& name,
                                                                                    const Dib& picture) {

@@ -192,7 +192,8 @@ HGLOBAL RASTREL_CALL HalftonePage(HGLOBAL page, int method, int brightness) {
 HGLOBAL RASTREL_CALL BinarizePage(HGLOBAL page, int quality, int isDoubled, int dithersPictures) {
   return Made(page, [&](const Dib& dib) {
     return ToBlackAndWhite(dib, {.isBest = InRange(quality, 0, 1, "there is no such quality") == 1,
-                                 .isDoubled = isDoubled != 0,
+                                 .timesAcross = isDoubled != 0 ? 2.0 : 1.0,
+                                 .timesDown = isDoubled != 0 ? 2.0 : 1.0,
                                  .dithersPictures = dithersPictures != 0});
   });
 }

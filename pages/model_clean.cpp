@@ -145,6 +145,11 @@ class ModelCleaning {
     return painted_ ? std::move(painted_) : std::move(page_);
   }
 
+  // Afterwards.
+  InkBefore TakeInk() {
+    return {std::move(model_.ink), std::move(model_.grey), std::move(named_), movement_};
+  }
+
  private:
   // Thrown by a step that has no business with a page.
   struct NotHere {
@@ -414,6 +419,7 @@ class ModelCleaning {
       record_.skipped.push_back({"paper", "the text is light"});
       return;
     }
+    Dib unchanged = Duplicate(Current());
     const PageView view(ToPaint());
     const PixelRows rows = {view.PageRow(0), -static_cast<ptrdiff_t>(view.stride()), isTrueColour ? 3 : 1};
     const BitPlane pictures = Screened();
@@ -423,6 +429,11 @@ class ModelCleaning {
     if (options_.weakensShowThrough) WeakenShowThrough(rows, model_.paper, model_.ink, &pictures);
     if (options_.evensLight) EvenLight(rows, model_.paper, &pictures);
     if (options_.whitensPaper) WhitenPaper(rows, model_.paper, &pictures);
+    const Missing missing = FindLost(model_.ink, model_.grey, named_, view, model_.isTextDark, Movement());
+    if (missing.isNothing()) return;
+    record_.takenBack.push_back({"paper", Text(missing.pixels, " pixels of ink were too pale at ",
+                                               missing.box.left, ", ", missing.box.top)});
+    painted_ = std::move(unchanged);
   }
 
   // Photographs, tints and screens, pixel by pixel.
@@ -561,6 +572,7 @@ class ModelCleaning {
       return;
     }
     painted_ = std::move(moved);
+    movement_ = movement;
     record_.isTurned = turn_ != 0;
     record_.isCropped = isCropped;
   }
@@ -596,13 +608,18 @@ class ModelCleaning {
   BitPlane named_, border_, holes_;  // what the plan names as removed, in all and by what
   double turn_ = 0;                  // degrees counter-clockwise
   Crop crop_ = Crop::kNone;
+  Movement movement_;  // that was carried out
 };
 
 }  // namespace
 
-Dib CleanByModel(Dib page, const CleanOptions& options, CleanRecord* record, Dib* overlay) {
+Dib CleanByModel(Dib page, const CleanOptions& options, CleanRecord* record, Dib* overlay,
+                 InkBefore* before) {
   return InWorkingForm(std::move(page), overlay, [&](Dib working, Overlay* removed) {
-    return ModelCleaning(std::move(working), options, record, removed).Finish();
+    ModelCleaning cleaning(std::move(working), options, record, removed);
+    Dib result = cleaning.Finish();
+    *before = cleaning.TakeInk();
+    return result;
   });
 }
 

@@ -343,7 +343,14 @@ Dib ToBlackAndWhite(const Dib& page, const BlackAndWhiteOptions& options) {
   BinarizeOptions binarize;
   binarize.quality = options.isBest ? BinarizeQuality::kBest : BinarizeQuality::kFast;
   binarize.dpi = static_cast<int>(std::clamp(DotsPerInch(view.resolution().x), 0.0, kMostKnownDpi));
-  binarize.enlarge = options.isDoubled ? 2 : 1;
+  const auto times = [](int32_t number, double factor) {
+    return static_cast<int64_t>(number * factor + 0.5);
+  };
+  const int64_t width = times(view.width(), options.timesAcross);
+  const int64_t height = times(view.height(), options.timesDown);
+  CheckSize(width, height, 8);  // of the greys in between
+  binarize.width = static_cast<int>(width);
+  binarize.height = static_cast<int>(height);
   BitPlane pictures;
   if (options.dithersPictures) {
     pictures = PhotographsOf(view, grey, binarize.dpi);
@@ -351,9 +358,12 @@ Dib ToBlackAndWhite(const Dib& page, const BlackAndWhiteOptions& options) {
   }
   const BitPlane black = Binarize(grey, binarize);
   Resolution resolution = view.resolution();
-  if (options.isDoubled) {
-    for (int32_t* side : {&resolution.x, &resolution.y}) *side = *side > INT32_MAX / 2 ? *side : 2 * *side;
-  }
+  const auto enlarge = [&](int32_t* perMetre, double factor) {
+    const int64_t enlarged = times(*perMetre, factor);
+    if (enlarged <= INT32_MAX) *perMetre = static_cast<int32_t>(enlarged);
+  };
+  enlarge(&resolution.x, options.timesAcross);
+  enlarge(&resolution.y, options.timesDown);
   Dib result = MakePage(black.width(), black.height(), 1, resolution);
   PutInk(black, PageView(result));
   return result;

@@ -85,8 +85,9 @@ Dib Halftone(const Dib& page, Halftoning method, int brightness);
 
 // Adaptive black and white: text sharp under any light (see pages/binarize.h).
 struct BlackAndWhiteOptions {
-  bool isBest = false;     // slower, and closer to what a person would trace
-  bool isDoubled = false;  // smoothed to twice the resolution
+  bool isBest = false;  // slower, and closer to what a person would trace
+  // Smoothed to so many times the resolution, 1 to 8.
+  double timesAcross = 1, timesDown = 1;
   bool dithersPictures = true;
 };
 Dib ToBlackAndWhite(const Dib& page, const BlackAndWhiteOptions& options = {});

@@ -185,6 +185,7 @@ typedef struct CleanOptions {
   int32_t lessBleed;   /* weaken what shows through from behind */
   PagePicture explain; /* may be null */
   void* explainContext;
+  double toDpi; /* 50 to 2400: ReduceAuto smooths to that, up to four times the page's; 0: its own */
 } CleanOptions;
 
 /* Fills in what CleanPage does when it is not told otherwise.

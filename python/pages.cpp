@@ -142,6 +142,7 @@ constexpr NumberOption kNumberOptions[] = {
     {"max_skew", &CleanOptions::mostSkew},
     {"blank_percent", &CleanOptions::blankPercent},
     {"dpi", &CleanOptions::dpi},
+    {"to_dpi", &CleanOptions::toDpi},
 };
 
 struct FreeRecord {

@@ -116,10 +116,17 @@ void AddCleanSteps(CLI::App* clean, JobOptions* options) {
       ->type_name("HOW");
   AddFromTable(clean, "--brightness", kBrightness, "0; with --reduce threshold or ordered",
                [&steps](double value) { steps.brightness = static_cast<int32_t>(value); });
+  clean
+      ->add_option(
+          "--to-dpi", steps.toDpi,
+          "With --reduce auto: smooth to that resolution, 600 for instance, up to four times what a\n"
+          "page has (its own)")
+      ->check(Between(50, 2400))
+      ->type_name("N");
   for (const char* name :
        {"--text", "--classic", "--flatten", "--paper", "--bleed", "--crop-sheet", "--no-trim", "--no-holes",
         "--holes", "--no-specks", "--speck-level", "--speck-full", "--deskew", "--no-deskew", "--max-skew",
-        "--drop-blank", "--reduce", "--brightness"}) {
+        "--drop-blank", "--reduce", "--brightness", "--to-dpi"}) {
     clean->get_option(name)->group(group);
   }
 }
@@ -129,6 +136,8 @@ void CheckCleanOptions(const CleanOptions& options) {
       options.reduce == ReduceFloydSteinberg || options.reduce == ReduceJarvisJudiceNinke;
   if (isDiffusion && options.brightness != 0)
     throw UsageError("--brightness works with --reduce threshold or ordered");
+  if (options.toDpi != 0 && options.reduce != ReduceAuto)
+    throw UsageError("--to-dpi works with --reduce auto");
 }
 
 }  // namespace rastrel::tool

@@ -58,7 +58,8 @@ std::string AllLayouts() {
       .MEMBER(CleanOptions, classic)
       .MEMBER(CleanOptions, evenLight)
       .MEMBER(CleanOptions, whitePaper)
-      .MEMBER(CleanOptions, lessBleed);
+      .MEMBER(CleanOptions, lessBleed)
+      .MEMBER(CleanOptions, toDpi);
   layouts.BEGIN(PageInfo)
       .MEMBER(PageInfo, size)
       .MEMBER(PageInfo, width)

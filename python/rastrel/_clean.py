@@ -97,6 +97,7 @@ def clean(
     bleed: bool = False,
     reduce: Literal["none", "threshold", "ordered", "fs", "jjn", "auto"] = "none",
     brightness: int = 0,
+    to_dpi: float = 0.0,
     classic: bool = False,
     overlay: bool = False,
     progress: Optional[Callable[[str, float], object]] = None,
@@ -145,6 +146,8 @@ def clean(
         make grey and colour pages black and white; auto: by paper and ink at each place
     brightness : int, -255 to 255
         added to every grey first, by "threshold" and "ordered"
+    to_dpi : float, 50 to 2400
+        with reduce="auto": smooth to that resolution, up to four times the image's; 0: its own
     classic : bool
         clean by the plain operations one after the other
     overlay : bool
@@ -189,6 +192,7 @@ def clean(
         "reduce": _choice("reduce", reduce, _REDUCTIONS),
         "brightness": _whole("brightness", brightness, -255, 255),
         "classic": int(classic),
+        "to_dpi": _number("to_dpi", to_dpi, 50, 2400) if to_dpi else 0.0,
         "dpi": resolution(dpi)[0],
     }
     taken = take(image, dpi)

@@ -58,7 +58,8 @@ TEST_P(BinarizeEither, TakesSpecksAwayAndKeepsFullStops) {
 TEST_P(BinarizeEither, EnlargesToTwiceTheSize) {
   const DrawnPage page = SlantedPage();
   BinarizeOptions options{GetParam(), kDpi};
-  options.enlarge = 2;
+  options.width = 2 * kWidth;
+  options.height = 2 * kHeight;
   const BitPlane ink = Binarize(page.grey, options);
   ASSERT_EQ(2 * kWidth, ink.width());
   ASSERT_EQ(2 * kHeight, ink.height());

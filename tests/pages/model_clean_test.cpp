@@ -100,6 +100,51 @@ TEST(CleanByModel, TakesBordersHolesAndSpecksAndNothingElse) {
   }
 }
 
+// Letters of 150 on 255: by a threshold they become white, which the check does not let pass.
+TEST(CleanByModel, ReducesToAnyResolutionAndLosesNoInkByIt) {
+  Drawing drawing(8);
+  drawing.Fill(700, 1580, 702, 1582, 60);  // a dot that black and white by itself takes for a speck
+  drawing.Fill(706, 1560, 709, 1600, 20);
+  for (uint8_t& pixel : PageView(drawing.page()).pixels()) pixel = pixel < 128 ? 150 : 255;
+  const BitPlane ink = InkOf1Bit(PageView(Drawing(1).page()));
+  struct {
+    Reduction how;
+    double toDpi;
+    int bits;
+    double times;
+    size_t skipped, takenBack;
+  } const kCases[] = {{Reduction::kThreshold, 0, 8, 1, 0, 1},     {Reduction::kAuto, 0, 1, 1, 0, 0},
+                      {Reduction::kAuto, 300, 1, 2, 0, 0},        {Reduction::kAuto, 225, 1, 1.5, 0, 0},
+                      {Reduction::kAuto, 100, 1, 1, 1, 0},        {Reduction::kAuto, 1200, 1, 1, 1, 0},
+                      {Reduction::kFloydSteinberg, 0, 1, 1, 0, 0}};
+  for (const auto& each : kCases) {
+    SCOPED_TRACE(testing::Message() << static_cast<int>(each.how) << " to " << each.toDpi);
+    CleanOptions options;
+    options.reduction = each.how;
+    options.toDpi = each.toDpi;
+    const Cleaned after(drawing.page(), options);
+    const PageView page(after.page);
+    EXPECT_EQ(each.bits, page.bits());
+    ASSERT_EQ(each.times * kWidth, page.width());
+    ASSERT_EQ(each.times * kHeight, page.height());
+    EXPECT_NEAR(each.times * kDots, page.resolution().x, 1);
+    EXPECT_EQ(each.skipped, after.record.skipped.size());
+    ASSERT_EQ(each.takenBack, after.record.takenBack.size());
+    if (each.how != Reduction::kAuto) continue;
+    const BitPlane black = InkOf1Bit(page);
+    const auto isBlack = [&](int x, int y) {
+      return black.Get(static_cast<int>((x + 0.5) * each.times), static_cast<int>((y + 0.5) * each.times));
+    };
+    EXPECT_TRUE(isBlack(700, 1580) || isBlack(701, 1581));
+    int lost = 0;
+    for (int y = 200; y < 220; ++y) {
+      for (int x = 150; x < 800; ++x)
+        lost += ink.Get(x, y) && ink.Get(x - 1, y) && ink.Get(x + 1, y) && !isBlack(x, y);
+    }
+    EXPECT_EQ(0, lost);
+  }
+}
+
 // Each fault is one that a step could have: the check finds it by itself.
 TEST(Check, MissesWhatWasPaintedMovedOffOrLostAndNothingElse) {
   for (const int bits : {1, 8, 24}) {

@@ -32,7 +32,7 @@ namespace fs = std::filesystem;
 // All that a page's bytes depend on, as JSON. What only says which pages fail is not among it.
 std::string OptionsText(const JobOptions& options) {
   const CleanOptions& steps = options.clean;
-  static_assert(sizeof(void*) != 8 || sizeof(CleanOptions) == 120, "the new ones belong here, too");
+  static_assert(sizeof(void*) != 8 || sizeof(CleanOptions) == 128, "the new ones belong here, too");
   nlohmann::ordered_json json = {
       {"text", steps.text},
       {"cropSheet", steps.cropSheet},
@@ -48,6 +48,7 @@ std::string OptionsText(const JobOptions& options) {
       {"dropsBlank", options.dropsBlank},
       {"reduce", steps.reduce},
       {"brightness", steps.brightness},
+      {"toDpi", steps.toDpi},
       {"dpi", options.dpi},
       {"classic", steps.classic},
       {"evenLight", steps.evenLight},

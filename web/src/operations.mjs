@@ -57,6 +57,7 @@ export const cleanOptions = {
   blankPercent: ['blankPercent'],
   reduce: ['reduce', ['none', 'threshold', 'ordered', 'fs', 'jjn', 'auto']],
   brightness: ['brightness'],
+  toDpi: ['toDpi'],
   flatten: ['evenLight', noYes],
   paper: ['whitePaper', ['keep', 'white']],
   bleed: ['lessBleed', noYes],

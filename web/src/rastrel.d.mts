@@ -66,6 +66,8 @@ export interface CleanOptions {
   reduce?: 'none' | 'threshold' | 'ordered' | 'fs' | 'jjn' | 'auto';
   /** added to every grey before "threshold" and "ordered", -255 to 255 (0) */
   brightness?: number;
+  /** with reduce 'auto': smooth to that resolution, 50 to 2400, up to four times the page's (its own) */
+  toDpi?: number;
   /** clean by the plain operations one after the other (false) */
   classic?: boolean;
   /** make the overlay, too (false): the page as it came in, in grey, with what was removed in colour */
