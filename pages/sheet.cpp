@@ -35,6 +35,7 @@ constexpr int kLeastArea = 3;          // square millimetres that are worth a ju
 constexpr int kFleckGap = 3 * kMm;     // light that a walk in from the edge goes across
 constexpr int kInkShare = 78;          // of the paper: darker cells have ink in them
 constexpr int kSolid = 96;             // of what a surround encloses, dark
+constexpr int kSolidFlecked = 85;      // the same with flecks all over it
 constexpr int kLetterMin = kMm, kLetterMax = 10 * kMm;  // heights of light letters on black
 constexpr int kMostLetters = 3;                         // enclosed light marks of that height
 constexpr int kBump = kMm * 3 / 2;  // what stands out by more is attached to the surround, not of it
@@ -335,7 +336,45 @@ int FirstLike(const uint8_t* row, int from, int end, uint8_t value) {
 struct Enclosed {
   int64_t cells = 0;
   int letters = 0;
+  bool isFlecks = false;  // what a bad lid shows: scattered, and many more small ones than large ones
 };
+
+// The most pieces one after the other on a line, across or down, as letters stand: alike in height and not
+// far apart. `pieces` are sorted by their left sides.
+struct Span {
+  int left, right, top, bottom;
+};
+int LongestRow(const std::vector<Span>& pieces) {
+  std::vector<int> rows(pieces.size(), 1);
+  int longest = 0;
+  for (size_t i = 0; i < pieces.size(); ++i) {
+    const Span& piece = pieces[i];
+    const int height = piece.bottom - piece.top;
+    for (size_t k = i; k-- > 0;) {
+      const Span& before = pieces[k];
+      const int otherHeight = before.bottom - before.top;
+      const int apart = piece.left - before.right,
+                off = piece.top + piece.bottom - before.top - before.bottom;
+      const bool isNext = apart * 2 <= 3 * std::max(height, otherHeight) && std::abs(off) <= height &&
+                          std::max(height, otherHeight) * 5 <= 8 * std::min(height, otherHeight);
+      if (isNext) rows[i] = std::max(rows[i], rows[k] + 1);
+    }
+    longest = std::max(longest, rows[i]);
+  }
+  return longest;
+}
+bool AreFlecks(std::vector<Span> letters, int small) {
+  constexpr int kSmallPerLarge = 2, kLeastRow = 4;
+  constexpr size_t kMostLooked = 3000;
+  if (letters.size() > kMostLooked || small < kSmallPerLarge * static_cast<int>(letters.size())) return false;
+  for (int direction = 0; direction < 2; ++direction) {
+    std::ranges::sort(letters, {}, [](const Span& piece) { return std::pair(piece.left, piece.top); });
+    if (LongestRow(letters) >= kLeastRow) return false;
+    for (Span& piece : letters) piece = {piece.top, piece.bottom, piece.left, piece.right};
+  }
+  return true;
+}
+
 Enclosed FillEnclosed(const BytePlane& grid, uint8_t inkBelow, int letterMin, int letterMax, int gap,
                       Area* whole) {
   Area& area = *whole;
@@ -390,6 +429,8 @@ Enclosed FillEnclosed(const BytePlane& grid, uint8_t inkBelow, int letterMin, in
     piece.right = std::max(piece.right, runs[i].right);
   }
   Enclosed enclosed;
+  std::vector<Span> letters;
+  int small = 0;
   constexpr int kStripRatio = 8, kInkedStrip = 100;  // 1 / kInkedStrip of its cells
   constexpr int kSheetPiece = 30;                    // 1 / kSheetPiece of the image is more than a fleck
   const int64_t mostCells = std::max<int64_t>(int64_t{width} * height / kSheetPiece, 4);
@@ -413,8 +454,13 @@ Enclosed FillEnclosed(const BytePlane& grid, uint8_t inkBelow, int letterMin, in
     const bool isAtEdge = piece.left == 0 || piece.top == 0 || piece.right == width || piece.bottom == height;
     if (isAtEdge) continue;
     enclosed.cells += piece.cells;
-    if (tall >= letterMin && tall <= letterMax && piece.cells * 8 >= int64_t{tall} * tall) ++enclosed.letters;
+    if (tall >= letterMin && tall <= letterMax && piece.cells * 8 >= int64_t{tall} * tall) {
+      ++enclosed.letters;
+      letters.push_back({piece.left, piece.right, piece.top, piece.bottom});
+    }
+    small += tall < letterMin;
   }
+  enclosed.isFlecks = AreFlecks(std::move(letters), small);
   return enclosed;
 }
 
@@ -619,12 +665,14 @@ Judgement Judge(const Area& area, const Enclosed& enclosed, const SideEvidence (
     if (share > bestShare) bestShare = share, best = s;
   }
   if (touching == 0) return {false, false, 0, ""};
-  if (area.cells * 100 < all * kSolid) return {false, true, 60, "light areas inside, as of a picture"};
-  if (enclosed.letters > kMostLetters) return {false, true, 60, "light letters on dark inside"};
-
-  // Sharp, steady and with paper inside, all along the sides that it follows.
   const bool isBlack =
       isBlackAndWhite || (paperLevel >= kWhitePaper && brightness * 100 <= paperLevel * kBlackShare);
+  const bool isFlecked = isBlack && enclosed.isFlecks;
+  if (area.cells * 100 < all * (isFlecked ? kSolidFlecked : kSolid))
+    return {false, true, 60, "light areas inside, as of a picture"};
+  if (enclosed.letters > kMostLetters && !isFlecked) return {false, true, 60, "light letters on dark inside"};
+
+  // Sharp, steady and with paper inside, all along the sides that it follows.
   int64_t reached = 0, sharp = 0, paper = 0, rough = 0;
   for (const SideEvidence& side : sides) {
     reached += side.reached;

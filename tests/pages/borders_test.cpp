@@ -65,11 +65,12 @@ TEST_P(SurroundGoes, AsAWholeAndLooksLikePaper) {
   uint32_t state = 7;
   for (int i = 0; i < sheet.flecks; ++i) {
     state = state * 1664525u + 1013904223u;
-    const int x = static_cast<int>(state >> 8) % (kWidth - 3),
-              y = static_cast<int>(state >> 16) % (kHeight - 3);
-    if (!sheet.IsOutside(x, y)) continue;
-    for (int dy = 0; dy < 3; ++dy)
-      for (int dx = 0; dx < 3; ++dx) page.grey.Row(y + dy)[x + dx] = static_cast<uint8_t>(sheet.paper);
+    const int size = i % 12 == 0 ? 9 : 3;  // as large as letters, some of them
+    const int x = static_cast<int>(state >> 8) % (kWidth - size),
+              y = static_cast<int>(state >> 16) % (kHeight - size);
+    if (!sheet.IsOutside(x, y) || !sheet.IsOutside(x + size, y + size)) continue;
+    for (int dy = 0; dy < size; ++dy)
+      for (int dx = 0; dx < size; ++dx) page.grey.Row(y + dy)[x + dx] = static_cast<uint8_t>(sheet.paper);
   }
   if (!sheet.isInk) page.Grain(3);
 
@@ -199,6 +200,15 @@ INSTANTIATE_TEST_SUITE_P(
                               page.Bar(0, 0, kWidth, 120, 0);
                               for (int x = 60; x < 700; x += 40)
                                 for (int y = 30; y < 80; ++y)
+                                  for (int dx = 0; dx < 12; ++dx) page.grey.Row(y)[x + dx] = 250;
+                            },
+                            true},
+                    OwnDark{"FleckedBannerWithAWord", White,
+                            [](DrawnPage& page) {
+                              page.Bar(0, 0, kWidth, 120, 0);
+                              for (int i = 0; i < 60; ++i) page.grey.Row(i * 53 % 116 + 1)[i * 14 + 7] = 250;
+                              for (int x = 60; x < 180; x += 24)
+                                for (int y = 45; y < 65; ++y)
                                   for (int dx = 0; dx < 12; ++dx) page.grey.Row(y)[x + dx] = 250;
                             },
                             true},
