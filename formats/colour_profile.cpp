@@ -49,22 +49,57 @@ class ByMixing : public ToRgb {
   }
 };
 
-constexpr cmsUInt32Number kLab8 = COLORSPACE_SH(PT_Lab) | CHANNELS_SH(3) | BYTES_SH(1);
+class ByWhite : public ToRgb {
+ public:
+  ByWhite(Transform fromXyz, const cmsCIEXYZ& white) : fromXyz_(std::move(fromXyz)), white_(white) {
+    const cmsCIEXYZ axes[3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    for (size_t i = 0; i < 3; ++i) cmsAdaptToIlluminant(&adapted_[i], &white, cmsD50_XYZ(), &axes[i]);
+  }
+  void Convert(const uint8_t* in, size_t pixels, uint8_t* out) override {
+    colours_.resize(pixels);
+    const auto& [x, y, z] = adapted_;
+    for (cmsCIEXYZ& colour : colours_) {
+      const cmsCIELab lab = {in[0] * 100 / 255.0, in[1] - 128.0, in[2] - 128.0};
+      cmsCIEXYZ seen;
+      cmsLab2XYZ(&white_, &seen, &lab);
+      colour = {x.X * seen.X + y.X * seen.Y + z.X * seen.Z, x.Y * seen.X + y.Y * seen.Y + z.Y * seen.Z,
+                x.Z * seen.X + y.Z * seen.Y + z.Z * seen.Z};
+      in += 3;
+    }
+    cmsDoTransform(fromXyz_.get(), colours_.data(), out, static_cast<cmsUInt32Number>(pixels));
+  }
+
+ private:
+  Transform fromXyz_;
+  cmsCIEXYZ white_;
+  cmsCIEXYZ adapted_[3];  // what the axes of X, Y and Z become under D50
+  std::vector<cmsCIEXYZ> colours_;
+};
 
 }  // namespace
 
-std::unique_ptr<ToRgb> NewToRgb(ToRgb::Space space, std::span<const uint8_t> profile) {
-  const bool isLab = space == ToRgb::kLab;
-  const Profile from = isLab ? Profile(cmsCreateLab4Profile(nullptr)) : Opened(profile, cmsSigCmykData);
-  const Profile to(cmsCreate_sRGBProfile());
+std::unique_ptr<ToRgb> NewInkToRgb(std::span<const uint8_t> profile) {
+  const Profile from = Opened(profile, cmsSigCmykData), to(cmsCreate_sRGBProfile());
   if (from && to) {
-    Transform transform(cmsCreateTransform(from.get(), isLab ? kLab8 : cmsUInt32Number{TYPE_CMYK_8}, to.get(),
-                                           TYPE_BGR_8, INTENT_RELATIVE_COLORIMETRIC,
-                                           cmsFLAGS_BLACKPOINTCOMPENSATION));
+    Transform transform(cmsCreateTransform(from.get(), TYPE_CMYK_8, to.get(), TYPE_BGR_8,
+                                           INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_BLACKPOINTCOMPENSATION));
     if (transform) return std::make_unique<ByProfile>(std::move(transform));
   }
-  if (isLab) throw PageError("out of memory", ErrNoMemory);
   return std::make_unique<ByMixing>();
+}
+
+std::unique_ptr<ToRgb> NewLabToRgb(const WhitePoint& white) {
+  const Profile from(cmsCreateXYZProfile()), to(cmsCreate_sRGBProfile());
+  Transform transform(from && to ? cmsCreateTransform(from.get(), TYPE_XYZ_DBL, to.get(), TYPE_BGR_8,
+                                                      INTENT_RELATIVE_COLORIMETRIC, 0)
+                                 : nullptr);
+  if (!transform) throw PageError("out of memory", ErrNoMemory);
+  cmsCIEXYZ seen = *cmsD50_XYZ();
+  if (white.isKnown()) {
+    const cmsCIExyY chromaticity = {white.x, white.y, 1};
+    cmsxyY2XYZ(&seen, &chromaticity);
+  }
+  return std::make_unique<ByWhite>(std::move(transform), seen);
 }
 
 bool IsInkProfile(std::span<const uint8_t> profile) { return Opened(profile, cmsSigCmykData) != nullptr; }

@@ -8,18 +8,21 @@
 #include <span>
 #include <vector>
 
+#include "formats/raw_page.h"
+
 namespace rastrel::formats {
 
 // Pixels of other colour spaces, 8 bits a sample, as blue, green and red of sRGB.
 class ToRgb {
  public:
-  enum Space { kCmyk, kLab };
   virtual ~ToRgb() = default;
   virtual void Convert(const uint8_t* in, size_t pixels, uint8_t* out) = 0;
 };
-// By the profile where it is for that space; else inks are mixed as if they were ideal, and L*a*b* is what it
-// says. Inks: 0 is none.
-std::unique_ptr<ToRgb> NewToRgb(ToRgb::Space space, std::span<const uint8_t> profile);
+// By the profile where it is for inks; else these are mixed as if they were ideal. 0 is none of an ink.
+std::unique_ptr<ToRgb> NewInkToRgb(std::span<const uint8_t> profile);
+// L*a*b* with an offset of 128 for its colour axes, seen by this white; D50, as in ICC profiles, where it is
+// not known.
+std::unique_ptr<ToRgb> NewLabToRgb(const WhitePoint& white);
 
 // Whether a profile is for inks.
 bool IsInkProfile(std::span<const uint8_t> profile);

@@ -324,7 +324,7 @@ Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* meta
   if (metadata != nullptr) ReadMetadata(&reader, metadata);
   std::unique_ptr<ToRgb> toRgb;
   if (jpeg.out_color_space == JCS_CMYK) {
-    toRgb = NewToRgb(ToRgb::kCmyk, reader.Profile());
+    toRgb = NewInkToRgb(reader.Profile());
     if (metadata != nullptr) metadata->Remove("icc");  // it has done its work
   }
   Dib page = reading.NewPage(jpeg.output_width, jpeg.output_height, BitsOf(jpeg), ReadResolution(jpeg),

@@ -156,6 +156,8 @@ class Source : public PageSource {
             .compression = picture.storedAs.empty() ? "none" : picture.storedAs,
             .isMixed = picture.space == PdfSpace::kCmyk},
            metadata);
+      if (picture.isCalibrated && picture.bits > 1)
+        AddReduction("calibration of its colours left out", metadata);
       if (!picture.profile.empty() && picture.space != PdfSpace::kCmyk) metadata->Set("icc", picture.profile);
     } else {
       Tell({.space = "drawn"}, metadata);

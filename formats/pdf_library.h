@@ -27,6 +27,7 @@ struct PdfPicture {
   int bits = 8;  // a sample
   PdfSpace space = PdfSpace::kGrey;
   std::string spaceName = {};         // for people
+  bool isCalibrated = false;          // CalGray, CalRGB
   bool isInverted = false;            // /Decode exchanges the ends of all samples
   bool isStencil = false;             // black paint where samples are 0
   std::vector<uint8_t> palette = {};  // red, green, blue

@@ -35,6 +35,7 @@ Raw RawLike(const Raw& page, int32_t width, int32_t height) {
   result.sampleFormat = page.sampleFormat;
   result.extras = page.extras;
   result.colours = page.colours;
+  result.white = page.white;
   result.bytes.resize(result.rowBytes() * static_cast<size_t>(height));
   return result;
 }

@@ -13,6 +13,12 @@ namespace rastrel::formats {
 using namespace pages;
 
 // Samples take whole bytes of this machine's order, a pixel's one after the other, rows from the top.
+// Of light, as TIFF tells it; 0 where that is not told.
+struct WhitePoint {
+  float x = 0, y = 0;
+  bool isKnown() const { return x > 0 && y > 0 && x + y <= 1; }
+};
+
 struct Raw {
   int32_t width = 0, height = 0;
   int bits = 8;     // of a sample in its file
@@ -22,6 +28,7 @@ struct Raw {
   uint16_t photometric = 1, sampleFormat = 1;
   std::vector<uint16_t> extras;   // what the last samples of a pixel are
   std::vector<uint16_t> colours;  // of a palette: reds, greens, blues
+  WhitePoint white;               // of L*a*b*
   std::vector<uint8_t> bytes;
 
   size_t sampleBytes() const { return bits <= 8 ? 1 : bits <= 16 ? 2 : bits <= 32 ? 4 : 8; }

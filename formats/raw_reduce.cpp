@@ -160,7 +160,7 @@ Dib Reduced(const Raw& page, std::span<const uint8_t> profile) {
   const size_t bytes = page.sampleBytes(), pixelBytes = bytes * static_cast<size_t>(page.samples);
   if (page.photometric == kPalette) SetPalette(page, view.palette());
   const std::unique_ptr<ToRgb> toRgb = bits == 24 && page.photometric != kRgb
-                                           ? NewToRgb(isLab ? ToRgb::kLab : ToRgb::kCmyk, profile)
+                                           ? isLab ? NewLabToRgb(page.white) : NewInkToRgb(profile)
                                            : nullptr;
   std::vector<uint8_t> mixed(static_cast<size_t>(page.width) * static_cast<size_t>(colours));
   for (int32_t y = 0; y < page.height; ++y) {

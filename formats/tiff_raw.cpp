@@ -148,6 +148,9 @@ bool ReadRawSamples(TIFF* file, const Reading& reading, Raw* page) {
       return false;
     for (const uint16_t* map : maps) page->colours.insert(page->colours.end(), map, map + (1 << shape.bits));
   }
+  const float* white = nullptr;
+  if (shape.photometric == PHOTOMETRIC_CIELAB && TIFFGetField(file, TIFFTAG_WHITEPOINT, &white) != 0)
+    page->white = {white[0], white[1]};
   page->bytes.resize(page->rowBytes() * shape.height);
   return TIFFIsTiled(file) != 0 ? ReadTiles(file, reading, shape, page)
                                 : ReadRows(file, reading, shape, page);
@@ -162,6 +165,10 @@ void SetRawFields(TIFF* file, const Raw& page) {
   TIFFSetField(file, TIFFTAG_SAMPLEFORMAT, page.sampleFormat);
   if (!page.extras.empty()) {
     TIFFSetField(file, TIFFTAG_EXTRASAMPLES, static_cast<int>(page.extras.size()), page.extras.data());
+  }
+  if (page.white.isKnown()) {
+    const float white[2] = {page.white.x, page.white.y};
+    TIFFSetField(file, TIFFTAG_WHITEPOINT, white);
   }
   if (page.photometric == PHOTOMETRIC_PALETTE) {
     const size_t colours = page.colours.size() / 3;

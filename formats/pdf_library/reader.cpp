@@ -87,6 +87,7 @@ void TakeIndexed(Handle space, PdfPicture* picture) {
       picture->palette.push_back(static_cast<uint8_t>(bytes[i * samples + (samples == 1 ? 0 : c)]));
   }
   picture->profile = base.profile;
+  picture->isCalibrated = base.isCalibrated;
   picture->space = PdfSpace::kIndexed;
   picture->spaceName = "palette";
 }
@@ -100,6 +101,7 @@ void TakeColours(Handle space, PdfPicture* picture) {
                            : space.isArray() && space.getArrayNItems() > 0 && space.getArrayItem(0).isName()
                                ? space.getArrayItem(0).getName()
                                : "";
+  picture->isCalibrated = name == "/CalGray" || name == "/CalRGB";
   if (name == "/DeviceGray" || name == "/CalGray") return set(PdfSpace::kGrey, "grey");
   if (name == "/DeviceRGB" || name == "/CalRGB") return set(PdfSpace::kRgb, "RGB");
   if (name == "/DeviceCMYK") return set(PdfSpace::kCmyk, "CMYK");

@@ -233,6 +233,7 @@ struct TiffCase {
   int width;
   std::vector<Pixel> expected;
   std::string reduced = "(none)";
+  std::array<float, 2> white = {};
 };
 
 void WriteTiffCase(const TiffCase& test, const std::string& path) {
@@ -245,6 +246,7 @@ void WriteTiffCase(const TiffCase& test, const std::string& path) {
   TIFFSetField(file, TIFFTAG_ORIENTATION, test.orientation);
   TIFFSetField(file, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
   TIFFSetField(file, TIFFTAG_COMPRESSION, test.isTiled ? COMPRESSION_LZW : COMPRESSION_NONE);
+  if (test.white[0] > 0) TIFFSetField(file, TIFFTAG_WHITEPOINT, test.white.data());
   if (test.samples == 4) {
     const uint16_t extra = EXTRASAMPLE_UNASSALPHA;
     TIFFSetField(file, TIFFTAG_EXTRASAMPLES, 1, &extra);
@@ -288,6 +290,8 @@ INSTANTIATE_TEST_SUITE_P(All, ReadTiffLayout, ::testing::Values(
     TiffCase{"Rgb", PHOTOMETRIC_RGB, 8, 3, 1, false, {1, 2, 3, 4, 5, 6}, 1, {0x010203, 0x040506}},
     TiffCase{"ClearAlphaIsPaper", PHOTOMETRIC_RGB, 8, 4, 1, false, {9, 9, 9, 0, 1, 2, 3, 255}, 1, {kW, 0x010203},
              "alpha laid over white"},
+    TiffCase{"LabUnderItsWhite", PHOTOMETRIC_CIELAB, 8, 3, 1, false, {255, 0, 0, 150, 226, 40}, 1, {kW, 0x6E9A44},
+             "Lab to RGB", {0.3127f, 0.329f}},  // 58.8, -30, 40 by the formulas of CIE and sRGB, both of D65
     TiffCase{"Tiled", PHOTOMETRIC_MINISBLACK, 8, 1, 1, true, {0, 255, 255, 0}, 2, {kK, kW, kW, kK}}),
     [](const auto& test) { return test.param.name; });
 // clang-format on

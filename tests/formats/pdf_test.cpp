@@ -242,6 +242,8 @@ INSTANTIATE_TEST_SUITE_P(All, PdfSamples, ::testing::Values(
     Stored{"TwoBits", "/BitsPerComponent 2/ColorSpace/DeviceGray", "\x60", {0x555555, 0xAAAAAA}},
     Stored{"Palette", "/BitsPerComponent 4/ColorSpace[/Indexed/DeviceRGB 1<010203 F0E0D0>]", "\x10", {0xF0E0D0, 0x010203}},
     Stored{"Rgb", "/BitsPerComponent 8/ColorSpace/DeviceRGB", "\1\2\3\4\5\6", {0x010203, 0x040506}},
+    Stored{"Calibrated", "/BitsPerComponent 8/ColorSpace[/CalRGB<</WhitePoint[0.95 1 1.09]>>]", "\1\2\3\4\5\6", {0x010203, 0x040506},
+           "calibration of its colours left out"},
     Stored{"Cmyk", "/BitsPerComponent 8/ColorSpace/DeviceCMYK", "\xFF\0\0\0\0\0\0\xFF"s, {0x00FFFF, 0x000000}, "CMYK to RGB"},
     Stored{"Sixteen", "/BitsPerComponent 16/ColorSpace/DeviceGray", "\x12\x99\x34\x99", {0x121212, 0x343434}, "16 bits to 8"},
     Stored{"Hexadecimal", "/BitsPerComponent 8/ColorSpace/DeviceGray/Filter/ASCIIHexDecode", "20 C0>", {0x202020, 0xC0C0C0}},
