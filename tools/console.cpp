@@ -64,7 +64,7 @@ void Put(std::FILE* file, std::string_view text) noexcept {
   outputError.compare_exchange_strong(none, errno != 0 ? errno : EIO);
 }
 
-std::string ReadStandardInput() {
+std::string ReadStandardInput(uint64_t mostBytes) {
   std::string bytes;
   constexpr size_t kPieceBytes = 1 << 20;
   for (size_t got = 1; got > 0;) {
@@ -72,6 +72,8 @@ std::string ReadStandardInput() {
     bytes.resize(before + kPieceBytes);
     got = std::fread(&bytes[before], 1, kPieceBytes, stdin);
     bytes.resize(before + got);
+    if (bytes.size() > mostBytes)
+      throw PageError(fmt::format("standard input has more than the limit of {} bytes", mostBytes));
   }
   if (std::ferror(stdin) != 0) throw PageError(std::strerror(errno));
   return bytes;

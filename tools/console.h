@@ -32,7 +32,7 @@ void Print(std::FILE* file, fmt::format_string<Values...> format, Values&&... va
 }
 
 // All of standard input. Throws PageError.
-std::string ReadStandardInput();
+std::string ReadStandardInput(uint64_t mostBytes);
 
 // Whether something that was put there did not arrive. What happens to standard error is nobody's concern.
 bool IsOutputLost() noexcept;

@@ -95,7 +95,9 @@ void PlanFolder(const JobOptions& options, Plan* plan) {
     const std::span<Task> ofFile = tasks.subspan(first, last - first);
     const Source& source = ofFile[0].sources.front();
     const std::string format = options.format.empty() ? WritableFormat(source.file) : options.format;
-    fs::path path = PathOf(options.output) / PathOf(options.inputs[source.input]).filename();
+    const std::string& input = options.inputs[source.input];
+    const std::string name = input == kStandard ? "standard-input" : input;
+    fs::path path = PathOf(options.output) / PathOf(name).filename();
     path.replace_extension(format);
     if (HasManyPages(format)) {
       PlanDocument(ofFile, path, format, plan);
@@ -376,6 +378,16 @@ void TellOriginal(const PageMetadata* metadata, PageReport* report) {
   for (const std::string_view line : Split(reduced, '\n')) report->reduced.emplace_back(line);
 }
 
+// A page that several are joined to has what the first one brings.
+void TellOtherItems(const PageMetadata* other, const PageMetadata* first, const std::string& file,
+                    PageReport* report) {
+  std::vector<std::string> lost = CarriedItems(other);
+  std::erase_if(lost, [&](const std::string& item) {
+    return TextItem(other, item.c_str()) == TextItem(first, item.c_str());
+  });
+  if (!lost.empty()) report->reduced.push_back(fmt::format("{} of {} left out", fmt::join(lost, ", "), file));
+}
+
 // A profile is for grey pages or for coloured ones.
 bool IsProfileFor(const std::string& profile, HGLOBAL page) {
   constexpr size_t kSpaceAt = 16, kSpaceBytes = 4;
@@ -504,7 +516,11 @@ class Jobs {
       Page page(Checked(ReadPage(source.file, source.page - 1, &found)));
       Metadata metadata(found);
       TellOriginal(metadata.get(), &finished->report);
-      if (!finished->metadata) finished->metadata = std::move(metadata);
+      if (finished->metadata) {
+        TellOtherItems(metadata.get(), finished->metadata.get(), file, &finished->report);
+      } else {
+        finished->metadata = std::move(metadata);
+      }
       int32_t isAssumed = 0;
       if (options_.command == Command::kApply) {
         Checked(CompletePageResolution(page.get(), options_.dpi, &isAssumed));
@@ -582,9 +598,10 @@ class Jobs {
       const StepTimer timer(&report, "move");
       pages = RunMoves(options_.chain, std::move(page));
     }
-    // Tried before anything is told or written: other formats cannot hold such pages.
+    // Tried with a pixel before anything is told or written: other formats cannot hold such pages.
+    const Raw pixel(Checked(CropRawPage(pages.front().get(), 0, 0, 1, 1)));
     Writer trial(Checked(CreatePagesInMemory(output.format.c_str(), "")));
-    if (AppendRawPage(trial.get(), pages.front().get(), nullptr) == 0) return false;
+    if (AppendRawPage(trial.get(), pixel.get(), nullptr) == 0) return false;
     trial.reset();
     const StepTimer timer(&report, "save");
     report.reduced.clear();
@@ -730,6 +747,7 @@ class Jobs {
       if (document->pagesLeft == 0 && document->writer) {
         if (document->leftOut > 0) {
           const std::string name = path == kStandard ? path : Incomplete(path);
+          RefuseReplacing(name);
           if (path != kStandard) SetRules(document->writer.get(), options_, document->source, name.c_str());
           reporter_.Error(name, fmt::format("is without {} damaged page{}", document->leftOut,
                                             document->leftOut == 1 ? "" : "s"));
@@ -796,7 +814,9 @@ Plan MakePlan(const JobOptions& options) {
   Plan plan;
   const auto standard = std::count(options.inputs.begin(), options.inputs.end(), kStandard);
   if (standard > 1) throw UsageError("standard input can be read once only");
-  if (standard == 1) plan.standardInput = ReadStandardInput();
+  constexpr int64_t kMostBytes = int64_t{1} << 32;  // where nothing else is asked for
+  const int64_t mostBytes = options.reading.mostBytes > 0 ? options.reading.mostBytes : kMostBytes;
+  if (standard == 1) plan.standardInput = ReadStandardInput(static_cast<uint64_t>(mostBytes));
   ListTasks(options, &plan);
   if (options.command == Command::kInfo) return plan;
   const fs::path out = PathOf(options.output);

@@ -105,6 +105,8 @@ case_bad_input() {
   grep -q '"file":"short.png".*"leftOut":true' out || fail "told: $(cat out)"
   [ ! -e both.tif ] || fail "a book without a page under its own name"
   [ "$("$rastrel" info both-incomplete.tif | wc -l)" -eq 2 ] || fail "the good pages are not in the output"
+  expect 1 "$rastrel" apply letter.png short.png -o both.tif --skip-damaged
+  complains "both-incomplete.tif is there already"
   no_leftovers
 }
 
@@ -187,6 +189,10 @@ case_pipes() {
   grep -q "^-: done -> -$" err || fail "told: $(cat err)"
   expect 2 "$rastrel" apply "$letter" "$letter" -o - --format png
   [ ! -s out ] || fail "something of a file that is none"
+  expect 0 "$rastrel" apply - -o ./ -q <"$letter"
+  [ -f standard-input.tif ] || fail "no page of standard input: $(ls)"
+  "$rastrel" info - --limit bytes=1000 <"$letter" >out 2>&1 && fail "more than the limit"
+  grep -q "more than the limit of 1000 bytes" out || fail "told: $(cat out)"
   expect 1 bash -c "'$rastrel' apply '$letter' -o - >/dev/full"
   local way
   for way in g4 lzw deflate none; do
@@ -221,6 +227,13 @@ case_tiles() {
   grep -q '"made":12,' out || fail "not 12 tiles: $(cat out)"
   [ "$(ls tile-*.png | wc -l)" -eq 12 ] || fail "tiles: $(ls)"
   grep -q '"outputs":\["tile-001.png",.*"tile-012.png"\]' out || fail "told: $(cat out)"
+  # What only the second of two brings is told.
+  printf 'P5 4 1 255\naaaa' >plain.pgm
+  printf '\xff\xd8\xff\xfe\0\5you' >said.jpg
+  expect 0 "$rastrel" apply plain.pgm -o bare.jpg
+  tail -c +3 bare.jpg >>said.jpg
+  expect 0 "$rastrel" apply plain.pgm said.jpg -o joined.tif merge:2 --json
+  grep -q '[ "]comment of said.jpg left out"' out || fail "not told: $(cat out)"
   expect 0 "$rastrel" apply tile-*.png -o joined.png merge:3
   same_pixels page.png joined.png || fail "the tiles do not make the page"
   grep -q "^tile-001.png and 11 more: done -> joined.png$" out || fail "told: $(cat out)"
