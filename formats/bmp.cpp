@@ -122,11 +122,14 @@ Head ReadHead(Bytes* file) {
     if (hasMasks && headerBytes == sizeof(info)) masks = info.biCompression == kAlphaBitFields ? 16 : 12;
   }
   const uint64_t fileBytes = file->size();
-  const uint64_t claimed = info.biSizeImage;
+  uint64_t claimed = info.biSizeImage;
   head.colours = info.biClrUsed == 0 && bits <= 8 ? uint64_t{1} << bits : info.biClrUsed;
   head.tableAt = start + headerBytes + masks;
   const uint64_t offset = hasFileHeader ? FieldAt<uint32_t>(bytes.data() + 10) : 0;
   head.rowsAt = offset != 0 ? offset : head.tableAt + head.colours * head.entryBytes;
+  if (isRunLength && claimed == 0 && head.rowsAt < fileBytes)  // up to the end, where it is not told
+    info.biSizeImage =
+        static_cast<uint32_t>(std::min<uint64_t>(claimed = fileBytes - head.rowsAt, UINT32_MAX));
   head.rowBytes = isRunLength
                       ? claimed
                       : StrideOf(info.biWidth, static_cast<int>(bits)) * static_cast<uint64_t>(info.biHeight);
@@ -161,7 +164,10 @@ void ReadTable(Bytes* file, const Head& head, std::span<RGBQUAD> table) {
 
 // The block that the core expands run-length rows from.
 Dib ReadRunLength(Bytes* file, const Head& head, const Reading& reading) {
-  reading.CheckBytes(StrideOf(head.info.biWidth, head.bits()) * static_cast<uint64_t>(head.info.biHeight) +
+  // Expanding takes the rows once more, and so does a table that becomes the usual one.
+  constexpr uint64_t kCopies = 3;
+  reading.CheckBytes(kCopies * StrideOf(head.info.biWidth, head.bits()) *
+                         static_cast<uint64_t>(head.info.biHeight) +
                      head.rowBytes);
   const auto tableBytes = static_cast<size_t>(sizeof(RGBQUAD)) << head.info.biBitCount;
   const auto rowBytes = static_cast<size_t>(head.rowBytes);
@@ -199,12 +205,9 @@ void MixRow(const Head& head, const uint8_t* in, bool hasAlpha, uint8_t* out) {
   for (int32_t x = 0; x < head.info.biWidth; ++x, in += isWide ? 4 : 2, out += 3) {
     const uint32_t pixel = isWide ? FieldAt<uint32_t>(in) : FieldAt<uint16_t>(in);
     const uint32_t alpha = hasAlpha ? head.alpha.Of(pixel, 255) : 255;
-    const auto overWhite = [alpha](uint32_t value) {
-      return static_cast<uint8_t>((value * alpha + 255 * (255 - alpha) + 127) / 255);
-    };
-    out[0] = overWhite(head.blue.Of(pixel, 0));
-    out[1] = overWhite(head.green.Of(pixel, 0));
-    out[2] = overWhite(head.red.Of(pixel, 0));
+    out[0] = OverWhite(head.blue.Of(pixel, 0), alpha);
+    out[1] = OverWhite(head.green.Of(pixel, 0), alpha);
+    out[2] = OverWhite(head.red.Of(pixel, 0), alpha);
   }
 }
 

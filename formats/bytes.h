@@ -81,19 +81,32 @@ class StreamBytes : public Bytes {
   PageStream stream_;
 };
 
+// Numbers of up to 8 bytes, the lowest first.
+inline void AppendLittleEndian(std::vector<uint8_t>* bytes, uint64_t number, size_t size) {
+  for (size_t i = 0; i < size; ++i) bytes->push_back(static_cast<uint8_t>(number >> 8 * i));
+}
+inline uint64_t LittleEndian(std::span<const uint8_t> bytes) {
+  uint64_t number = 0;
+  for (size_t i = bytes.size(); i-- > 0;) number = number << 8 | bytes[i];
+  return number;
+}
+
 // Reads bytes one after the other, in large pieces.
 class ByteReader {
  public:
-  explicit ByteReader(Bytes* bytes) : bytes_(bytes), buffer_(kBufferBytes) {}
+  explicit ByteReader(Bytes* bytes, uint64_t start = 0)
+      : bytes_(bytes), position_(start), buffer_(kBufferBytes) {}
   // The next ones that are in the buffer, at least one unless the end is reached.
   std::span<const uint8_t> Next() noexcept;
   // Whether there were so many.
   bool Read(std::span<uint8_t> wanted) noexcept;
+  // Where the next ones begin.
+  uint64_t position() const noexcept { return position_ - left_.size(); }
 
  private:
   static constexpr size_t kBufferBytes = 1 << 16;
   Bytes* bytes_;
-  uint64_t position_ = 0;
+  uint64_t position_;
   std::vector<uint8_t> buffer_;
   std::span<const uint8_t> left_;
 };

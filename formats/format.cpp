@@ -19,13 +19,6 @@ std::vector<std::string_view> Split(std::string_view text, char separator) {
   }
 }
 
-bool HasWord(std::string_view list, std::string_view word) {
-  for (const std::string_view part : Split(list, ',')) {
-    if (part == word) return true;
-  }
-  return false;
-}
-
 std::string Lower(std::string_view text) {
   std::string lower;
   for (const char c : text) lower += c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -46,6 +39,13 @@ double NumberOf(const OptionEntry& entry, std::string_view text) {
 }
 
 }  // namespace
+
+bool HasWord(std::string_view list, std::string_view word) {
+  for (const std::string_view part : Split(list, ',')) {
+    if (part == word) return true;
+  }
+  return false;
+}
 
 Options::Options(std::span<const OptionEntry> entries, std::string_view text) {
   if (text.empty()) return;
@@ -128,6 +128,7 @@ void Tell(const Original& original, Metadata* metadata) {
   } else if (bits > 8) {
     add(Text(bits, " bits to 8"));
   }
+  if (original.isSigned) add("numbers with a sign to numbers without");
   if (original.isMixed) add(Text(original.space, " to RGB"));
   if (original.hasAlpha) add("alpha laid over white");
   if (original.others > 0) add(Text(Count(original.others, "further sample"), " left out"));
@@ -140,6 +141,11 @@ void Tell(const Original& original, Metadata* metadata) {
 void AddReduction(std::string_view text, Metadata* metadata) {
   const std::string before = metadata->Find("reduced") != nullptr ? metadata->TextOf("reduced") + "\n" : "";
   metadata->SetText("reduced", before + std::string(text));
+}
+
+void TellProportions(double across, double down, Metadata* metadata) {
+  if (across > 0 && down > 0 && across != down)
+    AddReduction("proportions of its pixels, which are no squares, left out", metadata);
 }
 
 void CannotHold(uint64_t fileBytes, int64_t width, int64_t height) {

@@ -72,9 +72,10 @@ class Reading {
     if (isLate()) FailLate();
   }
   // For what a C library calls, which must not throw.
-  bool isLate() const noexcept {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count() >
-           options_.mostSeconds;
+  bool isLate() const noexcept { return secondsLeft() < 0; }
+  double secondsLeft() const noexcept {
+    return options_.mostSeconds -
+           std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
   }
   // MakePage within the limits; `workBytes` are needed beside it.
   Dib NewPage(int64_t width, int64_t height, int bits, Resolution resolution, uint64_t workBytes = 0) const;
@@ -152,12 +153,19 @@ struct Format {
 };
 
 std::span<const Format* const> Formats();
+// Whether a list like "tif,tiff" has the word.
+bool HasWord(std::string_view list, std::string_view word);
 // By one of its endings, in any case of letters; null for others.
 const Format* FindFormat(std::string_view extension);
 
 extern const Format kBmp, kTiff, kPng, kJpeg, kPdf, kPbm, kPgm, kPpm, kPam;
 
 // ---- for readers and writers ------------------------------------------------------------------------------
+
+// A sample with alpha over white.
+inline uint8_t OverWhite(uint32_t value, uint32_t alpha) {
+  return static_cast<uint8_t>((value * alpha + 255 * (255 - alpha) + 127) / 255);
+}
 
 [[noreturn]] inline void Damaged(std::string_view how) {
   throw PageError("is damaged" + std::string(how.empty() ? "" : ": ") + std::string(how), ErrDamagedFile);
@@ -172,7 +180,7 @@ struct Original {
   std::string space;  // "grey", "RGB", "CMYK" ...
   int bits = 8;       // a sample
   std::string compression = {};
-  bool isFloat = false;
+  bool isFloat = false, isSigned = false;
   bool hasAlpha = false;
   bool isMixed = false;  // its colours became red, green and blue
   int others = 0;        // samples a pixel that are neither colour nor alpha
@@ -180,6 +188,8 @@ struct Original {
 // As the items "space", "depth", "compression" and "reduced", a reduction a line.
 void Tell(const Original& original, Metadata* metadata);
 void AddReduction(std::string_view text, Metadata* metadata);
+// Of pixels that are no squares in a file that tells no resolution.
+void TellProportions(double across, double down, Metadata* metadata);
 // With an ICC profile for the colours that the page has: one for colours becomes one for the greys that were
 // made of them; others are left out.
 Metadata FittingProfile(const Metadata& metadata, const PageView& page);

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <limits>
 
+#include "formats/exif.h"
 #include "formats/jp2_boxes.h"
 #include "formats/system.h"
 #include "pages/text.h"
@@ -49,6 +50,7 @@ struct Vips {
   void* (*toMemory)(VipsImage*, size_t*);
   Step *autorot, *flatten, *copy;
   StepTo *colourspace, *cast;
+  int (*linear)(VipsImage*, VipsImage**, double, double, ...);
   void (*free)(void*);
   void (*unref)(void*);
 };
@@ -85,7 +87,8 @@ bool Load(Vips* vips) {
       Take("vips_image_write_to_memory", &vips->toMemory) && Take("vips_autorot", &vips->autorot) &&
       Take("vips_flatten", &vips->flatten) && Take("vips_copy", &vips->copy) &&
       Take("vips_colourspace", &vips->colourspace) && Take("vips_cast", &vips->cast) &&
-      Take("g_free", &vips->free) && Take("g_object_unref", &vips->unref);
+      Take("vips_linear1", &vips->linear) && Take("g_free", &vips->free) &&
+      Take("g_object_unref", &vips->unref);
   if (!isThere || vips->init("rastrel") != 0) return false;
   // Its warnings are for its own programs' standard error.
   using Handler = void(const char*, int, const char*, void*);
@@ -191,8 +194,9 @@ int BitsOf(const Vips& vips, const Image& image) {
   return bands >= 3 ? 24 : 8;
 }
 
-// Upright, of 8 bits, grey or red, green and blue, on white.
-void MakePlain(const Vips& vips, int bits, Image* image) {
+// Upright, of 8 bits, grey or red, green and blue, on white. Samples of fewer than 8 bits are the high bits
+// of theirs, with nothing below.
+void MakePlain(const Vips& vips, int bits, int depth, Image* image) {
   const auto require = [&](bool isDone) {
     if (!isDone) Damaged(ErrorText(vips));
   };
@@ -201,6 +205,12 @@ void MakePlain(const Vips& vips, int bits, Image* image) {
   if (vips.format(image->get()) == kUshort)
     require(image->Become(
         [&](VipsImage* in, VipsImage** out) { return vips.cast(in, out, kUchar, "shift", 1, nullptr); }));
+  if (depth < 8) {
+    const double scale = 255.0 / (256 - (256 >> depth)), half = 0.5;
+    require(image->Become([&](VipsImage* in, VipsImage** out) {
+      return vips.linear(in, out, scale, half, "uchar", 1, nullptr);
+    }));
+  }
   const int space = vips.interpretation(image->get());
   const bool isMeant = space == kGrey || space == kSrgb || space == kRgb16 || space == kGrey16;
   if (!isMeant)
@@ -227,6 +237,9 @@ void MakePlain(const Vips& vips, int bits, Image* image) {
 }
 
 Resolution ResolutionOf(const Vips& vips, const Image& image) {
+  const auto [orientation, told] = ReadExif(image.Blob("exif-data"));
+  const bool isOnItsSide = orientation >= 5 && orientation <= 8;  // before it is turned upright
+  if (told.x > 0 && told.y > 0) return isOnItsSide ? Resolution{told.y, told.x} : told;
   // One pixel for a millimetre is what vips says where a file says nothing.
   const auto perMetre = [](double perMillimetre) {
     return perMillimetre == 1 || !(perMillimetre > 0) || perMillimetre > 1e5
@@ -241,10 +254,11 @@ std::string SpaceOf(const Vips& vips, const Image& image, int bits) {
   return bits == 24 ? "RGB" : "grey";
 }
 
-void TakeMetadata(const Vips& vips, const Kind& kind, const Image& image, int bits, Metadata* metadata) {
+void TakeMetadata(const Vips& vips, const Kind& kind, const Image& image, int bits, int depth,
+                  Metadata* metadata) {
   const std::string space = SpaceOf(vips, image, bits);
   Tell({.space = space,
-        .bits = vips.format(image.get()) == kUchar ? 8 : 16,
+        .bits = depth,
         .compression = kind.title,
         .hasAlpha = vips.hasAlpha(image.get()) != 0,
         .isMixed = space == "CMYK"},
@@ -255,24 +269,22 @@ void TakeMetadata(const Vips& vips, const Kind& kind, const Image& image, int bi
     const std::vector<uint8_t> bytes = image.Blob(name);
     if (!bytes.empty()) metadata->Set(item, bytes);
   }
-  // As in a JPEG file, with an intro that the item does not have. The orientation is used up by then.
-  std::vector<uint8_t> exif = image.Blob("exif-data");
-  constexpr std::string_view kIntro = "Exif\0\0"sv;
-  if (exif.size() > kIntro.size() && std::memcmp(exif.data(), kIntro.data(), kIntro.size()) == 0)
-    exif.erase(exif.begin(), exif.begin() + static_cast<ptrdiff_t>(kIntro.size()));
-  if (!exif.empty()) metadata->Set("exif", exif);
+  TakeExif(image.Blob("exif-data"), metadata);
 }
 
-Dib ReadWith(const Kind& kind, std::span<const uint8_t> bytes, int page, const Resolution* told,
+// `told` is what vips does not tell.
+Dib ReadWith(const Kind& kind, std::span<const uint8_t> bytes, int page, const Jp2Extras* told,
              const Reading& reading, Metadata* metadata) {
   const Vips& vips = Library(kind.title);
   Image image(vips);
   Open(vips, kind, bytes, page, &image);
   const int bits = BitsOf(vips, image);
   reading.CheckPixels(vips.width(image.get()), vips.height(image.get()));
-  if (metadata != nullptr) TakeMetadata(vips, kind, image, bits, metadata);
-  const Resolution resolution = told != nullptr ? *told : ResolutionOf(vips, image);
-  MakePlain(vips, bits, &image);
+  const int wholeDepth = vips.format(image.get()) == kUchar ? 8 : 16;
+  const int depth = told != nullptr && told->depth > 0 && told->depth < wholeDepth ? told->depth : wholeDepth;
+  if (metadata != nullptr) TakeMetadata(vips, kind, image, bits, depth, metadata);
+  const Resolution resolution = told != nullptr ? told->resolution : ResolutionOf(vips, image);
+  MakePlain(vips, bits, depth, &image);
   const auto pixelBytes = static_cast<uint64_t>(vips.width(image.get())) *
                           static_cast<uint64_t>(vips.height(image.get())) *
                           static_cast<uint64_t>(vips.bands(image.get()));
@@ -374,33 +386,6 @@ std::vector<uint8_t> SamplesOf(const PageView& page, bool isGrey) {
   return samples;
 }
 
-// An EXIF block that says nothing but a resolution: the only place for it in WebP.
-std::vector<uint8_t> ExifOf(Resolution resolution) {
-  std::vector<uint8_t> exif;
-  const auto put = [&](uint32_t number, int bytes) {
-    for (int i = 0; i < bytes; ++i) exif.push_back(static_cast<uint8_t>(number >> (8 * i)));
-  };
-  put(0x4949, 2);
-  put(42, 2);
-  put(8, 4);
-  put(3, 2);
-  constexpr uint32_t kValuesAt = 8 + 2 + 3 * 12 + 4, kFraction = 5, kShort = 3, kCentimetres = 3;
-  const uint32_t entries[][3] = {
-      {0x011A, kFraction, kValuesAt}, {0x011B, kFraction, kValuesAt + 8}, {0x0128, kShort, kCentimetres}};
-  for (const auto& [tag, type, value] : entries) {
-    put(tag, 2);
-    put(type, 2);
-    put(1, 4);
-    put(value, 4);
-  }
-  put(0, 4);
-  for (const int32_t perMetre : {resolution.x, resolution.y}) {
-    put(static_cast<uint32_t>(perMetre), 4);
-    put(100, 4);
-  }
-  return exif;
-}
-
 std::vector<uint8_t> Save(const Kind& kind, const char* saver, const Dib& page, const Metadata& metadata,
                           const Options& options) {
   const Vips& vips = Library(kind.title);
@@ -424,11 +409,11 @@ std::vector<uint8_t> Save(const Kind& kind, const char* saver, const Dib& page, 
   };
   set("icc", "icc-profile-data");
   set("xmp", "xmp-data");
-  std::vector<uint8_t> exif = {'E', 'x', 'i', 'f', 0, 0};
-  const Metadata::Item* own = metadata.Find("exif");
-  const std::vector<uint8_t> made = own != nullptr ? own->bytes : ExifOf(resolution);
-  exif.insert(exif.end(), made.begin(), made.end());
-  vips.setBlob(image.get(), "exif-data", exif.data(), exif.size());
+  // In WebP there is no other place for the resolution.
+  std::vector<uint8_t> exif(kExifIntro.begin(), kExifIntro.end());
+  const std::vector<uint8_t> block = ExifFor(metadata, resolution, RASTREL_EXIF_TEXTS, /*isOnlyPlace=*/true);
+  exif.insert(exif.end(), block.begin(), block.end());
+  if (!block.empty()) vips.setBlob(image.get(), "exif-data", exif.data(), exif.size());
   void* bytes = nullptr;
   size_t size = 0;
   const auto quality = static_cast<int>(options.Number("quality", 0));
@@ -475,7 +460,7 @@ constexpr std::string_view kGifSignatures[] = {"GIF87a"sv, "GIF89a"sv};
 
 Dib ReadJpeg2000(std::span<const uint8_t> bytes, const Reading& reading, Metadata* metadata) {
   const Jp2Extras extras = ReadJp2Extras(bytes);
-  Dib dib = ReadWith(kKinds[kKindJp2], bytes, 0, &extras.resolution, reading, metadata);
+  Dib dib = ReadWith(kKinds[kKindJp2], bytes, 0, &extras, reading, metadata);
   if (metadata != nullptr && !extras.xmp.empty()) metadata->Set("xmp", extras.xmp);
   return dib;
 }
@@ -494,7 +479,7 @@ constinit const Format kWebp = {.name = "webp",
                                 .extensions = "webp",
                                 .signatures = kWebpSignatures,
                                 .options = kOptions,
-                                .metadata = "icc,xmp,exif",
+                                .metadata = "icc,xmp,exif," RASTREL_EXIF_TEXTS,
                                 .read = Read<kKindWebp>,
                                 .describe = Describe<kKindWebp>,
                                 .list = List<kKindWebp>,

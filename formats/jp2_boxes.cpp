@@ -97,16 +97,34 @@ Bytes8 HeaderWith(std::span<const uint8_t> header, const Jp2Extras& extras) {
   return made;
 }
 
+// Bits of the first samples as the codestream tells them; 0 where it does not.
+int DepthOf(std::span<const uint8_t> codestream) {
+  constexpr uint64_t kStartAndSize = 0xFF4FFF51;
+  constexpr size_t kDepthAt = 42;  // after the sizes of picture and tiles, and the number of components
+  if (Number(codestream, 0, 4) != kStartAndSize || codestream.size() <= kDepthAt) return 0;
+  return (codestream[kDepthAt] & 0x7F) + 1;
+}
+
+// Bits of a palette's colours.
+int PaletteDepthOf(std::span<const uint8_t> body) {
+  constexpr size_t kDepthAt = 3;  // after the numbers of entries and columns
+  return body.size() > kDepthAt ? (body[kDepthAt] & 0x7F) + 1 : 0;
+}
+
 }  // namespace
 
 Jp2Extras ReadJp2Extras(std::span<const uint8_t> file) {
   Jp2Extras extras;
+  extras.depth = DepthOf(file);
+  int paletteDepth = 0;
   for (const Box& box : BoxesOf(file)) {
     const std::string_view body(reinterpret_cast<const char*>(box.body.data()), box.body.size());
     if (box.name == "uuid" && body.starts_with(kXmpId))
       extras.xmp.assign(box.body.begin() + static_cast<ptrdiff_t>(kXmpId.size()), box.body.end());
+    if (box.name == "jp2c") extras.depth = DepthOf(box.body);
     if (box.name != "jp2h") continue;
     for (const Box& part : BoxesOf(box.body)) {
+      if (part.name == "pclr") paletteDepth = PaletteDepthOf(part.body);
       if (part.name != "res ") continue;
       for (const Box& kind : BoxesOf(part.body)) {
         // That of the capture goes before that of a display.
@@ -116,6 +134,7 @@ Jp2Extras ReadJp2Extras(std::span<const uint8_t> file) {
       }
     }
   }
+  if (paletteDepth != 0) extras.depth = paletteDepth;
   return extras;
 }
 

@@ -9,6 +9,7 @@ namespace rastrel::formats {
 
 struct Jp2Extras {
   Resolution resolution = {};
+  int depth = 0;  // bits of a sample, or of a palette's colours; 0 where it is not told. Only read
   std::vector<uint8_t> xmp = {}, profile = {};
 };
 

@@ -12,7 +12,9 @@
 #include <jpeglib.h>
 
 #include "formats/colour_profile.h"
+#include "formats/exif.h"
 #include "formats/format.h"
+#include "pages/text.h"
 
 namespace rastrel::formats {
 namespace {
@@ -27,7 +29,12 @@ struct ErrorManager {
   jpeg_error_mgr base;
   std::jmp_buf jump;
   char text[JMSG_LENGTH_MAX];
+  Bytes* file = nullptr;  // that rows are read from
 };
+
+// Whether what libjpeg skipped after the rows is but filling: one byte again and again. Else the decoder has
+// lost its place, and the rows are not those of the picture.
+bool IsFilling(const jpeg_decompress_struct& jpeg, Bytes* file);
 
 void OnError(j_common_ptr jpeg) {
   auto* manager = reinterpret_cast<ErrorManager*>(jpeg->err);
@@ -45,71 +52,20 @@ void OnMessage(j_common_ptr jpeg, int level) {
     case JWRN_MUST_RESYNC:
       OnError(jpeg);
       break;
+    case JWRN_EXTRANEOUS_DATA: {
+      // Between headers it does no harm.
+      const auto* manager = reinterpret_cast<const ErrorManager*>(jpeg->err);
+      const auto& reader = *reinterpret_cast<const jpeg_decompress_struct*>(jpeg);
+      if (manager->file != nullptr && !IsFilling(reader, manager->file)) OnError(jpeg);
+      break;
+    }
     default:
       break;
   }
 }
 
-constexpr std::string_view kExifIntro = "Exif\0\0"sv;
 constexpr std::string_view kXmpIntro = "http://ns.adobe.com/xap/1.0/\0"sv;
 constexpr std::string_view kPhotoshopIntro = "Photoshop 3.0\0"sv;
-
-// The first directory of an EXIF block, which is a small TIFF file.
-class Exif {
- public:
-  explicit Exif(std::span<const uint8_t> tiff) : tiff_(tiff), isBigEndian_(!tiff.empty() && tiff[0] == 'M') {}
-
-  // 1 where it is not told.
-  int orientation() const {
-    const size_t entry = Find(kOrientationTag);
-    return entry != 0 ? static_cast<int>(Word(entry + kValueAt)) : 1;
-  }
-  // Where its low byte is; 0 where it is not told.
-  size_t orientationAt() const {
-    const size_t entry = Find(kOrientationTag);
-    return entry != 0 ? entry + kValueAt + (isBigEndian_ ? 1 : 0) : 0;
-  }
-  Resolution resolution() const {
-    const size_t unit = Find(kUnitTag);
-    const double perInch = unit != 0 && Word(unit + kValueAt) == kCentimetres ? 2.54 : 1;
-    return {PixelsPerMetre(Fraction(kXTag) * perInch), PixelsPerMetre(Fraction(kYTag) * perInch)};
-  }
-
- private:
-  static constexpr unsigned kOrientationTag = 0x0112, kXTag = 0x011A, kYTag = 0x011B, kUnitTag = 0x0128;
-  static constexpr unsigned kCentimetres = 3;
-  static constexpr size_t kEntryBytes = 12, kValueAt = 8;
-
-  // 0 behind the end.
-  unsigned Word(size_t at) const {
-    if (at + 2 > tiff_.size()) return 0;
-    return isBigEndian_ ? tiff_[at] * 256u + tiff_[at + 1] : tiff_[at + 1] * 256u + tiff_[at];
-  }
-  uint32_t Long(size_t at) const {
-    return isBigEndian_ ? Word(at) * 65536u + Word(at + 2) : Word(at + 2) * 65536u + Word(at);
-  }
-  // Where the entry of a tag is; 0 for none.
-  size_t Find(unsigned tag) const {
-    const size_t directory = Long(4);
-    const unsigned entries = Word(directory);
-    for (unsigned i = 0; i < entries; ++i) {
-      const size_t entry = directory + 2 + i * kEntryBytes;
-      if (entry + kEntryBytes > tiff_.size()) break;
-      if (Word(entry) == tag) return entry;
-    }
-    return 0;
-  }
-  double Fraction(unsigned tag) const {
-    const size_t entry = Find(tag);
-    if (entry == 0) return 0;
-    const size_t at = Long(entry + kValueAt);
-    const uint32_t below = Long(at + 4);
-    return below != 0 ? static_cast<double>(Long(at)) / below : 0;
-  }
-
-  std::span<const uint8_t> tiff_;
-  bool isBigEndian_;
-};
 
 // What follows `intro` in the first marker of a kind that begins with it.
 std::span<const uint8_t> MarkerBytes(const jpeg_decompress_struct& jpeg, int kind, std::string_view intro) {
@@ -123,7 +79,9 @@ std::span<const uint8_t> MarkerBytes(const jpeg_decompress_struct& jpeg, int kin
   return {};
 }
 
-Exif ExifOf(const jpeg_decompress_struct& jpeg) { return Exif(MarkerBytes(jpeg, kExifMarker, kExifIntro)); }
+ExifLie ExifOf(const jpeg_decompress_struct& jpeg) {
+  return ReadExif(MarkerBytes(jpeg, kExifMarker, kExifIntro));
+}
 
 // What libjpeg calls now and then.
 struct Progress {
@@ -148,6 +106,23 @@ struct Supply {
   ByteReader* bytes;
 };
 
+bool IsFilling(const jpeg_decompress_struct& jpeg, Bytes* file) {
+  const auto& supply = *reinterpret_cast<const Supply*>(jpeg.src);
+  const uint64_t end = supply.bytes->position() - supply.base.bytes_in_buffer;
+  const auto count = static_cast<uint64_t>(std::max(jpeg.err->msg_parm.i[0], 0));
+  uint8_t skipped[64];
+  uint8_t first = 0;
+  for (uint64_t done = 0, at = end - std::min(count, end); at < end; at += sizeof(skipped)) {
+    const auto wanted = static_cast<size_t>(std::min<uint64_t>(sizeof(skipped), end - at));
+    if (file->ReadAt(at, {skipped, wanted}) < wanted) return false;
+    if (done == 0) first = skipped[0];
+    done += wanted;
+    if (!std::all_of(skipped, skipped + wanted, [first](uint8_t byte) { return byte == first; }))
+      return false;
+  }
+  return true;
+}
+
 boolean OnNeed(j_decompress_ptr jpeg) {
   auto& supply = *reinterpret_cast<Supply*>(jpeg->src);
   const std::span<const uint8_t> next = supply.bytes->Next();
@@ -171,7 +146,7 @@ void OnSkip(j_decompress_ptr jpeg, long count) {
 class Reader {
  public:
   // `reading` limits the time that the rows may take; null where none are read.
-  explicit Reader(Bytes* file, const Reading* reading = nullptr) : bytes_(file) {
+  explicit Reader(Bytes* file, const Reading* reading = nullptr) : file_(file), bytes_(file) {
     progress_.reading = reading;
     jpeg_.err = jpeg_std_error(&errors_.base);
     errors_.base.error_exit = OnError;
@@ -213,6 +188,7 @@ class Reader {
   // `inkRow` holds a row of cyan, magenta, yellow and black where the file has those.
   bool ReadRows(const PageView& page, uint8_t* inkRow, ToRgb* toRgb) {
     if (setjmp(errors_.jump) != 0) return false;
+    errors_.file = file_;
     jpeg_start_decompress(&jpeg_);
     while (jpeg_.output_scanline < jpeg_.output_height) {
       uint8_t* out = page.PageRow(static_cast<int>(jpeg_.output_scanline));
@@ -237,7 +213,7 @@ class Reader {
     jpeg_.src = &supply_.base;
     progress_.base.progress_monitor = OnProgress;
     jpeg_.progress = &progress_.base;
-    for (const int marker : {kExifMarker, kProfileMarker, kPhotoshopMarker})
+    for (const int marker : {kExifMarker, kProfileMarker, kPhotoshopMarker, JPEG_COM})
       jpeg_save_markers(&jpeg_, marker, 0xFFFF);
     return true;
   }
@@ -248,6 +224,7 @@ class Reader {
     toRgb->Convert(inks, static_cast<size_t>(width), out);
   }
 
+  Bytes* file_;
   ByteReader bytes_;
   Supply supply_{};
   Progress progress_{};
@@ -257,12 +234,12 @@ class Reader {
 
 // Cameras and phones tell it in their EXIF block only.
 Resolution ReadResolution(const jpeg_decompress_struct& jpeg) {
-  if (jpeg.density_unit != 1 && jpeg.density_unit != 2) return ExifOf(jpeg).resolution();
+  if (jpeg.density_unit != 1 && jpeg.density_unit != 2) return ExifOf(jpeg).resolution;
   const double perInch = jpeg.density_unit == 2 ? 2.54 : 1;
   return {PixelsPerMetre(jpeg.X_density * perInch), PixelsPerMetre(jpeg.Y_density * perInch)};
 }
 
-int OrientationOf(const jpeg_decompress_struct& jpeg) { return ExifOf(jpeg).orientation(); }
+int OrientationOf(const jpeg_decompress_struct& jpeg) { return ExifOf(jpeg).orientation; }
 
 std::string SpaceOf(const jpeg_decompress_struct& jpeg) {
   switch (jpeg.jpeg_color_space) {
@@ -292,11 +269,9 @@ void ReadMetadata(Reader* reader, Metadata* metadata) {
   };
   set("xmp", MarkerBytes(jpeg, kExifMarker, kXmpIntro));
   set("photoshop", MarkerBytes(jpeg, kPhotoshopMarker, kPhotoshopIntro));
-  const std::span<const uint8_t> exif = MarkerBytes(jpeg, kExifMarker, kExifIntro);
-  if (exif.empty()) return;
-  std::vector<uint8_t> upright(exif.begin(), exif.end());  // as the page is
-  if (const size_t at = Exif(exif).orientationAt(); at != 0) upright[at] = 1;
-  set("exif", upright);
+  TakeExif(MarkerBytes(jpeg, kExifMarker, kExifIntro), metadata);
+  set("comment", MarkerBytes(jpeg, JPEG_COM, ""));
+  if (jpeg.density_unit == 0) TellProportions(jpeg.X_density, jpeg.Y_density, metadata);
 }
 
 // Each block of 8 x 8 pixels takes a bit at least. A lying size is refused before memory is asked for.
@@ -388,27 +363,26 @@ struct Marker {
   std::vector<uint8_t> bytes;
 };
 
-// Those that fit into a marker.
-std::vector<Marker> MarkersOf(const Metadata& metadata) {
-  constexpr struct {
-    const char* item;
-    int kind;
-    std::string_view intro;
-  } kItems[] = {{"exif", kExifMarker, kExifIntro},
-                {"xmp", kExifMarker, kXmpIntro},
-                {"photoshop", kPhotoshopMarker, kPhotoshopIntro}};
+// Those that stand before the rows.
+std::vector<Marker> MarkersOf(const Metadata& metadata, Resolution resolution) {
   std::vector<Marker> markers;
-  for (const auto& [name, kind, intro] : kItems) {
-    const Metadata::Item* item = metadata.Find(name);
-    if (item == nullptr || item->bytes.empty()) continue;
+  const auto add = [&](const char* name, int kind, std::string_view intro, std::span<const uint8_t> bytes) {
+    if (bytes.empty()) return;
     Marker marker = {kind, {intro.begin(), intro.end()}};
-    marker.bytes.insert(marker.bytes.end(), item->bytes.begin(), item->bytes.end());
+    marker.bytes.insert(marker.bytes.end(), bytes.begin(), bytes.end());
     if (marker.bytes.size() > kMostMarkerBytes) {
-      throw PageError(std::string("cannot be written: JPEG files have no room for so much ") + name,
-                      ErrTooLarge);
+      throw PageError(Text("cannot be written: JPEG files have no room for so much ", name), ErrTooLarge);
     }
     markers.push_back(std::move(marker));
-  }
+  };
+  const auto item = [&](const char* name) {
+    const Metadata::Item* found = metadata.Find(name);
+    return found != nullptr ? std::span<const uint8_t>(found->bytes) : std::span<const uint8_t>();
+  };
+  add("exif", kExifMarker, kExifIntro, ExifFor(metadata, resolution, RASTREL_EXIF_TEXTS));
+  add("xmp", kExifMarker, kXmpIntro, item("xmp"));
+  add("photoshop", kPhotoshopMarker, kPhotoshopIntro, item("photoshop"));
+  add("comment", JPEG_COM, "", item("comment"));
   return markers;
 }
 
@@ -495,7 +469,7 @@ void Write(const Dib& page, const Metadata& metadata, const Options& options, By
   const bool isAsItIs = view.bits() == 24 || (view.bits() == 8 && isGrey);
   std::vector<uint8_t> row(isAsItIs ? 0 : static_cast<size_t>(view.width()) * 3);
   const Metadata fitting = FittingProfile(metadata, view);
-  const std::vector<Marker> markers = MarkersOf(fitting);
+  const std::vector<Marker> markers = MarkersOf(fitting, view.resolution());
   Writer writer(file);
   const auto quality = static_cast<int>(options.Number("quality", kQuality));
   if (!writer.Write(view, quality, fitting.Find("icc"), markers, isGrey,
@@ -511,7 +485,7 @@ constinit const Format kJpeg = {.name = "jpg",
                                 .extensions = "jpg,jpeg,jpe",
                                 .signatures = kSignatures,
                                 .options = kOptions,
-                                .metadata = "icc,xmp,exif,photoshop",
+                                .metadata = "icc,xmp,exif,photoshop,comment," RASTREL_EXIF_TEXTS,
                                 .read = Read,
                                 .describe = Describe,
                                 .write = Write};

@@ -18,10 +18,10 @@ constexpr uint64_t kMostSample = 65535;
 
 bool IsSpace(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-// A file from its beginning on, letter by letter.
+// A picture from its beginning on, letter by letter.
 class Letters {
  public:
-  explicit Letters(Bytes* file) : reader_(file) {}
+  explicit Letters(Bytes* file, uint64_t start) : reader_(file, start), position_(start) {}
   // -1 at the end.
   int Next() {
     if (used_ == buffer_.size()) {
@@ -34,15 +34,7 @@ class Letters {
   }
   // A word, and the space or line feed behind it. Comments go to the end of their line.
   std::string Word() {
-    int c = Next();
-    while (IsSpace(c) || c == '#') {
-      while (c == '#' || (c != '\n' && c != -1 && isComment_)) {
-        isComment_ = true;
-        c = Next();
-      }
-      isComment_ = false;
-      c = c == -1 ? -1 : Next();
-    }
+    int c = NextInWord();
     std::string word;
     constexpr size_t kMostLetters = 40;
     for (; c != -1 && !IsSpace(c) && word.size() < kMostLetters; c = Next()) word += static_cast<char>(c);
@@ -56,10 +48,20 @@ class Letters {
       Damaged("its numbers are none");
     return value;
   }
+  // The first letter that is neither space nor comment, as from '#' to the end of the line; -1 at the end.
+  int NextInWord() {
+    int c = Next();
+    while (IsSpace(c) || c == '#') {
+      if (c == '#') {
+        while (c != '\n' && c != -1) c = Next();
+      }
+      if (c != -1) c = Next();
+    }
+    return c;
+  }
   // 0 or 1, which need no space between them.
   unsigned Bit() {
-    int c = Next();
-    while (IsSpace(c)) c = Next();
+    const int c = NextInWord();
     if (c != '0' && c != '1') Damaged("its bits are none");
     return static_cast<unsigned>(c - '0');
   }
@@ -69,8 +71,7 @@ class Letters {
   ByteReader reader_;
   std::span<const uint8_t> buffer_;
   size_t used_ = 0;
-  uint64_t position_ = 0;
-  bool isComment_ = false;
+  uint64_t position_;
 };
 
 struct Head {
@@ -131,8 +132,9 @@ Head ReadHead(Letters* letters, uint64_t fileBytes) {
   if (head.most == 0) Damaged("its white is black");
   const uint64_t rowBytes =
       head.isInLetters ? static_cast<uint64_t>(head.width * head.samples) : head.rowBytes();
-  if (rowBytes * static_cast<uint64_t>(head.height) > fileBytes)
-    CannotHold(fileBytes, head.width, head.height);
+  // In letters that is a letter and a space a sample, or a letter a bit.
+  const uint64_t left = fileBytes - std::min(fileBytes, letters->position());
+  if (static_cast<uint64_t>(head.height) > left / rowBytes) CannotHold(fileBytes, head.width, head.height);
   return head;
 }
 
@@ -183,8 +185,8 @@ void TellOriginal(const Head& head, Metadata* metadata) {
        metadata);
 }
 
-Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* metadata) {
-  Letters letters(file);
+Dib Read(Bytes* file, uint64_t place, const Reading& reading, Metadata* metadata) {
+  Letters letters(file, place);
   const Head head = ReadHead(&letters, file->size());
   if (metadata != nullptr) TellOriginal(head, metadata);
   Dib page = reading.NewPage(head.width, head.height, head.bits(), {});
@@ -202,9 +204,7 @@ Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* meta
     const auto samples = static_cast<size_t>(head.samples);
     for (size_t x = 0; x < static_cast<size_t>(view.width()); ++x) {
       const unsigned alpha = head.hasAlpha ? rows.Sample(x * samples + samples - 1) : 255;
-      const auto over = [&](size_t i) {
-        return static_cast<uint8_t>((rows.Sample(x * samples + i) * alpha + 255 * (255 - alpha) + 127) / 255);
-      };
+      const auto over = [&](size_t i) { return OverWhite(rows.Sample(x * samples + i), alpha); };
       if (head.bits() == 1) {
         if (over(0) != 0) out[x / 8] = static_cast<uint8_t>(out[x / 8] | 0x80 >> x % 8);
       } else if (head.bits() == 8) {
@@ -217,8 +217,31 @@ Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* meta
   return page;
 }
 
-PageInfo Describe(Bytes* file, uint64_t /*place*/) {
-  Letters letters(file);
+// Pictures follow each other, but those in letters, which stand alone.
+PageList List(Bytes* file) {
+  PageList list;
+  constexpr size_t kMostPages = 1 << 20;
+  for (uint64_t at = 0; list.places.size() < kMostPages;) {
+    list.places.push_back(at);
+    try {
+      Letters letters(file, at);
+      const Head head = ReadHead(&letters, file->size());
+      if (head.isInLetters) break;
+      at = letters.position() + head.rowBytes() * static_cast<uint64_t>(head.height);
+    } catch (const PageError&) {
+      break;  // told when the page is read
+    }
+    Letters after(file, at);
+    const int c = after.NextInWord();
+    if (c != 'P' && c != -1) list.damage = "is damaged: what follows its last picture is none";
+    if (c != 'P') break;
+    at = after.position() - 1;
+  }
+  return list;
+}
+
+PageInfo Describe(Bytes* file, uint64_t place) {
+  Letters letters(file, place);
   const Head head = ReadHead(&letters, file->size());
   return InfoFromHeader(head.width, head.height, head.bits(), {}, 1, [](const PageView&) {});
 }
@@ -280,6 +303,7 @@ constinit const Format kPbm = {.name = "pbm",
                                .signatures = kBitSignatures,
                                .read = Read,
                                .describe = Describe,
+                               .list = List,
                                .write = Write<Kind::kBits>};
 constinit const Format kPgm = {.name = "pgm",
                                .title = "PGM",
@@ -287,6 +311,7 @@ constinit const Format kPgm = {.name = "pgm",
                                .signatures = kGreySignatures,
                                .read = Read,
                                .describe = Describe,
+                               .list = List,
                                .write = Write<Kind::kGreys>};
 constinit const Format kPpm = {.name = "ppm",
                                .title = "PPM",
@@ -294,12 +319,14 @@ constinit const Format kPpm = {.name = "ppm",
                                .signatures = kColourSignatures,
                                .read = Read,
                                .describe = Describe,
+                               .list = List,
                                .write = Write<Kind::kColours>};
 constinit const Format kPam = {.name = "pam",
                                .title = "PAM",
                                .extensions = "pam",
                                .signatures = kAnySignatures,
                                .read = Read,
-                               .describe = Describe};
+                               .describe = Describe,
+                               .list = List};
 
 }  // namespace rastrel::formats

@@ -54,6 +54,23 @@ Resolution ResolutionOf(const PdfPage& page) {
           PixelsPerMetre(DpiOf(page.picture.height, page.down))};
 }
 
+// What the program that draws says of a page that it has drawn all the same. Pictures and contents of which
+// it could not read all are damage; of anything else the first is told.
+void TakeErrors(std::string_view said, std::string* errors) {
+  constexpr std::string_view kData[] = {"flate stream", "LZW stream", "CCITTFax", "JBIG2", "JPEG",
+                                        "JPX",          "Corrupt",    "image",    "Image"};
+  while (!said.empty()) {
+    const std::string_view line = said.substr(0, said.find('\n'));
+    said.remove_prefix(std::min(said.size(), line.size() + 1));
+    if (line.find("Error") == std::string_view::npos && !line.starts_with("Corrupt")) continue;
+    const bool isData = std::any_of(std::begin(kData), std::end(kData), [&](std::string_view word) {
+      return line.find(word) != std::string_view::npos;
+    });
+    if (isData) Damaged(Text("pdftoppm: ", line));
+    if (errors->empty()) *errors = Text("pdftoppm: ", line);
+  }
+}
+
 class Source : public PageSource {
  public:
   explicit Source(std::unique_ptr<Bytes> file) : reader_(Library().open(std::move(file))) {}
@@ -79,8 +96,10 @@ class Source : public PageSource {
       }
     }
     const bool isDrawn = !dib;
-    if (isDrawn) dib = Draw(index, page, reading);
+    std::string errors;
+    if (isDrawn) dib = Draw(index, page, reading, &errors);
     if (metadata != nullptr) Describe(index, page, isDrawn ? reason : "", reading.dpi(), metadata);
+    if (metadata != nullptr && !errors.empty()) AddReduction(errors, metadata);
     return dib;
   }
 
@@ -122,8 +141,8 @@ class Source : public PageSource {
     return Upright(std::move(dib), page.orientation);
   }
 
-  // In grey where it shows no colour.
-  Dib Draw(size_t index, const PdfPage& page, const Reading& reading) {
+  // In grey where it shows no colour. `errors` is what the program has to say beside.
+  Dib Draw(size_t index, const PdfPage& page, const Reading& reading, std::string* errors) {
     const auto side = [&](double points) {
       return static_cast<uint64_t>(std::ceil(points / kPointsPerInch * reading.dpi())) + 1;
     };
@@ -131,9 +150,13 @@ class Source : public PageSource {
     const std::unique_ptr<Bytes> alone = TemporaryBytes();
     reader_->WriteAlone(index, alone.get());
     constexpr uint64_t kHeadBytes = 64;
+    std::string said;
     const std::vector<uint8_t> drawn = RunProgram(
-        {"pdftoppm", "-cropbox", "-r", Text(reading.dpi()), "-f", "1", "-l", "1", "-singlefile", kInputName},
-        alone.get(), side(page.width) * side(page.height) * 3 + kHeadBytes);
+        {"pdftoppm", "-cropbox", "-r", Fixed(reading.dpi() * page.unit, 4), "-f", "1", "-l", "1",
+         "-singlefile", kInputName},
+        alone.get(), {side(page.width) * side(page.height) * 3 + kHeadBytes, reading.secondsLeft()}, &said);
+    reading.CheckTime();
+    TakeErrors(said, errors);
     Dib dib = FromProgram(drawn, reading);
     const PageView view(dib);
     view.header().biXPelsPerMeter = view.header().biYPelsPerMeter = PixelsPerMetre(reading.dpi());
@@ -164,6 +187,9 @@ class Source : public PageSource {
       AddReduction(Text("drawn at ", dpi, " dpi: ", reason), metadata);
     }
     for (const std::string& what : page.leftOut) AddReduction(what + " left out", metadata);
+    for (const std::string& what : page.onTop) {
+      if (reason.empty()) AddReduction(what + " left out", metadata);
+    }
     TakeMetadata(reader_->Info(), reader_->Xmp(index), metadata);
     if (!page.label.empty()) metadata->SetText("page-name", page.label);
     if (reader_->Count() > 1) metadata->SetText("page-number", Text(index, "/", reader_->Count()));
@@ -182,9 +208,7 @@ std::unique_ptr<PageSource> Open(std::unique_ptr<Bytes> file) {
 // Numbers, texts and bytes one after the other: what `Encode` leaves for the document.
 class Packer {
  public:
-  void Put(uint64_t number) {
-    for (int i = 0; i < 8; ++i) bytes_.push_back(static_cast<uint8_t>(number >> (8 * i)));
-  }
+  void Put(uint64_t number) { AppendLittleEndian(&bytes_, number, sizeof(number)); }
   void Put(double number) { Put(std::bit_cast<uint64_t>(number)); }
   template <class Run>
   void PutRun(const Run& run) {
@@ -201,9 +225,8 @@ class Unpacker {
  public:
   explicit Unpacker(std::span<const uint8_t> bytes) : bytes_(bytes) {}
   uint64_t Number() {
-    uint64_t number = 0;
-    for (size_t i = 8; i-- > 0;) number = number << 8 | bytes_[i];
-    bytes_ = bytes_.subspan(8);
+    const uint64_t number = LittleEndian(bytes_.first(sizeof(number)));
+    bytes_ = bytes_.subspan(sizeof(number));
     return number;
   }
   double Real() { return std::bit_cast<double>(Number()); }

@@ -49,8 +49,10 @@ struct PdfPage {
   int orientation = 1;                    // of the picture on the page, as EXIF counts
   double across = 0, down = 0;            // points from the first to behind the last column and row
   double width = 0, height = 0;           // of the page as it is shown, in points
+  double unit = 1;                        // how much larger that is than its boxes say
   std::string label = {};                 // "iv"; empty where the file has no labels
   std::vector<std::string> leftOut = {};  // what the page has beside the picture
+  std::vector<std::string> onTop = {};    // what is shown where the page is drawn
 };
 
 class PdfReader {
@@ -112,7 +114,7 @@ struct PdfLibrary {
 // Of the library with this interface, or null for another version. Exported by name.
 using GetPdfLibrary = const PdfLibrary*(const char* version);
 inline constexpr const char* kPdfLibraryFunction = "RastrelPdfLibrary";
-inline constexpr const char* kPdfLibraryVersion = RASTREL_VERSION ".1";
+inline constexpr const char* kPdfLibraryVersion = RASTREL_VERSION ".2";
 
 }  // namespace rastrel::formats
 

@@ -5,8 +5,10 @@
 #include <cstring>
 #include <optional>
 
+#include "formats/exif.h"
 #include "formats/general.h"
 #include "formats/system.h"
+#include "formats/tiff_directory.h"
 #include "pages/text.h"
 
 namespace rastrel::formats {
@@ -130,39 +132,22 @@ Dib FromFax(const PdfPicture& picture, std::span<const uint8_t> bytes, const Rea
   const uint32_t compression = isGroup4                                              ? kGroup4
                                : picture.isFaxByteAligned && !picture.hasFaxLineEnds ? kRle
                                                                                      : kGroup3;
-  const uint32_t entries[][2] = {{256, static_cast<uint32_t>(picture.width)},
-                                 {257, static_cast<uint32_t>(picture.height)},
-                                 {258, 1},
-                                 {259, compression},
-                                 {262, kBlackIsZero},
-                                 {273, 0},
-                                 {277, 1},
-                                 {278, static_cast<uint32_t>(picture.height)},
-                                 {279, static_cast<uint32_t>(bytes.size())},
-                                 {292, picture.faxK > 0 ? 1u : 0u}};
-  constexpr uint32_t kHeadBytes = 8, kEntryBytes = 12, kStripOffsets = 273;
-  const auto count = static_cast<uint32_t>(std::size(entries));
-  const uint32_t start = kHeadBytes + 2 + count * kEntryBytes + 4;
-  std::vector<uint8_t> file;
-  const auto put = [&](uint32_t number, int size) {
-    for (int i = 0; i < size; ++i) file.push_back(static_cast<uint8_t>(number >> (8 * i)));
-  };
-  file.reserve(start + bytes.size());
-  put(0x4949, 2);  // little-endian
-  put(42, 2);
-  put(kHeadBytes, 4);
-  put(count, 2);
-  for (const auto& [tag, value] : entries) {
-    put(tag, 2);
-    put(4, 2);  // numbers of 32 bits
-    put(1, 4);
-    put(tag == kStripOffsets ? start : value, 4);
-  }
-  put(0, 4);
-  file.insert(file.end(), bytes.begin(), bytes.end());
-  BorrowedBytes borrowed(file);
+  MemoryBytes file;
+  constexpr uint8_t kHeader[] = {'I', 'I', 42, 0, 0, 0, 0, 0};
+  TiffWriter writer(&file, 0, /*isBig=*/false);
+  writer.Add(kHeader);
+  const uint64_t start = writer.Add(bytes);
+  const uint64_t height = static_cast<uint64_t>(picture.height);
+  const TiffReader::Tree tree = {
+      {TiffNumber(256, static_cast<uint64_t>(picture.width)), TiffNumber(257, height), TiffNumber(258, 1),
+       TiffNumber(259, compression), TiffNumber(262, kBlackIsZero), TiffNumber(kTiffStripOffsets, start),
+       TiffNumber(277, 1), TiffNumber(278, height), TiffNumber(kTiffStripByteCounts, bytes.size()),
+       TiffNumber(292, picture.faxK > 0 ? 1 : 0)},
+      {}};
+  const uint64_t directory = writer.Add(tree).at;
+  writer.Point(4, directory);
   // Black runs are 1 in this page; in the picture they are 0 unless it says otherwise.
-  Dib page = kTiff.read(&borrowed, kHeadBytes, reading, nullptr);
+  Dib page = kTiff.read(&file, directory, reading, nullptr);
   const PageView view(page);
   const std::vector<RGBQUAD> colours = ColoursOf(picture);
   view.palette()[0] = colours[picture.isFaxBlack1 ? 0 : 1];
@@ -206,8 +191,8 @@ Dib FromJbig2(const PdfPicture& picture, std::vector<uint8_t> bytes, std::vector
               const Reading& reading) {
   globals.insert(globals.end(), bytes.begin(), bytes.end());  // segments, one after the other
   BorrowedBytes segments(globals);
-  const std::vector<uint8_t> made =
-      RunProgram({"jbig2dec", "-e", "-t", "pbm", "-o", "-", kInputName}, &segments, MostBytes(picture));
+  const std::vector<uint8_t> made = RunProgram({"jbig2dec", "-e", "-t", "pbm", "-o", "-", kInputName},
+                                               &segments, {MostBytes(picture), reading.secondsLeft()});
   Dib page = FromPnm(made, '4', reading);
   const PageView view(page);
   if (view.width() != picture.width || view.height() != picture.height)
@@ -233,8 +218,9 @@ class JpegMarkers {
       if (marker == kScan || size < 2 || at + 2 + size > jpeg.size()) break;
       const std::span<uint8_t> body = jpeg.subspan(at + 4, size - 2);
       if (marker == kAdobe && body.size() >= 5 && std::memcmp(body.data(), "Adobe", 5) == 0) hasAdobe_ = true;
-      if (marker == kExif && body.size() > 6 && std::memcmp(body.data(), "Exif\0\0", 6) == 0) {
-        MakeUpright(body.subspan(6));
+      if (marker == kExif && body.size() > kExifIntro.size() &&
+          std::memcmp(body.data(), kExifIntro.data(), kExifIntro.size()) == 0) {
+        MakeExifUpright(body.subspan(kExifIntro.size()));
       }
       at += 2 + size;
     }
@@ -242,23 +228,6 @@ class JpegMarkers {
   bool hasAdobe() const { return hasAdobe_; }
 
  private:
-  static void MakeUpright(std::span<uint8_t> tiff) {
-    const bool isBigEndian = tiff[0] == 'M';
-    const auto number = [&](size_t at, size_t bytes) {
-      uint32_t value = 0;
-      for (size_t i = 0; i < bytes && at + bytes <= tiff.size(); ++i)
-        value = value << 8 | tiff[at + (isBigEndian ? i : bytes - 1 - i)];
-      return value;
-    };
-    constexpr uint32_t kOrientationTag = 0x0112;
-    const size_t directory = number(4, 4);
-    const uint32_t entries = number(directory, 2);
-    for (uint32_t i = 0; i < entries; ++i) {
-      const size_t entry = directory + 2 + i * size_t{12};
-      if (entry + 12 > tiff.size()) return;
-      if (number(entry, 2) == kOrientationTag) tiff[entry + 8 + (isBigEndian ? 1 : 0)] = 1;
-    }
-  }
   bool hasAdobe_ = false;
 };
 
@@ -305,22 +274,15 @@ uint32_t BigEndian(std::span<const uint8_t> bytes) {
 
 // The one strip of a TIFF file of one page, as kTiff writes black and white.
 std::vector<uint8_t> StripOf(const std::vector<uint8_t>& file) {
-  const bool isBigEndian = file[0] == 'M';
-  const auto number = [&](size_t at, size_t bytes) {
-    size_t value = 0;
-    for (size_t i = 0; i < bytes; ++i) value = value << 8 | file.at(at + (isBigEndian ? i : bytes - 1 - i));
-    return value;
-  };
-  constexpr size_t kOffsets = 273, kCounts = 279, kShort = 3;
-  size_t offset = 0, count = 0;
-  const size_t directory = number(4, 4), entries = number(directory, 2);
-  for (size_t i = 0; i < entries; ++i) {
-    const size_t entry = directory + 2 + i * 12, tag = number(entry, 2);
-    const size_t value = number(entry + 8, number(entry + 2, 2) == kShort ? 2 : 4);
-    if (tag == kOffsets) offset = value;
-    if (tag == kCounts) count = value;
+  BorrowedBytes bytes(file);
+  const TiffReader reader(&bytes);
+  uint64_t offset = 0, count = 0;
+  for (const TiffReader::Entry& entry : reader.Directory(reader.first())) {
+    if (entry.tag == kTiffStripOffsets) offset = reader.Numbers(entry).at(0);
+    if (entry.tag == kTiffStripByteCounts) count = reader.Numbers(entry).at(0);
   }
-  if (offset == 0 || count > file.size() - offset) throw PageError("the fax strip is not found", ErrInternal);
+  if (offset == 0 || offset > file.size() || count > file.size() - offset)
+    throw PageError("the fax strip is not found", ErrInternal);
   const auto start = file.begin() + static_cast<ptrdiff_t>(offset);
   return {start, start + static_cast<ptrdiff_t>(count)};
 }

@@ -1,6 +1,7 @@
 // PNG files through libpng. It reports errors by a jump, so the code between setjmp and the last call holds
 // nothing that needs destroying.
 #include <png.h>
+#include <tiff.h>
 
 #include <algorithm>
 #include <bit>
@@ -8,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "formats/exif.h"
 #include "formats/format.h"
 
 namespace rastrel::formats {
@@ -21,6 +23,7 @@ constexpr std::string_view kSignatures[] = {"\x89PNG\r\n"sv};
 
 struct Message {
   char text[120] = "";
+  bool hasLostChunk = false;  // beyond the limits
 };
 
 void OnError(png_structp png, png_const_charp text) {
@@ -29,7 +32,12 @@ void OnError(png_structp png, png_const_charp text) {
   png_longjmp(png, 1);
 }
 
-void OnWarning(png_structp, png_const_charp) {}
+void OnWarning(png_structp png, png_const_charp text) {
+  auto& message = *static_cast<Message*>(png_get_error_ptr(png));
+  for (const char* const loss :
+       {"no space in chunk cache", "exceeds application limits", "chunk data is too large"})
+    message.hasLostChunk = message.hasLostChunk || std::strstr(text, loss) != nullptr;
+}
 
 void OnRead(png_structp png, png_bytep bytes, size_t count) {
   auto& reader = *static_cast<ByteReader*>(png_get_io_ptr(png));
@@ -43,6 +51,8 @@ void OnWrite(png_structp png, png_bytep bytes, size_t count) {
 
 void OnFlush(png_structp) {}
 
+constexpr png_byte kAnimation[] = "acTL";
+
 class Reader {
  public:
   explicit Reader(Bytes* file)
@@ -53,10 +63,11 @@ class Reader {
     png_set_read_fn(png_, &bytes_, OnRead);
     png_set_user_limits(png_, 0x7FFFFFFF, 0x7FFFFFFF);
     // Of texts and profiles, which deflate makes a thousand times larger.
-    constexpr png_alloc_size_t kMostChunkBytes = 1 << 24;
-    constexpr png_uint_32 kMostChunks = 16;
+    constexpr png_alloc_size_t kMostChunkBytes = 1 << 22;
+    constexpr png_uint_32 kMostChunks = 128;
     png_set_chunk_malloc_max(png_, kMostChunkBytes);
     png_set_chunk_cache_max(png_, kMostChunks);
+    png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_ALWAYS, kAnimation, 1);
   }
   ~Reader() { png_destroy_read_struct(&png_, &info_, nullptr); }
   Reader(const Reader&) = delete;
@@ -65,6 +76,7 @@ class Reader {
   png_structp png() const { return png_; }
   png_infop info() const { return info_; }
   [[noreturn]] void Fail() const { Damaged(message_.text); }
+  bool hasLostChunk() const { return message_.hasLostChunk; }
 
   bool ReadHead() {
     if (setjmp(png_jmpbuf(png_)) != 0) return false;
@@ -129,12 +141,16 @@ struct TextItem {
   const char* keyword;
   const char* item;
 };
-constexpr TextItem kTexts[] = {{"Description", "description"}, {"Author", "artist"},
-                               {"Copyright", "copyright"},     {"Creation Time", "date"},
-                               {"Title", "document"},          {"Software", "software"},
-                               {"History", "history"},         {"XML:com.adobe.xmp", "xmp"}};
+constexpr TextItem kTexts[] = {
+    {"Description", "description"}, {"Author", "artist"},   {"Copyright", "copyright"},
+    {"Creation Time", "date"},      {"Title", "document"},  {"Software", "software"},
+    {"History", "history"},         {"Comment", "comment"}, {"XML:com.adobe.xmp", "xmp"}};
 constexpr const char* kXmpKeyword = "XML:com.adobe.xmp";
-constexpr const char* kMetadata = "icc,xmp,exif,description,artist,copyright,date,document,software,history";
+// Of texts with other keywords: keywords and texts, each with a 0 after it.
+constexpr const char* kOtherTexts = "texts";
+constexpr const char* kMetadata =
+    "icc,xmp,exif,description,artist,copyright,date,document,software,history,comment,make,model,texts";
+constexpr const char* kExifTexts = "make,model";  // that have no keyword of their own
 
 std::string Utf8(std::string_view latin1) {
   std::string text;
@@ -146,19 +162,104 @@ std::string Utf8(std::string_view latin1) {
   return text;
 }
 
+// How ImageMagick and others write blocks for which PNG had no chunk: a name, a length, and digits.
+std::vector<uint8_t> RawProfile(std::string_view text) {
+  const auto skipLine = [&] { text.remove_prefix(std::min(text.size(), text.find('\n') + 1)); };
+  for (int line = 0; line < 3 && text.find('\n') != std::string_view::npos; ++line) skipLine();
+  std::vector<uint8_t> bytes;
+  int digits = 0;
+  for (const char c : text) {
+    const int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+    if (digit < 0) continue;
+    if (digits++ % 2 == 0) bytes.push_back(0);
+    bytes.back() = static_cast<uint8_t>(bytes.back() << 4 | digit);
+  }
+  return bytes;
+}
+
+bool TakeRawProfile(std::string_view keyword, std::string_view text, Metadata* metadata) {
+  constexpr std::string_view kIntro = "Raw profile type ", kXmp = "http://ns.adobe.com/xap/1.0/\0"sv;
+  if (!keyword.starts_with(kIntro)) return false;
+  const std::string_view kind = keyword.substr(kIntro.size());
+  const std::vector<uint8_t> bytes = RawProfile(text);
+  const std::string_view all(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  if (kind == "exif" || (kind == "APP1" && all.starts_with(kExifIntro))) {
+    TakeExif(bytes, metadata);
+  } else if (kind == "xmp") {
+    metadata->Set("xmp", bytes);
+  } else if (kind == "APP1" && all.starts_with(kXmp)) {
+    metadata->SetText("xmp", all.substr(kXmp.size()));
+  } else if (kind == "iptc" || kind == "8bim") {
+    metadata->Set(all.starts_with("8BIM") ? "photoshop" : "iptc", bytes);
+  } else if (kind == "icc" || kind == "icm") {
+    metadata->Set("icc", bytes);
+  } else {
+    return false;
+  }
+  return true;
+}
+
 void ReadTexts(const Reader& reader, Metadata* metadata) {
   png_textp texts = nullptr;
   int count = 0;
   png_get_text(reader.png(), reader.info(), &texts, &count);
+  std::string others;
   for (int i = 0; i < count; ++i) {
-    for (const TextItem& entry : kTexts) {
-      if (std::strcmp(entry.keyword, texts[i].key) != 0 || texts[i].text == nullptr) continue;
-      const bool isUtf8 = texts[i].compression >= PNG_ITXT_COMPRESSION_NONE;
-      const std::string_view bytes(texts[i].text, isUtf8 ? texts[i].itxt_length : texts[i].text_length);
-      const std::string text = isUtf8 ? std::string(bytes) : Utf8(bytes);
-      metadata->SetText(entry.item, text);
+    if (texts[i].text == nullptr) continue;
+    const bool isUtf8 = texts[i].compression >= PNG_ITXT_COMPRESSION_NONE;
+    const std::string_view bytes(texts[i].text, isUtf8 ? texts[i].itxt_length : texts[i].text_length);
+    const std::string_view keyword = texts[i].key;
+    if (TakeRawProfile(keyword, bytes, metadata)) continue;
+    const std::string text = isUtf8 ? std::string(bytes) : Utf8(bytes);
+    const auto entry = std::find_if(std::begin(kTexts), std::end(kTexts),
+                                    [&](const TextItem& known) { return keyword == known.keyword; });
+    if (entry != std::end(kTexts)) {
+      metadata->SetText(entry->item, text);
+    } else {
+      others += std::string(keyword) + '\0' + text.substr(0, text.find('\0')) + '\0';
     }
   }
+  if (!others.empty()) metadata->SetText(kOtherTexts, others);
+}
+
+// Whether the file says no more of its colours than what screens without a profile show.
+bool AreColoursUsual(const Reader& reader) {
+  const auto isNear = [](double a, double b) { return a - b < 0.01 && b - a < 0.01; };
+  if (png_get_valid(reader.png(), reader.info(), PNG_INFO_iCCP | PNG_INFO_sRGB) != 0) return true;
+  constexpr double kGamma = 0.45455;
+  double gamma = kGamma;
+  png_get_gAMA(reader.png(), reader.info(), &gamma);
+  constexpr double kSrgb[8] = {0.3127, 0.329, 0.64, 0.33, 0.3, 0.6, 0.15, 0.06};  // white, red, green, blue
+  double c[8];
+  std::copy(std::begin(kSrgb), std::end(kSrgb), c);
+  png_get_cHRM(reader.png(), reader.info(), &c[0], &c[1], &c[2], &c[3], &c[4], &c[5], &c[6], &c[7]);
+  return isNear(gamma, kGamma) && std::equal(std::begin(c), std::end(c), kSrgb, isNear);
+}
+
+// What the file has and no page.
+void TellLeftOut(const Reader& reader, Metadata* metadata) {
+  const auto tell = [&](const char* what) { AddReduction(std::string(what) + " left out", metadata); };
+  if (!AreColoursUsual(reader)) tell("calibration of its colours");
+  const struct {
+    png_uint_32 chunk;
+    const char* what;
+  } kChunks[] = {{PNG_INFO_sBIT, "numbers of its significant bits"},
+                 {PNG_INFO_bKGD, "background colour"},
+                 {PNG_INFO_hIST, "histogram"},
+                 {PNG_INFO_oFFs, "position"},
+                 {PNG_INFO_pCAL, "calibration of its values"},
+                 {PNG_INFO_sPLT, "suggested palette"},
+                 {PNG_INFO_sCAL, "physical scale"}};
+  for (const auto& [chunk, what] : kChunks) {
+    if (png_get_valid(reader.png(), reader.info(), chunk) != 0) tell(what);
+  }
+  png_unknown_chunkp unknown = nullptr;
+  if (png_get_unknown_chunks(reader.png(), reader.info(), &unknown) > 0) tell("further frames");
+  if (reader.hasLostChunk()) tell("more or longer texts than are read");
+  png_uint_32 across = 0, down = 0;
+  int unit = PNG_RESOLUTION_UNKNOWN;
+  if (png_get_pHYs(reader.png(), reader.info(), &across, &down, &unit) != 0 && unit == PNG_RESOLUTION_UNKNOWN)
+    TellProportions(across, down, metadata);
 }
 
 void ReadMetadata(const Reader& reader, Metadata* metadata) {
@@ -166,10 +267,11 @@ void ReadMetadata(const Reader& reader, Metadata* metadata) {
   png_bytep bytes = nullptr;
   png_uint_32 size = 0;
   int compression = 0;
+  ReadTexts(reader, metadata);
   if (png_get_iCCP(reader.png(), reader.info(), &name, &compression, &bytes, &size) != 0)
     metadata->Set("icc", {bytes, size});
-  if (png_get_eXIf_1(reader.png(), reader.info(), &size, &bytes) != 0) metadata->Set("exif", {bytes, size});
-  ReadTexts(reader, metadata);
+  if (png_get_eXIf_1(reader.png(), reader.info(), &size, &bytes) != 0) TakeExif({bytes, size}, metadata);
+  TellLeftOut(reader, metadata);
 }
 
 // As the file has it, before rows are asked for.
@@ -193,12 +295,10 @@ void ReadPalette(const Reader& reader, const PageView& page) {
   for (RGBQUAD& entry : page.palette()) entry = {255, 255, 255, 0};
   count = std::min(count, static_cast<int>(page.palette().size()));
   for (int i = 0; i < count; ++i) {
-    const int alpha = i < alphaCount ? alphas[i] : 255;
-    const auto overWhite = [alpha](int value) {
-      return static_cast<uint8_t>((value * alpha + 255 * (255 - alpha) + 127) / 255);
-    };
-    page.palette()[static_cast<size_t>(i)] = {overWhite(colours[i].blue), overWhite(colours[i].green),
-                                              overWhite(colours[i].red), 0};
+    const uint32_t alpha = i < alphaCount ? alphas[i] : 255;
+    page.palette()[static_cast<size_t>(i)] = {OverWhite(colours[i].blue, alpha),
+                                              OverWhite(colours[i].green, alpha),
+                                              OverWhite(colours[i].red, alpha), 0};
   }
 }
 
@@ -232,8 +332,9 @@ class Writer {
     Resolution resolution;
     const png_color* colours = nullptr;
     int colourCount = 0;
-    const Metadata::Item *profile, *exif;
-    std::span<png_text> texts;
+    const Metadata::Item* profile = nullptr;
+    std::span<const uint8_t> exif = {};
+    std::span<png_text> texts = {};
   };
   // `rowAt` needs no destruction.
   template <class RowAt>
@@ -252,9 +353,9 @@ class Writer {
       png_set_iCCP(png_, info_, "ICC profile", PNG_COMPRESSION_TYPE_BASE, head.profile->bytes.data(),
                    static_cast<png_uint_32>(head.profile->bytes.size()));
     }
-    if (head.exif != nullptr) {
-      png_set_eXIf_1(png_, info_, static_cast<png_uint_32>(head.exif->bytes.size()),
-                     const_cast<png_bytep>(head.exif->bytes.data()));
+    if (!head.exif.empty()) {
+      png_set_eXIf_1(png_, info_, static_cast<png_uint_32>(head.exif.size()),
+                     const_cast<png_bytep>(head.exif.data()));
     }
     if (!head.texts.empty())
       png_set_text(png_, info_, head.texts.data(), static_cast<int>(head.texts.size()));
@@ -326,25 +427,62 @@ PageInfo Describe(Bytes* file, uint64_t /*place*/) {
   });
 }
 
-// Texts as libpng takes them; what they point to is in `kept`.
-std::vector<png_text> TextsOf(const Metadata& metadata, std::vector<std::string>* kept) {
+bool IsUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const auto first = static_cast<uint8_t>(text[0]);
+    const size_t more = first < 0x80                     ? 0
+                        : first >= 0xC2 && first <= 0xDF ? 1
+                        : first >= 0xE0 && first <= 0xEF ? 2
+                        : first >= 0xF0 && first <= 0xF4 ? 3
+                                                         : text.size();
+    if (more >= text.size()) return false;
+    const auto isNext = [](char c) { return (c & 0xC0) == 0x80; };
+    if (!std::all_of(text.begin() + 1, text.begin() + 1 + static_cast<ptrdiff_t>(more), isNext)) return false;
+    text.remove_prefix(1 + more);
+  }
+  return true;
+}
+
+// Texts as libpng takes them.
+struct Texts {
+  std::vector<std::string> kept;  // what the others point to
   std::vector<png_text> texts;
-  kept->reserve(std::size(kTexts));
-  for (const TextItem& entry : kTexts) {
-    const Metadata::Item* item = metadata.Find(entry.item);
-    if (item == nullptr || item->bytes.empty()) continue;
-    std::string& text = kept->emplace_back(item->bytes.begin(), item->bytes.end());
-    const bool isAscii = std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
+
+  void Add(std::string_view keyword, std::string_view text) {
+    char* key = kept.emplace_back(keyword).data();
+    std::string& value = kept.emplace_back(IsUtf8(text) ? std::string(text) : Utf8(text));
+    const bool isAscii = std::all_of(value.begin(), value.end(), [](char c) { return (c & 0x80) == 0; });
     png_text out{};
     // UTF-8 wants a chunk of its own kind, and so does XMP by its rules.
-    const bool isPlain = isAscii && std::strcmp(entry.keyword, kXmpKeyword) != 0;
+    const bool isPlain = isAscii && keyword != kXmpKeyword;
     out.compression = isPlain ? PNG_TEXT_COMPRESSION_NONE : PNG_ITXT_COMPRESSION_NONE;
-    out.key = const_cast<char*>(entry.keyword);
-    out.text = text.data();
-    (isPlain ? out.text_length : out.itxt_length) = text.size();
+    out.key = key;
+    out.text = value.data();
+    (isPlain ? out.text_length : out.itxt_length) = value.size();
     static char none[] = "";
     out.lang = out.lang_key = none;
     texts.push_back(out);
+  }
+};
+
+// Parts of `text` up to the next 0, which goes with it.
+std::string_view TakePart(std::string_view* text) {
+  const std::string_view part = text->substr(0, text->find('\0'));
+  text->remove_prefix(std::min(text->size(), part.size() + 1));
+  return part;
+}
+
+Texts TextsOf(const Metadata& metadata) {
+  Texts texts;
+  const std::string packed = metadata.TextOf(kOtherTexts);
+  texts.kept.reserve(2 * std::size(kTexts) + packed.size());  // none may move
+  for (const TextItem& entry : kTexts) {
+    const std::string text = metadata.TextOf(entry.item);
+    if (!text.empty()) texts.Add(entry.keyword, text);
+  }
+  for (std::string_view others = packed; !others.empty();) {
+    const std::string_view keyword = TakePart(&others);
+    texts.Add(keyword, TakePart(&others));
   }
   return texts;
 }
@@ -352,11 +490,11 @@ std::vector<png_text> TextsOf(const Metadata& metadata, std::vector<std::string>
 template <class RowAt>
 void WriteFile(Writer::Head head, const Metadata& metadata, RowAt rowAt, void (*order)(png_structp),
                Bytes* file) {
-  std::vector<std::string> kept;
-  std::vector<png_text> texts = TextsOf(metadata, &kept);
+  Texts texts = TextsOf(metadata);
   head.profile = metadata.Find("icc");
-  head.exif = metadata.Find("exif");
-  head.texts = texts;
+  const std::vector<uint8_t> exif = ExifFor(metadata, head.resolution, kExifTexts);
+  head.exif = exif;
+  head.texts = texts.texts;
   Writer writer(file);
   if (!writer.Write(head, rowAt, order))
     NotWritten(file->problem() != nullptr ? file->problem() : writer.message());
@@ -379,16 +517,10 @@ void Write(const Dib& page, const Metadata& metadata, const Options& /*options*/
                                  : PNG_COLOR_TYPE_PALETTE,
        .resolution = view.resolution(),
        .colours = colours.empty() ? nullptr : colours.data(),
-       .colourCount = static_cast<int>(colours.size()),
-       .profile = nullptr,
-       .exif = nullptr,
-       .texts = {}},
+       .colourCount = static_cast<int>(colours.size())},
       FittingProfile(metadata, view), [&view](int y) { return view.PageRow(y); },
       isRgb ? png_set_bgr : nullptr, file);
 }
-
-// As TIFF numbers them, which is how raw pages have them.
-constexpr uint16_t kGreySpace = 1, kRgbSpace = 2, kWholeNumbers = 1, kUnassociatedAlpha = 2;
 
 Raw ReadRaw(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* metadata) {
   Reader reader(file);
@@ -411,8 +543,8 @@ Raw ReadRaw(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* m
   page.height = static_cast<int32_t>(height);
   page.bits = png_get_bit_depth(png, reader.info());
   page.samples = png_get_channels(png, reader.info());
-  page.photometric = page.samples >= 3 ? kRgbSpace : kGreySpace;
-  if (page.samples % 2 == 0) page.extras = {kUnassociatedAlpha};
+  page.photometric = page.samples >= 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK;
+  if (page.samples % 2 == 0) page.extras = {EXTRASAMPLE_UNASSALPHA};
   if (page.rowBytes() != png_get_rowbytes(png, reader.info())) Damaged("");
   page.bytes.resize(page.rowBytes() * height);
   const bool isRead = reader.ReadRows(
@@ -424,11 +556,11 @@ Raw ReadRaw(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* m
 }
 
 bool HoldsRaw(const Raw& page) {
-  const size_t colours = page.photometric == kRgbSpace ? 3 : 1;
-  return (page.bits == 8 || page.bits == 16) && page.sampleFormat == kWholeNumbers &&
-         (page.photometric == kRgbSpace || page.photometric == kGreySpace) &&
+  const size_t colours = page.photometric == PHOTOMETRIC_RGB ? 3 : 1;
+  return (page.bits == 8 || page.bits == 16) && page.sampleFormat == SAMPLEFORMAT_UINT &&
+         (page.photometric == PHOTOMETRIC_RGB || page.photometric == PHOTOMETRIC_MINISBLACK) &&
          static_cast<size_t>(page.samples) == colours + page.extras.size() &&
-         (page.extras.empty() || page.extras == std::vector<uint16_t>{kUnassociatedAlpha});
+         (page.extras.empty() || page.extras == std::vector<uint16_t>{EXTRASAMPLE_UNASSALPHA});
 }
 
 void WriteRaw(const Raw& page, const Metadata& metadata, const Options& /*options*/, Bytes* file) {
@@ -437,12 +569,9 @@ void WriteRaw(const Raw& page, const Metadata& metadata, const Options& /*option
       {.width = page.width,
        .height = page.height,
        .depth = page.bits,
-       .kind = (page.photometric == kRgbSpace ? PNG_COLOR_MASK_COLOR : 0) |
+       .kind = (page.photometric == PHOTOMETRIC_RGB ? PNG_COLOR_MASK_COLOR : 0) |
                (page.extras.empty() ? 0 : PNG_COLOR_MASK_ALPHA),
-       .resolution = page.resolution,
-       .profile = nullptr,
-       .exif = nullptr,
-       .texts = {}},
+       .resolution = page.resolution},
       metadata, [&page](int y) { return page.Row(y); }, isSwapped ? png_set_swap : nullptr, file);
 }
 

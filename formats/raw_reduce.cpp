@@ -1,4 +1,6 @@
 // Raw pages as pages of 1, 8 or 24 bits.
+#include <tiff.h>
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -6,23 +8,11 @@
 #include <cstring>
 
 #include "formats/colour_profile.h"
+#include "formats/format.h"
 #include "formats/raw_page.h"
 
 namespace rastrel::formats {
 namespace {
-
-// As TIFF numbers them.
-enum Photometric : uint16_t {
-  kMinIsWhite = 0,
-  kMinIsBlack = 1,
-  kRgb = 2,
-  kPalette = 3,
-  kSeparated = 5,
-  kCieLab = 8,
-  kIccLab = 9
-};
-enum SampleFormat : uint16_t { kSigned = 2, kFloat = 3 };
-enum Extra : uint16_t { kAssociated = 1, kUnassociated = 2 };
 
 float HalfToFloat(uint16_t half) {
   const int exponent = half >> 10 & 31;
@@ -62,15 +52,15 @@ double WhiteOf(const Raw& page) {
 class Reducer {
  public:
   explicit Reducer(const Raw& page) : page_(page) {
-    if (page.sampleFormat == kFloat) {
+    if (page.sampleFormat == SAMPLEFORMAT_IEEEFP) {
       white_ = WhiteOf(page);
     } else {
       most_ = page.bits == 32 ? UINT32_MAX : (1u << page.bits) - 1;
-      sign_ = page.sampleFormat == kSigned ? 1u << (page.bits - 1) : 0;
+      sign_ = page.sampleFormat == SAMPLEFORMAT_INT ? 1u << (page.bits - 1) : 0;
     }
   }
   uint8_t Of(const uint8_t* sample) const {
-    if (page_.sampleFormat == kFloat) {
+    if (page_.sampleFormat == SAMPLEFORMAT_IEEEFP) {
       const double share = FloatAt(page_, sample) / white_;
       return share > 0 ? static_cast<uint8_t>(std::floor(std::min(share, 1.0) * 255 + 0.5)) : uint8_t{0};
     }
@@ -96,18 +86,17 @@ class Reducer {
 };
 
 uint8_t Over(uint8_t value, uint8_t alpha, bool isMultiplied) {
-  const unsigned paper = 255u - alpha;
-  if (isMultiplied) return static_cast<uint8_t>(std::min(255u, value + paper));
-  return static_cast<uint8_t>((value * alpha + 255 * paper + 127) / 255);
+  if (isMultiplied) return static_cast<uint8_t>(std::min(255u, value + 255u - alpha));
+  return OverWhite(value, alpha);
 }
 
 int ColourSamples(const Raw& page) {
   switch (page.photometric) {
-    case kRgb:
-    case kCieLab:
-    case kIccLab:
+    case PHOTOMETRIC_RGB:
+    case PHOTOMETRIC_CIELAB:
+    case PHOTOMETRIC_ICCLAB:
       return 3;
-    case kSeparated:
+    case PHOTOMETRIC_SEPARATED:
       return 4;
     default:
       return 1;
@@ -117,15 +106,16 @@ int ColourSamples(const Raw& page) {
 }  // namespace
 
 bool HasAlpha(const Raw& page) {
-  return !page.extras.empty() && (page.extras[0] == kAssociated || page.extras[0] == kUnassociated);
+  return !page.extras.empty() &&
+         (page.extras[0] == EXTRASAMPLE_ASSOCALPHA || page.extras[0] == EXTRASAMPLE_UNASSALPHA);
 }
 
 int ReducedBits(const Raw& page) {
   switch (page.photometric) {
-    case kMinIsWhite:
-    case kMinIsBlack:
+    case PHOTOMETRIC_MINISWHITE:
+    case PHOTOMETRIC_MINISBLACK:
       return page.bits == 1 && page.samples == 1 ? 1 : 8;
-    case kPalette:
+    case PHOTOMETRIC_PALETTE:
       return 8;
     default:
       return 24;
@@ -154,12 +144,12 @@ Dib Reduced(const Raw& page, std::span<const uint8_t> profile) {
   Dib result = MakePage(page.width, page.height, bits, page.resolution);
   const PageView view(result);
   const Reducer reducer(page);
-  const bool isLab = page.photometric == kCieLab || page.photometric == kIccLab;
-  const bool hasAlpha = HasAlpha(page) && page.samples > colours && page.photometric != kPalette;
-  const bool isMultiplied = hasAlpha && page.extras[0] == kAssociated;
+  const bool isLab = page.photometric == PHOTOMETRIC_CIELAB || page.photometric == PHOTOMETRIC_ICCLAB;
+  const bool hasAlpha = HasAlpha(page) && page.samples > colours && page.photometric != PHOTOMETRIC_PALETTE;
+  const bool isMultiplied = hasAlpha && page.extras[0] == EXTRASAMPLE_ASSOCALPHA;
   const size_t bytes = page.sampleBytes(), pixelBytes = bytes * static_cast<size_t>(page.samples);
-  if (page.photometric == kPalette) SetPalette(page, view.palette());
-  const std::unique_ptr<ToRgb> toRgb = bits == 24 && page.photometric != kRgb
+  if (page.photometric == PHOTOMETRIC_PALETTE) SetPalette(page, view.palette());
+  const std::unique_ptr<ToRgb> toRgb = bits == 24 && page.photometric != PHOTOMETRIC_RGB
                                            ? isLab ? NewLabToRgb(page.white) : NewInkToRgb(profile)
                                            : nullptr;
   std::vector<uint8_t> mixed(static_cast<size_t>(page.width) * static_cast<size_t>(colours));
@@ -172,11 +162,12 @@ Dib Reduced(const Raw& page, std::span<const uint8_t> profile) {
       uint8_t values[4] = {};
       for (int i = 0; i < colours; ++i) {
         const uint8_t* sample = in + static_cast<size_t>(i) * bytes;
-        values[i] = page.photometric == kPalette ? *sample : reducer.Of(sample);
+        values[i] = page.photometric == PHOTOMETRIC_PALETTE ? *sample : reducer.Of(sample);
         // The two colour axes of CIE L*a*b* have a sign, those of ICC an offset.
-        if (page.photometric == kCieLab && i > 0 && page.sampleFormat != kSigned) values[i] ^= 0x80;
+        if (page.photometric == PHOTOMETRIC_CIELAB && i > 0 && page.sampleFormat != SAMPLEFORMAT_INT)
+          values[i] ^= 0x80;
       }
-      if (page.photometric == kMinIsWhite) values[0] = static_cast<uint8_t>(255 - values[0]);
+      if (page.photometric == PHOTOMETRIC_MINISWHITE) values[0] = static_cast<uint8_t>(255 - values[0]);
       if (hasAlpha && !toRgb) {
         const uint8_t alpha = reducer.Of(in + static_cast<size_t>(colours) * bytes);
         for (int i = 0; i < colours; ++i) values[i] = Over(values[i], alpha, isMultiplied);

@@ -17,10 +17,15 @@ void* FindFunction(const char* library, const char* function, std::string* why);
 std::unique_ptr<Bytes> TemporaryBytes();
 
 // Runs a program (its name and arguments) that reads `input` as a file that is called kInputName, and returns
-// what it prints. Throws PageError: ErrUnsupported where it is not installed, and where it fails, prints more
-// than `mostBytes` or takes longer than some minutes.
+// what it prints. Throws PageError: ErrUnsupported where it is not installed or takes too long, and where it
+// fails or prints more than it may. `said`, where it is wanted, is the beginning of what it says of errors.
+struct ProgramLimits {
+  uint64_t bytes;  // that it prints
+  double seconds = 300;
+};
 inline constexpr const char* kInputName = "/dev/stdin";
-std::vector<uint8_t> RunProgram(const std::vector<std::string>& words, Bytes* input, uint64_t mostBytes);
+std::vector<uint8_t> RunProgram(const std::vector<std::string>& words, Bytes* input, ProgramLimits limits,
+                                std::string* said = nullptr);
 
 }  // namespace rastrel::formats
 

@@ -63,13 +63,14 @@ int CollectError(TIFF*, void* data, const char* /*module*/, const char* format, 
   return 1;
 }
 
-// Fax or JPEG data that ends early, and JPEG strips smaller than the page, are only warnings to libtiff:
-// pixels that nobody has written would be shown. So are tags that cannot be read.
+// Fax or JPEG data that ends early or has lost its place, and JPEG strips smaller than the page, are only
+// warnings to libtiff: pixels that nobody has written would be shown. So are tags that cannot be read.
 int CollectWarning(TIFF*, void* data, const char* /*module*/, const char* format, va_list arguments) {
   char text[kMostMessageBytes];
   std::vsnprintf(text, sizeof(text), format, arguments);
   for (const char* const harm :
-       {"remature EOF", "remature end", "lack of data", "Improper JPEG", "IO error"}) {
+       {"remature EOF", "remature EOL", "remature end", "Line length mismatch", "lack of data",
+        "Improper JPEG", "extraneous bytes", "bad Huffman code", "found marker", "IO error"}) {
     if (std::string_view(text).find(harm) != std::string_view::npos) {
       Collect(static_cast<Messages*>(data), text);
     }
@@ -111,6 +112,7 @@ struct Layout {
   uint32_t width = 0, height = 0;
   uint16_t bits = 1, samples = 1, photometric = PHOTOMETRIC_MINISWHITE, planar = PLANARCONFIG_CONTIG;
   uint16_t compression = COMPRESSION_NONE, orientation = ORIENTATION_TOPLEFT;
+  uint16_t sampleFormat = SAMPLEFORMAT_UINT;
   Resolution resolution;
 };
 
@@ -134,6 +136,7 @@ Layout ReadLayout(TIFF* file) {
   TIFFGetFieldDefaulted(file, TIFFTAG_PLANARCONFIG, &layout.planar);
   TIFFGetFieldDefaulted(file, TIFFTAG_ORIENTATION, &layout.orientation);
   TIFFGetFieldDefaulted(file, TIFFTAG_COMPRESSION, &layout.compression);
+  TIFFGetFieldDefaulted(file, TIFFTAG_SAMPLEFORMAT, &layout.sampleFormat);
   if (TIFFGetField(file, TIFFTAG_PHOTOMETRIC, &layout.photometric) == 0 && layout.samples >= 3) {
     layout.photometric = PHOTOMETRIC_RGB;
   }
@@ -141,17 +144,23 @@ Layout ReadLayout(TIFF* file) {
   return layout;
 }
 
-// The most pixel bytes that a byte of the file can stand for; 0 where that cannot be told.
+// The most pixel bytes that a byte of the file can stand for, rounded up; 0 where that cannot be told.
 uint64_t HighestRatio(uint16_t compression) {
   switch (compression) {
     case COMPRESSION_NONE:
       return 1;
     case COMPRESSION_PACKBITS:
       return 64;
+    case COMPRESSION_JPEG:
+    case COMPRESSION_OJPEG:
+      return 64 * 8 * 3;  // a bit for 64 samples
     case COMPRESSION_LZW:
     case COMPRESSION_ADOBE_DEFLATE:
     case COMPRESSION_DEFLATE:
       return 4096;
+    case COMPRESSION_LZMA:
+    case COMPRESSION_ZSTD:
+      return 50'000;  // blocks of 128 KiB in four bytes
     default:
       return 0;
   }
@@ -164,20 +173,32 @@ void CheckClaim(TIFF* file, const Layout& layout) {
       layout.compression == COMPRESSION_CCITTFAX4 || layout.compression == COMPRESSION_CCITTFAX3;
   const uint64_t rowBytes = (uint64_t{layout.width} * layout.bits * layout.samples + 7) / 8;
   const uint64_t ratio = HighestRatio(layout.compression);
+  const uint64_t most = fileBytes * ratio;
+  const bool isTiled = TIFFIsTiled(file) != 0;
+  // A tile may be larger than the page.
+  const uint64_t tileBytes = isTiled ? TIFFTileSize64(file) : 0;
   // A fax row takes a bit at least.
   if ((isFax && layout.height / 8 > fileBytes) ||
-      (ratio != 0 && rowBytes > 0 && layout.height > fileBytes * ratio / rowBytes)) {
+      (ratio != 0 && rowBytes > 0 && layout.height > most / rowBytes) ||
+      (ratio != 0 && tileBytes > 0 && TIFFNumberOfTiles(file) > most / tileBytes)) {
     CannotHold(fileBytes, layout.width, layout.height);
   }
 }
 
+// Numbers without a sign.
+bool IsPlainNumber(const Layout& layout) {
+  return layout.sampleFormat == SAMPLEFORMAT_UINT || layout.sampleFormat == SAMPLEFORMAT_VOID;
+}
+
 bool IsPlainIndexed(const Layout& layout) {
-  return layout.samples == 1 && (layout.bits == 1 || layout.bits == 4 || layout.bits == 8) &&
+  return IsPlainNumber(layout) && layout.samples == 1 &&
+         (layout.bits == 1 || layout.bits == 4 || layout.bits == 8) &&
          layout.photometric <= PHOTOMETRIC_PALETTE && layout.photometric != PHOTOMETRIC_RGB;
 }
 
 bool IsPlainColour(const Layout& layout) {
-  return layout.samples == 3 && layout.bits == 8 && layout.planar == PLANARCONFIG_CONTIG &&
+  return IsPlainNumber(layout) && layout.samples == 3 && layout.bits == 8 &&
+         layout.planar == PLANARCONFIG_CONTIG &&
          (layout.photometric == PHOTOMETRIC_RGB ||
           (layout.photometric == PHOTOMETRIC_YCBCR && layout.compression == COMPRESSION_JPEG));
 }
@@ -278,13 +299,16 @@ uint16_t CompressionOf(const Options& options) {
   return 0;
 }
 
+// What is wanted where it is for pages of all kinds, else the usual one.
+uint16_t ForAll(uint16_t wanted, uint16_t usual) {
+  return wanted == 0 || wanted == COMPRESSION_CCITTFAX4 || wanted == COMPRESSION_JPEG ? usual : wanted;
+}
+
 Form FormOf(const PageView& page, uint16_t wanted) {
   const bool isGrey = HasGreyRamp(page);
-  const bool isForAll = wanted != 0 && wanted != COMPRESSION_CCITTFAX4 && wanted != COMPRESSION_JPEG;
-  if (page.bits() == 1 && isGrey) {
-    return {1, 1, PHOTOMETRIC_MINISWHITE, isForAll ? wanted : uint16_t{COMPRESSION_CCITTFAX4}};
-  }
-  const uint16_t lossless = isForAll ? wanted : uint16_t{COMPRESSION_ADOBE_DEFLATE};
+  if (page.bits() == 1 && isGrey)
+    return {1, 1, PHOTOMETRIC_MINISWHITE, ForAll(wanted, COMPRESSION_CCITTFAX4)};
+  const uint16_t lossless = ForAll(wanted, COMPRESSION_ADOBE_DEFLATE);
   const uint16_t lossy = wanted == COMPRESSION_JPEG ? wanted : lossless;
   if (page.bits() == 24) {
     const uint16_t photometric = lossy == COMPRESSION_JPEG ? PHOTOMETRIC_YCBCR : PHOTOMETRIC_RGB;
@@ -412,26 +436,18 @@ class OpenTiff {
 
 // Whether the file ends before the pointer to the next page, which libtiff takes for the end of the chain.
 bool IsCutAfter(Bytes* bytes, uint64_t directory) {
-  uint8_t head[4] = {};
-  bytes->ReadAt(0, head);
-  const bool isBigEndian = head[0] == 'M';
-  const bool isBigTiff = head[isBigEndian ? 3 : 2] == 43;
-  const size_t countBytes = isBigTiff ? 8 : 2, entryBytes = isBigTiff ? 20 : 12,
-               pointerBytes = isBigTiff ? 8 : 4;
-  uint8_t count[8] = {};
-  if (bytes->ReadAt(directory, {count, countBytes}) < countBytes) return true;
-  uint64_t entries = 0;
-  for (size_t i = 0; i < countBytes; ++i)
-    entries = entries << 8 | count[isBigEndian ? i : countBytes - 1 - i];
-  constexpr uint64_t kMostEntries = 1 << 16;
-  return entries > kMostEntries ||
-         directory + countBytes + entries * entryBytes + pointerBytes > bytes->size();
+  try {
+    TiffReader(bytes).Next(directory);
+    return false;
+  } catch (const PageError&) {
+    return true;
+  }
 }
 
 PageList List(Bytes* bytes) {
   const OpenTiff file(bytes);
   PageList pages;
-  uint64_t last = 0;
+  uint64_t last = 0, first = TIFFCurrentDirOffset(file.tiff());
   do {
     last = TIFFCurrentDirOffset(file.tiff());
     uint32_t kind = 0;
@@ -445,6 +461,7 @@ PageList List(Bytes* bytes) {
   if (pages.damage.empty() && IsCutAfter(bytes, last)) {
     pages.damage = "is damaged: it ends where the next page is told";
   }
+  if (pages.places.empty() && pages.damage.empty()) pages.places.push_back(first);  // better than none
   if (pages.places.empty()) Damaged(file.messages());
   return pages;
 }
@@ -483,21 +500,28 @@ std::string CompressionOf(const Layout& layout) {
 }
 
 void TellOriginal(TIFF* file, const Layout& layout, Metadata* metadata) {
-  uint16_t extras = 0, sampleFormat = SAMPLEFORMAT_UINT;
+  uint16_t extras = 0;
   uint16_t* kinds = nullptr;
   TIFFGetFieldDefaulted(file, TIFFTAG_EXTRASAMPLES, &extras, &kinds);
-  TIFFGetFieldDefaulted(file, TIFFTAG_SAMPLEFORMAT, &sampleFormat);
   const std::string space = SpaceOf(layout);
   const bool hasAlpha = extras > 0 && kinds != nullptr && kinds[0] != EXTRASAMPLE_UNSPECIFIED;
   Tell({.space = space,
         .bits = layout.bits,
         .compression = CompressionOf(layout),
-        .isFloat = sampleFormat == SAMPLEFORMAT_IEEEFP,
+        .isFloat = layout.sampleFormat == SAMPLEFORMAT_IEEEFP,
+        .isSigned = layout.sampleFormat == SAMPLEFORMAT_INT && space != "Lab",
         .hasAlpha = hasAlpha,
         .isMixed = space == "CMYK" || space == "Lab",
         .others = extras - (hasAlpha ? 1 : 0)},
        metadata);
   ReadMetadata(file, metadata);
+  float across = 0, down = 0;
+  uint16_t unit = RESUNIT_INCH;
+  TIFFGetFieldDefaulted(file, TIFFTAG_RESOLUTIONUNIT, &unit);
+  if (unit == RESUNIT_NONE && TIFFGetField(file, TIFFTAG_XRESOLUTION, &across) != 0 &&
+      TIFFGetField(file, TIFFTAG_YRESOLUTION, &down) != 0) {
+    TellProportions(across, down, metadata);
+  }
 }
 
 // The item's bytes, or none.
@@ -506,28 +530,85 @@ std::span<const uint8_t> ItemOf(const Metadata* metadata, std::string_view name)
   return item != nullptr ? std::span<const uint8_t>(item->bytes) : std::span<const uint8_t>();
 }
 
-// What libtiff does not tell: the EXIF directory, as the block that other formats have, and the history.
-void ReadExtras(Bytes* bytes, uint64_t directory, Metadata* metadata) {
+// Fields that go on into other TIFF files as they are.
+bool IsKeptField(uint16_t tag) {
+  constexpr uint16_t kTags[] = {TIFFTAG_XPOSITION,     TIFFTAG_YPOSITION,  TIFFTAG_HOSTCOMPUTER,
+                                TIFFTAG_TARGETPRINTER, TIFFTAG_WHITEPOINT, TIFFTAG_PRIMARYCHROMATICITIES};
+  return std::find(std::begin(kTags), std::end(kTags), tag) != std::end(kTags);
+}
+
+// Fields of how pixels are stored, and those whose items are read elsewhere.
+bool IsUsedField(uint16_t tag) {
+  constexpr uint16_t kTags[] = {TIFFTAG_THRESHHOLDING, TIFFTAG_FREEOFFSETS, TIFFTAG_FREEBYTECOUNTS,
+                                TIFFTAG_PREDICTOR,     TIFFTAG_COLORMAP,    TIFFTAG_JPEGTABLES,
+                                TIFFTAG_ICCPROFILE,    TIFFTAG_XMLPACKET,   TIFFTAG_PHOTOSHOP,
+                                TIFFTAG_RICHTIFFIPTC,  kTiffExif,           kTiffGps,
+                                kTiffHistory};
+  const auto isWithin = [tag](uint16_t first, uint16_t last) { return tag >= first && tag <= last; };
+  return std::find(std::begin(kTags), std::end(kTags), tag) != std::end(kTags) ||
+         std::any_of(std::begin(kTiffTexts), std::end(kTiffTexts),
+                     [tag](const TiffText& text) { return text.tag == tag; }) ||
+         isWithin(TIFFTAG_SUBFILETYPE, TIFFTAG_PHOTOMETRIC) ||
+         isWithin(TIFFTAG_CELLWIDTH, TIFFTAG_FILLORDER) || tag == TIFFTAG_STRIPOFFSETS ||
+         tag == TIFFTAG_ORIENTATION || isWithin(TIFFTAG_SAMPLESPERPIXEL, TIFFTAG_PLANARCONFIG) ||
+         isWithin(TIFFTAG_GROUP3OPTIONS, TIFFTAG_GROUP4OPTIONS) ||
+         isWithin(TIFFTAG_RESOLUTIONUNIT, TIFFTAG_PAGENUMBER) ||
+         isWithin(TIFFTAG_TILEWIDTH, TIFFTAG_CONSECUTIVEBADFAXLINES) || tag == TIFFTAG_INKSET ||
+         tag == TIFFTAG_NUMBEROFINKS || isWithin(TIFFTAG_EXTRASAMPLES, TIFFTAG_SMAXSAMPLEVALUE) ||
+         isWithin(TIFFTAG_JPEGPROC, TIFFTAG_JPEGACTABLES) ||
+         isWithin(TIFFTAG_YCBCRCOEFFICIENTS, TIFFTAG_REFERENCEBLACKWHITE);
+}
+
+// A small TIFF file of fields alone, as metadata carries them.
+std::vector<uint8_t> BlockOf(const TiffReader::Tree& tree) {
+  MemoryBytes block;
+  constexpr uint8_t kHeader[8] = {'I', 'I', 42};
+  TiffWriter writer(&block, 0, /*isBig=*/false);
+  writer.Add(kHeader);
+  writer.Point(4, writer.Add(tree).at);
+  return block.Take();
+}
+
+TiffReader::Tree TreeOf(std::span<const uint8_t> block) {
+  if (block.empty()) return {};
+  BorrowedBytes bytes(block);
+  try {
+    const TiffReader reader(&bytes);
+    return reader.LoadTree(reader.first());
+  } catch (const PageError&) {
+    return {};  // a damaged block is as good as none
+  }
+}
+
+// What libtiff does not tell: the EXIF directory, as the block that other formats have, the history, and
+// fields that only TIFF files have.
+void ReadExtras(Bytes* bytes, TIFF* file, const Layout& layout, Metadata* metadata) {
   try {
     const TiffReader reader(bytes);
-    TiffReader::Tree exif;
-    for (const TiffReader::Entry& entry : reader.Directory(directory)) {
+    TiffReader::Tree exif, others;
+    std::string leftOut;
+    const bool isLab = SpaceOf(layout) == "Lab";
+    for (const TiffReader::Entry& entry : reader.Directory(TIFFCurrentDirOffset(file))) {
       if (entry.tag == kTiffHistory && entry.type == kTiffAscii) {
         std::vector<uint8_t> text = reader.Load(entry).value;
         while (!text.empty() && text.back() == 0) text.pop_back();
         metadata->Set("history", text);
+      } else if (entry.tag == kTiffExif || entry.tag == kTiffGps) {
+        const std::vector<uint64_t> to = reader.Numbers(entry);
+        if (to.size() == 1) exif.below.emplace_back(entry.tag, reader.LoadTree(to[0], 1));
+      } else if (isLab && entry.tag == TIFFTAG_WHITEPOINT) {
+        // It is with the colours.
+      } else if (IsKeptField(entry.tag)) {
+        others.fields.push_back(reader.Load(entry));
+      } else if (!IsUsedField(entry.tag)) {
+        const TIFFField* known = TIFFFieldWithTag(file, entry.tag);
+        leftOut += (leftOut.empty() ? "" : ", ") +
+                   (known != nullptr ? std::string(TIFFFieldName(known)) : Text("tag ", entry.tag));
       }
-      if (entry.tag != kTiffExif && entry.tag != kTiffGps) continue;
-      const std::vector<uint64_t> to = reader.Numbers(entry);
-      if (to.size() == 1) exif.below.emplace_back(entry.tag, reader.LoadTree(to[0], 1));
     }
-    if (exif.below.empty()) return;
-    MemoryBytes block;
-    constexpr uint8_t kHeader[8] = {'I', 'I', 42};
-    TiffWriter writer(&block, 0, /*isBig=*/false);
-    writer.Add(kHeader);
-    writer.Point(4, writer.Add(exif).at);
-    metadata->Set("exif", block.Take());
+    if (!exif.below.empty()) metadata->Set("exif", BlockOf(exif));
+    if (!others.fields.empty()) metadata->Set("tiff", BlockOf(others));
+    if (!leftOut.empty()) AddReduction(leftOut + " left out", metadata);
   } catch (const PageError&) {
     AddReduction("exif left out: it is damaged", metadata);
   }
@@ -535,8 +616,9 @@ void ReadExtras(Bytes* bytes, uint64_t directory, Metadata* metadata) {
 
 // Adds what ReadExtras finds to a file of one page.
 void WriteExtras(MemoryBytes* bytes, const Metadata& metadata) {
-  const std::span<const uint8_t> exif = ItemOf(&metadata, "exif"), history = ItemOf(&metadata, "history");
-  if (exif.empty() && history.empty()) return;
+  const std::span<const uint8_t> history = ItemOf(&metadata, "history");
+  const TiffReader::Tree exif = TreeOf(ItemOf(&metadata, "exif")), others = TreeOf(ItemOf(&metadata, "tiff"));
+  if (exif.below.empty() && history.empty() && others.fields.empty()) return;
   const TiffReader reader(bytes);
   TiffReader::Tree tree = reader.LoadTree(reader.first());
   if (!history.empty()) {
@@ -544,15 +626,12 @@ void WriteExtras(MemoryBytes* bytes, const Metadata& metadata) {
     field.value.push_back(0);
     tree.fields.push_back(std::move(field));
   }
-  if (!exif.empty()) {
-    BorrowedBytes block(exif);
-    try {
-      const TiffReader from(&block);
-      tree.below = from.LoadTree(from.first()).below;
-    } catch (const PageError&) {
-      // A damaged block is as good as none.
-    }
+  for (const TiffField& field : others.fields) {
+    const auto isSame = [&](const TiffField& own) { return own.tag == field.tag; };
+    if (IsKeptField(field.tag) && std::none_of(tree.fields.begin(), tree.fields.end(), isSame))
+      tree.fields.push_back(field);
   }
+  tree.below = exif.below;
   TiffWriter writer(bytes, bytes->size(), reader.isBig());
   writer.Point(reader.isBig() ? 8 : 4, writer.Add(tree).at);
 }
@@ -570,7 +649,7 @@ Dib Read(Bytes* bytes, uint64_t directory, const Reading& reading, Metadata* met
   const Layout layout = ReadLayout(file.tiff());
   if (metadata != nullptr) {
     TellOriginal(file.tiff(), layout, metadata);
-    ReadExtras(bytes, TIFFCurrentDirOffset(file.tiff()), metadata);
+    ReadExtras(bytes, file.tiff(), layout, metadata);
   }
   CheckClaim(file.tiff(), layout);
   Dib page;
@@ -604,7 +683,7 @@ Raw ReadRaw(Bytes* bytes, uint64_t directory, const Reading& reading, Metadata* 
     throw PageError("has no samples of its own for each pixel", ErrUnsupported);
   }
   TellOriginal(file.tiff(), layout, metadata);
-  ReadExtras(bytes, TIFFCurrentDirOffset(file.tiff()), metadata);
+  ReadExtras(bytes, file.tiff(), layout, metadata);
   return Upright(ReadRawPage(file, layout, reading), layout.orientation);
 }
 
@@ -672,9 +751,7 @@ bool HoldsRaw(const Raw&) { return true; }
 // Nothing is lost, whatever is asked for: what is no page of 1 bit or of 8-bit greys and colours takes the
 // usual compression instead of those that are for such pages.
 std::vector<uint8_t> EncodeRaw(const Raw& page, const Metadata& metadata, const Options& options) {
-  const uint16_t wanted = CompressionOf(options);
-  const bool isForAll = wanted != 0 && wanted != COMPRESSION_CCITTFAX4 && wanted != COMPRESSION_JPEG;
-  const uint16_t compression = isForAll ? wanted : uint16_t{COMPRESSION_ADOBE_DEFLATE};
+  const uint16_t compression = ForAll(CompressionOf(options), COMPRESSION_ADOBE_DEFLATE);
   return EncodeAlone(page.bytes.size(), metadata, [&](TIFF* file) {
     SetRawFields(file, page);
     TIFFSetField(file, TIFFTAG_COMPRESSION, compression);

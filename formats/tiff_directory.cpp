@@ -18,22 +18,18 @@ size_t SizeOf(uint16_t type) {
 
 // Bytes that change places between the two orders: fractions are two numbers.
 size_t UnitOf(uint16_t type) {
-  constexpr uint16_t kFraction = 5, kSignedFraction = 10;
-  return type == kFraction || type == kSignedFraction ? 4 : SizeOf(type);
+  constexpr uint16_t kSignedFraction = 10;
+  return type == kTiffFraction || type == kSignedFraction ? 4 : SizeOf(type);
 }
 
 bool IsDirectory(uint16_t tag) { return tag == kTiffExif || tag == kTiffGps || tag == kTiffInterop; }
-
-void Append(std::vector<uint8_t>* bytes, uint64_t number, size_t size) {
-  for (size_t i = 0; i < size; ++i) bytes->push_back(static_cast<uint8_t>(number >> 8 * i));
-}
 
 }  // namespace
 
 TiffField TiffNumbers(uint16_t tag, const std::vector<uint64_t>& numbers) {
   const bool isWide = std::any_of(numbers.begin(), numbers.end(), [](uint64_t n) { return n > UINT32_MAX; });
   TiffField field = {tag, isWide ? kTiffLong8 : kTiffLong, numbers.size()};
-  for (const uint64_t number : numbers) Append(&field.value, number, SizeOf(field.type));
+  for (const uint64_t number : numbers) AppendLittleEndian(&field.value, number, SizeOf(field.type));
   return field;
 }
 
@@ -58,17 +54,25 @@ uint64_t TiffReader::Number(uint64_t at, size_t size) const {
   return number;
 }
 
-std::vector<TiffReader::Entry> TiffReader::Directory(uint64_t at) const {
-  const uint64_t count = Number(at, isBig_ ? 8 : 2);
+uint64_t TiffReader::EntriesOf(uint64_t at) const {
+  const uint64_t count = Number(at, countBytes());
   if (count > kMostEntries) Damaged("a directory is too long");
+  return count;
+}
+
+uint64_t TiffReader::Next(uint64_t at) const {
+  return Number(at + countBytes() + EntriesOf(at) * entryBytes(), word());
+}
+
+std::vector<TiffReader::Entry> TiffReader::Directory(uint64_t at) const {
+  const uint64_t count = EntriesOf(at);
   std::vector<Entry> entries;
-  const size_t word = isBig_ ? 8 : 4;
-  uint64_t entry = at + (isBig_ ? 8 : 2);
-  for (uint64_t i = 0; i < count; ++i, entry += 4 + 2 * word) {
+  uint64_t entry = at + countBytes();
+  for (uint64_t i = 0; i < count; ++i, entry += entryBytes()) {
     Entry found = {static_cast<uint16_t>(Number(entry, 2)), static_cast<uint16_t>(Number(entry + 2, 2)),
-                   Number(entry + 4, word), entry + 4 + word};
+                   Number(entry + 4, word()), entry + 4 + word()};
     const uint64_t size = SizeOf(found.type);
-    if (size != 0 && found.count > word / size) found.at = Number(found.at, word);
+    if (size != 0 && found.count > word() / size) found.at = Number(found.at, word());
     entries.push_back(found);
   }
   return entries;
@@ -89,16 +93,15 @@ TiffField TiffReader::Load(const Entry& entry) const {
 }
 
 std::vector<uint64_t> TiffReader::Numbers(const Entry& entry) const {
-  constexpr uint16_t kShort = 3, kIfd = 13, kIfd8 = 18;
+  constexpr uint16_t kIfd = 13, kIfd8 = 18;
   std::vector<uint64_t> numbers;
   const uint16_t type = entry.type;
-  if (type != kShort && type != kTiffLong && type != kIfd && type != kTiffLong8 && type != kIfd8) return {};
+  if (type != kTiffShort && type != kTiffLong && type != kIfd && type != kTiffLong8 && type != kIfd8)
+    return {};
   const TiffField field = Load(entry);
   const size_t size = SizeOf(type);
   for (size_t at = 0; at < field.value.size(); at += size) {
-    uint64_t number = 0;
-    for (size_t i = size; i-- > 0;) number = number << 8 | field.value[at + i];
-    numbers.push_back(number);
+    numbers.push_back(LittleEndian(std::span(field.value).subspan(at, size)));
   }
   return numbers;
 }
@@ -138,27 +141,27 @@ TiffWriter::Place TiffWriter::Add(const TiffReader::Tree& tree) {
             [](const TiffField& a, const TiffField& b) { return a.tag < b.tag; });
   const size_t word = isBig_ ? 8 : 4;
   std::vector<uint8_t> bytes;
-  formats::Append(&bytes, fields.size(), isBig_ ? 8 : 2);
+  AppendLittleEndian(&bytes, fields.size(), isBig_ ? 8 : 2);
   for (TiffField& field : fields) {
-    formats::Append(&bytes, field.tag, 2);
-    formats::Append(&bytes, field.type, 2);
-    formats::Append(&bytes, field.count, word);
+    AppendLittleEndian(&bytes, field.tag, 2);
+    AppendLittleEndian(&bytes, field.type, 2);
+    AppendLittleEndian(&bytes, field.count, word);
     if (field.value.size() > word) {
-      formats::Append(&bytes, Add(field.value), word);
+      AppendLittleEndian(&bytes, Add(field.value), word);
     } else {
       field.value.resize(word);
       bytes.insert(bytes.end(), field.value.begin(), field.value.end());
     }
   }
   const uint64_t pointer = bytes.size();
-  formats::Append(&bytes, 0, word);
+  AppendLittleEndian(&bytes, 0, word);
   const uint64_t at = Add(bytes);
   return {at, at + pointer};
 }
 
 void TiffWriter::Point(uint64_t at, uint64_t to) {
   std::vector<uint8_t> bytes;
-  formats::Append(&bytes, to, isBig_ ? 8 : 4);
+  AppendLittleEndian(&bytes, to, isBig_ ? 8 : 4);
   WriteAt(at, bytes);
 }
 

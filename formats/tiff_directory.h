@@ -10,7 +10,13 @@
 
 namespace rastrel::formats {
 
-enum TiffType : uint16_t { kTiffAscii = 2, kTiffLong = 4, kTiffLong8 = 16 };
+enum TiffType : uint16_t {
+  kTiffAscii = 2,
+  kTiffShort = 3,
+  kTiffLong = 4,
+  kTiffFraction = 5,
+  kTiffLong8 = 16
+};
 enum TiffTag : uint16_t {
   kTiffStripOffsets = 273,
   kTiffStripByteCounts = 279,
@@ -19,6 +25,17 @@ enum TiffTag : uint16_t {
   kTiffHistory = 37395,  // of TIFF/EP: what was done to the picture, a line each time
   kTiffInterop = 40965
 };
+
+// Texts of a page that TIFF files and EXIF blocks have a place for, and the items that they are.
+struct TiffText {
+  uint16_t tag;
+  const char* item;
+  bool isInExif;
+};
+inline constexpr TiffText kTiffTexts[] = {
+    {269, "document", false}, {270, "description", true}, {271, "make", true},
+    {272, "model", true},     {285, "page-name", false},  {305, "software", true},
+    {306, "date", true},      {315, "artist", true},      {33432, "copyright", true}};
 
 // An entry with its value, in little-endian order whatever the file has.
 struct TiffField {
@@ -39,8 +56,11 @@ class TiffReader {
 
   explicit TiffReader(Bytes* bytes);
   uint64_t first() const { return first_; }
+  bool isBigEndian() const { return isBigEndian_; }
   bool isBig() const { return isBig_; }
   std::vector<Entry> Directory(uint64_t at) const;
+  // Where the directory after that one is; 0 for none.
+  uint64_t Next(uint64_t at) const;
   TiffField Load(const Entry& entry) const;
   // Whole numbers; none for other types.
   std::vector<uint64_t> Numbers(const Entry& entry) const;
@@ -53,6 +73,11 @@ class TiffReader {
 
  private:
   uint64_t Number(uint64_t at, size_t bytes) const;
+  uint64_t EntriesOf(uint64_t at) const;
+  // Bytes of an offset, of the number of entries, and of an entry.
+  size_t word() const { return isBig_ ? 8 : 4; }
+  size_t countBytes() const { return isBig_ ? 8 : 2; }
+  size_t entryBytes() const { return 4 + 2 * word(); }
 
   Bytes* bytes_;
   bool isBigEndian_ = false, isBig_ = false;

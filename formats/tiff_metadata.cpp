@@ -4,6 +4,7 @@
 #include <string>
 
 #include "formats/format.h"
+#include "formats/tiff_directory.h"
 #include "pages/text.h"
 
 namespace rastrel::formats {
@@ -17,15 +18,6 @@ constexpr Tag kBlocks[] = {{TIFFTAG_ICCPROFILE, "icc"},
                            {TIFFTAG_XMLPACKET, "xmp"},
                            {TIFFTAG_PHOTOSHOP, "photoshop"},
                            {TIFFTAG_RICHTIFFIPTC, "iptc"}};
-constexpr Tag kTexts[] = {{TIFFTAG_IMAGEDESCRIPTION, "description"},
-                          {TIFFTAG_ARTIST, "artist"},
-                          {TIFFTAG_COPYRIGHT, "copyright"},
-                          {TIFFTAG_DATETIME, "date"},
-                          {TIFFTAG_PAGENAME, "page-name"},
-                          {TIFFTAG_DOCUMENTNAME, "document"},
-                          {TIFFTAG_MAKE, "make"},
-                          {TIFFTAG_MODEL, "model"},
-                          {TIFFTAG_SOFTWARE, "software"}};
 
 }  // namespace
 
@@ -36,10 +28,10 @@ void ReadMetadata(TIFF* file, Metadata* metadata) {
     if (TIFFGetField(file, tag.number, &count, &bytes) != 0 && bytes != nullptr)
       metadata->Set(tag.item, {bytes, count});
   }
-  for (const Tag& tag : kTexts) {
+  for (const auto& [tag, item, isInExif] : kTiffTexts) {
     const char* text = nullptr;
-    if (TIFFGetField(file, tag.number, &text) != 0 && text != nullptr && text[0] != '\0')
-      metadata->SetText(tag.item, text);
+    if (TIFFGetField(file, tag, &text) != 0 && text != nullptr && text[0] != '\0')
+      metadata->SetText(item, text);
   }
   uint16_t page = 0, pages = 0;
   if (TIFFGetField(file, TIFFTAG_PAGENUMBER, &page, &pages) != 0)
@@ -54,8 +46,8 @@ bool WriteMetadata(TIFF* file, const Metadata& metadata) {
     if (item != nullptr && !item->bytes.empty())
       set(tag.number, static_cast<uint32_t>(item->bytes.size()), item->bytes.data());
   }
-  for (const Tag& tag : kTexts) {
-    if (metadata.Find(tag.item) != nullptr) set(tag.number, metadata.TextOf(tag.item).c_str());
+  for (const auto& [tag, item, isInExif] : kTiffTexts) {
+    if (metadata.Find(item) != nullptr) set(uint32_t{tag}, metadata.TextOf(item).c_str());
   }
   unsigned page = 0, pages = 0;
   if (std::sscanf(metadata.TextOf("page-number").c_str(), "%5u/%5u", &page, &pages) == 2)

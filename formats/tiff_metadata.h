@@ -10,7 +10,7 @@ namespace rastrel::formats {
 
 inline constexpr const char* kTiffMetadata =
     "icc,xmp,photoshop,iptc,description,artist,copyright,date,page-name,page-number,document,make,model,"
-    "software,exif,history";
+    "software,exif,history,tiff";
 
 // The items that libtiff's open page has.
 void ReadMetadata(TIFF* file, pages::Metadata* metadata);

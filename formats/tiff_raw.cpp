@@ -1,7 +1,9 @@
 #include "formats/tiff_raw.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 
 namespace rastrel::formats {
 namespace {
@@ -55,6 +57,19 @@ void Unpack(const uint8_t* packed, size_t first, size_t count, const Raw& page, 
   }
 }
 
+// Not before some of the rows could be read: what a file of a few bytes claims may be anything.
+void TakeMemory(Raw* page) {
+  if (page->bytes.empty()) page->bytes.resize(page->rowBytes() * static_cast<size_t>(page->height));
+}
+
+// Zeros that take no memory until they are written over.
+using Zeros = std::unique_ptr<uint8_t, void (*)(void*)>;
+Zeros NewZeros(size_t bytes) {
+  Zeros zeros(static_cast<uint8_t*>(std::calloc(bytes, 1)), std::free);
+  if (!zeros) throw PageError("out of memory", ErrNoMemory);
+  return zeros;
+}
+
 bool ReadRows(TIFF* file, const Reading& reading, const Shape& shape, Raw* page) {
   const bool isPlanar = shape.planar == PLANARCONFIG_SEPARATE;
   const size_t inRow = isPlanar ? 1 : shape.samples;
@@ -66,6 +81,7 @@ bool ReadRows(TIFF* file, const Reading& reading, const Shape& shape, Raw* page)
       reading.CheckTime();
       std::fill(row.begin(), row.end(), uint8_t{0});  // a decoder may stop early
       if (TIFFReadScanline(file, row.data(), y, sample) < 0) return false;
+      TakeMemory(page);
       Unpack(row.data(), 0, shape.width * inRow, *page, isPlanar ? shape.samples : 1,
              page->Row(static_cast<int32_t>(y)) + sample * page->sampleBytes());
     }
@@ -85,22 +101,23 @@ bool ReadTiles(TIFF* file, const Reading& reading, const Shape& shape, Raw* page
       tileBytes / down < rowBytes) {
     return false;
   }
-  reading.CheckBytes(page->bytes.size() + tileBytes);
-  std::vector<uint8_t> tile(tileBytes);
+  reading.CheckBytes(page->rowBytes() * shape.height + tileBytes);
+  const Zeros tile = NewZeros(tileBytes);
   for (uint16_t sample = 0; sample < (isPlanar ? shape.samples : 1); ++sample) {
     for (uint64_t top = 0; top < shape.height; top += down) {
       for (uint64_t left = 0; left < shape.width; left += across) {
         reading.CheckTime();
-        std::fill(tile.begin(), tile.end(), uint8_t{0});
-        if (TIFFReadTile(file, tile.data(), static_cast<uint32_t>(left), static_cast<uint32_t>(top), 0,
+        if (!page->bytes.empty()) std::memset(tile.get(), 0, tileBytes);
+        if (TIFFReadTile(file, tile.get(), static_cast<uint32_t>(left), static_cast<uint32_t>(top), 0,
                          sample) < 0) {
           return false;
         }
+        TakeMemory(page);
         const auto columns = static_cast<size_t>(std::min<uint64_t>(across, shape.width - left));
         const auto rows = static_cast<size_t>(std::min<uint64_t>(down, shape.height - top));
         const size_t at = static_cast<size_t>(left) * shape.samples + sample;
         for (size_t y = 0; y < rows; ++y) {
-          Unpack(tile.data() + y * rowBytes, 0, columns * inRow, *page, isPlanar ? shape.samples : 1,
+          Unpack(tile.get() + y * rowBytes, 0, columns * inRow, *page, isPlanar ? shape.samples : 1,
                  page->Row(static_cast<int32_t>(top + y)) + at * page->sampleBytes());
         }
       }
@@ -151,7 +168,6 @@ bool ReadRawSamples(TIFF* file, const Reading& reading, Raw* page) {
   const float* white = nullptr;
   if (shape.photometric == PHOTOMETRIC_CIELAB && TIFFGetField(file, TIFFTAG_WHITEPOINT, &white) != 0)
     page->white = {white[0], white[1]};
-  page->bytes.resize(page->rowBytes() * shape.height);
   return TIFFIsTiled(file) != 0 ? ReadTiles(file, reading, shape, page)
                                 : ReadRows(file, reading, shape, page);
 }

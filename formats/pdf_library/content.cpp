@@ -8,6 +8,8 @@ namespace {
 constexpr uint64_t kMostContentBytes =
     1 << 20;                   // scanned pages have some hundred, and some ten thousand of hidden text
 constexpr int kMostForms = 4;  // one in the other
+constexpr int kMostDrawnForms = 1000;
+constexpr size_t kMostFormBytes = 1 << 23;  // of all together
 constexpr size_t kMostStates = 256;
 constexpr double kTolerance = 0.02;  // of a page's side: what a picture may lack or have beyond it unnoticed
 constexpr double kLeastCovered = 0.5;  // of a page by its scanned image; less is an emblem on a sheet
@@ -25,11 +27,6 @@ Box Around(const Matrix& m, double x, double y, double width, double height) {
   const double x0 = m.a * x + m.c * y + m.e, y0 = m.b * x + m.d * y + m.f;
   return {x0 + *std::min_element(xs, xs + 4), y0 + *std::min_element(ys, ys + 4),
           x0 + *std::max_element(xs, xs + 4), y0 + *std::max_element(ys, ys + 4)};
-}
-
-Box Common(const Box& one, const Box& other) {
-  return {std::max(one.left, other.left), std::max(one.bottom, other.bottom),
-          std::min(one.right, other.right), std::min(one.top, other.top)};
 }
 
 // But for a tolerance.
@@ -210,11 +207,15 @@ class Interpreter : public QPDFObjectHandle::ParserCallbacks {
 
   void DrawForm(QPDFObjectHandle form) {
     if (forms_ == kMostForms) return Refuse("its contents are too deep");
+    if (++drawnForms_ > kMostDrawnForms) return Refuse("its contents are too long");
     Collector content(kMostContentBytes);
     if (!form.pipeStreamData(&content, 0, qpdf_dl_generalized, /*suppress_warnings=*/true) ||
         content.isOver()) {
       return Refuse("its contents are too long");
     }
+    std::vector<uint8_t> bytes = content.Take();
+    if (bytes.size() > formBytesLeft_) return Refuse("its contents are too long");
+    formBytesLeft_ -= bytes.size();
     QPDFObjectHandle dictionary = form.getDict();
     const State outer = state_;
     const std::vector<State> states = std::exchange(states_, {});
@@ -229,7 +230,7 @@ class Interpreter : public QPDFObjectHandle::ParserCallbacks {
     }
     ++forms_;
     QPDFObjectHandle own = dictionary.getKey("/Resources");
-    Run(content.Take(), own.isDictionary() ? own : resources_);
+    Run(std::move(bytes), own.isDictionary() ? own : resources_);
     --forms_;
     state_ = outer;
     states_ = states;
@@ -243,11 +244,17 @@ class Interpreter : public QPDFObjectHandle::ParserCallbacks {
   State state_;
   std::vector<State> states_;
   Box clip_, path_;
-  int pieces_ = 0, pictures_ = 0, forms_ = 0;
+  int pieces_ = 0, pictures_ = 0, forms_ = 0, drawnForms_ = 0;
+  size_t formBytesLeft_ = kMostFormBytes;
   bool isClipping_ = false, paintsBefore_ = false, hasText_ = false, isStencil_ = false;
 };
 
 }  // namespace
+
+Box Common(const Box& one, const Box& other) {
+  return {std::max(one.left, other.left), std::max(one.bottom, other.bottom),
+          std::min(one.right, other.right), std::min(one.top, other.top)};
+}
 
 Found FindPicture(QPDF* file, QPDFPageObjectHelper page, const Box& shown) {
   Interpreter interpreter(file, shown);

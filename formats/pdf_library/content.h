@@ -19,6 +19,9 @@ struct Box {
   double height() const { return top - bottom; }
 };
 
+// What is in both.
+Box Common(const Box& one, const Box& other);
+
 struct Found {
   std::string reason;  // why it is not one picture; empty if it is
   QPDFObjectHandle image;

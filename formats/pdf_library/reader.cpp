@@ -200,10 +200,8 @@ Box BoxOf(QPDFPageObjectHelper page) {
   };
   if (take(page.getMediaBox())) {
     const Box media = box;
-    if (take(page.getCropBox())) {
-      box = {std::max(box.left, media.left), std::max(box.bottom, media.bottom),
-             std::min(box.right, media.right), std::min(box.top, media.top)};
-    }
+    if (take(page.getCropBox())) box = Common(box, media);
+    if (!(box.width() > 0) || !(box.height() > 0)) box = media;  // cropped to what is not there
   }
   if (!(box.width() > 0) || !(box.height() > 0))
     throw PageError("is damaged: it has no size", ErrDamagedFile);
@@ -326,6 +324,19 @@ class Reader : public PdfReader {
       single.setSuppressWarnings(true);
       single.emptyPDF();
       QPDFPageDocumentHelper(single).addPage(pages_.at(index), false);
+      const Box box = BoxOf(pages_.at(index));
+      Handle page = QPDFPageDocumentHelper(single).getAllPages().at(0).getObjectHandle();
+      page.replaceKey("/CropBox", Handle::newArray(
+                                      QPDFObjectHandle::Rectangle(box.left, box.bottom, box.right, box.top)));
+      // Which layers are shown, and what fields of forms that tell no font look like.
+      Copy(pdf_.getRoot(), "/OCProperties", single.getRoot(), &single);
+      Handle form = pdf_.getRoot().getKey("/AcroForm");
+      if (form.isDictionary()) {
+        Handle fields = Handle::newDictionary();
+        fields.replaceKey("/Fields", Handle::newArray());
+        for (const char* key : {"/DA", "/DR", "/NeedAppearances"}) Copy(form, key, fields, &single);
+        single.getRoot().replaceKey("/AcroForm", fields);
+      }
       QPDFWriter writer(single);
       BytesSink sink(file);
       writer.setOutputPipeline(&sink);
@@ -337,6 +348,12 @@ class Reader : public PdfReader {
   }
 
  private:
+  void Copy(Handle from, const char* key, Handle to, QPDF* file) {
+    Handle value = from.getKey(key);
+    if (value.isNull()) return;
+    to.replaceKey(key, file->copyForeignObject(value.isIndirect() ? value : pdf_.makeIndirectObject(value)));
+  }
+
   Found Find(size_t index) {
     const QPDFPageObjectHelper& page = pages_.at(index);
     return FindPicture(&pdf_, page, BoxOf(page));
@@ -361,6 +378,7 @@ class Reader : public PdfReader {
     const double unit = told > 0 && told <= 75000 ? told : 1;  // the most that PDF allows
     page.width = (turns % 2 == 0 ? box.width() : box.height()) * unit;
     page.height = (turns % 2 == 0 ? box.height() : box.width()) * unit;
+    page.unit = unit;
     if (labels_->hasPageLabels()) {
       Handle label = labels_->getLabelForPage(static_cast<long long>(index));
       if (label.isDictionary()) page.label = LabelText(label);
@@ -387,14 +405,14 @@ class Reader : public PdfReader {
   // What else there is that pages of pixels do not have.
   void TellOthers(Handle object, size_t index, PdfPage* page) {
     Handle notes = object.getKey("/Annots");
-    if (notes.isArray() && notes.getArrayNItems() > 0) page->leftOut.push_back("annotations");
+    if (notes.isArray() && notes.getArrayNItems() > 0) page->onTop.push_back("annotations");
     if (index != 0) return;
     Handle root = pdf_.getRoot();
     Handle outlines = root.getKey("/Outlines"), names = root.getKey("/Names");
     if (outlines.isDictionary() && !outlines.getKey("/First").isNull()) page->leftOut.push_back("bookmarks");
     if (names.isDictionary() && !names.getKey("/EmbeddedFiles").isNull())
       page->leftOut.push_back("attached files");
-    if (!root.getKey("/AcroForm").isNull()) page->leftOut.push_back("a form");
+    if (!root.getKey("/AcroForm").isNull()) page->onTop.push_back("a form");
   }
 
   std::vector<uint8_t> BytesOf(Handle image, uint64_t mostBytes, std::vector<uint8_t>* globals) {

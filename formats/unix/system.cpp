@@ -23,7 +23,6 @@ namespace rastrel::formats {
 namespace {
 
 constexpr uint64_t kMostMemoryBytes = 1 << 22;  // of temporary bytes; more go to a file
-constexpr int kMostSeconds = 300;               // of a program
 
 // Nobody else finds it, and it is gone when it is closed.
 int OpenNameless() {
@@ -43,6 +42,10 @@ class Descriptor {
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
   int number() const { return number_; }
+  void Take(int number) {
+    Close();
+    number_ = number;
+  }
   void Close() {
     if (number_ >= 0) ::close(std::exchange(number_, -1));
   }
@@ -112,6 +115,17 @@ class SpawnActions {
   posix_spawn_file_actions_t actions_;
 };
 
+// From a program to here.
+struct Pipe {
+  Descriptor from{-1}, to{-1};
+  Pipe() {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) throw PageError(std::strerror(errno), ErrFileIO);
+    from.Take(ends[0]);
+    to.Take(ends[1]);
+  }
+};
+
 // A program that runs; it does not outlive this.
 class Child {
  public:
@@ -169,17 +183,15 @@ void* FindFunction(const char* library, const char* function, std::string* why) 
 
 std::unique_ptr<Bytes> TemporaryBytes() { return std::make_unique<SpillingBytes>(); }
 
-std::vector<uint8_t> RunProgram(const std::vector<std::string>& words, Bytes* input, uint64_t mostBytes) {
+std::vector<uint8_t> RunProgram(const std::vector<std::string>& words, Bytes* input, ProgramLimits limits,
+                                std::string* said) {
   const Descriptor in(OpenNameless());
   CopyTo(in.number(), input);
-  int ends[2];
-  if (::pipe2(ends, O_CLOEXEC) != 0) throw PageError(std::strerror(errno), ErrFileIO);
-  const Descriptor from(ends[0]);
-  Descriptor to(ends[1]);
+  Pipe prints, says;
   SpawnActions actions;
   posix_spawn_file_actions_adddup2(actions.get(), in.number(), 0);
-  posix_spawn_file_actions_adddup2(actions.get(), to.number(), 1);
-  posix_spawn_file_actions_addopen(actions.get(), 2, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_adddup2(actions.get(), prints.to.number(), 1);
+  posix_spawn_file_actions_adddup2(actions.get(), says.to.number(), 2);
   std::vector<char*> arguments;
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
@@ -188,20 +200,33 @@ std::vector<uint8_t> RunProgram(const std::vector<std::string>& words, Bytes* in
     throw PageError(Text("needs the program ", words[0], ", which is not installed"), ErrUnsupported);
   }
   Child child(id);
-  to.Close();
+  prints.to.Close();
+  says.to.Close();
   std::vector<uint8_t> output, buffer(1 << 16);
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(kMostSeconds);
-  while (true) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(limits.seconds);
+  while (prints.from.number() >= 0 || says.from.number() >= 0) {
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-    pollfd wait = {from.number(), POLLIN, 0};
-    const int ready = left.count() > 0 ? ::poll(&wait, 1, static_cast<int>(left.count())) : 0;
+    pollfd waits[] = {{prints.from.number(), POLLIN, 0}, {says.from.number(), POLLIN, 0}};
+    const int ready = left.count() > 0 ? ::poll(waits, 2, static_cast<int>(left.count())) : 0;
     if (ready < 0 && errno == EINTR) continue;
     if (ready <= 0) throw PageError(Text("takes ", words[0], " too long"), ErrUnsupported);
-    const ssize_t got = ::read(from.number(), buffer.data(), buffer.size());
+    const bool isOutput = waits[0].revents != 0;
+    Pipe& pipe = isOutput ? prints : says;
+    const ssize_t got = ::read(pipe.from.number(), buffer.data(), buffer.size());
     if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) break;
-    if (static_cast<uint64_t>(got) > mostBytes - output.size()) {
+    if (got <= 0) {
+      pipe.from.Close();
+      continue;
+    }
+    const auto count = static_cast<size_t>(got);
+    constexpr size_t kMostSaid = 1 << 16;
+    if (!isOutput) {
+      if (said != nullptr && said->size() < kMostSaid)
+        said->append(reinterpret_cast<const char*>(buffer.data()), count);
+      continue;
+    }
+    if (count > limits.bytes - output.size()) {
       throw PageError(Text("is damaged: ", words[0], " makes more of it than it tells"), ErrDamagedFile);
     }
     output.insert(output.end(), buffer.begin(), buffer.begin() + got);

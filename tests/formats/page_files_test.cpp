@@ -2,7 +2,12 @@
 // understood, and damaged or lying files end in an error, never in a wrong picture.
 #include "formats/page_files.h"
 
+#include "formats/exif.h"
+#include "formats/raw_page.h"
+#include "formats/tiff_document.h"
+
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <tiffio.h>
 #include <unistd.h>
@@ -170,6 +175,12 @@ TEST(Metadata, GoesIntoFilesAndComesBack) {
       "0232"s;
   const std::string exif =
       "II\x2A\0\x08\0\0\0\1\0\x69\x87\4\0\1\0\0\0\x1A\0\0\0\0\0\0\0\1\0"s + version + "\0\0\0\0"s;
+  // 72 dots per inch and lying on its side, in the other order of bytes.
+  const std::string stale =
+      "MM\0\x2A\0\0\0\x08\0\2\1\x12\0\3\0\0\0\1\0\6\0\0\1\x1A\0\5\0\0\0\1\0\0\0\x26\0\0\0\0"
+      "\0\0\0\x48\0\0\0\1"s;
+  // The host computer, which only TIFF files tell.
+  const std::string host = "II\x2A\0\x08\0\0\0\1\0\x3C\1\2\0\4\0\0\0abc\0\0\0\0\0"s;
   const Folder folder;
   const std::pair<std::string, std::string> items[] = {{"icc", Profile("RGB ")},
                                                        {"xmp", "<x:xmpmeta/>"},
@@ -187,17 +198,26 @@ TEST(Metadata, GoesIntoFilesAndComesBack) {
                                                        {"iptc",
                                                         "\x1C\x02\x05\0\x03"
                                                         "abc"s},
+                                                       {"make", "Scanners"},
+                                                       {"model", "S 1"},
+                                                       {"comment", "said"},
+                                                       {"texts", "Source\0here\0Warning\0none\0"s},
+                                                       {"tiff", host},
                                                        {"exif", exif}};
   Metadata metadata;
   for (const auto& [name, text] : items)
     metadata.Set(name, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
-  for (const std::string ending : {"tif", "png"}) {
+  const auto written = [&](const std::string& ending) {
     const std::string path = folder / ("page." + ending);
     OutputPages output(path, *FindFormat(ending), {});
     output.Append(RandomPage(24, 20, 10), metadata);
     output.Finish();
     Metadata found;
     InputPages(path).Read(0, &found);
+    return found;
+  };
+  for (const std::string ending : {"tif", "png", "jpg"}) {
+    const Metadata found = written(ending);
     const std::string kept = "," + std::string(FindFormat(ending)->metadata) + ",";
     for (const auto& [name, text] : items) {
       const bool isKept = kept.find("," + name + ",") != std::string::npos;
@@ -207,6 +227,55 @@ TEST(Metadata, GoesIntoFilesAndComesBack) {
         EXPECT_EQ(isKept ? text : "(none)", TextOf(found, name)) << ending << ' ' << name;
       }
     }
+  }
+  // What EXIF says of how the page lies is of the page as it is written.
+  metadata.Set("exif", {reinterpret_cast<const uint8_t*>(stale.data()), stale.size()});
+  for (const char* ending : {"png", "jpg"}) {
+    const Metadata found = written(ending);
+    const ExifLie lie = ReadExif(found.Find("exif")->bytes);
+    EXPECT_EQ(1, lie.orientation) << ending;
+    EXPECT_NEAR(11811, lie.resolution.x, 1) << ending;
+    EXPECT_NEAR(11811, lie.resolution.y, 1) << ending;
+  }
+}
+
+// As other programs write them, over a file of ours: what no page has is told, blocks without a chunk of
+// their own are found.
+TEST(ReadPng, TellsWhatItLeavesOut) {
+  using namespace std::string_literals;
+  const Folder folder;
+  Write(RandomPage(8, 20, 10), folder / "page.png");
+  const std::string own = ReadBytes(folder / "page.png");
+  const struct {
+    std::string chunk, item, expected;
+  } cases[] = {
+      {"gAMA\0\1\x86\xA0"s, "reduced", "calibration of its colours left out"},
+      {"gAMA\0\0\xB1\x8F"s, "reduced", "(none)"},
+      {"bKGD\0\0"s, "reduced", "background colour left out"},
+      {"acTL\0\0\0\2\0\0\0\0"s, "reduced", "further frames left out"},
+      {"pHYs\0\0\0\4\0\0\0\3\0"s, "reduced", "proportions of its pixels, which are no squares, left out"},
+      {"tEXtAuthor\0Jos\xE9"s, "artist", "Jos\xC3\xA9"},
+      {"tEXtSource\0here"s, "texts", "Source\0here\0"s},
+      {"tEXtRaw profile type xmp\0\nxmp\n       4\n3c612f\n3e\n"s, "xmp", "<a/>"},
+      {"tEXtRaw profile type iptc\0\niptc\n 5\n3842494d00"s, "photoshop", "8BIM\0"s}};
+  for (const auto& [chunk, item, expected] : cases) {
+    // Length, chunk and checksum after the header's 33 bytes, instead of our own resolution's.
+    const auto number = [](uint32_t value) {
+      return std::string{static_cast<char>(value >> 24), static_cast<char>(value >> 16),
+                         static_cast<char>(value >> 8), static_cast<char>(value)};
+    };
+    uint32_t sum = ~0u;
+    for (const char c : chunk) {
+      sum ^= static_cast<uint8_t>(c);
+      for (int bit = 0; bit < 8; ++bit) sum = sum >> 1 ^ (sum % 2 != 0 ? 0xEDB88320 : 0);
+    }
+    constexpr size_t kHeadBytes = 33, kResolutionBytes = 21;
+    WriteBytes(folder / "other.png", own.substr(0, kHeadBytes) +
+                                         number(static_cast<uint32_t>(chunk.size()) - 4) + chunk +
+                                         number(~sum) + own.substr(kHeadBytes + kResolutionBytes));
+    Metadata found;
+    InputPages(folder / "other.png").Read(0, &found);
+    EXPECT_EQ(expected, TextOf(found, item)) << chunk;
   }
 }
 
@@ -234,6 +303,7 @@ struct TiffCase {
   std::vector<Pixel> expected;
   std::string reduced = "(none)";
   std::array<float, 2> white = {};
+  uint16_t sampleFormat = SAMPLEFORMAT_UINT;
 };
 
 void WriteTiffCase(const TiffCase& test, const std::string& path) {
@@ -247,6 +317,7 @@ void WriteTiffCase(const TiffCase& test, const std::string& path) {
   TIFFSetField(file, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
   TIFFSetField(file, TIFFTAG_COMPRESSION, test.isTiled ? COMPRESSION_LZW : COMPRESSION_NONE);
   if (test.white[0] > 0) TIFFSetField(file, TIFFTAG_WHITEPOINT, test.white.data());
+  TIFFSetField(file, TIFFTAG_SAMPLEFORMAT, test.sampleFormat);
   if (test.samples == 4) {
     const uint16_t extra = EXTRASAMPLE_UNASSALPHA;
     TIFFSetField(file, TIFFTAG_EXTRASAMPLES, 1, &extra);
@@ -287,6 +358,8 @@ INSTANTIATE_TEST_SUITE_P(All, ReadTiffLayout, ::testing::Values(
     TiffCase{"Grey2", PHOTOMETRIC_MINISBLACK, 2, 1, 1, false, {0x1B, 0xE4}, 4,
              {kK, 0x555555, 0xAAAAAA, kW, kW, 0xAAAAAA, 0x555555, kK}},
     TiffCase{"Grey16", PHOTOMETRIC_MINISBLACK, 16, 1, 1, false, {0, 0, 0xFF, 0xFF}, 1, {kK, kW}, "16 bits to 8"},
+    TiffCase{"Signed", PHOTOMETRIC_MINISBLACK, 8, 1, 1, false, {0x80, 0x7F}, 1, {kK, kW},
+             "numbers with a sign to numbers without", {}, SAMPLEFORMAT_INT},
     TiffCase{"Rgb", PHOTOMETRIC_RGB, 8, 3, 1, false, {1, 2, 3, 4, 5, 6}, 1, {0x010203, 0x040506}},
     TiffCase{"ClearAlphaIsPaper", PHOTOMETRIC_RGB, 8, 4, 1, false, {9, 9, 9, 0, 1, 2, 3, 255}, 1, {kW, 0x010203},
              "alpha laid over white"},
@@ -333,6 +406,88 @@ TEST(ReadTiff, TurnsPagesUpright) {
                   folder / "page.tif");
     EXPECT_EQ(expected, Colours(Read(folder / "page.tif"))) << "orientation " << orientation;
     ++orientation;
+  }
+}
+
+// As if 4 GiB were 3,000 bytes.
+TEST(TiffDocument, BecomesBigAsItGrows) {
+  MemoryBytes bytes;
+  TiffDocument document(&bytes, /*mostBytes=*/3000);
+  const int depths[] = {1, 24, 8, 4, 8, 24};
+  for (const int bits : depths) document.Append(kTiff.encode(RandomPage(bits, 20 + bits, 11), {}, {}));
+  const std::vector<uint8_t> file = bytes.Take();
+  EXPECT_EQ(43, file[2]);
+  const InputPages pages{std::span<const uint8_t>(file)};
+  ASSERT_EQ(std::size(depths), pages.count());
+  for (size_t i = 0; i < std::size(depths); ++i)
+    EXPECT_EQ(Colours(RandomPage(depths[i], 20 + depths[i], 11)), Colours(pages.Read(i, nullptr))) << i;
+}
+
+// Pixels of three samples of 16 bits that say where they were.
+TEST(RawPage, MovesWholePixels) {
+  Raw page;
+  page.width = 3;
+  page.height = 2;
+  page.bits = 16;
+  page.samples = 3;
+  page.resolution = {100, 200};
+  page.bytes.resize(page.rowBytes() * 2);
+  const auto at = [](Raw& raw, int x, int y) { return reinterpret_cast<uint16_t*>(raw.Row(y)) + 3 * x; };
+  for (int y = 0; y < 2; ++y) {
+    for (int x = 0; x < 3; ++x)
+      std::copy_n(std::array<uint16_t, 3>{uint16_t(1000 * x), uint16_t(y), 7}.data(), 3, at(page, x, y));
+  }
+  const struct {
+    Raw made;
+    int width, height, fromX, fromY;  // of what is at the top left now
+  } cases[] = {{Flipped(page, false), 3, 2, 2, 0},      {Flipped(page, true), 3, 2, 0, 1},
+               {Turned(page, 1), 2, 3, 2, 0},           {Turned(page, 2), 3, 2, 2, 1},
+               {Turned(page, -1), 2, 3, 0, 1},          {Cropped(page, 1, 1, 2, 1), 2, 1, 1, 1},
+               {Cropped(page, 1, 0, 0, 0), 2, 2, 1, 0}, {Upright(page, 5), 2, 3, 0, 0},
+               {Upright(page, 7), 2, 3, 2, 1}};
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    const auto& [made, width, height, fromX, fromY] = cases[i];
+    Raw copy = made;
+    EXPECT_EQ(std::pair(width, height), std::pair(int{copy.width}, int{copy.height})) << i;
+    EXPECT_EQ(width == 3 || height < 3 ? 100 : 200, copy.resolution.x) << i;
+    const uint16_t* first = at(copy, 0, 0);
+    EXPECT_EQ(std::tuple(1000 * fromX, fromY, 7), std::tuple(int{first[0]}, int{first[1]}, int{first[2]}))
+        << i;
+  }
+  EXPECT_THROW(Cropped(page, 2, 0, 2, 1), PageError);
+}
+
+TEST(ReadNetpbm, CountsItsPicturesAndRefusesLies) {
+  using namespace std::string_literals;
+  const std::string grey = "P5 2 1 255\n\1\2"s;
+  const struct {
+    std::string file;
+    size_t pages;  // 0: refused
+    std::vector<Pixel> last = {};
+    bool isDamaged = false;
+  } cases[] = {{grey, 1, {0x010101, 0x020202}},
+               {grey + "P6 1 1 255\n\1\2\3"s, 2, {0x010203}},
+               {grey + "\n# end\n", 1, {0x010101, 0x020202}},
+               {grey + "and more", 1, {0x010101, 0x020202}, true},
+               {grey + "P5 9 9 255\n\1", 2},
+               {"P1 # bits\n2 1\n1# one\n0", 1, {0x000000, 0xFFFFFF}},
+               {"P5 1 1 99999\n\1", 0},
+               {"P5 1 1 0\n\1", 0},
+               {"P5 -1 1 255\n\1", 0},
+               {"P5 99999 99999 255\n\1", 0},
+               {"P2 99999 99999 255\n1", 0},
+               {"P7 WIDTH 1 HEIGHT 1 DEPTH 5 MAXVAL 255 ENDHDR\n12345", 0},
+               {"P7 WIDTH 1", 0}};
+  for (const auto& [file, pages, last, isDamaged] : cases) {
+    SCOPED_TRACE(file);
+    const InputPages input{std::span(reinterpret_cast<const uint8_t*>(file.data()), file.size())};
+    EXPECT_EQ(std::max<size_t>(pages, 1), input.count());
+    EXPECT_EQ(isDamaged, !input.damage().empty());
+    if (last.empty()) {
+      EXPECT_THROW(input.Read(input.count() - 1, nullptr), PageError);
+    } else {
+      EXPECT_EQ(last, Colours(input.Read(pages - 1, nullptr)));
+    }
   }
 }
 
@@ -409,6 +564,20 @@ TEST(ReadJpeg, TurnsPagesUprightByTheirExifBlock) {
     EXPECT_EQ(8, PageView(page).width());  // what was the left half is the top now
     EXPECT_TRUE(IsNear(0x282828, Colours(page).front()) && IsNear(0xC8C8C8, Colours(page).back()));
   }
+}
+
+// Filling after the rows does no harm; data there means that the decoder has lost its place.
+TEST(ReadJpeg, RefusesDataAfterItsRows) {
+  const Folder folder;
+  WriteJpeg(folder / "page.jpg", JCS_GRAYSCALE, {40}, {200});
+  const std::string bytes = ReadBytes(folder / "page.jpg");
+  const auto with = [&](const std::string& more) {
+    WriteBytes(folder / "more.jpg",
+               bytes.substr(0, bytes.size() - 2) + more + bytes.substr(bytes.size() - 2));
+    return Colours(Read(folder / "more.jpg"));
+  };
+  EXPECT_EQ(Colours(Read(folder / "page.jpg")), with(std::string(100, '\0')));
+  EXPECT_THROW(with("data that belongs to a picture, but no more to its rows"), PageError);
 }
 
 // A header of so many bytes, its masks and rows; 2 pixels across, as many rows as fit.
@@ -574,6 +743,57 @@ TEST(HostileFiles, LyingSizesAreRefusedBeforeMemoryIsAskedFor) {
   runs.assign(reinterpret_cast<const char*>(header), sizeof(header));
   WriteBytes(folder / "runs.bmp", runs + std::string(2 * 4 + 26, '\0'));
   EXPECT_THROW(Read(folder / "runs.bmp"), PageError);
+}
+
+// In bits: the end of the line before, a run of 8 white pixels instead of 16, and the end of a line.
+TEST(HostileFiles, FaxLinesThatBreakAreDamaged) {
+  const Folder folder;
+  TIFF* file = TIFFOpen((folder / "fax.tif").c_str(), "w");
+  for (const auto& [tag, value] : {std::pair{TIFFTAG_IMAGEWIDTH, 16},
+                                   {TIFFTAG_IMAGELENGTH, 1},
+                                   {TIFFTAG_BITSPERSAMPLE, 1},
+                                   {TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX3}})
+    TIFFSetField(file, static_cast<uint32_t>(tag), value);
+  TIFFSetField(file, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
+  uint8_t bits[] = {0x00, 0x19, 0x80, 0x08};
+  TIFFWriteRawStrip(file, 0, bits, sizeof(bits));
+  TIFFClose(file);
+  EXPECT_THROW(Read(folder / "fax.tif"), PageError);
+}
+
+// Before that the claims took gigabytes until the first bytes turned out to be none.
+TEST(HostileFiles, TiffClaimsTakeNoMemory) {
+  const Folder folder;
+  const auto peakBytes = [] {
+    struct rusage usage {};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return int64_t{usage.ru_maxrss} * 1024;
+  };
+  for (const int compression :
+       {COMPRESSION_LZMA, COMPRESSION_ZSTD, COMPRESSION_WEBP, COMPRESSION_ADOBE_DEFLATE}) {
+    if (TIFFIsCODECConfigured(static_cast<uint16_t>(compression)) == 0) continue;
+    const bool isTiled = compression == COMPRESSION_ADOBE_DEFLATE;
+    TIFF* file = TIFFOpen((folder / "lie.tif").c_str(), "w");
+    TIFFSetField(file, TIFFTAG_IMAGEWIDTH, isTiled ? 8 : 16000);
+    TIFFSetField(file, TIFFTAG_IMAGELENGTH, isTiled ? 8 : 16000);
+    TIFFSetField(file, TIFFTAG_BITSPERSAMPLE, 8);
+    TIFFSetField(file, TIFFTAG_SAMPLESPERPIXEL, 4);
+    TIFFSetField(file, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+    TIFFSetField(file, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(file, TIFFTAG_COMPRESSION, compression);
+    uint8_t nothing[100] = {};
+    if (isTiled) {
+      TIFFSetField(file, TIFFTAG_TILEWIDTH, 16000);
+      TIFFSetField(file, TIFFTAG_TILELENGTH, 16000);
+      TIFFWriteRawTile(file, 0, nothing, sizeof(nothing));
+    } else {
+      TIFFWriteRawStrip(file, 0, nothing, sizeof(nothing));
+    }
+    TIFFClose(file);
+    const int64_t before = peakBytes();
+    EXPECT_THROW(Read(folder / "lie.tif"), PageError) << compression;
+    EXPECT_LT(peakBytes() - before, 200'000'000) << compression;  // of 1,024,000,000
+  }
 }
 
 // Where a row is shorter than the page, the rest would be whatever memory held.

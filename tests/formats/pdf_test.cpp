@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -69,7 +70,7 @@ std::vector<uint8_t> Written(std::span<const Dib> pages, const Metadata& metadat
 std::string CheckedByQpdf(std::span<const uint8_t> pdf) {
   BorrowedBytes bytes(pdf);
   try {
-    const std::vector<uint8_t> text = RunProgram({"qpdf", "--check", kInputName}, &bytes, 1 << 16);
+    const std::vector<uint8_t> text = RunProgram({"qpdf", "--check", kInputName}, &bytes, {.bytes = 1 << 16});
     const std::string said(text.begin(), text.end());
     return said.find("File is linearized") != std::string::npos ? "" : said;
   } catch (const PageError& error) {
@@ -136,6 +137,8 @@ struct Drawn {
   std::string content = "q 144 0 0 72 0 0 cm /Im Do Q";
   std::string picture = "/Width 2 /Height 1 /BitsPerComponent 8 /ColorSpace /DeviceGray";
   std::string bytes = "\x20\xC0";
+  std::string catalogue = {};
+  std::vector<std::string> others = {};  // objects from 6 on
 };
 
 std::string FileOf(const Drawn& drawn) {
@@ -143,22 +146,25 @@ std::string FileOf(const Drawn& drawn) {
     return "<<" + dictionary + "/Length " + std::to_string(bytes.size()) + ">>stream\n" + bytes +
            "\nendstream";
   };
-  const std::string objects[] = {"<</Type/Catalog/Pages 2 0 R>>", "<</Type/Pages/Kids[3 0 R]/Count 1>>",
-                                 "<</Type/Page/Parent 2 0 R/Contents 4 0 R/Resources<</XObject<</Im 5 0 "
-                                 "R/Other 5 0 R>>/Font<</F <</Type/Font"
-                                 "/Subtype/Type1/BaseFont/Helvetica>>>>>>" +
-                                     drawn.page + ">>",
-                                 stream("", drawn.content),
-                                 stream("/Type/XObject/Subtype/Image" + drawn.picture, drawn.bytes)};
+  std::vector<std::string> objects = {
+      "<</Type/Catalog/Pages 2 0 R" + drawn.catalogue + ">>", "<</Type/Pages/Kids[3 0 R]/Count 1>>",
+      "<</Type/Page/Parent 2 0 R/Contents 4 0 R/Resources<</XObject<</Im 5 0 "
+      "R/Other 5 0 R/Form 6 0 R>>/Properties<</Layer 6 0 R>>/Font<</F <</Type/Font"
+      "/Subtype/Type1/BaseFont/Helvetica>>>>>>" +
+          drawn.page + ">>",
+      stream("", drawn.content), stream("/Type/XObject/Subtype/Image" + drawn.picture, drawn.bytes)};
+  objects.insert(objects.end(), drawn.others.begin(), drawn.others.end());
   std::string file = "%PDF-1.4\n", table = "0000000000 65535 f \n";
-  for (size_t i = 0; i < std::size(objects); ++i) {
+  for (size_t i = 0; i < objects.size(); ++i) {
     char entry[24];
     std::snprintf(entry, sizeof(entry), "%010zu 00000 n \n", file.size());
     table += entry;
     file += std::to_string(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n";
   }
   const std::string start = std::to_string(file.size());
-  return file + "xref\n0 6\n" + table + "trailer <</Size 6/Root 1 0 R>>\nstartxref\n" + start + "\n%%EOF\n";
+  const std::string count = std::to_string(objects.size() + 1);
+  return file + "xref\n0 " + count + "\n" + table + "trailer <</Size " + count +
+         "/Root 1 0 R>>\nstartxref\n" + start + "\n%%EOF\n";
 }
 
 struct ReadBack {
@@ -278,6 +284,11 @@ TEST(Pdf, PagesWithMoreThanAScannedImageAreDrawnAndOthersSayWhatIsLeftOut) {
       {"0 0 50 50 re f", "drawn at 20 dpi: it has no picture"},
       {"0 0 50 50 re f", "drawn at 20 dpi: it has no picture",
        "/MediaBox [0 0 288 144]/CropBox [0 0 144 72]"},
+      {"0 0 50 50 re f", "drawn at 20 dpi: it has no picture",
+       "/MediaBox [0 0 144 72]/CropBox [500 500 600 600]"},
+      {"0 0 50 50 re f", "drawn at 20 dpi: it has no picture", "/MediaBox [0 0 72 36]/UserUnit 2"},
+      {"0 0 50 50 re f", "drawn at 20 dpi: it has no picture", "/MediaBox [0 0 144 72]/Annots[<<>>]"},
+      {"%", "annotations left out", "/MediaBox [0 0 144 72]/Annots[<<>>]"},
       {"q 20 0 0 20 9 9 cm /Im Do Q", "drawn at 20 dpi: its picture covers little of it"},
       {"q 0 0 70 72 re W n % Q", "drawn at 20 dpi: its picture is not shown whole"},
       {"q 130 7 -9 60 11 2 cm /Im Do Q", "drawn at 20 dpi: its picture is not straight"},
@@ -300,6 +311,40 @@ TEST(Pdf, PagesWithMoreThanAScannedImageAreDrawnAndOthersSayWhatIsLeftOut) {
     const double dpi = DotsPerInch(PageView(page).resolution().x);
     EXPECT_TRUE(!isDrawn || (dpi > 19.9 && dpi < 20.1)) << dpi;
   }
+}
+
+TEST(Pdf, LayersAreDrawnAsTheFileHasThem) {
+  for (const bool isOn : {false, true}) {
+    Drawn drawn;
+    drawn.content = "/OC /Layer BDC 0 g 0 0 144 72 re f EMC";
+    drawn.catalogue = "/OCProperties<</OCGs[6 0 R]/D<<" + std::string(isOn ? "" : "/OFF[6 0 R]") + ">>>>";
+    drawn.others = {"<</Type/OCG/Name(Layer)>>"};
+    EXPECT_EQ(isOn ? 0u : 0xFFFFFFu, ColoursOf(Read(FileOf(drawn)).page).at(5000)) << isOn;
+  }
+}
+
+TEST(Pdf, PagesThatCannotBeDrawnWholeOrInTimeAreErrors) {
+  Drawn broken;
+  broken.picture += "/Filter/FlateDecode";
+  broken.bytes = "\x78\x9C nothing that could be inflated";
+  broken.content += " q 9 0 0 9 0 0 cm /Im Do Q";
+  EXPECT_THROW(Read(FileOf(broken)), PageError);
+  // Five forms, each of which draws the next a hundred times.
+  Drawn bomb;
+  bomb.content = "/Form Do";
+  for (int i = 0; i < 5; ++i) {
+    std::string body;
+    for (int n = 0; n < 100; ++n) body += "/Form Do 0 0 9 9 re f ";
+    bomb.others.push_back("<</Type/XObject/Subtype/Form/BBox[0 0 144 72]/Resources<</XObject<</Form " +
+                          std::to_string(i == 4 ? 99 : i + 7) + " 0 R>>>>/Length " +
+                          std::to_string(body.size()) + ">>stream\n" + body + "\nendstream");
+  }
+  const std::string file = FileOf(bomb);
+  const auto start = std::chrono::steady_clock::now();
+  InputPages pages{std::span(reinterpret_cast<const uint8_t*>(file.data()), file.size())};
+  pages.SetOptions({.dpi = 20, .mostSeconds = 1});
+  EXPECT_THROW(pages.Read(0, nullptr), PageError);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
 }
 
 TEST(Pdf, HostileFilesEndInAnErrorOrAPageOfTheSizeThatIsTold) {
