@@ -259,6 +259,44 @@ def check_whole(expected):
     return states, found
 
 
+def site_rows():
+    text = "".join(path.read_text() for path in pathlib.Path("report/data").glob("rows-*.js"))
+    found = [json.loads(line.rstrip(",")) for line in text.splitlines() if line.startswith("[")]
+    return {os.path.basename(row[0]): {"state": row[4], "score": row[5], "reasons": row[6]} for row in found}
+
+
+def case_report():
+    """Of 100 pages the five that something is wrong with need most attention."""
+    for kind in range(5):
+        run("apply", LETTER, "-o", f"{kind}.tif", f"crop:{180 + 3 * kind},{150 + 2 * kind},900,1100")
+    os.mkdir("scans")
+    for i in range(100):
+        shutil.copy(f"{i % 5}.tif", f"scans/page{i}.tif")
+    plant = {
+        "page11.tif": lambda path: path.write_bytes(path.read_bytes()[:2000]),
+        "page30.tif": lambda path: run("apply", "0.tif", "-o", path, "--overwrite", "rotate:9"),
+        "page31.tif": lambda path: run("apply", LETTER, "-o", path, "--overwrite", "crop:700,1100,300,300"),  # bare paper
+        "page77.tif": lambda path: run("apply", "0.tif", "-o", path, "--overwrite", "scale:percent=60"),
+        "page99.tif": lambda path: run("apply", LETTER, "-o", path, "--overwrite", "crop:0,0,900,1100"),  # borders, holes
+    }
+    for name, spoil in plant.items():
+        spoil(pathlib.Path("scans", name))
+    run("batch", "scans", "-o", "out", "--no-fsync", code=1)
+    run("report", "out/batch.sqlite", "-o", "report")
+    found = site_rows()
+    ranked = sorted(found, key=lambda name: -found[name]["score"])
+    assert set(ranked[:5]) == set(plant), [(name, found[name]) for name in ranked[:8]]
+    assert found["page11.tif"] == {"state": "failed", "score": 100, "reasons": ["failed"]}
+    pictures = {path.name: path.stat().st_mtime_ns for path in pathlib.Path("report/img").rglob("*.jpg")}
+    assert len(pictures) == 99 * 3, len(pictures)
+    # Made again, only what is new is drawn.
+    run("batch", "scans/page0.tif", "-o", "out", "--no-fsync", "--no-specks")
+    run("report", "out/batch.sqlite", "-o", "report")
+    again = {path.name: path.stat().st_mtime_ns for path in pathlib.Path("report/img").rglob("*.jpg")}
+    assert 1 <= sum(again[name] != pictures[name] for name in pictures) <= 2
+    run("report", "nothing.sqlite", "-o", "report", code=2)
+
+
 with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)
     globals()["case_" + sys.argv[3]](*sys.argv[4:])

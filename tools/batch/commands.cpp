@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "tools/batch/batch.h"
+#include "tools/batch/site.h"
 #include "tools/batch/worker.h"
 #include "tools/command_options.h"
 #include "tools/extra_commands.h"
@@ -78,6 +79,26 @@ int Run(const BatchOptions& options, const std::vector<std::string>& command) {
   return RunBatch(options, command);
 }
 
+void AddReportCommand(CLI::App* app, const char* program, std::function<int()>* run) {
+  auto options = std::make_shared<SiteOptions>();
+  CLI::App* report =
+      app->add_subcommand("report", "Make a site about a batch, for a browser: its pages before and after");
+  report->add_option("manifest", options->manifest, "The manifest of a batch")
+      ->required()
+      ->type_name("MANIFEST");
+  report->add_option("-o,--output", options->output, "The folder of the site; it is made")
+      ->required()
+      ->type_name("DIR");
+  report->add_flag_callback(
+      "--no-pictures", [options] { options->hasPictures = false; }, "Make no new pictures of pages");
+  report->add_option("-j,--jobs", options->threads, "Pictures to make at once (as many as there are cores)")
+      ->check(CLI::Range(1, 1024))
+      ->type_name("N");
+  report->add_flag("-q,--quiet", options->isQuiet, "Print errors only");
+  const std::vector<std::string> command = {program, "batch", kWorkerFlag};
+  report->callback([=] { *run = [=] { return MakeSite(*options, command); }; });
+}
+
 }  // namespace
 
 void AddExtraCommands(CLI::App* app, JobOptions* options, int argc, char** argv, std::function<int()>* run) {
@@ -100,6 +121,7 @@ void AddExtraCommands(CLI::App* app, JobOptions* options, int argc, char** argv,
       return Run(*all, command);
     };
   });
+  AddReportCommand(app, argv[0], run);
 }
 
 }  // namespace rastrel::tool

@@ -103,7 +103,8 @@ Message ToMessage(const FileTask& task) {
                      fmt::format("{}", task.pageDigits),
                      task.format,
                      task.overwrites ? "1" : "0",
-                     task.knownHash};
+                     task.knownHash,
+                     fmt::format("{}", task.page)};
   message.insert(message.end(), task.outputs.begin(), task.outputs.end());
   return message;
 }
@@ -119,6 +120,7 @@ FileTask TaskFrom(const Message& message) {
   task.format = fields.Text();
   task.overwrites = fields.Flag();
   task.knownHash = fields.Text();
+  task.page = fields.Number();
   while (!fields.isAtEnd()) task.outputs.push_back(fields.Text());
   return task;
 }

@@ -30,17 +30,19 @@ std::optional<Message> Receive(int socket, Inbox* inbox);
 
 // A file to be done.
 struct FileTask {
-  std::string kind;  // kCleanFile or kHashFiles
+  std::string kind;  // one of those below
   std::string input;
   std::string before, after;  // of the output's name
   int64_t pageDigits = -1;
   std::string format;
   bool overwrites = false;
   std::string knownHash;             // of the input; the file is left alone where that has not changed
-  std::vector<std::string> outputs;  // kHashFiles: those to be read
+  std::vector<std::string> outputs;  // kHashFiles: those to be read; kMakePictures: the picture, a small one
+  int64_t page = 1;                  // kMakePictures: of the input
 };
 inline constexpr const char* kCleanFile = "clean";
 inline constexpr const char* kHashFiles = "hash";
+inline constexpr const char* kMakePictures = "picture";
 
 struct PageResult {
   int64_t page = 1;

@@ -11,6 +11,7 @@
 #include "tools/batch/files.h"
 #include "tools/batch/messages.h"
 #include "tools/batch/names.h"
+#include "tools/batch/pictures.h"
 #include "tools/paths.h"
 
 namespace rastrel::tool {
@@ -112,6 +113,10 @@ FileResult Do(const FileTask& task, const JobOptions& options) {
   try {
     if (task.kind == kHashFiles) {
       HashFiles(task, &result);
+      return result;
+    }
+    if (task.kind == kMakePictures) {
+      WritePicture(task.input, static_cast<int>(task.page), task.outputs.at(0), task.outputs.at(1));
       return result;
     }
     // Before it is read: what changes meanwhile has a later time.

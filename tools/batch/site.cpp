@@ -1,0 +1,245 @@
+#include "tools/batch/site.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "tools/batch/attention.h"
+#include "tools/batch/crew.h"
+#include "tools/batch/files.h"
+#include "tools/batch/manifest.h"
+#include "tools/batch/names.h"
+#include "tools/batch/progress.h"
+#include "tools/console.h"
+#include "tools/operations.h"
+#include "tools/paths.h"
+#include "tools/report_site/files.h"
+
+namespace rastrel::tool {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+// A file of the site is read as a whole: rows are short, records are not.
+constexpr size_t kRowsPerChunk = 5000, kRecordsPerChunk = 200;
+
+// A page as the site knows it.
+struct SitePage {
+  PageRow row;  // without its record
+  int64_t pageInOutput = 1;
+  PageFacts facts;
+  double seconds = 0;
+};
+
+std::string Line(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
+double SecondsOf(const std::string& record) {
+  const auto json = nlohmann::json::parse(record, nullptr, false);
+  double milliseconds = 0;
+  if (!json.is_object() || !json.contains("steps")) return 0;
+  for (const auto& step : json["steps"]) milliseconds += step.value("ms", 0.0);
+  return milliseconds / 1000;
+}
+
+void WriteText(const fs::path& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  file.close();
+  if (!file) throw PageError(fmt::format("{} cannot be written", NameOf(path)));
+}
+
+// Where a page's picture lies: "img/12/12345-1-after.jpg". Folders stay small.
+std::string PictureName(const PageRow& row, const char* what) {
+  return fmt::format("img/{}/{}-{}-{}.jpg", row.file / 1000, row.file, row.page, what);
+}
+
+class Site {
+ public:
+  Site(const SiteOptions& options, const std::vector<std::string>& command)
+      : options_(options), command_(command), folder_(PathOf(options.output)) {}
+
+  int Make() {
+    Manifest manifest(options_.manifest, false, false);
+    ReadPages(&manifest);
+    if (pages_.empty()) throw UsageError(fmt::format("{} has no pages", options_.manifest));
+    fs::create_directories(folder_ / "data");
+    attention_ = AttentionOf(Facts());
+    int64_t failed = 0;
+    if (options_.hasPictures) failed = MakePictures();
+    WriteRecords(&manifest);
+    WriteRows();
+    for (const SiteFile& file : SiteFiles()) WriteText(folder_ / file.name, std::string(file.bytes));
+    if (!options_.isQuiet) {
+      Print(stdout, "{} pages -> {}\n", pages_.size(), NameOf(folder_ / "index.html"));
+    }
+    return failed > 0 ? 1 : 0;
+  }
+
+ private:
+  void ReadPages(Manifest* manifest) {
+    std::map<std::string, int64_t> pagesOf;  // outputs of several pages
+    manifest->ForEachPage([&](PageRow row) {
+      SitePage page;
+      page.facts = FactsFrom(row.record);
+      page.facts.isFailed = row.progress == FileProgress::kFailed;
+      page.facts.folder = row.input.substr(0, row.input.rfind('/') + 1);
+      page.seconds = SecondsOf(row.record);
+      row.record.clear();
+      page.row = std::move(row);
+      pages_.push_back(std::move(page));
+    });
+    std::stable_sort(pages_.begin(), pages_.end(), [](const SitePage& one, const SitePage& other) {
+      if (one.row.input == other.row.input) return one.row.page < other.row.page;
+      return NaturallyBefore(one.row.input, other.row.input);
+    });
+    for (size_t i = 0; i < pages_.size(); ++i) {
+      placeOf_[{pages_[i].row.file, pages_[i].row.page}] = i;
+      if (!pages_[i].row.output.empty()) pages_[i].pageInOutput = ++pagesOf[pages_[i].row.output];
+    }
+  }
+
+  std::vector<PageFacts> Facts() const {
+    std::vector<PageFacts> facts;
+    for (const SitePage& page : pages_) facts.push_back(page.facts);
+    return facts;
+  }
+
+  // The records, as they are, by the place of their page.
+  void WriteRecords(Manifest* manifest) const {
+    std::vector<std::string> chunks((pages_.size() + kRecordsPerChunk - 1) / kRecordsPerChunk);
+    manifest->ForEachPage([&](const PageRow& row) {
+      const size_t place = placeOf_.at({row.file, row.page});
+      const std::string& record = row.record.empty() ? Line({{"error", row.error}}) : row.record;
+      chunks[place / kRecordsPerChunk] += fmt::format("{}:{},\n", place, record);
+    });
+    for (size_t i = 0; i < chunks.size(); ++i) {
+      WriteText(folder_ / "data" / fmt::format("records-{}.js", i),
+                fmt::format("rastrel.records({},{{\n{}}});\n", i, chunks[i]));
+    }
+  }
+
+  bool HasPicture(const PageRow& row, const char* what) const {
+    std::error_code error;
+    return fs::exists(folder_ / PictureName(row, what), error);
+  }
+
+  // What the grid, the order and the filters need, a short list for each page; report_site/report.js names
+  // its columns.
+  void WriteRows() const {
+    size_t chunk = 0;
+    for (size_t first = 0; first < pages_.size(); first += kRowsPerChunk) {
+      std::string text = fmt::format("rastrel.rows({},[\n", chunk);
+      for (size_t i = first; i < std::min(pages_.size(), first + kRowsPerChunk); ++i) {
+        const SitePage& page = pages_[i];
+        const PageFacts& facts = page.facts;
+        constexpr const char* kStates[] = {"waiting", "done", "failed"};
+        const int flags = (facts.isTurned ? 1 : 0) | (facts.isBlank ? 2 : 0) | (facts.takenBack > 0 ? 4 : 0) |
+                          (HasPicture(page.row, "before") ? 8 : 0) |
+                          (HasPicture(page.row, "after") ? 16 : 0) | (facts.isDropped ? 32 : 0);
+        const auto rounded = [](double value, double steps) { return std::round(value * steps) / steps; };
+        text += Line(Json::array({page.row.input, page.row.page, page.row.file, page.row.output,
+                                  kStates[static_cast<int>(page.row.progress)], attention_[i].score,
+                                  attention_[i].reasons, rounded(facts.skew, 100),
+                                  rounded(facts.skewConfidence, 100), rounded(facts.removedShare, 10000),
+                                  rounded(facts.speckShare, 1e6), facts.holes, rounded(page.seconds, 1000),
+                                  flags})) +
+                ",\n";
+      }
+      WriteText(folder_ / "data" / fmt::format("rows-{}.js", chunk++), text + "]);\n");
+    }
+    WriteText(folder_ / "data" / "summary.js",
+              fmt::format("rastrel.summary({});\n", Line({{"pages", pages_.size()},
+                                                          {"rowChunks", chunk},
+                                                          {"rowsPerChunk", kRowsPerChunk},
+                                                          {"recordsPerChunk", kRecordsPerChunk},
+                                                          {"made", TimeNow()},
+                                                          {"manifest", options_.manifest},
+                                                          {"version", PagesVersion()}})));
+  }
+
+  // By the workers of a batch, as a page may take down whoever reads it. Those that are as new as their page
+  // stay. Returns how many pages have none.
+  int64_t MakePictures() {
+    const size_t workers = options_.threads > 0 ? static_cast<size_t>(options_.threads)
+                                                : std::max(1u, std::thread::hardware_concurrency());
+    std::vector<FileTask> tasks;
+    std::vector<bool> isDone;  // of the page that a task is for
+    for (const SitePage& page : pages_) {
+      AddPicture(page.row, page.row.input, page.row.page, "before", &tasks);
+      if (!page.row.output.empty() && page.row.progress == FileProgress::kDone) {
+        AddPicture(page.row, page.row.output, page.pageInOutput, "after", &tasks);
+      }
+      isDone.resize(tasks.size(), page.row.progress == FileProgress::kDone);
+    }
+    Progress progress("", options_.isQuiet);
+    progress.Start(tasks.size(), 0, 0);
+    Crew crew(command_, workers, false);
+    int64_t failed = 0;
+    for (size_t next = 0; next < tasks.size() || crew.busy() > 0;) {
+      while (next < tasks.size() && crew.HasRoom()) {
+        crew.Give(next, tasks[next]);
+        ++next;
+      }
+      for (const Crew::Event& event : crew.Wait(1000)) {
+        // Of pages that failed there may be no picture either.
+        const bool isMade = event.result && event.result->error.empty();
+        if (!isMade && isDone[event.item]) ++failed;
+        FileResult counted;
+        counted.pages.emplace_back();
+        counted.pages.back().isDone = true;
+        progress.End(tasks[event.item].input, counted);
+      }
+    }
+    return failed;
+  }
+
+  void AddPicture(const PageRow& row, const std::string& source, int64_t page, const char* what,
+                  std::vector<FileTask>* tasks) const {
+    const fs::path picture = folder_ / PictureName(row, what);
+    const std::optional<FileState> now = StateOf(source), made = StateOf(NameOf(picture));
+    if (!now || (made && made->modified >= now->modified)) return;
+    std::error_code error;
+    fs::create_directories(picture.parent_path(), error);
+    FileTask task;
+    task.kind = kMakePictures;
+    task.input = source;
+    task.page = page;
+    // The small one shows what came out, or else what there was.
+    const bool isAfter = what == std::string("after");
+    const bool isSmall = isAfter || row.output.empty() || row.progress != FileProgress::kDone;
+    task.outputs = {NameOf(picture), isSmall ? NameOf(folder_ / PictureName(row, "small")) : ""};
+    tasks->push_back(std::move(task));
+  }
+
+  const SiteOptions& options_;
+  const std::vector<std::string>& command_;
+  fs::path folder_;
+  std::vector<SitePage> pages_;
+  std::map<std::pair<int64_t, int64_t>, size_t> placeOf_;
+  std::vector<Attention> attention_;
+};
+
+}  // namespace
+
+int MakeSite(const SiteOptions& options, const std::vector<std::string>& command) {
+  std::error_code error;
+  if (!fs::exists(PathOf(options.manifest), error)) {
+    throw UsageError(fmt::format("{}: there is no such manifest", options.manifest));
+  }
+  try {
+    return Site(options, command).Make();
+  } catch (const fs::filesystem_error& failure) {
+    throw PageError(failure.what());
+  }
+}
+
+}  // namespace rastrel::tool
