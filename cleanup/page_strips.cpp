@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <iterator>
 
 #include "cleanup/darkness.h"
 #include "pixels/group_sums.h"
+#include "pixels/kernels.h"
 
 namespace rastrel {
 namespace {
@@ -103,7 +105,19 @@ using Histogram = std::array<uint32_t, 256>;
 Histogram CountValues(const StripCells& cells) {
   Histogram counts = {};
   for (int i = 0; i < cells.strips; ++i) {
-    for (int y = 0; y < cells.rows; ++y) ++counts[cells.Strip(i)[y]];
+    const uint8_t* const strip = cells.Strip(i);
+    int y = 0;
+    while (y + 8 <= cells.rows) {
+      uint64_t eight;
+      std::memcpy(&eight, strip + y, sizeof(eight));
+      const int end = y + 8;
+      if (eight == 0) {  // as most are, once the ground has been taken off
+        counts[0] += 8;
+        y = end;
+      }
+      for (; y < end; ++y) ++counts[strip[y]];
+    }
+    for (; y < cells.rows; ++y) ++counts[strip[y]];
   }
   return counts;
 }
@@ -127,6 +141,11 @@ struct Most {
   static uint8_t Of(uint8_t a, uint8_t b) { return std::max(a, b); }
 };
 
+template <class Extreme>
+void TakeExtremes(const uint8_t* __restrict values, int step, int count, uint8_t* __restrict extremes) {
+  for (int i = 0; i < count; ++i) extremes[i] = Extreme::Of(values[i], values[i + step]);
+}
+
 // Makes each value that of the window of `length` that begins with it, where `count` windows begin. The
 // windows double in length until they overlap.
 template <class Extreme>
@@ -135,25 +154,42 @@ void SlideWindow(int count, int length, uint8_t* __restrict values, uint8_t* __r
   uint8_t *from = values, *to = other;
   while (reach < length) {
     const int step = std::min(reach, length - reach);
-    const int valid = count + length - reach - step;
-    const uint8_t* const __restrict source = from;
-    uint8_t* const __restrict target = to;
-    for (int i = 0; i < valid; ++i) target[i] = Extreme::Of(source[i], source[i + step]);
+    Widest<TakeExtremes<Extreme>>(from, step, count + length - reach - step, to);
     std::swap(from, to);
     reach += step;
   }
   if (from != values) std::memcpy(values, from, static_cast<size_t>(count));
 }
 
-void Smooth(const uint8_t* column, int rows, int half, uint8_t* smoothed) {
-  const int length = 2 * half + 1;
-  int sum = 0;
-  for (int i = -half; i < half; ++i) sum += column[std::clamp(i, 0, rows - 1)];
-  for (int y = 0; y < rows; ++y) {
-    sum += column[std::min(y + half, rows - 1)];
-    smoothed[y] = static_cast<uint8_t>(sum / length);
-    sum -= column[std::max(y - half, 0)];
+// A quotient by way of a product: exact for numerators whose product with `divisor` is below 2^kQuotientBits.
+constexpr int kQuotientBits = 24;
+constexpr uint32_t ReciprocalOf(int divisor) {
+  return (uint32_t{1} << kQuotientBits) / static_cast<uint32_t>(divisor) + 1;
+}
+
+constexpr double kTallestLine = 0.35;      // inches
+constexpr int kTallestLineRows = 200;      // at most
+constexpr double kSmoothLines = 3.0 / 70;  // wider than the dots of most screens, narrower than a gap
+constexpr int kMostSmooth = static_cast<int>(kTallestLineRows * kSmoothLines);
+
+// Means of 2 half + 1 values. `column` goes on by `half` values before the first and behind the last.
+void TakeMeans(const uint8_t* __restrict column, int rows, int half, uint8_t* __restrict means) {
+  std::array<uint16_t, kMostRows> sums;
+  for (int y = 0; y < rows; ++y) sums[y] = column[y];
+  for (int i = 1; i <= half; ++i) {
+    for (int y = 0; y < rows; ++y) sums[y] = static_cast<uint16_t>(sums[y] + column[y - i] + column[y + i]);
   }
+  const uint32_t reciprocal = ReciprocalOf(2 * half + 1);
+  for (int y = 0; y < rows; ++y) means[y] = static_cast<uint8_t>(sums[y] * reciprocal >> kQuotientBits);
+}
+
+// Means along a column, which goes on as it begins and ends.
+void Smooth(const uint8_t* column, int rows, int half, uint8_t* smoothed) {
+  std::array<uint8_t, kMostRows + 2 * kMostSmooth> longer;
+  std::memset(longer.data(), column[0], static_cast<size_t>(half));
+  std::memcpy(longer.data() + half, column, static_cast<size_t>(rows));
+  std::memset(longer.data() + half + rows, column[rows - 1], static_cast<size_t>(half));
+  Widest<TakeMeans>(longer.data() + half, rows, half, smoothed);
 }
 
 // The level below which a column of cells does not fall within any window of `length` around a cell: its
@@ -167,6 +203,25 @@ void FindGround(const uint8_t* column, int rows, int length, int smooth, uint8_t
   SlideWindow<Most>(rows, length, ground, scratch);
 }
 
+// Turns the sums of a row of groups into a row of cells, of which one lies a stride behind the other. The
+// usual numbers of groups are known to the compiler.
+template <int kGroups>
+void PutCells(const uint16_t* group, int groupsPerStrip, uint64_t factor, uint8_t flip,
+              const StripCells& cells, int y) {
+  uint8_t* cell = cells.first + y;
+  for (int strip = 0; strip < cells.strips; ++strip, cell += cells.stride) {
+    const int groups = kGroups > 0 ? kGroups : groupsPerStrip;
+    uint32_t sum = 0;
+    for (int i = 0; i < groups; ++i) sum += *group++;
+    *cell = static_cast<uint8_t>((sum * factor >> 32) ^ flip);
+  }
+}
+using CellPutter = decltype(&PutCells<0>);
+CellPutter PutterFor(int groupsPerStrip) {
+  constexpr CellPutter kPutters[] = {PutCells<0>, PutCells<1>, PutCells<2>, PutCells<3>, PutCells<4>};
+  return kPutters[groupsPerStrip < static_cast<int>(std::size(kPutters)) ? groupsPerStrip : 0];
+}
+
 // The cells' lightness from 0 to 255. `groupSums` has room for every group of a row.
 void ReadLightness(const LockedDib& page, const ConstRows& rows, const StripGrid& grid, uint16_t* groupSums,
                    const StripCells& cells) {
@@ -177,17 +232,12 @@ void ReadLightness(const LockedDib& page, const ConstRows& rows, const StripGrid
   const uint64_t factor = (uint64_t{255} << 32) / most + 1;
   const uint8_t flip = reader.isReversed() ? 255 : 0;
   const size_t offset = static_cast<size_t>(grid.left) / kGroup * page.bits();
+  const CellPutter put = PutterFor(grid.groupsPerStrip);
   for (int y = 0; y < cells.rows; ++y) {
     std::fill_n(groupSums, groups, uint16_t{0});
     for (int i = 0; i < grid.rowsPerCell; ++i)
       reader.AddRow(rows.PageRow(grid.top + y * grid.rowsPerCell + i) + offset, groups, groupSums);
-    const uint16_t* group = groupSums;
-    uint8_t* cell = cells.first + y;
-    for (int strip = 0; strip < cells.strips; ++strip, cell += cells.stride) {
-      uint32_t sum = 0;
-      for (int i = 0; i < grid.groupsPerStrip; ++i) sum += *group++;
-      *cell = static_cast<uint8_t>((sum * factor >> 32) ^ flip);
-    }
+    put(groupSums, grid.groupsPerStrip, factor, flip, cells, y);
   }
 }
 
@@ -199,12 +249,32 @@ Polarity FindPolarity(const StripCells& lightness) {
   return ground - darkest >= lightest - ground ? Polarity::kDarkInk : Polarity::kLightInk;
 }
 
-template <class Change>
-void ChangeCells(const StripCells& cells, Change change) {
-  for (int i = 0; i < cells.strips; ++i) {
-    uint8_t* const strip = cells.Strip(i);
-    for (int y = 0; y < cells.rows; ++y) strip[y] = change(strip[y]);
+void FlipCells(int count, uint8_t flip, uint8_t* cells) {
+  for (int y = 0; y < count; ++y) cells[y] = static_cast<uint8_t>(cells[y] ^ flip);
+}
+
+// Makes `heavy` and what is above it kMostInk, and what is below less in proportion.
+void TakeLevels(int count, int heavy, uint8_t* cells) {
+  const uint32_t reciprocal = ReciprocalOf(heavy);
+  for (int y = 0; y < count; ++y) {
+    const auto ink = static_cast<uint32_t>(std::min<int>(cells[y], heavy)) * PageInk::kMostInk;
+    cells[y] = static_cast<uint8_t>(ink * reciprocal >> kQuotientBits);
   }
+}
+
+// Takes the ground off cells, and all that is there where the ground is at `picture` or above. Returns how
+// many cells are such pictures, or have a ground of `pale` or below.
+int TakeGroundOff(const uint8_t* __restrict ground, int count, int picture, int pale,
+                  uint8_t* __restrict cells) {
+  constexpr int kBlack = 215;  // what is around a sheet is no picture
+  int pictures = 0;
+  for (int y = 0; y < count; ++y) {
+    const int here = ground[y];
+    pictures += ((here >= picture) & (here < kBlack)) | (here <= pale);
+    const int off = std::max(0, cells[y] - here);
+    cells[y] = static_cast<uint8_t>(here >= picture ? 0 : off);
+  }
+  return pictures;
 }
 
 // Takes the ground off each strip, and pictures, where the ground is darker than the page's. Returns the
@@ -212,8 +282,6 @@ void ChangeCells(const StripCells& cells, Change change) {
 // in many, and as many are lighter as are darker. `scratch` has room for two strips and four lines.
 double RemoveGround(const StripCells& cells, int pageGround, int tallestLine, uint8_t* scratch) {
   constexpr int kDarker = 20;
-  constexpr int kBlack = 215;                // what is around a sheet is no picture
-  constexpr double kSmoothLines = 3.0 / 70;  // wider than the dots of most screens, narrower than a gap
   const int darker = std::max(kDarker, (255 - pageGround) / 8);
   const int picture = pageGround + darker;
   const int smooth = std::max(1, static_cast<int>(tallestLine * kSmoothLines));
@@ -223,11 +291,7 @@ double RemoveGround(const StripCells& cells, int pageGround, int tallestLine, ui
   for (int i = 0; i < cells.strips; ++i) {
     uint8_t* const strip = cells.Strip(i);
     FindGround(strip, cells.rows, tallestLine, smooth, ground, other);
-    for (int y = 0; y < cells.rows; ++y) {
-      const bool isPicture = ground[y] >= picture;
-      pictures += (isPicture && ground[y] < kBlack) || ground[y] <= pageGround - darker;
-      strip[y] = static_cast<uint8_t>(isPicture ? 0 : std::max(0, strip[y] - ground[y]));
-    }
+    pictures += Widest<TakeGroundOff>(ground, cells.rows, picture, pageGround - darker, strip);
   }
   return static_cast<double>(pictures) / (static_cast<double>(cells.strips) * cells.rows);
 }
@@ -253,8 +317,7 @@ StripGrid GridOfPage(const LockedDib& page, double steepest) {
 }
 
 PageInk::PageInk(const StripGrid& grid) : grid_(grid) {
-  constexpr double kTallestLine = 0.35;  // inches
-  tallestLine_ = std::clamp(static_cast<int>(grid.rowsPerInch * kTallestLine), 12, 200);
+  tallestLine_ = std::clamp(static_cast<int>(grid.rowsPerInch * kTallestLine), 12, kTallestLineRows);
   const auto stride = (static_cast<size_t>(grid.rows) + 2 * kBeyond) / 64 + 1;
   cells_ = {nullptr, (stride | 1) * 64, grid.strips, grid.rows};
 }
@@ -275,17 +338,14 @@ InkFound PageInk::Find(const LockedDib& page, const ConstRows& rows, Polarity po
   ReadLightness(page, rows, grid_, groupSums, cells_);
   if (polarity == Polarity::kFound) polarity = FindPolarity(cells_);
   const uint8_t flip = polarity == Polarity::kDarkInk ? 255 : 0;
-  ChangeCells(cells_, [flip](uint8_t value) { return static_cast<uint8_t>(value ^ flip); });
+  for (int i = 0; i < cells_.strips; ++i) Widest<FlipCells>(cells_.rows, flip, cells_.Strip(i));
   // Black and white have no grey ground between them, but pictures of dots.
   const int pageGround = page.bits() == 1 ? 0 : Quantile(CountValues(cells_), 0, 0.5);
   const double pictureShare = RemoveGround(cells_, pageGround, tallestLine_, scratch);
 
   const int heavy = Quantile(CountValues(cells_), kLeastInk, kHeavy);
   if (heavy == 0) return {polarity, false, pictureShare};
-  std::array<uint8_t, 256> levels;
-  for (int i = 0; i < 256; ++i)
-    levels[static_cast<size_t>(i)] = static_cast<uint8_t>(std::min(i, heavy) * kMostInk / heavy);
-  ChangeCells(cells_, [&levels](uint8_t value) { return levels[value]; });
+  for (int i = 0; i < cells_.strips; ++i) Widest<TakeLevels>(cells_.rows, heavy, cells_.Strip(i));
   return {polarity, true, pictureShare};
 }
 

@@ -7,6 +7,7 @@
 #include "pages/skew.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -268,12 +269,14 @@ class InkPage {
     uint8_t* row = bytes + sizeof header + sizeof colours;
     for (int y = ink.height() - 1; y >= 0; --y, row += stride) {
       const uint64_t* const words = ink.Row(y);
-      for (size_t i = 0; i < stride; i += 4) {
-        const auto four = static_cast<uint32_t>(words[i / 8] >> (i % 8 == 0 ? 32 : 0));
-        row[i] = static_cast<uint8_t>(four >> 24);
-        row[i + 1] = static_cast<uint8_t>(four >> 16);
-        row[i + 2] = static_cast<uint8_t>(four >> 8);
-        row[i + 3] = static_cast<uint8_t>(four);
+      size_t i = 0;
+      for (; i + 8 <= stride; i += 8) {
+        const uint64_t leftFirst = LeftFirst(words[i / 8]);
+        std::memcpy(row + i, &leftFirst, 8);
+      }
+      if (i < stride) {  // by four
+        const uint64_t leftFirst = LeftFirst(words[i / 8]);
+        std::memcpy(row + i, &leftFirst, 4);
       }
     }
     GlobalUnlock(block_);
@@ -292,6 +295,11 @@ class InkPage {
   }
 
  private:
+  // The word's bytes in memory as they stand in a row: the leftmost pixels first.
+  static uint64_t LeftFirst(uint64_t word) {
+    return std::endian::native == std::endian::little ? __builtin_bswap64(word) : word;
+  }
+
   HGLOBAL block_ = nullptr;
 };
 

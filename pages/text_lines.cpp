@@ -15,11 +15,15 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <utility>
+
+#include "pixels/kernels.h"
 
 namespace rastrel::pages {
 namespace {
@@ -58,6 +62,23 @@ uint64_t CountInBytes(uint64_t word) {
 
 int PadFor(int strips, double mostSlope) { return static_cast<int>(mostSlope * kCellWidth * strips) + 4; }
 
+// Adds the set bits of each byte of a row.
+void AddCounts(const uint64_t* __restrict row, size_t words, uint64_t* __restrict counts) {
+  for (size_t k = 0; k < words; ++k) counts[k] += CountInBytes(row[k]);
+}
+
+// Puts the cells of one row, of which one lies a stride behind the other, from the counts of groups of eight
+// columns. The size of usual pages is known to the compiler.
+template <int kSize>
+void PutCells(const uint8_t* group, int usedSize, unsigned factor, int strips, size_t stride, uint8_t* cell) {
+  const int size = kSize > 0 ? kSize : usedSize;
+  for (int strip = 0; strip < strips; ++strip, cell += stride) {
+    unsigned sum = 0;
+    for (int i = 0; i < size; ++i) sum += *group++;
+    *cell = static_cast<uint8_t>(sum * factor >> 16);
+  }
+}
+
 Cells CountCells(const BitPlane& ink, int size, double mostSlope) {
   const int strips = ink.width() / (kCellWidth * size), rows = ink.height() / size;
   Cells cells(size, strips, rows, PadFor(strips, mostSlope));
@@ -65,22 +86,16 @@ Cells CountCells(const BitPlane& ink, int size, double mostSlope) {
   std::vector<uint64_t> counts(ink.wordsPerRow());
   std::vector<uint8_t> groups(ink.wordsPerRow() * 8);
   const size_t stride = static_cast<size_t>(rows + 2 * cells.pad);
+  const auto put = size == 2 ? PutCells<2> : size == 1 ? PutCells<1> : PutCells<0>;
   for (int y = 0; y < rows; ++y) {
     std::fill(counts.begin(), counts.end(), 0);
-    for (int i = 0; i < size; ++i) {
-      const uint64_t* const row = ink.Row(y * size + i);
-      for (size_t k = 0; k < counts.size(); ++k) counts[k] += CountInBytes(row[k]);
-    }
+    for (int i = 0; i < size; ++i) Widest<AddCounts>(ink.Row(y * size + i), counts.size(), counts.data());
     for (size_t k = 0; k < counts.size(); ++k) {
-      for (unsigned b = 0; b < 8; ++b) groups[k * 8 + b] = static_cast<uint8_t>(counts[k] >> (56 - 8 * b));
+      const uint64_t leftFirst =
+          std::endian::native == std::endian::little ? __builtin_bswap64(counts[k]) : counts[k];
+      std::memcpy(groups.data() + k * 8, &leftFirst, 8);
     }
-    uint8_t* cell = cells.Strip(0) + y;
-    const uint8_t* group = groups.data();
-    for (int strip = 0; strip < strips; ++strip, cell += stride) {
-      unsigned sum = 0;
-      for (int i = 0; i < size; ++i) sum += *group++;
-      *cell = static_cast<uint8_t>(sum * factor >> 16);
-    }
+    put(groups.data(), size, factor, strips, stride, cells.Strip(0) + y);
   }
   return cells;
 }
@@ -97,6 +112,12 @@ Cells Halve(const Cells& from, double mostSlope) {
   return cells;
 }
 
+// std::floor, which is a call on processors that are not known to have it.
+int RoundedDown(double value) {
+  const int whole = static_cast<int>(value);
+  return whole - (value < whole);
+}
+
 // ---- the slopes of parts
 // ----------------------------------------------------------------------------------
 
@@ -104,6 +125,20 @@ constexpr int kMostSections = 8;  // of the page's width
 constexpr int kMostBands = 12;    // of its height
 constexpr int kLeastStripsOfSection = 6;
 constexpr int kLeastRowsOfBand = 48;
+
+void AddCells(const uint8_t* __restrict cells, int count, int32_t* __restrict sums) {
+  for (int y = 0; y < count; ++y) sums[y] += cells[y];
+}
+
+// The squares of the steps from each value before to the next, summed up.
+int64_t SquareSteps(const int32_t* values, int count) {
+  int64_t sum = 0;
+  for (int y = 0; y < count; ++y) {
+    const int32_t step = values[y] - values[y - 1];
+    sum += static_cast<int64_t>(step) * step;
+  }
+  return sum;
+}
 
 // What speaks for each slope in each part of the page.
 class SlopeField {
@@ -157,16 +192,12 @@ class SlopeField {
         for (int strip = first; strip < end; ++strip) {
           const double across = (strip - (first + end - 1) / 2.0) * kCellWidth;
           const uint8_t* const from = cells.Strip(strip) + RoundedDown(0.5 - slope * across);
-          for (int y = 0; y < cells.rows; ++y) sums[static_cast<size_t>(y)] += from[y];
+          Widest<AddCells>(from, cells.rows, sums.data());
         }
         for (int band = 0; band < bands_; ++band) {
           const int firstRow = std::max(1, cells.rows * band / bands_);
           const int endRow = cells.rows * (band + 1) / bands_;
-          int64_t sharpness = 0;
-          for (int y = firstRow; y < endRow; ++y) {
-            const int32_t d = sums[static_cast<size_t>(y)] - sums[static_cast<size_t>(y - 1)];
-            sharpness += static_cast<int64_t>(d) * d;
-          }
+          const int64_t sharpness = Widest<SquareSteps>(sums.data() + firstRow, endRow - firstRow);
           curves[static_cast<size_t>((section * bands_ + band) * Count() + i)] =
               static_cast<double>(sharpness);
         }
@@ -215,8 +246,6 @@ class SlopeField {
     }
   }
 
-  static int RoundedDown(double value) { return static_cast<int>(std::floor(value)); }
-
   int sections_, bands_;
   int steps_ = 0;
   double step_ = 0;
@@ -230,30 +259,64 @@ class SlopeField {
 constexpr int kBlurStrips = 3;  // to either side
 constexpr int kBlurWeight = (kBlurStrips + 1) * (kBlurStrips + 1);
 
+constexpr int kBlurRows = 16;  // that share a slope
+
+// One block of a blurred strip: the same rows of the strips around, the nearer the more. `kRows` is the
+// block's height where it is whole. The sums are below 16 * 255.
+using BlurredStrips = std::array<const uint8_t*, 2 * kBlurStrips + 1>;  // null beyond the page
+template <int kRows>
+void BlurBlock(const BlurredStrips& strips, int usedRows, int32_t* blurred) {
+  const int rows = kRows > 0 ? kRows : usedRows;
+  std::array<uint16_t, kBlurRows> sums = {};
+  for (int i = 0; i <= 2 * kBlurStrips; ++i) {
+    const uint8_t* const from = strips[static_cast<size_t>(i)];
+    if (from == nullptr) continue;
+    const auto weight = static_cast<uint16_t>(kBlurStrips + 1 - std::abs(i - kBlurStrips));
+    for (int y = 0; y < rows; ++y) {
+      uint16_t& sum = sums[static_cast<size_t>(y)];
+      sum = static_cast<uint16_t>(sum + weight * from[y]);
+    }
+  }
+  for (int y = 0; y < rows; ++y) blurred[y] = sums[static_cast<size_t>(y)];
+}
+
 // A strip, and those next to it shifted along the lines' slope.
 void BlurAlongLines(const Cells& cells, const SlopeField& field, int strip, std::vector<int32_t>* blurred) {
-  constexpr int kBlock = 16;  // rows that share a slope
-  std::fill(blurred->begin(), blurred->end(), 0);
-  const int first = std::max(0, strip - kBlurStrips), end = std::min(cells.strips, strip + kBlurStrips + 1);
-  for (int top = 0; top < cells.rows; top += kBlock) {
-    const int bottom = std::min(cells.rows, top + kBlock);
-    const double slope = field.At((strip + 0.5) / cells.strips, (top + kBlock / 2.0) / cells.rows);
-    for (int k = first; k < end; ++k) {
-      const int weight = kBlurStrips + 1 - std::abs(k - strip);
-      const auto shift = static_cast<int>(std::floor(0.5 - slope * (k - strip) * kCellWidth));
-      const uint8_t* const from = cells.Strip(k) + shift;
-      for (int y = top; y < bottom; ++y) (*blurred)[static_cast<size_t>(y)] += weight * from[y];
+  for (int top = 0; top < cells.rows; top += kBlurRows) {
+    const int rows = std::min(cells.rows - top, kBlurRows);
+    const double slope = field.At((strip + 0.5) / cells.strips, (top + kBlurRows / 2.0) / cells.rows);
+    BlurredStrips strips = {};
+    for (int i = -kBlurStrips; i <= kBlurStrips; ++i) {
+      if (strip + i < 0 || strip + i >= cells.strips) continue;
+      const int shift = RoundedDown(0.5 - slope * i * kCellWidth);
+      strips[static_cast<size_t>(i + kBlurStrips)] = cells.Strip(strip + i) + shift + top;
     }
+    int32_t* const to = blurred->data() + top;
+    rows == kBlurRows ? BlurBlock<kBlurRows>(strips, rows, to) : BlurBlock<0>(strips, rows, to);
   }
 }
 
-// Smoothed by 1 4 6 4 1.
+// Smoothed by 1 4 6 4 1. `values` are two more on either side.
+void SmoothRows(const int32_t* __restrict values, int count, int32_t* __restrict smooth) {
+  for (int y = 0; y < count; ++y) {
+    smooth[y] =
+        (values[y - 2] + values[y + 2] + 4 * (values[y - 1] + values[y + 1]) + 6 * values[y] + 8) >> 4;
+  }
+}
+
+// The same of a whole strip, which goes on as it begins and ends.
 void SmoothDown(std::vector<int32_t>* values, std::vector<int32_t>* scratch) {
+  constexpr int kReach = 2;
   const int rows = static_cast<int>(values->size());
-  const auto at = [&](int y) { return (*values)[static_cast<size_t>(std::clamp(y, 0, rows - 1))]; };
+  if (rows > 2 * kReach)
+    Widest<SmoothRows>(values->data() + kReach, rows - 2 * kReach, scratch->data() + kReach);
   for (int y = 0; y < rows; ++y) {
-    (*scratch)[static_cast<size_t>(y)] =
-        (at(y - 2) + at(y + 2) + 4 * (at(y - 1) + at(y + 1)) + 6 * at(y) + 8) >> 4;
+    if (y == kReach && rows > 2 * kReach) y = rows - kReach;
+    std::array<int32_t, 2 * kReach + 1> around;
+    for (int i = -kReach; i <= kReach; ++i)
+      around[static_cast<size_t>(i + kReach)] =
+          (*values)[static_cast<size_t>(std::clamp(y + i, 0, rows - 1))];
+    SmoothRows(around.data() + kReach, 1, scratch->data() + y);
   }
   values->swap(*scratch);
 }
