@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <bit>
 
+#include "pixels/kernels.h"
+
 namespace rastrel::pages {
 namespace {
 
@@ -14,9 +16,8 @@ size_t CountRuns(const uint64_t* row, size_t words) {
   size_t changes = 0;
   uint64_t previous = 0;
   for (size_t i = 0; i < words; ++i) {
-    const uint64_t word = row[i];
-    if ((word | (previous & 1)) != 0) changes += static_cast<size_t>(std::popcount(Changes(word, previous)));
-    previous = word;
+    changes += static_cast<size_t>(std::popcount(Changes(row[i], previous)));
+    previous = row[i];
   }
   return (changes + 1) / 2;
 }
@@ -82,19 +83,18 @@ class Joined {
 Components::Components(const BitPlane& ink) {
   FindRuns(ink);
   Join();
-  Measure();
 }
 
 void Components::FindRuns(const BitPlane& ink) {
   const size_t rows = static_cast<size_t>(std::max(0, ink.height()));
   rowStarts_.assign(rows + 1, 0);
   for (size_t y = 0; y < rows; ++y)
-    rowStarts_[y + 1] = rowStarts_[y] + CountRuns(ink.Row(static_cast<int>(y)), ink.wordsPerRow());
-  runs_.reset(new InkRun[rowStarts_[rows]]);  // not zeroed
+    rowStarts_[y + 1] = rowStarts_[y] + Widest<CountRuns>(ink.Row(static_cast<int>(y)), ink.wordsPerRow());
+  runs_ = PlaneNumbers<InkRun>(rowStarts_[rows], PlaneContent::kUnset);
   for (size_t y = 0; y < rows; ++y) {
     if (rowStarts_[y + 1] != rowStarts_[y]) {
       const auto row = static_cast<int>(y);
-      ReadRuns(ink.Row(row), ink.wordsPerRow(), ink.width(), row, runs_.get() + rowStarts_[y]);
+      ReadRuns(ink.Row(row), ink.wordsPerRow(), ink.width(), row, runs_.data() + rowStarts_[y]);
     }
   }
 }
@@ -102,10 +102,10 @@ void Components::FindRuns(const BitPlane& ink) {
 // Each run takes the number of what it touches in the row above, or a new one.
 void Components::Join() {
   Joined joined;
-  const InkRun *above = runs_.get(), *aboveEnd = above;
+  const InkRun *above = runs_.data(), *aboveEnd = above;
   for (size_t y = 0; y + 1 < rowStarts_.size(); ++y) {
-    InkRun* const first = runs_.get() + rowStarts_[y];
-    InkRun* const end = runs_.get() + rowStarts_[y + 1];
+    InkRun* const first = runs_.data() + rowStarts_[y];
+    InkRun* const end = runs_.data() + rowStarts_[y + 1];
     for (InkRun* run = first; run != end; ++run) {
       while (above != aboveEnd && above->right < run->left) ++above;
       if (above == aboveEnd || above->left > run->right) {
@@ -125,34 +125,32 @@ void Components::Join() {
   }
   uint32_t count = 0;
   const std::vector<uint32_t> numbers = joined.Number(&count);
-  components_.assign(count, {});
-  for (size_t i = 0; i < rowStarts_.back(); ++i) runs_[i].component = numbers[runs_[i].component];
+  components_.assign(count, {{INT32_MAX, INT32_MAX, 0, 0}, 0, 0, 0});
+  Measure(numbers);
 }
 
-void Components::Measure() {
-  for (const InkRun& run : runs()) {
-    Component& component = components_[run.component];
-    if (component.runCount == 0) {
-      component.box = {run.left, run.row, run.right, run.row + 1};
-    } else {
-      component.box.left = std::min(component.box.left, run.left);
-      component.box.right = std::max(component.box.right, run.right);
-      component.box.bottom = run.row + 1;
-    }
+void Components::Measure(const std::vector<uint32_t>& numbers) {
+  for (InkRun *run = runs_.data(), *end = run + rowStarts_.back(); run != end; ++run) {
+    run->component = numbers[run->component];
+    Component& component = components_[run->component];
+    component.box.left = std::min(component.box.left, run->left);
+    component.box.top = std::min(component.box.top, run->row);
+    component.box.right = std::max(component.box.right, run->right);
+    component.box.bottom = run->row + 1;
     ++component.runCount;
-    component.pixelCount += run.length();
+    component.pixelCount += run->length();
   }
   uint32_t next = 0;
   for (Component& component : components_) {
     component.firstRun = next;
     next += component.runCount;
-    component.runCount = 0;
   }
-  order_.reset(new uint32_t[rowStarts_.back()]);
-  for (uint32_t i = 0; i < rowStarts_.back(); ++i) {
-    Component& component = components_[runs_[i].component];
-    order_[component.firstRun + component.runCount++] = i;
-  }
+  order_ = PlaneNumbers<uint32_t>(rowStarts_.back(), PlaneContent::kUnset);
+  // From here on firstRun is where the next of its runs goes, until all have been put down.
+  const InkRun* const all = runs_.data();
+  uint32_t* const order = order_.data();
+  for (uint32_t i = 0; i < rowStarts_.back(); ++i) order[components_[all[i].component].firstRun++] = i;
+  for (Component& component : components_) component.firstRun -= component.runCount;
 }
 
 uint32_t Components::At(int x, int y) const {

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <vector>
 
@@ -43,15 +42,15 @@ class Components {
   const Component& operator[](size_t index) const { return components_[index]; }
 
   // All runs of the page, row by row, each row's from left to right.
-  std::span<const InkRun> runs() const { return {runs_.get(), rowStarts_.back()}; }
+  std::span<const InkRun> runs() const { return {runs_.data(), rowStarts_.back()}; }
   std::span<const InkRun> RunsOfRow(int row) const {
     const size_t at = static_cast<size_t>(row);
-    return {runs_.get() + rowStarts_[at], rowStarts_[at + 1] - rowStarts_[at]};
+    return {runs_.data() + rowStarts_[at], rowStarts_[at + 1] - rowStarts_[at]};
   }
 
   // A component's runs, as places in runs(), from top to bottom.
   std::span<const uint32_t> RunsOf(const Component& component) const {
-    return {order_.get() + component.firstRun, component.runCount};
+    return {order_.data() + component.firstRun, component.runCount};
   }
 
   static constexpr uint32_t kNone = UINT32_MAX;
@@ -61,11 +60,11 @@ class Components {
  private:
   void FindRuns(const BitPlane& ink);
   void Join();
-  void Measure();
+  void Measure(const std::vector<uint32_t>& numbers);
 
   std::vector<size_t> rowStarts_;  // of each row in runs_, and the end of the last
-  std::unique_ptr<InkRun[]> runs_;
-  std::unique_ptr<uint32_t[]> order_;
+  PlaneNumbers<InkRun> runs_;
+  PlaneNumbers<uint32_t> order_;
   std::vector<Component> components_;
 };
 

@@ -23,18 +23,35 @@ class PlaneBlock {
   PlaneBlock() = default;
   PlaneBlock(size_t bytes, PlaneContent content);
   ~PlaneBlock();
-  PlaneBlock(PlaneBlock&& other) noexcept
-      : block_(std::exchange(other.block_, nullptr)), data_(std::exchange(other.data_, nullptr)) {}
+  PlaneBlock(PlaneBlock&& other) noexcept : memory_(std::exchange(other.memory_, {})) {}
   PlaneBlock& operator=(PlaneBlock&& other) noexcept {
-    std::swap(block_, other.block_);
-    std::swap(data_, other.data_);
+    std::swap(memory_, other.memory_);
     return *this;
   }
-  void* data() const { return data_; }
+  void* data() const { return memory_.data; }
+
+  struct Memory {
+    void* block = nullptr;  // its handle
+    void* data = nullptr;
+    size_t size = 0;
+  };
 
  private:
-  void* block_ = nullptr;  // its handle
-  void* data_ = nullptr;
+  Memory memory_;
+};
+
+// While one lives, large blocks that its thread gives up are kept for the next ones of about their size: work
+// on a page makes many planes, and fresh memory is dear. What is kept goes with it, and of two that live the
+// first keeps.
+class KeptPlanes {
+ public:
+  KeptPlanes();
+  ~KeptPlanes();
+  KeptPlanes(const KeptPlanes&) = delete;
+  KeptPlanes& operator=(const KeptPlanes&) = delete;
+
+ private:
+  bool isFirst_;
 };
 
 // So many numbers.
