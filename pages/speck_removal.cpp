@@ -217,7 +217,7 @@ class Judge {
       }
       if (IsLetter(component)) {
         letterList_.push_back({i, component.box});
-        letterBoxes.push_back(component.box);
+        letterBoxes.push_back(Grown(component.box, static_cast<int>(kFurthest * ReachOf(component.box)) + 1));
       }
     }
     if (markList_.empty()) return;
@@ -241,7 +241,7 @@ class Judge {
     }
     around_.clear();
     int nearest = INT32_MAX;
-    letters_.ForEachIn(Grown(box, static_cast<int>(speck::kMostReach * point_)), [&](uint32_t i) {
+    letters_.ForEachIn(box, [&](uint32_t i) {
       const int away = DistanceTo(letterList_[i], box);
       if (away < 0 || std::find(around_.begin(), around_.end(), i) != around_.end()) return;
       nearest = std::min(nearest, away);
@@ -284,11 +284,18 @@ class Judge {
     return mark.thickness > 0 && mark.side + speck::kDotRounding >= share * mark.thickness;
   }
 
+  // How far away dots of a letter may stand, in pixels; the largest of its shares.
+  double ReachOf(const Box& letter) const {
+    return std::clamp(static_cast<double>(std::min(letter.height(), 2 * letter.width())),
+                      speck::kLeastReach * point_, speck::kMostReach * point_);
+  }
+  static constexpr double kFurthest =
+      std::max({speck::kAbove, speck::kBelow, speck::kBeside, speck::kBesideBelow});
+
   // How far a mark is from a letter, in pixels; -1 where no dot of that letter could stand.
   int DistanceTo(const Letter& letter, const Box& mark) const {
     const Box& box = letter.box;
-    const double reach = std::clamp(static_cast<double>(std::min(box.height(), 2 * box.width())),
-                                    speck::kLeastReach * point_, speck::kMostReach * point_);
+    const double reach = ReachOf(box);
     const int across = Gap(mark.left, mark.right, box.left, box.right);
     const int down = Gap(mark.top, mark.bottom, box.top, box.bottom);
     const bool isAbove = mark.bottom <= box.top, isBelow = mark.top >= box.bottom;
@@ -498,7 +505,8 @@ class Judge {
   double leastDot_ = 0;  // smaller ones, in parts of the letters' height, are not like the page's dots
   std::vector<bool> isDustSize_;  // by class
   std::vector<Letter> letterList_;
-  CellLists letters_, dots_;
+  CellLists letters_;  // in all cells that their dots may stand in
+  CellLists dots_;
   std::vector<Box> dotBoxes_;
   std::vector<uint32_t> dotList_;
 };
