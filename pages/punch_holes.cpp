@@ -7,6 +7,8 @@
 #include <cstring>
 #include <span>
 
+#include "pixels/kernels.h"
+
 namespace rastrel::pages {
 namespace {
 
@@ -133,6 +135,41 @@ class SideFrame {
   double scale_;
 };
 
+// ---- rows of cells ----
+
+// Marks what is below a limit, or what is not.
+void MarkBelow(const uint8_t* __restrict row, int count, uint8_t limit, bool isTurned,
+               uint8_t* __restrict marks) {
+  const auto flip = static_cast<uint8_t>(isTurned ? 1 : 0);
+  for (int i = 0; i < count; ++i) marks[i] = static_cast<uint8_t>((row[i] < limit ? 1 : 0) ^ flip);
+}
+void TakeOut(const uint8_t* __restrict taken, int count, uint8_t* __restrict marks) {
+  for (int i = 0; i < count; ++i) marks[i] = taken[i] == 0 ? marks[i] : uint8_t{0};
+}
+void AddRow(const uint8_t* __restrict row, int count, uint16_t* __restrict sums) {
+  for (int i = 0; i < count; ++i) sums[i] = static_cast<uint16_t>(sums[i] + row[i]);
+}
+void TakeRow(const uint8_t* __restrict row, int count, uint16_t* __restrict sums) {
+  for (int i = 0; i < count; ++i) sums[i] = static_cast<uint16_t>(sums[i] - row[i]);
+}
+// Marks where so many columns from a place on sum up to the least of what is full. `sums` is for work.
+// Returns other than 0 if there are such places.
+uint8_t MarkFull(const uint16_t* __restrict columns, int count, int side, int least,
+                 uint16_t* __restrict sums, uint8_t* __restrict full) {
+  for (int x = 0; x < count; ++x) sums[x] = columns[x];
+  for (int i = 1; i < side; ++i) {
+    for (int x = 0; x < count; ++x) sums[x] = static_cast<uint16_t>(sums[x] + columns[x + i]);
+  }
+  const auto leastSum = static_cast<uint16_t>(least);
+  uint8_t any = 0;
+  for (int x = 0; x < count; ++x) {
+    const auto isFull = static_cast<uint8_t>(sums[x] >= leastSum ? 1 : 0);
+    full[x] = isFull;
+    any |= isFull;
+  }
+  return any;
+}
+
 template <class Page>
 class HoleFinder {
  public:
@@ -215,12 +252,12 @@ class HoleFinder {
         break;
     }
     const int width = right - left, height = bottom - top;
-    if (width < 4 || height < 4) return {};
+    const int limit = sheet_.paper * level.percent / 100;
+    if (width < 4 || height < 4 || (level.isLighter && limit > 255)) return {};
     const int core = std::max(2, RoundDown(kCore * scale_ / cell));
     // With a rim of the core's size in which all cells differ: a hole may be cut by the edge.
     const int w = width + 2 * core, h = height + 2 * core;
     BytePlane differs(w, h, 1);
-    const int limit = sheet_.paper * level.percent / 100;
     for (int y = 0; y < height; ++y)
       MarkDiffering(left, top + y, width, limit, level.isLighter, differs.Row(y + core) + core);
     // Where the rim reaches into the image it is looked at like the rest.
@@ -244,46 +281,24 @@ class HoleFinder {
     bool hasAny = false;
     std::vector<uint16_t> columns(static_cast<size_t>(w), uint16_t{0}), squares(columns.size());
     for (int y = 0; y < h; ++y) {
-      const uint8_t* in = differs.Row(y);
-      for (int x = 0; x < w; ++x)
-        columns[static_cast<size_t>(x)] = static_cast<uint16_t>(columns[static_cast<size_t>(x)] + in[x]);
       const int from = y - core + 1;
+      Widest<AddRow>(differs.Row(y), w, columns.data());
       if (from < 0) continue;
-      uint16_t* sums = squares.data();
-      std::copy(columns.begin(), columns.end(), squares.begin());
-      for (int i = 1; i < core; ++i) {
-        const uint16_t* column = columns.data() + i;
-        for (int x = 0; x + core <= w; ++x) sums[x] = static_cast<uint16_t>(sums[x] + column[x]);
-      }
       // The square's middle must lie on the page.
-      const int my = from + core / 2;
-      if (my >= core && my < core + height) {
-        uint8_t* out = full.Row(my) + core / 2;
-        uint8_t any = 0;
-        for (int x = core - core / 2; x < core + width - core / 2; ++x) {
-          out[x] = sums[x] >= least;
-          any |= out[x];
-        }
-        hasAny |= any != 0;
-      }
-      const uint8_t* old = differs.Row(from);
-      for (int x = 0; x < w; ++x)
-        columns[static_cast<size_t>(x)] = static_cast<uint16_t>(columns[static_cast<size_t>(x)] - old[x]);
+      const int my = from + core / 2, first = core - core / 2;
+      if (my >= core && my < core + height)
+        hasAny |= Widest<MarkFull>(columns.data() + first, width, core, least, squares.data(),
+                                   full.Row(my) + core) != 0;
+      Widest<TakeRow>(differs.Row(from), w, columns.data());
     }
     if (!hasAny) return {};
     return BoxesOf(full, left - core, top - core, core);
   }
 
   void MarkDiffering(int x, int y, int count, int limit, bool isLighter, uint8_t* out) const {
-    const uint8_t* row = sheet_.cells.Row(y) + x;
-    if (isLighter) {
-      for (int i = 0; i < count; ++i) out[i] = row[i] >= limit;
-    } else {
-      for (int i = 0; i < count; ++i) out[i] = row[i] < limit;
-    }
-    if (!sheet_.HasOutside()) return;
-    const uint8_t* outside = sheet_.outside.Row(y) + x;
-    for (int i = 0; i < count; ++i) out[i] = outside[i] == 0 ? out[i] : 0;
+    Widest<MarkBelow>(sheet_.cells.Row(y) + x, count, static_cast<uint8_t>(std::min(limit, 255)), isLighter,
+                      out);
+    if (sheet_.HasOutside()) Widest<TakeOut>(sheet_.outside.Row(y) + x, count, out);
   }
 
   // Of each group of squares' middles.
@@ -332,6 +347,12 @@ class HoleFinder {
 
   // How far a ray goes through the mark; -1 when it leaves the sheet before.
   double RayLength(const Mark& mark, int ray, double most, bool isAllOnSheet) const {
+    // From the middle of a candidate, all that is computed below is exact, in integers as in floating point.
+    constexpr double kMostExact = 1 << 16;  // pixels
+    const bool isExact =
+        mark.fromX * 2 == RoundDown(mark.fromX * 2) && mark.fromY * 2 == RoundDown(mark.fromY * 2) &&
+        std::max(mark.fromX, mark.fromY) < kMostExact && std::min(mark.fromX, mark.fromY) >= 0;
+    if (isExact && isAllOnSheet) return ExactRayLength(mark, ray, most);
     return isAllOnSheet ? RayLength<true>(mark, ray, most) : RayLength<false>(mark, ray, most);
   }
   // `kIsAllOnSheet`: no ray leaves the sheet, nor comes near the image's edges.
@@ -351,6 +372,25 @@ class HoleFinder {
         end = t + 0.5;
       } else if (++light >= fleck) {
         return end;
+      }
+    }
+    return most;
+  }
+
+  double ExactRayLength(const Mark& mark, int ray, double most) const {
+    constexpr int kShift = 14, kScale = 1 << kShift;
+    static_assert(kScale == kRayScale);
+    const int dx = static_cast<int>(RayX(ray) * kRayScale), dy = static_cast<int>(RayY(ray) * kRayScale);
+    const int fleck = std::max(2, RoundDown(kFleck * scale_)), last = RoundDown(most);
+    int x = static_cast<int>(mark.fromX * 2) * (kScale / 2) + kScale / 2;
+    int y = static_cast<int>(mark.fromY * 2) * (kScale / 2) + kScale / 2;
+    int light = 0, end = -1;
+    for (int t = 0; t <= last; ++t, x += dx, y += dy) {
+      if (Differs(x >> kShift, y >> kShift, mark)) {
+        light = 0;
+        end = t;
+      } else if (++light >= fleck) {
+        return end < 0 ? 0 : end + 0.5;
       }
     }
     return most;
@@ -378,12 +418,14 @@ class HoleFinder {
     const double most = 0.75 * kMostDiameter * scale_;
     double lengths[kRays];
     double pointsX[kRays], pointsY[kRays];
+    double lengthsFromX = 0, lengthsFromY = 0;
     mark->radius = std::max(mark->boxWidth, mark->boxHeight) / 2;
     for (int pass = 0; pass < 4; ++pass) {
       int count = 0;
       std::vector<double> known;
       const bool isAllOnSheet = IsAllOnSheet(*mark, most);
       int endless = 0;
+      lengthsFromX = mark->fromX, lengthsFromY = mark->fromY;
       for (int ray = 0; ray < kRays; ++ray) {
         lengths[ray] = RayLength(*mark, ray, most, isAllOnSheet);
         endless += lengths[ray] == most;
@@ -446,6 +488,10 @@ class HoleFinder {
         return;
       }
     }
+    if (mark->fromX != lengthsFromX || mark->fromY != lengthsFromY) {
+      const bool isAllOnSheet = IsAllOnSheet(*mark, most);
+      for (int ray = 0; ray < kRays; ++ray) lengths[ray] = RayLength(*mark, ray, most, isAllOnSheet);
+    }
     Judge(lengths, mark);
     mark->place = frame.Place(mark->x, mark->y);
     mark->depth = frame.Depth(mark->x, mark->y);
@@ -454,13 +500,10 @@ class HoleFinder {
     return std::sqrt((x - mark.x) * (x - mark.x) + (y - mark.y) * (y - mark.y));
   }
 
-  void Judge(double (&lengths)[kRays], Mark* mark) const {
-    const double most = 0.75 * kMostDiameter * scale_;
+  void Judge(const double (&lengths)[kRays], Mark* mark) const {
     int known = 0, round = 0;
     const double off = std::max(kOutlineOff * scale_, kOutlineOffShare * mark->radius);
-    const bool isAllOnSheet = IsAllOnSheet(*mark, most);
     for (int ray = 0; ray < kRays; ++ray) {
-      lengths[ray] = RayLength(*mark, ray, most, isAllOnSheet);
       if (lengths[ray] < 0) continue;
       ++known;
       const double distance =
