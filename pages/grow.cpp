@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "pixels/kernels.h"
+
 namespace rastrel::pages {
 namespace {
 
@@ -38,16 +40,30 @@ void GrowAlong(const uint64_t* mask, uint64_t* seeds, size_t words) {
   }
 }
 
+// Takes over seeds from the words of the row above or below that stand at a word and beside it; returns the
+// new ones.
+uint64_t TakeFrom(uint64_t before, uint64_t neighbour, uint64_t after, uint64_t mask, uint64_t* seeds) {
+  const uint64_t near = neighbour | neighbour >> 1 | neighbour << 1 | before << 63 | after >> 63;
+  const uint64_t fresh = near & mask & ~*seeds;
+  *seeds |= fresh;
+  return fresh;
+}
+// The same for words that all have others beside them.
+uint64_t TakeFromMany(const uint64_t* __restrict neighbour, const uint64_t* __restrict mask, size_t words,
+                      uint64_t* __restrict seeds) {
+  uint64_t anyNew = 0;
+  for (size_t i = 0; i < words; ++i)
+    anyNew |= TakeFrom(neighbour[i - 1], neighbour[i], neighbour[i + 1], mask[i], seeds + i);
+  return anyNew;
+}
+
 // Takes over seeds from the row above or below; tells whether there were new ones.
 bool GrowFrom(const uint64_t* neighbour, const uint64_t* mask, uint64_t* seeds, size_t words) {
-  uint64_t anyNew = 0;
-  for (size_t i = 0; i < words; ++i) {
-    uint64_t near = neighbour[i] | neighbour[i] >> 1 | neighbour[i] << 1;
-    if (i > 0) near |= neighbour[i - 1] << 63;
-    if (i + 1 < words) near |= neighbour[i + 1] >> 63;
-    const uint64_t fresh = near & mask[i] & ~seeds[i];
-    seeds[i] |= fresh;
-    anyNew |= fresh;
+  uint64_t anyNew = TakeFrom(0, neighbour[0], words > 1 ? neighbour[1] : 0, mask[0], seeds);
+  if (words > 1) {
+    const size_t last = words - 1;
+    anyNew |= Widest<TakeFromMany>(neighbour + 1, mask + 1, words - 2, seeds + 1);
+    anyNew |= TakeFrom(neighbour[last - 1], neighbour[last], 0, mask[last], seeds + last);
   }
   if (anyNew != 0) GrowAlong(mask, seeds, words);
   return anyNew != 0;

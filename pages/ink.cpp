@@ -33,8 +33,8 @@ Sample TakeSample(const BytePlane& grey, const PaperMap& paper) {
   std::array<uint32_t, 256> reciprocal{};
   for (uint32_t i = 1; i < 256; ++i) reciprocal[i] = (kDarknessUnit * 65536 + i - 1) / i;
   Sample sample;
-  std::array<int64_t, kDarknessUnit> differences{}, darker{};
-  int64_t seen = 0;
+  // Of what is not darker than the paper, and of what is.
+  std::array<std::array<int32_t, kDarknessUnit>, 2> counts{};
   std::vector<uint8_t> ground(static_cast<size_t>(grey.width()));
   const int step = std::max(grey.height() / kSampledRows, 1);
   for (int y = step / 2; y < grey.height(); y += step) {
@@ -50,19 +50,15 @@ Sample TakeSample(const BytePlane& grey, const PaperMap& paper) {
         const auto share =
             static_cast<size_t>(std::abs(difference) * reciprocal[static_cast<size_t>(bright)] >> 16);
         const size_t bounded = std::min<size_t>(share, kDarknessUnit - 1);
-        ++differences[bounded];
-        darker[bounded] += difference > 0 ? 1 : 0;
-        seen += 1;
+        ++counts[difference > 0 ? 1 : 0][bounded];
       }
     }
   }
-  int64_t sumDarker = 0;
   for (size_t i = 0; i < kDarknessUnit; ++i) {
-    sample.differences[i] = differences[i];
-    sample.darknesses[i] = darker[i];
-    sumDarker += darker[i];
+    sample.differences[i] = counts[0][i] + counts[1][i];
+    sample.darknesses[i] += counts[1][i];
+    sample.darknesses[0] += counts[0][i];
   }
-  sample.darknesses[0] += seen - sumDarker;
   return sample;
 }
 

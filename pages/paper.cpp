@@ -57,6 +57,9 @@ struct Grid {
   int At(int c, int r) const {
     return cells[static_cast<size_t>(r) * static_cast<size_t>(columns) + static_cast<size_t>(c)];
   }
+  int* Row(int r) { return &At(0, r); }
+  const int* Row(int r) const { return cells.data() + static_cast<size_t>(r) * static_cast<size_t>(columns); }
+
   int columns, rows;
   std::vector<int> cells;
 };
@@ -123,30 +126,44 @@ class Dividing {
   std::array<uint64_t, kDivisors> factors_{};
 };
 
-// Sums over the cells up to `reach` away: running sums, along the rows and then of whole rows.
+void AddRow(const int* __restrict row, int count, int* __restrict sums) {
+  for (int i = 0; i < count; ++i) sums[i] += row[i];
+}
+void TakeRow(const int* __restrict row, int count, int* __restrict sums) {
+  for (int i = 0; i < count; ++i) sums[i] -= row[i];
+}
+void AddThrees(const int* __restrict row, int count, int* __restrict sums) {
+  for (int i = 0; i < count; ++i) sums[i] = row[i - 1] + row[i] + row[i + 1];
+}
+
+// The sums along a row, of which what lies beyond counts 0.
+void SumAlong(const int* from, int columns, int reach, int* to) {
+  if (reach == 1 && columns > 2) {
+    to[0] = from[0] + from[1];
+    Widest<AddThrees>(from + 1, columns - 2, to + 1);
+    to[columns - 1] = from[columns - 2] + from[columns - 1];
+    return;
+  }
+  int sum = 0;
+  for (int c = 0; c < std::min(reach, columns); ++c) sum += from[c];
+  for (int c = 0; c < columns; ++c) {
+    if (c + reach < columns) sum += from[c + reach];
+    to[c] = sum;
+    if (c >= reach) sum -= from[c - reach];
+  }
+}
+
+// Sums over the cells up to `reach` away: along the rows, and then running sums of whole rows.
 Grid SumAround(const Grid& grid, int reach) {
   Grid across(grid.columns, grid.rows), around(grid.columns, grid.rows);
-  for (int r = 0; r < grid.rows; ++r) {
-    const int* from = &grid.cells[static_cast<size_t>(r) * static_cast<size_t>(grid.columns)];
-    int* to = &across.At(0, r);
-    int sum = 0;
-    for (int c = 0; c < std::min(reach, grid.columns); ++c) sum += from[c];
-    for (int c = 0; c < grid.columns; ++c) {
-      if (c + reach < grid.columns) sum += from[c + reach];
-      to[c] = sum;
-      if (c >= reach) sum -= from[c - reach];
-    }
-  }
+  for (int r = 0; r < grid.rows; ++r) SumAlong(grid.Row(r), grid.columns, reach, across.Row(r));
   std::vector<int> sums(static_cast<size_t>(grid.columns));
-  const auto add = [&](int row, int sign) {
-    const int* from = &across.At(0, row);
-    for (int c = 0; c < grid.columns; ++c) sums[static_cast<size_t>(c)] += sign * from[c];
-  };
-  for (int r = 0; r < std::min(reach, grid.rows); ++r) add(r, 1);
+  for (int r = 0; r < std::min(reach, grid.rows); ++r)
+    Widest<AddRow>(across.Row(r), grid.columns, sums.data());
   for (int r = 0; r < grid.rows; ++r) {
-    if (r + reach < grid.rows) add(r + reach, 1);
-    std::copy(sums.begin(), sums.end(), &around.At(0, r));
-    if (r >= reach) add(r - reach, -1);
+    if (r + reach < grid.rows) Widest<AddRow>(across.Row(r + reach), grid.columns, sums.data());
+    std::copy(sums.begin(), sums.end(), around.Row(r));
+    if (r >= reach) Widest<TakeRow>(across.Row(r - reach), grid.columns, sums.data());
   }
   return around;
 }
@@ -224,6 +241,29 @@ void TakeInkOut(BytePlane& fine, const BytePlane& wide, const BytePlane& dark) {
   }
 }
 
+// Between what blocks look like the paper around them.
+void PutLimits(const uint8_t* __restrict ground, int count, uint8_t* __restrict least,
+               uint8_t* __restrict most) {
+  for (int c = 0; c < count; ++c) {
+    const int tolerance = std::max(kMinTolerance, ground[c] / kToleranceShare);
+    least[c] = static_cast<uint8_t>(std::max(0, ground[c] - tolerance));
+    most[c] = static_cast<uint8_t>(std::min(255, ground[c] + tolerance));
+  }
+}
+
+// Adds the blocks of a row that look like paper, and how many they are, to those of their cells.
+static_assert(kBlocksInCell == 2);
+void AddLikePaper(const uint8_t* __restrict blocks, const uint8_t* __restrict least,
+                  const uint8_t* __restrict most, int cells, int* __restrict sums, int* __restrict counts) {
+  for (int c = 0; c < cells; ++c) {
+    const int left = blocks[2 * c], right = blocks[2 * c + 1];
+    const int isLeft = (left >= least[c] ? 1 : 0) & (left <= most[c] ? 1 : 0);
+    const int isRight = (right >= least[c] ? 1 : 0) & (right <= most[c] ? 1 : 0);
+    sums[c] += isLeft * left + isRight * right;
+    counts[c] += isLeft + isRight;
+  }
+}
+
 // The brightness that most cells with writing on them have; of all cells, where there is no writing.
 int UsualLevel(const BytePlane& closed, const Grid& written) {
   const auto median = [&](bool all) {
@@ -263,14 +303,29 @@ void FillIn(Grid& values, Grid& weights) {
   }
 }
 
-// Means over 3 x 3 cells.
+// The quotients of sums of levels by what is at most 3 x 3, rounded.
+void DivideBy(const int* __restrict sums, int count, int divisor, int* __restrict quotients) {
+  constexpr int kBits = 20;  // exact, as no sum times the divisor comes near 2^kBits
+  const auto factor = (uint32_t{1} << kBits) / static_cast<uint32_t>(divisor) + 1;
+  const auto half = static_cast<uint32_t>(divisor) / 2;
+  for (int i = 0; i < count; ++i)
+    quotients[i] = static_cast<int>((static_cast<uint32_t>(sums[i]) + half) * factor >> kBits);
+}
+
+// Means over 3 x 3 cells, of levels up to 255.
 Grid Smoothed(const Grid& grid) {
   const Grid sums = SumAround(grid, 1);
-  const Grid counts = SumAround(Grid(grid.columns, grid.rows, 1), 1);
-  const Dividing<10> divided;  // by up to 3 x 3
-  Grid smooth = grid;
-  for (size_t i = 0; i < smooth.cells.size(); ++i)
-    smooth.cells[i] = divided(sums.cells[i] + counts.cells[i] / 2, counts.cells[i]);
+  Grid smooth(grid.columns, grid.rows);
+  const int last = grid.columns - 1;
+  for (int r = 0; r < grid.rows; ++r) {
+    const int rows = std::min(r + 1, grid.rows - 1) - std::max(r - 1, 0) + 1;
+    const int* from = sums.Row(r);
+    int* const to = smooth.Row(r);
+    if (last > 1) Widest<DivideBy>(from + 1, last - 1, 3 * rows, to + 1);
+    const int outer = rows * std::min(2, grid.columns);
+    DivideBy(from, 1, outer, to);
+    DivideBy(from + last, 1, outer, to + last);
+  }
   return smooth;
 }
 
@@ -301,10 +356,13 @@ constexpr size_t kMostStretches = 128;  // at once
 // BetweenRows of rows of cells, in 16 bits, which the sums fill.
 void PutBetween(const uint8_t* __restrict upper, const uint8_t* __restrict lower, int count, int share,
                 int cellShift, uint16_t* __restrict values) {
-  const auto lowers = static_cast<uint16_t>(share), uppers = static_cast<uint16_t>((2 << cellShift) - share);
   const int left = 7 - cellShift, right = cellShift + 1;
+  const auto lowers = static_cast<uint16_t>(share << left);
+  const auto uppers = static_cast<uint16_t>(((2 << cellShift) - share) << left);
   for (int i = 0; i < count; ++i) {
-    const auto sum = static_cast<uint16_t>((upper[i] * uppers + lower[i] * lowers) << left);
+    const uint16_t above = upper[i], below = lower[i];
+    const auto sum =
+        static_cast<uint16_t>(static_cast<uint16_t>(above * uppers) + static_cast<uint16_t>(below * lowers));
     values[i] = static_cast<uint16_t>(sum >> right);
   }
 }
@@ -329,8 +387,8 @@ void SpreadValues(std::span<const uint16_t> values, std::span<uint8_t> row) {
   std::array<uint8_t, kMostStretches * Side> bytes;
   for (size_t first = 0; first < count; first += kMostStretches) {
     const size_t end = std::min(first + kMostStretches, count);
-    PutSlopes(values.data() + first, end - first, 2 * Side, starts.data(), steps.data());
-    Widest<RunStretches<Side>>(starts.data(), steps.data(), end - first, bytes.data());
+    Widest<PutSlopes>(values.data() + first, end - first, 2 * Side, starts.data(), steps.data());
+    kRunStretches<Side>(starts.data(), steps.data(), end - first, bytes.data());
     const size_t skipped = first == 0 ? Side / 2 : 0;
     const size_t at = first * Side + skipped - Side / 2;
     if (at >= row.size()) return;
@@ -358,7 +416,8 @@ void PaperMap::BrightnessRow(int y, std::span<uint8_t> row) const { SpreadRow(br
 void PaperMap::SpreadRow(const BytePlane& cells, int y, std::span<uint8_t> row) const {
   const Between down = CellsAround(y, cellShift_, rows());
   std::vector<uint16_t> values(static_cast<size_t>(columns()) + 2);
-  PutBetween(cells.Row(down.first), cells.Row(down.second), columns(), down.share, cellShift_, &values[1]);
+  Widest<PutBetween>(cells.Row(down.first), cells.Row(down.second), columns(), down.share, cellShift_,
+                     &values[1]);
   values.front() = values[1];
   values.back() = values[static_cast<size_t>(columns())];
   row = row.first(std::min(row.size(), static_cast<size_t>(width_)));
@@ -396,20 +455,20 @@ PaperMap FindPaper(const BytePlane& grey, int dpi) {
 
   // Blocks that look like the paper around them.
   Grid sums(columns, rows), counts(columns, rows);
+  std::vector<uint8_t> least(static_cast<size_t>(columns)), most(least.size());
   for (int r = 0; r < rows; ++r) {
-    for (int c = 0; c < columns; ++c) {
-      const int ground = closed.Row(r)[c];
-      const int tolerance = std::max(kMinTolerance, ground / kToleranceShare);
-      const int right = std::min((c + 1) * kBlocksInCell, blocks.width());
-      const int bottom = std::min((r + 1) * kBlocksInCell, blocks.height());
-      for (int y = r * kBlocksInCell; y < bottom; ++y) {
-        for (int x = c * kBlocksInCell; x < right; ++x) {
-          const int value = blocks.Row(y)[x];
-          if (value < ground - tolerance || value > ground + tolerance) continue;
-          sums.At(c, r) += value;
-          ++counts.At(c, r);
-        }
-      }
+    Widest<PutLimits>(closed.Row(r), columns, least.data(), most.data());
+    const int bottom = std::min((r + 1) * kBlocksInCell, blocks.height());
+    for (int y = r * kBlocksInCell; y < bottom; ++y) {
+      const int whole = blocks.width() / kBlocksInCell;
+      const uint8_t* row = blocks.Row(y);
+      Widest<AddLikePaper>(row, least.data(), most.data(), whole, sums.Row(r), counts.Row(r));
+      if (whole == columns) continue;
+      // The last cell has one block.
+      const int value = row[whole * kBlocksInCell];
+      if (value < least.back() || value > most.back()) continue;
+      sums.At(whole, r) += value;
+      ++counts.At(whole, r);
     }
   }
 

@@ -32,6 +32,44 @@ void RunStretches(const uint16_t* starts, const uint16_t* steps, size_t count, u
   }
 }
 
+#if RASTREL_HAS_X86_VERSIONS
+// The upper bytes along two stretches of 8, a half each, whose starts and steps `which` picks.
+RASTREL_FOR_AVX2 inline __m256i TwoStretchesOf8Avx2(__m256i starts, __m256i steps, __m256i which) {
+  const __m256i places = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7);
+  const __m256i climbs = _mm256_mullo_epi16(places, _mm256_shuffle_epi8(steps, which));
+  return _mm256_srli_epi16(_mm256_add_epi16(_mm256_shuffle_epi8(starts, which), climbs), 8);
+}
+
+RASTREL_FOR_AVX2 inline void RunStretchesOf8Avx2(const uint16_t* starts, const uint16_t* steps, size_t count,
+                                                 uint8_t* bytes) {
+  // Numbers 0 and 2 of four, and 1 and 3: packing lays halves side by side.
+  const __m256i first =
+      _mm256_setr_epi64x(0x0100010001000100, 0x0100010001000100, 0x0504050405040504, 0x0504050405040504);
+  const __m256i second = _mm256_add_epi8(first, _mm256_set1_epi8(2));
+  size_t i = 0;
+  for (; i + 4 <= count; i += 4) {
+    const __m256i start =
+        _mm256_broadcastsi128_si256(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(starts + i)));
+    const __m256i step =
+        _mm256_broadcastsi128_si256(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(steps + i)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(bytes + i * 8),
+                        _mm256_packus_epi16(TwoStretchesOf8Avx2(start, step, first),
+                                            TwoStretchesOf8Avx2(start, step, second)));
+  }
+  RunStretches<8>(starts + i, steps + i, count - i, bytes + i * 8);
+}
+#else
+inline void RunStretchesOf8Avx2(const uint16_t* starts, const uint16_t* steps, size_t count, uint8_t* bytes) {
+  RunStretches<8>(starts, steps, count, bytes);
+}
+#endif
+
+template <int kSide>
+inline constexpr Kernel kRunStretches = Widest<RunStretches<kSide>>;
+template <>
+inline constexpr Kernel kRunStretches<8> =
+    Kernel(RunStretches<8>).With(Processor::kAvx2, RunStretchesOf8Avx2);
+
 // ---- comparisons ------------------------------------------------------------------------------------------
 
 namespace thresholds {
