@@ -33,7 +33,7 @@ run_python() {
   local venv=$PWD/build/python/venv package=$PWD/build/python/package is_built=yes
   [ -x "$venv/bin/pytest" ] || /usr/bin/python3 -m venv --clear "$venv"
   "$venv/bin/pip" install --quiet --disable-pip-version-check 'nanobind>=2.4,<3' numpy pillow pytest hypothesis mypy \
-    nbclient ipykernel matplotlib pandas
+    distributed fsspec pyarrow s3fs 'moto[server]' nbclient ipykernel matplotlib pandas
   rm -rf "$package"
   cmake --preset developer -DRASTREL_BUILD_PYTHON=ON -DPython_EXECUTABLE="$venv/bin/python" >/dev/null &&
     cmake --build --preset developer --target rastrel_python rastrel_command &&
