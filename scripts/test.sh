@@ -30,10 +30,12 @@ run_preset() {
 # The Python package on the libraries and the command of the developer build, which knows nothing of Python afterwards.
 run_python() {
   printf '\n== python\n'
-  local venv=$PWD/build/python/venv package=$PWD/build/python/package is_built=yes
+  local venv=$PWD/build/python/venv package=$PWD/build/python/package is_built=yes clusters=()
+  # Without these the tests on a cluster, which take minutes, are skipped.
+  [ -z "${RASTREL_TEST_CLUSTERS:-}" ] || clusters=(distributed fsspec pyarrow s3fs 'moto[server]')
   [ -x "$venv/bin/pytest" ] || /usr/bin/python3 -m venv --clear "$venv"
   "$venv/bin/pip" install --quiet --disable-pip-version-check 'nanobind>=2.4,<3' numpy pillow pytest hypothesis mypy \
-    distributed fsspec pyarrow s3fs 'moto[server]' nbclient ipykernel matplotlib pandas
+    nbclient ipykernel matplotlib pandas "${clusters[@]}"
   rm -rf "$package"
   cmake --preset developer -DRASTREL_BUILD_PYTHON=ON -DPython_EXECUTABLE="$venv/bin/python" >/dev/null &&
     cmake --build --preset developer --target rastrel_python rastrel_command &&
