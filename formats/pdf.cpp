@@ -11,6 +11,7 @@
 #include "formats/pdf_metadata.h"
 #include "formats/pdf_pictures.h"
 #include "formats/system.h"
+#include "pages/layers.h"
 #include "pages/text.h"
 
 namespace rastrel::formats {
@@ -24,6 +25,10 @@ constexpr OptionEntry kOptions[] = {
      .help = "compress grey and colour pages as JPEG of this quality; without it nothing is lost",
      .least = 1,
      .most = 100},
+    {.name = "layers",
+     .help = "mixed: text at full resolution over a JPEG of the rest at a lower one",
+     .choices = "one,mixed",
+     .standard = "one"},
     {.name = "pdfa", .help = "keep to the rules of PDF/A for archives", .choices = "2b"}};
 
 constexpr double kPointsPerInch = 72;
@@ -290,11 +295,39 @@ PdfLayer TakeLayer(Unpacker* packed) {
   return layer;
 }
 
+struct LayerToStore {
+  StoredPicture stored;
+  uint8_t paint[3] = {0, 0, 0};
+};
+
+// The picture of a page, or a background and stencils over it.
+std::vector<LayerToStore> LayersOf(const Dib& page, const Options& options) {
+  constexpr int kBackgroundQuality = 50;  // of what has no text
+  const auto quality = static_cast<int>(options.Number("quality", 0));
+  std::vector<LayerToStore> layers;
+  std::optional<PageLayers> parts;
+  if (options.Choice("layers", "one") == "mixed") parts = PartIntoLayers(page);
+  if (!parts) {
+    layers.push_back({Stored(page, quality)});
+    return layers;
+  }
+  layers.push_back({Stored(parts->background, quality > 0 ? quality : kBackgroundQuality)});
+  for (const TextLayer& text : parts->texts) {
+    LayerToStore layer{Stored(text.ink, 0)};
+    layer.stored.picture.isStencil = true;
+    std::copy(std::begin(text.colour), std::end(text.colour), layer.paint);
+    layers.push_back(std::move(layer));
+  }
+  return layers;
+}
+
 std::vector<uint8_t> Encode(const Dib& page, const Metadata& metadata, const Options& options) {
   const PageView view(page);
   const Metadata fitting = FittingProfile(metadata, view);
-  StoredPicture stored = Stored(page, static_cast<int>(options.Number("quality", 0)));
-  if (const Metadata::Item* profile = fitting.Find("icc")) stored.picture.profile = profile->bytes;
+  std::vector<LayerToStore> layers = LayersOf(page, options);
+  if (const Metadata::Item* profile = fitting.Find("icc")) {
+    layers.front().stored.picture.profile = profile->bytes;
+  }
   PdfLayer place;
   place.width = PointsOf(view.width(), view.resolution().x);
   place.height = PointsOf(view.height(), view.resolution().y);
@@ -307,8 +340,11 @@ std::vector<uint8_t> Encode(const Dib& page, const Metadata& metadata, const Opt
     packer.PutRun(item.name);
     packer.PutRun(item.name == "icc" ? std::vector<uint8_t>() : item.bytes);  // it is with the picture
   }
-  packer.Put(uint64_t{1});  // layers
-  PutLayer(stored, place, &packer);
+  packer.Put(uint64_t{layers.size()});
+  for (const LayerToStore& layer : layers) {
+    std::copy(std::begin(layer.paint), std::end(layer.paint), place.paint);
+    PutLayer(layer.stored, place, &packer);
+  }
   return packer.Take();
 }
 

@@ -192,6 +192,9 @@ void AddWritingOptions(CLI::App* app, JobOptions* options) {
       ->check(CLI::Range(1, 100))
       ->type_name("N");
   app->add_flag("--pdfa", options->isArchival, "Write PDF/A-2b, the kind of PDF for archives");
+  app->add_flag("--mixed", options->isMixed,
+                "Write PDF pages of greys and colours as text at full resolution over the rest at a\n"
+                "lower one, as JPEG: small files (off)");
   app->add_option("--compression", options->compression,
                   "Of TIFF files: g4, lzw, deflate, jpeg, zstd or none. g4 is for 1-bit pages and\n"
                   "jpeg for grey and colour; the others keep their usual one")

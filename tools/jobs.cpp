@@ -293,6 +293,7 @@ std::string OptionsFor(const std::string& format, const JobOptions& options) {
   if (options.jpegQuality > 0) add("quality", std::to_string(options.jpegQuality));
   if (!options.compression.empty()) add("compression", options.compression);
   if (options.isArchival) add("pdfa", "2b");
+  if (options.isMixed) add("layers", "mixed");
   return words;
 }
 
@@ -850,6 +851,8 @@ Plan MakePlan(const JobOptions& options) {
   const auto isPdf = [](const Output& output) { return output.format == "pdf"; };
   if (options.isArchival && !std::all_of(plan.outputs.begin(), plan.outputs.end(), isPdf))
     throw UsageError("--pdfa is for PDF files");
+  if (options.isMixed && !std::all_of(plan.outputs.begin(), plan.outputs.end(), isPdf))
+    throw UsageError("--mixed is for PDF files");
   for (const Output& output : plan.outputs) {
     if (options.compression.empty() || HasOption(output.format, "compression")) continue;
     throw UsageError(fmt::format("--compression is not for {} files", FindFormat(output.format)->title));

@@ -32,6 +32,7 @@ struct JobOptions {
   double dpi = 0;             // for files that have none; 0: the usual one is assumed, with a warning
   int threads = 0;            // 0: as many as there are cores
   bool isArchival = false;    // PDF/A
+  bool isMixed = false;       // PDF pages as text over a background
   PageReadOptions reading = Sized<PageReadOptions>();  // what pages may cost
   int jpegQuality = 0;      // 1 to 100; 0: the format's usual one, in TIFF files no JPEG
   std::string compression;  // of TIFF files; empty: the usual one

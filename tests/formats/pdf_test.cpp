@@ -117,6 +117,53 @@ TEST(Pdf, PagesComeBackAsTheyWereWithWhatIsSaidOfThem) {
   }
 }
 
+// Black and red letters and a smooth picture on tinted paper: the letters come back in their places and
+// colours, the rest nearly as it was.
+TEST(Pdf, MixedPagesKeepTextSharpOverASmallBackground) {
+  constexpr int kWidth = 900, kHeight = 1000, kLetters = 500;
+  constexpr int32_t kDots300 = 11811;
+  const Dib page = MakePage(kWidth, kHeight, 24, {kDots300, kDots300});
+  const PageView view(page);
+  const auto isLetter = [](int x, int y) {
+    return y > 60 && y < kLetters - 40 && x > 80 && x < 800 && y % 50 < 30 && x % 24 < 16 &&
+           (x % 24 < 4 || y % 50 < 5);
+  };
+  for (int y = 0; y < kHeight; ++y) {
+    for (int x = 0; x < kWidth; ++x) {
+      const bool isPicture = y > kLetters && y < kHeight - 60 && x > 80 && x < 800;
+      const Ink ink = isLetter(x, y) ? (y < 250 ? Ink{{20, 20, 20}} : Ink{{30, 20, 190}})
+                      : isPicture
+                          ? Ink{{static_cast<uint8_t>(60 + x / 8), 90, static_cast<uint8_t>(60 + y / 10)}}
+                          : Ink{{215, 235, 240}};
+      PaintRow(view, y, x, x + 1, ink);
+    }
+  }
+  const std::vector<uint8_t> mixed = Written({&page, 1}, {}, "layers=mixed");
+  EXPECT_EQ("", CheckedByQpdf(mixed));
+  EXPECT_LT(mixed.size() * 2, Written({&page, 1}, {}, "quality=75").size());
+  const Dib drawn = InputPages(std::span<const uint8_t>(mixed)).Read(0, nullptr);
+  ASSERT_EQ(kWidth, PageView(drawn).width());
+  const std::vector<uint32_t> before = ColoursOf(page), after = ColoursOf(drawn);
+  int wrong[2] = {0, 0};  // samples of what is not text, and of text
+  for (int y = 1; y + 1 < kHeight; ++y) {
+    for (int x = 1; x + 1 < kWidth; ++x) {
+      const bool isText = isLetter(x, y);
+      if (isLetter(x - 1, y - 1) != isText || isLetter(x + 1, y + 1) != isText) continue;  // drawn smoothly
+      const auto at = static_cast<size_t>(y * kWidth + x);
+      for (const int shift : {0, 8, 16}) {
+        const auto sample = [&](uint32_t colour) { return static_cast<int>(colour >> shift & 255); };
+        wrong[isText] += std::abs(sample(before[at]) - sample(after[at])) > 40;
+      }
+    }
+  }
+  EXPECT_EQ(0, wrong[1]);
+  EXPECT_LE(wrong[0], kWidth * kHeight / 100);  // the picture's edge
+
+  const Dib coarse = Duplicate(page);  // said to be of 100 dpi: nothing is gained there
+  PageView(coarse).header().biXPelsPerMeter = PageView(coarse).header().biYPelsPerMeter = kDots300 / 3;
+  EXPECT_EQ(Written({&coarse, 1}, {}, "layers=mixed"), Written({&coarse, 1}, {}));
+}
+
 TEST(Pdf, ArchivalFilesSayWhatTheyAreAndWhatTheirColoursMean) {
   const Dib pages[] = {RandomPage(24, 20, 9)};
   const std::vector<uint8_t> pdf = Written(pages, {}, "pdfa=2b");

@@ -58,6 +58,7 @@ std::string OptionsText(const JobOptions& options) {
       {"quality", options.jpegQuality},
       {"compression", options.compression},
       {"pdfa", options.isArchival},
+      {"mixed", options.isMixed},
       {"skipDamaged", options.skipsDamaged},
   };
   return json.dump();
