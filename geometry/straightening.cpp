@@ -50,11 +50,13 @@ Columns ColumnsFrom(const Walk& walk, int64_t left) {
   return columns;
 }
 
+// `rows` are those of the tile, all kRows of them, even if the page ends before.
 template <class Tile>
-void FillTile(const Walk& walk, int64_t left, int bottom, bool isRoomy, Tile* tile, const Rows& to) {
+void FillTile(const Walk& walk, int64_t left, const Position* rows, bool isRoomy, Tile* tile,
+              const Rows& to) {
   // Coordinates go one way along rows and columns, so that the corners bound the tile's.
   const Position first = walk.OfColumn(left), last = walk.OfColumn(left + kColumns - 1);
-  const Position lowest = walk.OfRow(bottom), highest = walk.OfRow(bottom + kRows - 1);
+  const Position lowest = rows[0], highest = rows[kRows - 1];
   const auto bound = [](int64_t a, int64_t b, int64_t c, int64_t d) {
     const int64_t low = (std::min(a, b) + std::min(c, d)) >> kFraction;
     const int64_t high = (std::max(a, b) + std::max(c, d)) >> kFraction;
@@ -66,9 +68,8 @@ void FillTile(const Walk& walk, int64_t left, int bottom, bool isRoomy, Tile* ti
   tile->Load(box);
   std::array<Place, kRows> places;
   for (int i = 0; i < to.height; ++i) {
-    const Position row = walk.OfRow(bottom + i);
-    places[i] = {static_cast<int32_t>(row.x + first.x - origin.x * kPixel),
-                 static_cast<int32_t>(row.y + first.y - origin.y * kPixel)};
+    places[i] = {static_cast<int32_t>(rows[i].x + first.x - origin.x * kPixel),
+                 static_cast<int32_t>(rows[i].y + first.y - origin.y * kPixel)};
   }
   tile->Fill(places.data(), to, isRoomy);
 }
@@ -78,7 +79,9 @@ void FillPage(const Walk& walk, unsigned bits, Tile tile, const Rows& result) {
   // Tiles above each other share their columns; of more rows than these the source would leave the caches.
   constexpr int kBandRows = 8 * kRows;
   const auto usedBytes = static_cast<size_t>(uint64_t{static_cast<uint32_t>(result.width)} * bits / 8);
+  std::array<Position, kBandRows> positions;
   for (int64_t band = 0; band < result.height; band += kBandRows) {
+    for (int i = 0; i < kBandRows; ++i) positions[i] = walk.OfRow(band + i);
     const int64_t end = std::min<int64_t>(band + kBandRows, result.height);
     for (int64_t y = band; y < end; ++y) {
       std::memset(result.StoredRow(static_cast<int>(y)) + usedBytes, 0, result.stride - usedBytes);
@@ -91,7 +94,8 @@ void FillPage(const Walk& walk, unsigned bits, Tile tile, const Rows& result) {
         const auto bottom = static_cast<int>(y);
         uint8_t* const to = result.StoredRow(bottom) + static_cast<size_t>(left * bits / 8);
         const auto rows = static_cast<int>(std::min<int64_t>(kRows, end - y));
-        FillTile(walk, left, bottom, isRoomy, &tile, Rows{to, result.stride, count, rows});
+        FillTile(walk, left, &positions[static_cast<size_t>(y - band)], isRoomy, &tile,
+                 Rows{to, result.stride, count, rows});
       }
     }
   }

@@ -118,21 +118,42 @@ class BitTile {
     const int right = left + static_cast<int>(box.columns.size());
     const int first = (left - 1) / kColumns, last = right / kColumns;
     const int height = static_cast<int>(box.rows.size()) + 2;
+    const int64_t firstWord = origin.x / kColumns + first, lastWord = origin.x / kColumns + last;
+    const bool isInside = firstWord >= 0 && (lastWord + 1) * kColumns <= page_.width && origin.y >= 0 &&
+                          origin.y + height <= page_.height;
+    const std::array<uint64_t, kRowWords> needed = Needed(left, right);
+    uint64_t any = 0, missing = 0;
     for (int row = 0; row < height; ++row) {
       const int64_t y = origin.y + row;
       uint64_t* const words = &rows_[IndexOf(row)];
-      if (y < 0 || y >= page_.height) {
+      if (isInside) {
+        const uint8_t* const from = page_.StoredRow(static_cast<int>(y)) + firstWord * 8;
+        words[first] = LoadLeftFirst(from);
+        if (last > first) words[first + 1] = LoadLeftFirst(from + 8);
+        for (int i = first + 2; i <= last; ++i) words[i] = LoadLeftFirst(from + 8 * (i - first));
+      } else if (y < 0 || y >= page_.height) {
         std::fill(words + first, words + last + 1, background_);
-        continue;
+      } else {
+        const uint8_t* const from = page_.StoredRow(static_cast<int>(y));
+        for (int i = first; i <= last; ++i) words[i] = SourceWord(from, origin.x / kColumns + i);
       }
-      const uint8_t* const from = page_.StoredRow(static_cast<int>(y));
-      for (int i = first; i <= last; ++i) words[i] = SourceWord(from, origin.x / kColumns + i);
+      for (size_t i = 0; i < kRowWords; ++i) {
+        any |= words[i] & needed[i];
+        missing |= ~words[i] & needed[i];
+      }
     }
-    FindUniformRows(left, right, height);
-    if (alikeUntil_[0] < height) FindRowsWithCorners(height);
+    isUniform_ = any == 0 || missing == 0;
+    uniformColour_ = any == 0 ? 0 : kOnes;
+    if (isUniform_) return;
+    FindUniformRows(left, needed, height);
+    FindRowsWithCorners(height);
   }
 
   void Fill(const Place* places, const Rows& to, bool /*isRoomy*/) {
+    if (isUniform_) {  // as many are
+      for (int i = 0; i < to.height; ++i) PutRow(uniformColour_, to.width, to.StoredRow(i));
+      return;
+    }
     for (int i = 0; i < to.height; ++i) FillRow(places[i], to.width, to.StoredRow(i));
   }
 
@@ -143,7 +164,10 @@ class BitTile {
     const auto [lowest, highest] = std::minmax(columns_.y.front(), columns_.y.back());
     const int bottom = PixelAt(row.y + lowest);
     const int top = PixelAt(row.y + highest) + 1;
-    uint64_t pixels = alikeUntil_[bottom] > top ? colours_[bottom] : Turned(row, bottom, top);
+    PutRow(alikeUntil_[bottom] > top ? colours_[bottom] : Turned(row, bottom, top), count, to);
+  }
+
+  static void PutRow(uint64_t pixels, int count, uint8_t* to) {
     if (count < kColumns) pixels &= ~(kOnes >> count);
     pixels = SwapLeftFirst(pixels);
     std::memcpy(to, &pixels, count > kColumns / 2 ? 8 : 4);
@@ -162,13 +186,18 @@ class BitTile {
     return (SwapLeftFirst(word) & ~beyond) | (background_ & beyond);
   }
 
-  // Most rows of most tiles are blank.
-  void FindUniformRows(int left, int right, int height) {
+  // The columns of a box in the words of a row.
+  static std::array<uint64_t, kRowWords> Needed(int left, int right) {
     std::array<uint64_t, kRowWords> needed = {};
     for (int i = left / kColumns; i * kColumns < right; ++i) {
       const int first = std::max(left - i * kColumns, 0), behind = right - i * kColumns;
       needed[i] = kOnes >> first & ~(behind < kColumns ? kOnes >> behind : 0);
     }
+    return needed;
+  }
+
+  // Most rows of most tiles are blank.
+  void FindUniformRows(int left, const std::array<uint64_t, kRowWords>& needed, int height) {
     int end = height;
     for (int row = height - 1; row >= 0; --row) {
       const uint64_t* const words = &rows_[IndexOf(row)];
@@ -195,8 +224,9 @@ class BitTile {
 
   // 64 pixels of a row of a plane, from a column on.
   static uint64_t PixelsAt(const BitPlane& plane, int x, int y) {
-    const uint64_t* const words = &plane[IndexOf(y) + x / kColumns];
-    const int shift = x % kColumns;
+    const uint64_t* const words = &plane[IndexOf(y) + (x >> 6)];
+    static_assert(kColumns == 1 << 6);
+    const int shift = x & (kColumns - 1);
     return words[0] << shift | words[1] >> 1 >> (63 - shift);
   }
 
@@ -222,6 +252,8 @@ class BitTile {
   ConstRows page_;
   bool isSmooth_;
   uint64_t background_;
+  bool isUniform_ = false;  // all that the tile needs is of one colour
+  uint64_t uniformColour_ = 0;
   Columns columns_;
   BitPlane rows_ = {};
   BitRuns nearestRuns_, lowerLeftRuns_;
