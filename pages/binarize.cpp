@@ -310,7 +310,6 @@ BytePlane Inverted(BytePlane plane) {
 
 BitPlane Binarize(const BytePlane& grey, const BinarizeOptions& options) {
   if (grey.isEmpty()) return BitPlane(grey.width(), grey.height());
-  const KeptPlanes kept;
   if (options.width > grey.width() || options.height > grey.height()) {
     const int width = std::max(options.width, grey.width()), height = std::max(options.height, grey.height());
     BinarizeOptions enlarged = options;

@@ -7,7 +7,6 @@
 #include "pages/classic_clean.h"
 #include "pages/model_clean.h"
 #include "pages/operations.h"
-#include "pages/planes.h"
 #include "pages/text.h"
 
 namespace rastrel::pages {
@@ -97,7 +96,6 @@ Dib Reduced(Dib page, const CleanOptions& options, const InkBefore& before, Clea
 }  // namespace
 
 Dib CleanPage(Dib page, const CleanOptions& options, CleanRecord* record, Dib* overlay) {
-  const KeptPlanes kept;
   record->isResolutionAssumed = CompleteResolution(&PageView(page).header(), options.dpi);
   CleanOptions chosen = options;
   // On a resolution that is only assumed holes are not measured.

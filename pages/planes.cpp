@@ -2,9 +2,11 @@
 
 #include <rastrel.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace rastrel::pages {
 namespace {
@@ -16,43 +18,61 @@ void Free(const Memory& memory) {
   GlobalFree(memory.block);
 }
 
-// What a thread keeps. Free places have no block.
+// What a thread keeps, until it ends. Free places have no block.
 class Keeper {
  public:
-  bool isOpen = false;
+  Keeper() = default;
+  ~Keeper() {
+    for (Memory& memory : kept_) Drop(&memory);
+  }
+  Keeper(const Keeper&) = delete;
+  Keeper& operator=(const Keeper&) = delete;
 
-  // A block that is large enough and not much larger, or none.
+  // A block that is large enough, but no more than twice as large, or none.
   Memory Take(size_t bytes) {
     for (Memory& memory : kept_) {
-      if (memory.block != nullptr && memory.size >= bytes && memory.size - bytes <= bytes / kSpareShare)
-        return std::exchange(memory, {});
+      if (memory.block == nullptr || memory.size < bytes || memory.size - bytes > bytes) continue;
+      total_ -= memory.size;
+      return std::exchange(memory, {});
     }
     return {};
   }
-  // Whether there was room for it.
+  // Whether it is kept. Others give way to it, in turn.
   bool Keep(const Memory& memory) {
-    if (!isOpen || memory.size < kLeastBytes) return false;
-    for (Memory& place : kept_) {
-      if (place.block != nullptr) continue;
-      place = memory;
-      return true;
-    }
-    return false;
-  }
-  void Close() {
-    isOpen = false;
-    for (Memory& memory : kept_) {
-      if (memory.block != nullptr) Free(std::exchange(memory, {}));
-    }
+    if (memory.size < kLeastBytes || memory.size > kMostBytes / 2) return false;
+    while (total_ + memory.size > kMostBytes) DropNext();
+    const auto isFree = [](const Memory& place) { return place.block == nullptr; };
+    Memory* place = std::find_if(kept_.data(), kept_.data() + kPlaces, isFree);
+    if (place == kept_.data() + kPlaces) place = DropNext();
+    *place = memory;
+    total_ += memory.size;
+    return true;
   }
 
  private:
-  static constexpr size_t kLeastBytes = size_t{1} << 16;  // smaller ones cost next to nothing
-  static constexpr size_t kSpareShare = 4;
-  std::array<Memory, 8> kept_;
+  static constexpr size_t kPlaces = 12;
+  static constexpr size_t kLeastBytes = size_t{1} << 18;  // smaller ones cost little
+  // The brightness of an A4 page at 300 dpi has 8.7 million, its ink an eighth of that.
+  static constexpr size_t kMostBytes = size_t{24} << 20;
+
+  void Drop(Memory* memory) {
+    if (memory->block == nullptr) return;
+    total_ -= memory->size;
+    Free(std::exchange(*memory, {}));
+  }
+  Memory* DropNext() {
+    Memory* const memory = &kept_[next_];
+    next_ = (next_ + 1) % kPlaces;
+    Drop(memory);
+    return memory;
+  }
+
+  std::array<Memory, kPlaces> kept_;
+  size_t next_ = 0;
+  size_t total_ = 0;  // bytes
 };
 
-thread_local constinit Keeper keeper;
+thread_local Keeper keeper;
 
 }  // namespace
 
@@ -75,12 +95,6 @@ PlaneBlock::PlaneBlock(size_t bytes, PlaneContent content) {
 
 PlaneBlock::~PlaneBlock() {
   if (memory_.block != nullptr && !keeper.Keep(memory_)) Free(memory_);
-}
-
-KeptPlanes::KeptPlanes() : isFirst_(!keeper.isOpen) { keeper.isOpen = true; }
-
-KeptPlanes::~KeptPlanes() {
-  if (isFirst_) keeper.Close();
 }
 
 }  // namespace rastrel::pages

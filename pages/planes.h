@@ -16,8 +16,9 @@ enum class PlaneContent : uint8_t {
   kUnset,  // for what is written in full: fresh memory costs as much as most work on it
 };
 
-// Memory of planes: as that of pages is had, on pages of the system that suit large blocks. Throws
-// std::bad_alloc.
+// Memory of planes: as that of pages is had, on pages of the system that suit large blocks. Work on a page
+// makes many planes, one after the other, and fresh memory is dear: of the large ones that a thread gives up
+// a few are kept for its next ones of about their size (planes.cpp says how many). Throws std::bad_alloc.
 class PlaneBlock {
  public:
   PlaneBlock() = default;
@@ -38,20 +39,6 @@ class PlaneBlock {
 
  private:
   Memory memory_;
-};
-
-// While one lives, large blocks that its thread gives up are kept for the next ones of about their size: work
-// on a page makes many planes, and fresh memory is dear. What is kept goes with it, and of two that live the
-// first keeps.
-class KeptPlanes {
- public:
-  KeptPlanes();
-  ~KeptPlanes();
-  KeptPlanes(const KeptPlanes&) = delete;
-  KeptPlanes& operator=(const KeptPlanes&) = delete;
-
- private:
-  bool isFirst_;
 };
 
 // So many numbers.
