@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <bit>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
+
+#include "pixels/kernels.h"
 
 namespace rastrel::pages {
 namespace {
@@ -156,6 +159,17 @@ uint64_t NearSet(const BitPlane& plane, int y, size_t w) {
   return near;
 }
 
+// What three rows have in common. Returns other than 0 if the first has anything.
+uint8_t AllOfThree(const uint8_t* __restrict row, const uint8_t* above, const uint8_t* below, int count,
+                   uint8_t* __restrict all) {
+  uint8_t any = 0;
+  for (int x = 0; x < count; ++x) {
+    any |= row[x];
+    all[x] = row[x] & above[x] & below[x];
+  }
+  return any;
+}
+
 class Masking {
  public:
   template <class Dark>
@@ -192,14 +206,8 @@ class Masking {
     for (int y = 0; y < height; ++y) {
       const uint8_t *row = outside.Row(y), *above = outside.Row(std::max(0, y - 1)),
                     *below = outside.Row(std::min(height - 1, y + 1));
-      uint8_t any = 0;
-      for (int x = 0; x < width; ++x) {
-        any |= row[x];
-        allThree[static_cast<size_t>(x) + 1] = row[x] & above[x] & below[x];
-      }
-      if (any == 0) continue;
-      for (int x = 0; x < width; ++x) {
-        if (row[x] == 0) continue;
+      if (Widest<AllOfThree>(row, above, below, width, allThree.data() + 1) == 0) continue;
+      for (int x = NextNotZero(row, 0); x < width; x = NextNotZero(row, x + 1)) {
         const uint8_t* around = allThree.data() + x;
         const bool isInner = (around[0] & around[1] & around[2]) != 0;
         raise(x, x, y, isInner ? Zone::kCore : Zone::kBorder);
@@ -216,6 +224,17 @@ class Masking {
     }
   }
 
+  // The first place from `c` on that is not 0, as the sheet's zone is, or the row's end.
+  int NextNotZero(const uint8_t* zones, int c) const {
+    static_assert(static_cast<uint8_t>(Zone::kSheet) == 0);
+    for (uint64_t eight = 0; c + 8 <= zones_.width(); c += 8) {
+      std::memcpy(&eight, zones + c, sizeof eight);
+      if (eight != 0) break;
+    }
+    while (c < zones_.width() && zones[c] == 0) ++c;
+    return c;
+  }
+
   void MaskRun(int left, int right, int y) {
     for (int w = left / 64; w * 64 < right; ++w) mask_.Row(y)[w] |= WordMask(w, left, right);
   }
@@ -226,10 +245,9 @@ class Masking {
     for (int r = 0; r < zones_.height(); ++r) {
       const uint8_t* zones = zones_.Row(r);
       const int bottom = std::min(sheet_.height, (r + 1) << shift_);
-      for (int c = 0; c < zones_.width();) {
+      for (int c = NextNotZero(zones, 0); c < zones_.width(); c = NextNotZero(zones, c)) {
         const int first = c;
         while (c < zones_.width() && zones[c] == zones[first]) ++c;
-        if (zones[first] == static_cast<uint8_t>(Zone::kSheet)) continue;
         const int left = first << shift_, right = std::min(sheet_.width, c << shift_);
         for (int y = r << shift_; y < bottom; ++y) {
           if (zones[first] == static_cast<uint8_t>(Zone::kCore))

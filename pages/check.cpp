@@ -278,8 +278,10 @@ Missing FindPaintedOver(const PageView& before, const PageView& after, const Bit
   for (int y = 0; y < ink.height(); ++y) {
     const uint8_t *old = before.PageRow(y), *now = after.PageRow(y);
     if (std::memcmp(old, now, before.stride()) == 0) continue;
+    const uint64_t* const inked = ink.Row(y);
+    const uint64_t* const taken = named.isEmpty() ? nullptr : named.Row(y);
     for (size_t i = 0; i < ink.wordsPerRow(); ++i) {
-      uint64_t bits = ink.Row(y)[i] & ~(named.isEmpty() ? 0 : named.Row(y)[i]);
+      uint64_t bits = inked[i] & ~(taken == nullptr ? 0 : taken[i]);
       if (bits == 0) continue;
       const size_t from = i * bytesOfWord, to = std::min(from + bytesOfWord, before.stride());
       if (std::memcmp(old + from, now + from, to - from) == 0) continue;

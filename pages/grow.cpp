@@ -29,11 +29,8 @@ void GrowAlong(const uint64_t* mask, uint64_t* seeds, size_t words) {
   for (size_t i = words; i-- > 0;) {
     uint64_t grown = (seeds[i] | carry) & mask[i];
     if (grown != 0) {
-      uint64_t open = mask[i];
-      for (int step = 1; step < 64; step *= 2) {
-        grown |= grown << step & open;
-        open &= open << step;
-      }
+      // Upwards a sum does it: from the lowest seed of a run on all its bits carry.
+      grown |= ((mask[i] + grown) ^ mask[i]) & mask[i];
     }
     seeds[i] |= grown;
     carry = grown >> 63;

@@ -1,9 +1,12 @@
 #include "pages/safeguards.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <numeric>
+
+#include "pixels/kernels.h"
 
 namespace rastrel::pages {
 namespace {
@@ -169,6 +172,19 @@ struct Shades {
   }
 };
 
+// The bits of every fourth pixel that are set in bytes.
+int CountFourths(const uint8_t* row, int bytes) {
+  constexpr uint64_t kFourths = 0x8888888888888888;
+  int count = 0;
+  for (; bytes >= 8; bytes -= 8, row += 8) {
+    uint64_t eight;
+    std::memcpy(&eight, row, sizeof eight);
+    count += std::popcount(eight & kFourths);
+  }
+  for (; bytes > 0; --bytes, ++row) count += (*row >> 7) + (*row >> 3 & 1);
+  return count;
+}
+
 // Of every fourth pixel of a row, from a column up to another.
 Shades ShadesOf(const PageView& page, const std::vector<uint8_t>& table, int y, int from, int to) {
   const uint8_t* row = page.PageRow(y);
@@ -193,9 +209,11 @@ Shades ShadesOf(const PageView& page, const std::vector<uint8_t>& table, int y, 
   int64_t ones = 0;
   int i = first;
   if (i % 2 != 0) ones += row[i++ / 2] >> 3 & 1;
-  int inBytes = 0;
-  for (; i + 1 < last; i += 2) inBytes += (row[i / 2] >> 7) + (row[i / 2] >> 3 & 1);
-  ones += inBytes;
+  if (i + 1 < last) {
+    const int bytes = (last - i) / 2;
+    ones += Widest<CountFourths>(row + i / 2, bytes);
+    i += 2 * bytes;
+  }
   if (i < last) ones += row[i / 2] >> 7;
   if (table[0] < kDark) shades.dark += shades.all - ones;
   if (table[1] < kDark) shades.dark += ones;

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "pixels/kernels.h"
+
 namespace rastrel::pages {
 namespace {
 
@@ -79,16 +81,18 @@ int PixelsPerMm16(int width, int height, int dpi) {
   return std::max(1, shortSide * 16 / kAssumedShortSideMm);
 }
 
-// Sums `kRows` rows, column by column; 8 x 255 at most.
+// Sums `kRows` rows that follow each other, column by column; 8 x 255 at most.
 template <int kRows>
-void SumRows(const BytePlane& grey, int top, uint16_t* sums) {
-  const uint8_t* rows[kRows];
-  for (int i = 0; i < kRows; ++i) rows[i] = grey.Row(top + i);
-  for (int x = 0; x < grey.width(); ++x) {
-    unsigned sum = 0;
-    for (int i = 0; i < kRows; ++i) sum += rows[i][x];
-    sums[x] = static_cast<uint16_t>(sum);
+void SumRows(const uint8_t* __restrict first, int width, uint16_t* __restrict sums) {
+  for (int x = 0; x < width; ++x) {
+    uint16_t sum = 0;
+    for (int i = 0; i < kRows; ++i)
+      sum = static_cast<uint16_t>(sum + first[i * static_cast<ptrdiff_t>(width) + x]);
+    sums[x] = sum;
   }
+}
+void SumPairs(const uint16_t* __restrict from, int count, uint16_t* __restrict to) {
+  for (int i = 0; i < count; ++i) to[i] = static_cast<uint16_t>(from[2 * i] + from[2 * i + 1]);
 }
 
 // Means of square cells. The last cells of a row or column may reach beyond the image and count what lies in
@@ -104,11 +108,11 @@ BytePlane Shrink(const BytePlane& grey, int cell) {
   for (int r = 0; r < rows; ++r) {
     const int top = r * cell, bottom = std::min(grey.height(), top + cell);
     if (bottom - top == 8) {
-      SumRows<8>(grey, top, sums.data());
+      Widest<SumRows<8>>(grey.Row(top), grey.width(), sums.data());
     } else if (bottom - top == 4) {
-      SumRows<4>(grey, top, sums.data());
+      Widest<SumRows<4>>(grey.Row(top), grey.width(), sums.data());
     } else {
-      SumRows<1>(grey, top, sums.data());
+      Widest<SumRows<1>>(grey.Row(top), grey.width(), sums.data());
       for (int y = top + 1; y < bottom; ++y) {
         const uint8_t* row = grey.Row(y);
         for (int x = 0; x < grey.width(); ++x)
@@ -119,7 +123,7 @@ BytePlane Shrink(const BytePlane& grey, int cell) {
     for (int part = cell / 2; part >= 1; part /= 2) {
       uint16_t* to = from == sums.data() ? pairs.data() : sums.data();
       const int count = columns * part;
-      for (int i = 0; i < count; ++i) to[i] = static_cast<uint16_t>(from[2 * i] + from[2 * i + 1]);
+      Widest<SumPairs>(from, count, to);
       from = to;
     }
     uint8_t* out = grid.Row(r);
@@ -143,6 +147,33 @@ uint64_t CountInBytes(uint64_t word) {
   return (word + (word >> 4)) & 0x0F0F0F0F0F0F0F0Fu;
 }
 
+// The brightness of whole cells of 4 x 4 pixels, 16 to a word. `even` and `odd` are for work: how many pixels
+// of ink the cells have, as bytes.
+void ShrinkFourRows(const uint64_t* __restrict rows, size_t words, uint64_t* __restrict even,
+                    uint64_t* __restrict odd, uint8_t* __restrict brightness) {
+  constexpr uint64_t kPairs = 0x5555555555555555u, kNibbles = 0x3333333333333333u;
+  constexpr uint64_t kBytes = 0x0F0F0F0F0F0F0F0Fu;
+  for (size_t w = 0; w < words; ++w) {
+    uint64_t evens = 0, odds = 0;
+    for (size_t i = 0; i < 4; ++i) {
+      uint64_t counts = rows[i * words + w];
+      counts -= counts >> 1 & kPairs;
+      counts = (counts & kNibbles) + (counts >> 2 & kNibbles);
+      evens += counts >> 4 & kBytes;
+      odds += counts & kBytes;
+    }
+    // So that the leftmost is the first in memory.
+    even[w] = std::endian::native == std::endian::little ? __builtin_bswap64(evens) : evens;
+    odd[w] = std::endian::native == std::endian::little ? __builtin_bswap64(odds) : odds;
+  }
+  const auto* const evenBytes = reinterpret_cast<const uint8_t*>(even);
+  const auto* const oddBytes = reinterpret_cast<const uint8_t*>(odd);
+  for (size_t i = 0; i < words * 8; ++i) {
+    brightness[2 * i] = static_cast<uint8_t>(255 - (255 * evenBytes[i] >> 4));
+    brightness[2 * i + 1] = static_cast<uint8_t>(255 - (255 * oddBytes[i] >> 4));
+  }
+}
+
 BytePlane Shrink(const BitPlane& ink, int cell) {
   const int columns = (ink.width() + cell - 1) / cell, rows = (ink.height() + cell - 1) / cell;
   BytePlane grid(columns, rows, 255);
@@ -151,6 +182,8 @@ BytePlane Shrink(const BitPlane& ink, int cell) {
   const uint64_t mask = 0x0101010101010101u * ((1u << cell) - 1);
   const int wholeColumns = ink.width() / cell;
   uint8_t brightness[kLargestCell * kLargestCell + 1] = {};
+  std::vector<uint64_t> even(ink.wordsPerRow()), odd(even.size());
+  std::vector<uint8_t> bright(even.size() * 16);
   for (int r = 0; r < rows; ++r) {
     const int top = r * cell, bottom = std::min(ink.height(), top + cell);
     if (const int area = cell * (bottom - top); r == 0 || bottom - top < cell) {
@@ -158,7 +191,14 @@ BytePlane Shrink(const BitPlane& ink, int cell) {
         brightness[count] = static_cast<uint8_t>(255 - 255 * count / area);
     }
     uint8_t* out = grid.Row(r);
-    for (size_t w = 0; w < ink.wordsPerRow(); ++w) {
+    size_t w = 0;
+    if (cell == 4 && bottom - top == 4) {
+      Widest<ShrinkFourRows>(ink.Row(top), ink.wordsPerRow(), even.data(), odd.data(), bright.data());
+      std::memcpy(out, bright.data(), static_cast<size_t>(wholeColumns));
+      if (wholeColumns == columns) continue;
+      w = ink.wordsPerRow() - 1;  // the last cell is not whole
+    }
+    for (; w < ink.wordsPerRow(); ++w) {
       const uint64_t* word = ink.Row(top) + w;
       uint64_t any = 0, every = ~uint64_t{0}, counts[8] = {};
       for (int y = top; y < bottom; ++y, word += ink.wordsPerRow()) any |= *word, every &= *word;
@@ -861,9 +901,12 @@ class SheetFinder {
     BytePlane seen = sheet_.outside;
     for (const SheetSide side : kSheetSides) {
       const SideAxis axis(grid_, side);
+      const int deepest = std::min(axis.across, units_.Cells(kBand));
+      const ptrdiff_t step = axis.Step(grid_);
       for (int place = 0; place < axis.places; ++place) {
-        for (int depth = 0; depth < std::min(axis.across, units_.Cells(kBand)); ++depth) {
-          if (axis.At(grid_, place, depth) >= darkBelow || axis.At(seen, place, depth) != 0) continue;
+        const uint8_t* const edge = &axis.At(grid_, place, 0);
+        for (int depth = 0; depth < deepest; ++depth) {
+          if (edge[depth * step] >= darkBelow || axis.At(seen, place, depth) != 0) continue;
           const Area area =
               Follow(grid_, darkBelow, axis.X(place, depth), axis.Y(place, depth), &seen, &member_);
           if (IsStreak(area, axis)) {

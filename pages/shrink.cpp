@@ -5,20 +5,28 @@
 #include <span>
 #include <vector>
 
+#include "pixels/kernels.h"
+
 namespace rastrel::pages {
 namespace {
 
 // The sums of `factor` rows from `y` on, column by column; 64 x 255 at most, with the columns added up too.
 // Beyond the page its last row and column go on.
+void AddRow(const uint8_t* __restrict row, int count, uint16_t* __restrict sums) {
+  for (int x = 0; x < count; ++x) sums[x] = static_cast<uint16_t>(sums[x] + row[x]);
+}
+void AddFourRows(const uint8_t* __restrict a, const uint8_t* __restrict b, const uint8_t* __restrict c,
+                 const uint8_t* __restrict d, int count, uint16_t* __restrict sums) {
+  for (int x = 0; x < count; ++x) sums[x] = static_cast<uint16_t>(sums[x] + a[x] + b[x] + c[x] + d[x]);
+}
 void AddRows(const BytePlane& page, int y, int factor, std::span<uint16_t> sums) {
   const int width = page.width();
-  const uint8_t* first = page.Row(y);
-  for (int x = 0; x < width; ++x) sums[static_cast<size_t>(x)] = first[x];
-  for (int i = 1; i < factor; ++i) {
-    const uint8_t* row = page.Row(std::min(y + i, page.height() - 1));
-    uint16_t* sum = sums.data();
-    for (int x = 0; x < width; ++x) sum[x] = static_cast<uint16_t>(sum[x] + row[x]);
-  }
+  const auto row = [&](int i) { return page.Row(std::min(y + i, page.height() - 1)); };
+  std::fill(sums.begin(), sums.end(), uint16_t{0});
+  int i = 0;
+  for (; i + 4 <= factor; i += 4)
+    Widest<AddFourRows>(row(i), row(i + 1), row(i + 2), row(i + 3), width, sums.data());
+  for (; i < factor; ++i) Widest<AddRow>(row(i), width, sums.data());
   for (size_t x = static_cast<size_t>(width); x < sums.size(); ++x) sums[x] = sums[x - 1];
 }
 
@@ -40,7 +48,7 @@ BytePlane ShrinkByMean(const BytePlane& page, int factor) {
   for (int y = 0; y < height; ++y) {
     AddRows(page, y * factor, factor, sums);
     for (int part = factor / 2; part >= 1; part /= 2) {
-      AddPairs(sums.data(), pairs.data(), width * part);
+      Widest<AddPairs>(sums.data(), pairs.data(), width * part);
       sums.swap(pairs);
     }
     uint8_t* out = small.Row(y);
