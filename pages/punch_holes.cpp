@@ -59,14 +59,19 @@ struct InkPage {
   const BitPlane& ink;
   int width() const { return ink.width(); }
   int height() const { return ink.height(); }
-  bool Differs(int x, int y, int /*level*/, bool /*isLighter*/) const { return ink.Get(x, y); }
+  auto Differing(int /*level*/, bool /*isLighter*/) const {
+    return [this](int x, int y) { return ink.Get(x, y); };
+  }
 };
 struct GreyPage {
   const BytePlane& grey;
   int width() const { return grey.width(); }
   int height() const { return grey.height(); }
-  bool Differs(int x, int y, int level, bool isLighter) const {
-    return isLighter ? grey.Row(y)[x] > level : grey.Row(y)[x] < level;
+  auto Differing(int level, bool isLighter) const {
+    const int flip = isLighter ? 255 : 0, limit = isLighter ? 255 - level : level;
+    return [first = grey.Row(0), width = static_cast<ptrdiff_t>(grey.width()), flip, limit](int x, int y) {
+      return (first[y * width + x] ^ flip) < limit;
+    };
   }
 };
 
@@ -342,7 +347,7 @@ class HoleFinder {
     return IsInside(x, y) && (!sheet_.HasOutside() || sheet_.outside.Row(y >> shift_)[x >> shift_] == 0);
   }
   bool Differs(int x, int y, const Mark& mark) const {
-    return page_.Differs(x, y, mark.level, mark.isLighter);
+    return page_.Differing(mark.level, mark.isLighter)(x, y);
   }
 
   // How far a ray goes through the mark; -1 when it leaves the sheet before.
@@ -352,13 +357,15 @@ class HoleFinder {
     const bool isExact =
         mark.fromX * 2 == RoundDown(mark.fromX * 2) && mark.fromY * 2 == RoundDown(mark.fromY * 2) &&
         std::max(mark.fromX, mark.fromY) < kMostExact && std::min(mark.fromX, mark.fromY) >= 0;
-    if (isExact && isAllOnSheet) return ExactRayLength(mark, ray, most);
+    if (isExact)
+      return isAllOnSheet ? ExactRayLength<true>(mark, ray, most) : ExactRayLength<false>(mark, ray, most);
     return isAllOnSheet ? RayLength<true>(mark, ray, most) : RayLength<false>(mark, ray, most);
   }
   // `kIsAllOnSheet`: no ray leaves the sheet, nor comes near the image's edges.
   template <bool kIsAllOnSheet>
   double RayLength(const Mark& mark, int ray, double most) const {
     const double dx = RayX(ray), dy = RayY(ray);
+    const auto differs = page_.Differing(mark.level, mark.isLighter);
     const int fleck = std::max(2, RoundDown(kFleck * scale_));
     int light = 0;
     double end = 0;
@@ -367,7 +374,7 @@ class HoleFinder {
       const int x = kIsAllOnSheet ? static_cast<int>(rayX) : RoundDown(rayX);
       const int y = kIsAllOnSheet ? static_cast<int>(rayY) : RoundDown(rayY);
       if (!kIsAllOnSheet && !IsOnSheet(x, y)) return -1;
-      if (Differs(x, y, mark)) {
+      if (differs(x, y)) {
         light = 0;
         end = t + 0.5;
       } else if (++light >= fleck) {
@@ -377,16 +384,19 @@ class HoleFinder {
     return most;
   }
 
+  template <bool kIsAllOnSheet>
   double ExactRayLength(const Mark& mark, int ray, double most) const {
     constexpr int kShift = 14, kScale = 1 << kShift;
     static_assert(kScale == kRayScale);
     const int dx = static_cast<int>(RayX(ray) * kRayScale), dy = static_cast<int>(RayY(ray) * kRayScale);
     const int fleck = std::max(2, RoundDown(kFleck * scale_)), last = RoundDown(most);
+    const auto differs = page_.Differing(mark.level, mark.isLighter);
     int x = static_cast<int>(mark.fromX * 2) * (kScale / 2) + kScale / 2;
     int y = static_cast<int>(mark.fromY * 2) * (kScale / 2) + kScale / 2;
     int light = 0, end = -1;
     for (int t = 0; t <= last; ++t, x += dx, y += dy) {
-      if (Differs(x >> kShift, y >> kShift, mark)) {
+      if (!kIsAllOnSheet && !IsOnSheet(x >> kShift, y >> kShift)) return -1;
+      if (differs(x >> kShift, y >> kShift)) {
         light = 0;
         end = t;
       } else if (++light >= fleck) {
@@ -405,9 +415,9 @@ class HoleFinder {
     if (!sheet_.HasOutside()) return true;
     for (int row = top >> shift_; row <= bottom >> shift_; ++row) {
       const uint8_t* outside = sheet_.outside.Row(row);
-      if (std::any_of(outside + (left >> shift_), outside + (right >> shift_) + 1,
-                      [](uint8_t cell) { return cell != 0; }))
-        return false;
+      uint8_t any = 0;
+      for (int cell = left >> shift_; cell <= right >> shift_; ++cell) any |= outside[cell];
+      if (any != 0) return false;
     }
     return true;
   }
@@ -517,6 +527,7 @@ class HoleFinder {
     // Pixels inside, and in a ring around.
     const double inner = 0.88 * mark->radius, ringFrom = 1.12 * mark->radius + 1,
                  ringTo = 1.45 * mark->radius + 1;
+    const auto differs = page_.Differing(mark->level, mark->isLighter);
     int64_t inside = 0, dark = 0, around = 0, light = 0;
     for (int y = RoundDown(mark->y - ringTo); y <= RoundDown(mark->y + ringTo) + 1; ++y) {
       for (int x = RoundDown(mark->x - ringTo); x <= RoundDown(mark->x + ringTo) + 1; ++x) {
@@ -524,10 +535,10 @@ class HoleFinder {
         const double distance = Distance(*mark, x, y);
         if (distance <= inner) {
           ++inside;
-          dark += Differs(x, y, *mark);
+          dark += differs(x, y);
         } else if (distance >= ringFrom && distance <= ringTo) {
           ++around;
-          light += !Differs(x, y, *mark);
+          light += !differs(x, y);
         }
       }
     }
