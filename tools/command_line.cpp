@@ -10,6 +10,7 @@
 #include "tools/command_options.h"
 #include "tools/console.h"
 #include "tools/extra_commands.h"
+#include "tools/manual.h"
 #include "tools/system.h"
 #include "tools/words.h"
 
@@ -270,6 +271,16 @@ int RunCommand(int argc, char** argv) {
 
   std::function<int()> runExtra;
   AddExtraCommands(&app, &options, argc, argv, &runExtra);
+
+  // For the build, which installs them.
+  if (argc == 2 && argv[1] == std::string_view("--print-man")) {
+    Put(stdout, ManualPage(app));
+    return 0;
+  }
+  if (argc == 3 && argv[1] == std::string_view("--print-completion")) {
+    Put(stdout, Completion(app, argv[2]));
+    return 0;
+  }
 
   try {
     app.parse(argc, argv);

@@ -211,7 +211,7 @@ def case_death():
     time.sleep(0.05)
     busy = subprocess.run([RASTREL, "batch", "scans", "-o", "out"], capture_output=True, text=True)
     assert busy.returncode == 2 and "another batch" in busy.stderr, busy
-    process.send_signal(signal.SIGINT)
+    process.send_signal(signal.SIGTERM)  # SIGINT is ignored in background jobs
     assert process.wait() == 130 and rows()[0]["1.tif"] == ["done"]
     run("batch", "scans", "-o", "out")
 

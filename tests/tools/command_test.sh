@@ -42,6 +42,27 @@ case_readme() {
   diff "$source/examples/clean_bitmap.c" <(sed -n '/^```c$/,/^```$/{/^```/!p}' "$source/README.md") || fail "another program"
 }
 
+# The manual page and the completions know each option of the help.
+case_manual() {
+  local shell option
+  expect 0 "$rastrel" --print-man
+  mv out rastrel.1
+  for shell in bash zsh fish; do
+    expect 0 "$rastrel" --print-completion $shell
+    mv out $shell
+    ! command -v $shell >/dev/null || $shell -n $shell || fail "$shell does not take it"
+  done
+  ! command -v groff >/dev/null || [ -z "$(groff -man -Tutf8 -ww -z rastrel.1 2>&1)" ] || fail "$(groff -man -Tutf8 -ww -z rastrel.1 2>&1)"
+  for option in $("$rastrel" clean --help | grep -oE '^  (-., ?)?--[a-z-]+' | grep -oE '[a-z]+(-[a-z]+)*$'); do
+    grep -qE "\\\\-\\\\-${option//-/\\\\-}[\", ]" rastrel.1 || fail "the manual has no --$option"
+    for shell in "bash --$option" "zsh --$option\[" "fish -l $option "; do
+      grep -qe "${shell#* }" "${shell%% *}" || fail "$shell is missing"
+    done
+  done
+  bash -c "source ./bash; COMP_WORDS=(rastrel batch --retr); COMP_CWORD=2; _rastrel; [ \"\${COMPREPLY[*]}\" = --retry ]" || fail "bash finds no --retry"
+  expect 2 "$rastrel" --print-completion csh
+}
+
 case_usage() {
   expect 0 "$rastrel" --version
   expect 0 "$rastrel" clean --help
