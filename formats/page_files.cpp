@@ -17,6 +17,8 @@ template <class... Cases>
 struct Overloaded : Cases... {
   using Cases::operator()...;
 };
+template <class... Cases>
+Overloaded(Cases...) -> Overloaded<Cases...>;
 
 void CheckRegular(const std::string& path) {
   std::error_code error;
@@ -70,6 +72,7 @@ InputPages::InputPages(Place place) : place_(std::move(place)) {
     list_ = sources_.back()->List();
   } else if (format_->list != nullptr) {
     list_ = format_->list(bytes.get());
+    if (bytes->problem() != nullptr) throw PageError(bytes->problem(), ErrFileIO);
   } else {
     list_.places = {0};
   }
@@ -104,20 +107,40 @@ auto InputPages::WithSource(Use use) const {
   return result;
 }
 
+// Codecs do without what they cannot read, or call it damaged: that the disk failed is told here.
+template <class Use>
+auto InputPages::WithBytes(Use use) const {
+  const std::unique_ptr<Bytes> bytes = Open();
+  const auto checkDisk = [&] {
+    if (bytes->problem() != nullptr) throw PageError(bytes->problem(), ErrFileIO);
+  };
+  try {
+    auto result = use(bytes.get());
+    checkDisk();
+    return result;
+  } catch (const PageError&) {
+    checkDisk();
+    throw;
+  }
+}
+
 Dib InputPages::Read(size_t index, Metadata* metadata) const {
   const Reading reading(options_);
   if (format_->open != nullptr) {
     return WithSource(
         [&](PageSource* source) { return source->Read(list_.places.at(index), reading, metadata); });
   }
-  return format_->read(Open().get(), list_.places.at(index), reading, metadata);
+  return WithBytes(
+      [&](Bytes* bytes) { return format_->read(bytes, list_.places.at(index), reading, metadata); });
 }
 
 Raw InputPages::ReadRaw(size_t index, Metadata* metadata) const {
   if (format_->readRaw == nullptr) {
     throw PageError(Text(format_->title, " files have no pages of that kind"), ErrUnsupported);
   }
-  return format_->readRaw(Open().get(), list_.places.at(index), Reading(options_), metadata);
+  return WithBytes([&](Bytes* bytes) {
+    return format_->readRaw(bytes, list_.places.at(index), Reading(options_), metadata);
+  });
 }
 
 PageInfo InputPages::Describe(size_t index) const {
@@ -125,7 +148,7 @@ PageInfo InputPages::Describe(size_t index) const {
     return WithSource(
         [&](PageSource* source) { return source->Describe(list_.places.at(index), options_.dpi); });
   }
-  return format_->describe(Open().get(), list_.places.at(index));
+  return WithBytes([&](Bytes* bytes) { return format_->describe(bytes, list_.places.at(index)); });
 }
 
 // ---- writing ----------------------------------------------------------------------------------------------

@@ -34,6 +34,8 @@ class InputPages {
  private:
   std::unique_ptr<Bytes> Open() const;
   template <class Use>
+  auto WithBytes(Use use) const;
+  template <class Use>
   auto WithSource(Use use) const;
 
   Place place_;

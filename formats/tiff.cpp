@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string_view>
 
 #include "formats/format.h"
@@ -86,6 +87,7 @@ using TiffHandle = std::unique_ptr<TIFF, TiffCloser>;
 class OpenOptions {
  public:
   explicit OpenOptions(Messages* messages) : options_(TIFFOpenOptionsAlloc()) {
+    if (options_ == nullptr) throw std::bad_alloc();
     TIFFOpenOptionsSetMaxSingleMemAlloc(options_, kMaxTagBytes);
     TIFFOpenOptionsSetErrorHandlerExtR(options_, CollectError, messages);
     TIFFOpenOptionsSetWarningHandlerExtR(options_, CollectWarning, messages);

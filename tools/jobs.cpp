@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <new>
 #include <set>
 #include <utility>
 
@@ -65,7 +66,14 @@ std::string WritableFormat(const PageFile* file) {
   return tool::WritableFormat(file != nullptr ? FormatOfPages(file) : "bmp");
 }
 
-bool HasManyPages(const std::string& format) { return FindFormat(format)->hasManyPages != 0; }
+// A format that there is: only memory can be missing to find it.
+PageFormat KnownFormat(const std::string& name) {
+  const std::optional<PageFormat> format = FindFormat(name);
+  if (!format) throw std::bad_alloc();
+  return *format;
+}
+
+bool HasManyPages(const std::string& format) { return KnownFormat(format).hasManyPages != 0; }
 
 std::string Numbered(const fs::path& path, int number) {
   const std::string name = fmt::format("{}-{:03}{}", NameOf(path.stem()), number, NameOf(path.extension()));
@@ -614,7 +622,7 @@ class Jobs {
     report.summary.bits = info.bits * info.samples;
     report.summary.dpiX = info.dpiX;
     report.summary.dpiY = info.dpiY;
-    FitMetadata(nullptr, DeedsOf(report), *FindFormat(output.format), metadata.get(), &report);
+    FitMetadata(nullptr, DeedsOf(report), KnownFormat(output.format), metadata.get(), &report);
     EncodeAll(
         pages, output, finished,
         [&](const Raw& raw, const char* format, const char* words) {
@@ -627,7 +635,7 @@ class Jobs {
   void Encode(const std::vector<Page>& pages, const Output& output, Finished* finished) const {
     if (!finished->metadata) finished->metadata.reset(Checked(NewPageMetadata()));
     const PageMetadata* metadata = finished->metadata.get();
-    FitMetadata(pages.front().get(), DeedsOf(finished->report), *FindFormat(output.format),
+    FitMetadata(pages.front().get(), DeedsOf(finished->report), KnownFormat(output.format),
                 finished->metadata.get(), &finished->report);
     EncodeAll(
         pages, output, finished,
@@ -650,7 +658,7 @@ class Jobs {
     }
     const std::string words = OptionsFor(output.format, options_);
     if (!isDocument && output.path == kStandard && pages.size() > 1) {
-      throw PageError(fmt::format("{} files have one page", FindFormat(output.format)->title));
+      throw PageError(fmt::format("{} files have one page", KnownFormat(output.format).title));
     }
     for (const AnyPage& page : pages) {
       std::string path = output.path;
@@ -783,7 +791,7 @@ std::string Incomplete(const std::string& name) {
 
 // A JPEG page would lose something each time.
 std::string WritableFormat(const std::string& name) {
-  return FindFormat(name)->isWritten && name != "jpg" ? name : "png";
+  return KnownFormat(name).isWritten && name != "jpg" ? name : "png";
 }
 
 std::optional<PageFormat> FindFormat(std::string_view extension) {
@@ -855,7 +863,7 @@ Plan MakePlan(const JobOptions& options) {
     throw UsageError("--mixed is for PDF files");
   for (const Output& output : plan.outputs) {
     if (options.compression.empty() || HasOption(output.format, "compression")) continue;
-    throw UsageError(fmt::format("--compression is not for {} files", FindFormat(output.format)->title));
+    throw UsageError(fmt::format("--compression is not for {} files", KnownFormat(output.format).title));
   }
   if (!options.overlay.empty()) PlanOverlays(options, &plan);
   RefuseLosses(options, plan);

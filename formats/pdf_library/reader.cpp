@@ -2,6 +2,8 @@
 
 #include <cmath>
 #include <limits>
+#include <new>
+#include <type_traits>
 
 #include <qpdf/QPDFPageDocumentHelper.hh>
 #include <qpdf/QPDFPageLabelDocumentHelper.hh>
@@ -270,13 +272,15 @@ std::string LabelText(Handle label) {
 
 class Reader : public PdfReader {
  public:
-  explicit Reader(std::unique_ptr<Bytes> file) : fileBytes_(file->size()) {
+  explicit Reader(std::unique_ptr<Bytes> file)
+      : fileBytes_(file->size()), source_(std::make_shared<BytesSource>(std::move(file))) {
     pdf_.setSuppressWarnings(true);
-    pdf_.processInputSource(std::make_shared<BytesSource>(std::move(file)));
+    pdf_.processInputSource(source_);
     for (const QPDFPageObjectHelper& page : QPDFPageDocumentHelper(pdf_).getAllPages())
       pages_.push_back(page);
     if (pages_.empty()) throw PageError("is damaged: it has no pages", ErrDamagedFile);
     labels_ = std::make_unique<QPDFPageLabelDocumentHelper>(pdf_);
+    CheckComplete();
     const int64_t told = WholeNumber(pdf_.getRoot().getKey("/Pages").getKey("/Count"), 0);
     if (told != static_cast<int64_t>(pages_.size())) {
       damage_ = "is damaged: of " + std::to_string(told) + " pages it has " + std::to_string(pages_.size());
@@ -287,16 +291,16 @@ class Reader : public PdfReader {
   std::string Damage() override { return damage_; }
 
   PdfPage Page(size_t index) override {
-    return Asking([&] { return Look(index); });
+    return Complete([&] { return Look(index); });
   }
 
   std::vector<uint8_t> PictureBytes(size_t index, uint64_t mostBytes,
                                     std::vector<uint8_t>* globals) override {
-    return Asking([&] { return BytesOf(ImageOf(index), mostBytes, globals); });
+    return Complete([&] { return BytesOf(ImageOf(index), mostBytes, globals); });
   }
 
   Texts Info() override {
-    return Asking([&] {
+    return Complete([&] {
       Texts texts;
       Handle info = pdf_.getTrailer().getKey("/Info");
       if (!info.isDictionary()) return texts;
@@ -309,7 +313,7 @@ class Reader : public PdfReader {
   }
 
   std::vector<uint8_t> Xmp(size_t index) override {
-    return Asking([&]() -> std::vector<uint8_t> {
+    return Complete([&]() -> std::vector<uint8_t> {
       for (Handle owner : {pages_.at(index).getObjectHandle(), pdf_.getRoot()}) {
         Handle metadata = owner.getKey("/Metadata");
         if (metadata.isStream()) return Piped(metadata, qpdf_dl_specialized, kMostXmpBytes);
@@ -344,10 +348,28 @@ class Reader : public PdfReader {
       writer.setStreamDataMode(qpdf_s_preserve);
       writer.write();
       if (sink.hasFailed()) throw PageError("no room for a page that is drawn", ErrFileIO);
+      CheckComplete();
     });
   }
 
  private:
+  // What cannot be read, or what there is no memory for, is null to qpdf, which only warns of it.
+  void CheckComplete() {
+    if (source_->problem() != nullptr) throw PageError(source_->problem(), ErrFileIO);
+    for (const QPDFExc& warning : pdf_.getWarnings()) {
+      if (warning.getMessageDetail().find("bad_alloc") != std::string::npos) throw std::bad_alloc();
+    }
+  }
+
+  template <class Work>
+  std::invoke_result_t<Work> Complete(Work work) {
+    return Asking([&] {
+      auto result = work();
+      CheckComplete();
+      return result;
+    });
+  }
+
   void Copy(Handle from, const char* key, Handle to, QPDF* file) {
     Handle value = from.getKey(key);
     if (value.isNull()) return;
@@ -440,6 +462,7 @@ class Reader : public PdfReader {
 
   QPDF pdf_;
   uint64_t fileBytes_;
+  std::shared_ptr<BytesSource> source_;
   std::vector<QPDFPageObjectHelper> pages_;
   std::unique_ptr<QPDFPageLabelDocumentHelper> labels_;
   std::string damage_;

@@ -32,6 +32,7 @@ class BytesSource : public InputSource {
     }
     return static_cast<qpdf_offset_t>(position_);
   }
+  const char* problem() const { return bytes_->problem(); }
   std::string const& getName() const override { return name_; }
   qpdf_offset_t tell() override { return static_cast<qpdf_offset_t>(position_); }
   void seek(qpdf_offset_t offset, int whence) override {
