@@ -15,6 +15,11 @@ if(RASTREL_COVERAGE)
   target_link_options(rastrel_link_options INTERFACE --coverage)
 endif()
 
+set(RASTREL_FOR_NESTED_VECTORS "")
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 16)
+  set(RASTREL_FOR_NESTED_VECTORS -include ${PROJECT_SOURCE_DIR}/cmake/nested_vectors.h)
+endif()
+
 # For everything of ours.
 add_library(rastrel_options INTERFACE)
 target_link_libraries(rastrel_options INTERFACE rastrel_link_options)

@@ -109,7 +109,7 @@ struct Wide;
 // `flatten` has all that the loop calls compiled with it, so that it is not left narrow.
 template <class Result, class... Arguments, Result (*kLoop)(Arguments...)>
 struct Wide<kLoop> {
-  RASTREL_FOR_AVX2 [[gnu::flatten]] static Result Run(Arguments... arguments) { return kLoop(arguments...); }
+  [[gnu::flatten]] RASTREL_FOR_AVX2 static Result Run(Arguments... arguments) { return kLoop(arguments...); }
 };
 
 template <auto kLoop>

@@ -6,7 +6,7 @@
 RASTREL_BUILD_PACKAGES=(g++ cmake ninja-build pkg-config)
 RASTREL_TOOL_PACKAGES=(libtiff-dev libpng-dev libjpeg62-turbo-dev libqpdf-dev liblcms2-dev libtbb-dev libfmt-dev
   nlohmann-json3-dev libcli11-dev libsqlite3-dev libssl-dev poppler-utils jbig2dec libvips42)
-RASTREL_TEST_PACKAGES=(googletest libgtest-dev qpdf libgmock-dev libbenchmark-dev g++-multilib python3)
+RASTREL_TEST_PACKAGES=(python3 googletest libgtest-dev qpdf libgmock-dev libbenchmark-dev g++-multilib python3)
 RASTREL_ACCURACY_PACKAGES=(libfreetype-dev fonts-liberation fonts-dejavu-core)
 RASTREL_QUALITY_PACKAGES=(libharfbuzz-dev fonts-hosny-amiri culmus fonts-blankenburg fonts-breip fonts-dkg-handwriting
   tesseract-ocr tesseract-ocr-eng python3-numpy python3-pil python3-scipy liblept5 imagemagick unpaper)
@@ -15,6 +15,7 @@ RASTREL_LINT_PACKAGES=(clang-format)
 RASTREL_PEER_PACKAGES=(libleptonica-dev libopencv-dev unpaper libbenchmark-dev time python3)
 RASTREL_WEB_PACKAGES=(cmake ninja-build emscripten nodejs npm)
 RASTREL_WEB_TEST_PACKAGES=(chromium)
+RASTREL_FUZZ_PACKAGES=(clang llvm)
 RASTREL_WINDOWS_PACKAGES=(g++-mingw-w64-x86-64 g++-mingw-w64-i686 wine64 xvfb xauth)
 
 # Installs those of the packages named that are not there. As another user than root it asks sudo.

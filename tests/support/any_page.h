@@ -75,7 +75,7 @@ inline HGLOBAL MakePage(int bits, int width, int height, Content content, uint32
     page.insert(page.end(), row.begin(), row.end());
   }
   HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, page.size());
-  std::memcpy(GlobalLock(block), page.data(), page.size());
+  if (void* bytes = GlobalLock(block)) std::memcpy(bytes, page.data(), page.size());
   GlobalUnlock(block);
   return block;
 }
