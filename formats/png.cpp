@@ -97,6 +97,9 @@ class Reader {
       if (depth == 2 || (depth < 8 && hasAlpha)) png_set_expand_gray_1_2_4_to_8(png_);
       if (hasAlpha) {
         if ((kind & PNG_COLOR_MASK_ALPHA) == 0) png_set_tRNS_to_alpha(png_);
+        // Mixed as the samples stand, like all other formats: a gamma that is told would have them mixed as
+        // light.
+        png_set_gamma(png_, 1, 1);
         png_color_16 white{0, 255, 255, 255, 255};
         png_set_background(png_, &white, PNG_BACKGROUND_GAMMA_SCREEN, 0, 1.0);
       }
@@ -236,33 +239,32 @@ bool AreColoursUsual(const Reader& reader) {
   return isNear(gamma, kGamma) && std::equal(std::begin(c), std::end(c), kSrgb, isNear);
 }
 
-// What the file has and no page.
-void TellLeftOut(const Reader& reader, Metadata* metadata) {
-  const auto tell = [&](const char* what) { AddReduction(std::string(what) + " left out", metadata); };
-  if (!AreColoursUsual(reader)) tell("calibration of its colours");
-  const struct {
+// What the file has before its rows and no page; to be asked before rows are asked for, which changes it.
+std::vector<const char*> LeftOutOf(const Reader& reader) {
+  std::vector<const char*> leftOut;
+  const auto has = [&](png_uint_32 chunk) { return png_get_valid(reader.png(), reader.info(), chunk) != 0; };
+  if (!AreColoursUsual(reader)) leftOut.push_back("calibration of its colours");
+  constexpr struct {
     png_uint_32 chunk;
     const char* what;
   } kChunks[] = {{PNG_INFO_sBIT, "numbers of its significant bits"},
-                 {PNG_INFO_bKGD, "background colour"},
                  {PNG_INFO_hIST, "histogram"},
                  {PNG_INFO_oFFs, "position"},
                  {PNG_INFO_pCAL, "calibration of its values"},
                  {PNG_INFO_sPLT, "suggested palette"},
                  {PNG_INFO_sCAL, "physical scale"}};
   for (const auto& [chunk, what] : kChunks) {
-    if (png_get_valid(reader.png(), reader.info(), chunk) != 0) tell(what);
+    if (has(chunk)) leftOut.push_back(what);
   }
+  // It is for what is seen through.
+  const bool hasAlpha = (png_get_color_type(reader.png(), reader.info()) & PNG_COLOR_MASK_ALPHA) != 0;
+  if (hasAlpha && has(PNG_INFO_bKGD)) leftOut.push_back("background colour");
   png_unknown_chunkp unknown = nullptr;
-  if (png_get_unknown_chunks(reader.png(), reader.info(), &unknown) > 0) tell("further frames");
-  if (reader.hasLostChunk()) tell("more or longer texts than are read");
-  png_uint_32 across = 0, down = 0;
-  int unit = PNG_RESOLUTION_UNKNOWN;
-  if (png_get_pHYs(reader.png(), reader.info(), &across, &down, &unit) != 0 && unit == PNG_RESOLUTION_UNKNOWN)
-    TellProportions(across, down, metadata);
+  if (png_get_unknown_chunks(reader.png(), reader.info(), &unknown) > 0) leftOut.push_back("further frames");
+  return leftOut;
 }
 
-void ReadMetadata(const Reader& reader, Metadata* metadata) {
+void ReadMetadata(const Reader& reader, const std::vector<const char*>& leftOut, Metadata* metadata) {
   png_charp name = nullptr;
   png_bytep bytes = nullptr;
   png_uint_32 size = 0;
@@ -271,7 +273,12 @@ void ReadMetadata(const Reader& reader, Metadata* metadata) {
   if (png_get_iCCP(reader.png(), reader.info(), &name, &compression, &bytes, &size) != 0)
     metadata->Set("icc", {bytes, size});
   if (png_get_eXIf_1(reader.png(), reader.info(), &size, &bytes) != 0) TakeExif({bytes, size}, metadata);
-  TellLeftOut(reader, metadata);
+  for (const char* what : leftOut) AddReduction(std::string(what) + " left out", metadata);
+  if (reader.hasLostChunk()) AddReduction("more or longer texts than are read left out", metadata);
+  png_uint_32 across = 0, down = 0;
+  int unit = PNG_RESOLUTION_UNKNOWN;
+  if (png_get_pHYs(reader.png(), reader.info(), &across, &down, &unit) != 0 && unit == PNG_RESOLUTION_UNKNOWN)
+    TellProportions(across, down, metadata);
 }
 
 // As the file has it, before rows are asked for.
@@ -380,6 +387,7 @@ struct Head {
   Resolution resolution;
   bool hasPalette;
   Original original;
+  std::vector<const char*> leftOut;
 };
 
 Head ReadHead(Reader* reader, uint64_t fileBytes) {
@@ -393,10 +401,16 @@ Head ReadHead(Reader* reader, uint64_t fileBytes) {
   }
   const Resolution resolution = ReadResolution(*reader);
   Original original = OriginalOf(*reader);
+  std::vector<const char*> leftOut = LeftOutOf(*reader);
   if (!reader->AskForRows()) reader->Fail();
   const int bits = png_get_bit_depth(png, reader->info()) * png_get_channels(png, reader->info());
-  return {static_cast<int64_t>(width), static_cast<int64_t>(height), bits, resolution, hasPalette,
-          std::move(original)};
+  return {static_cast<int64_t>(width),
+          static_cast<int64_t>(height),
+          bits,
+          resolution,
+          hasPalette,
+          std::move(original),
+          std::move(leftOut)};
 }
 
 Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* metadata) {
@@ -413,7 +427,7 @@ Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* meta
   if (!isRead) reader.Fail();
   if (metadata != nullptr) {
     Tell(head.original, metadata);
-    ReadMetadata(reader, metadata);
+    ReadMetadata(reader, head.leftOut, metadata);
   }
   UseGreyRamp(view);
   return page;
@@ -527,6 +541,7 @@ Raw ReadRaw(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* m
   if (!reader.ReadHead()) reader.Fail();
   const png_structp png = reader.png();
   Tell(OriginalOf(reader), metadata);
+  const std::vector<const char*> leftOut = LeftOutOf(reader);
   Raw page;
   page.resolution = ReadResolution(reader);
   if (!reader.AskForSamples()) reader.Fail();
@@ -551,7 +566,7 @@ Raw ReadRaw(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* m
       page.height, [&page](int y) { return page.Row(y); }, reading);
   reading.CheckTime();
   if (!isRead) reader.Fail();
-  ReadMetadata(reader, metadata);
+  ReadMetadata(reader, leftOut, metadata);
   return page;
 }
 

@@ -245,21 +245,21 @@ TEST(ReadPng, TellsWhatItLeavesOut) {
   using namespace std::string_literals;
   const Folder folder;
   Write(RandomPage(8, 20, 10), folder / "page.png");
-  const std::string own = ReadBytes(folder / "page.png");
   const struct {
     std::string chunk, item, expected;
   } cases[] = {
       {"gAMA\0\1\x86\xA0"s, "reduced", "calibration of its colours left out"},
       {"gAMA\0\0\xB1\x8F"s, "reduced", "(none)"},
-      {"bKGD\0\0"s, "reduced", "background colour left out"},
+      {"bKGD\0\0"s, "reduced", "(none)"},
       {"acTL\0\0\0\2\0\0\0\0"s, "reduced", "further frames left out"},
       {"pHYs\0\0\0\4\0\0\0\3\0"s, "reduced", "proportions of its pixels, which are no squares, left out"},
       {"tEXtAuthor\0Jos\xE9"s, "artist", "Jos\xC3\xA9"},
       {"tEXtSource\0here"s, "texts", "Source\0here\0"s},
       {"tEXtRaw profile type xmp\0\nxmp\n       4\n3c612f\n3e\n"s, "xmp", "<a/>"},
       {"tEXtRaw profile type iptc\0\niptc\n 5\n3842494d00"s, "photoshop", "8BIM\0"s}};
-  for (const auto& [chunk, item, expected] : cases) {
-    // Length, chunk and checksum after the header's 33 bytes, instead of our own resolution's.
+  // The file with the chunk after the header's 33 bytes instead of our own resolution's: length, chunk
+  // and checksum.
+  const auto readWith = [&](const std::string& own, const std::string& chunk, Metadata* found) {
     const auto number = [](uint32_t value) {
       return std::string{static_cast<char>(value >> 24), static_cast<char>(value >> 16),
                          static_cast<char>(value >> 8), static_cast<char>(value)};
@@ -273,9 +273,29 @@ TEST(ReadPng, TellsWhatItLeavesOut) {
     WriteBytes(folder / "other.png", own.substr(0, kHeadBytes) +
                                          number(static_cast<uint32_t>(chunk.size()) - 4) + chunk +
                                          number(~sum) + own.substr(kHeadBytes + kResolutionBytes));
+    return InputPages(folder / "other.png").Read(0, found);
+  };
+  for (const auto& [chunk, item, expected] : cases) {
     Metadata found;
-    InputPages(folder / "other.png").Read(0, &found);
+    readWith(ReadBytes(folder / "page.png"), chunk, &found);
     EXPECT_EQ(expected, TextOf(found, item)) << chunk;
+  }
+  // 40 of 255, 3 fifths of it, over white, whatever gamma is told.
+  Raw clear;
+  clear.width = clear.height = 1;
+  clear.samples = 2;
+  clear.extras = {EXTRASAMPLE_UNASSALPHA};
+  clear.resolution = {100, 100};
+  clear.bytes = {40, 153};
+  OutputPages output(folder / "clear.png", kPng, {});
+  output.AppendRaw(clear, {});
+  output.Finish();
+  for (const auto& [chunk, reduced] : {std::pair{"gAMA\0\0\xB1\x8F"s, "alpha laid over white"},
+                                       {"bKGD\0\0"s, "alpha laid over white\nbackground colour left out"}}) {
+    Metadata found;
+    const Dib page = readWith(ReadBytes(folder / "clear.png"), chunk, &found);
+    EXPECT_EQ(std::vector<Pixel>{0x7E7E7E}, Colours(page));
+    EXPECT_EQ(reduced, TextOf(found, "reduced"));
   }
 }
 
