@@ -541,6 +541,7 @@ Raw ReadRaw(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* m
   if (!reader.ReadHead()) reader.Fail();
   const png_structp png = reader.png();
   Tell(OriginalOf(reader), metadata);
+  metadata->Remove("reduced");  // the samples stay as they are
   const std::vector<const char*> leftOut = LeftOutOf(reader);
   Raw page;
   page.resolution = ReadResolution(reader);

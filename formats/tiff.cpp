@@ -501,7 +501,8 @@ std::string CompressionOf(const Layout& layout) {
   return codec != nullptr ? codec->name : Text("compression ", layout.compression);
 }
 
-void TellOriginal(TIFF* file, const Layout& layout, Metadata* metadata) {
+// `isRaw`: the samples stay as they are.
+void TellOriginal(TIFF* file, const Layout& layout, bool isRaw, Metadata* metadata) {
   uint16_t extras = 0;
   uint16_t* kinds = nullptr;
   TIFFGetFieldDefaulted(file, TIFFTAG_EXTRASAMPLES, &extras, &kinds);
@@ -516,6 +517,7 @@ void TellOriginal(TIFF* file, const Layout& layout, Metadata* metadata) {
         .isMixed = space == "CMYK" || space == "Lab",
         .others = extras - (hasAlpha ? 1 : 0)},
        metadata);
+  if (isRaw) metadata->Remove("reduced");
   ReadMetadata(file, metadata);
   float across = 0, down = 0;
   uint16_t unit = RESUNIT_INCH;
@@ -650,7 +652,7 @@ Dib Read(Bytes* bytes, uint64_t directory, const Reading& reading, Metadata* met
   const OpenTiff file(bytes, directory);
   const Layout layout = ReadLayout(file.tiff());
   if (metadata != nullptr) {
-    TellOriginal(file.tiff(), layout, metadata);
+    TellOriginal(file.tiff(), layout, /*isRaw=*/false, metadata);
     ReadExtras(bytes, file.tiff(), layout, metadata);
   }
   CheckClaim(file.tiff(), layout);
@@ -684,7 +686,7 @@ Raw ReadRaw(Bytes* bytes, uint64_t directory, const Reading& reading, Metadata* 
   if (!HasRawSamples(file.tiff())) {
     throw PageError("has no samples of its own for each pixel", ErrUnsupported);
   }
-  TellOriginal(file.tiff(), layout, metadata);
+  TellOriginal(file.tiff(), layout, /*isRaw=*/true, metadata);
   ReadExtras(bytes, file.tiff(), layout, metadata);
   return Upright(ReadRawPage(file, layout, reading), layout.orientation);
 }

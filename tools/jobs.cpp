@@ -377,14 +377,20 @@ std::vector<std::string> CarriedItems(const PageMetadata* metadata) {
   return items;
 }
 
+std::vector<std::string> ReductionsOf(const PageMetadata* metadata) {
+  const std::string reduced = TextItem(metadata, "reduced");
+  std::vector<std::string> lines;
+  if (reduced.empty()) return lines;
+  for (const std::string_view line : Split(reduced, '\n')) lines.emplace_back(line);
+  return lines;
+}
+
 void TellOriginal(const PageMetadata* metadata, PageReport* report) {
   report->space = TextItem(metadata, "space");
   report->depth = TextItem(metadata, "depth");
   report->compression = TextItem(metadata, "compression");
   report->tags = CarriedItems(metadata);
-  const std::string reduced = TextItem(metadata, "reduced");
-  if (reduced.empty()) return;
-  for (const std::string_view line : Split(reduced, '\n')) report->reduced.emplace_back(line);
+  for (std::string& line : ReductionsOf(metadata)) report->reduced.push_back(std::move(line));
 }
 
 // A page that several are joined to has what the first one brings.
@@ -602,6 +608,9 @@ class Jobs {
     Raw page(ReadRawPage(source.file, source.page - 1, &found));
     const Metadata metadata(found);
     if (!page) return false;
+    // What is lost all the same: without anything gained the usual way is the better one.
+    const std::vector<std::string> lost = ReductionsOf(metadata.get());
+    if (lost.size() >= report.reduced.size()) return false;
     std::vector<Raw> pages;
     {
       const StepTimer timer(&report, "move");
@@ -613,7 +622,7 @@ class Jobs {
     if (AppendRawPage(trial.get(), pixel.get(), nullptr) == 0) return false;
     trial.reset();
     const StepTimer timer(&report, "save");
-    report.reduced.clear();
+    report.reduced = lost;
     finished->fileWithoutDpi.clear();
     auto info = Sized<RawPageInfo>();
     Checked(DescribeRawPage(pages.front().get(), &info));

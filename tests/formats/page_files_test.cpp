@@ -296,6 +296,10 @@ TEST(ReadPng, TellsWhatItLeavesOut) {
     const Dib page = readWith(ReadBytes(folder / "clear.png"), chunk, &found);
     EXPECT_EQ(std::vector<Pixel>{0x7E7E7E}, Colours(page));
     EXPECT_EQ(reduced, TextOf(found, "reduced"));
+    // As the file has it nothing becomes of its alpha.
+    Metadata raw;
+    InputPages(folder / "other.png").ReadRaw(0, &raw);
+    EXPECT_EQ(chunk.starts_with("bKGD") ? "background colour left out" : "(none)", TextOf(raw, "reduced"));
   }
 }
 
