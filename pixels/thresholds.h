@@ -58,7 +58,36 @@ RASTREL_FOR_AVX2 inline void RunStretchesOf8Avx2(const uint16_t* starts, const u
   }
   RunStretches<8>(starts + i, steps + i, count - i, bytes + i * 8);
 }
+
+// The same for stretches of 4, of which eight make 32 bytes.
+RASTREL_FOR_AVX2 inline __m256i FourStretchesOf4Avx2(__m256i starts, __m256i steps, __m256i which) {
+  const __m256i places = _mm256_setr_epi16(0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3);
+  const __m256i climbs = _mm256_mullo_epi16(places, _mm256_shuffle_epi8(steps, which));
+  return _mm256_srli_epi16(_mm256_add_epi16(_mm256_shuffle_epi8(starts, which), climbs), 8);
+}
+
+RASTREL_FOR_AVX2 inline void RunStretchesOf4Avx2(const uint16_t* starts, const uint16_t* steps, size_t count,
+                                                 uint8_t* bytes) {
+  // Numbers 0, 1, 4 and 5 of eight, and 2, 3, 6 and 7.
+  const __m256i first =
+      _mm256_setr_epi64x(0x0100010001000100, 0x0302030203020302, 0x0908090809080908, 0x0B0A0B0A0B0A0B0A);
+  const __m256i second = _mm256_add_epi8(first, _mm256_set1_epi8(4));
+  size_t i = 0;
+  for (; i + 8 <= count; i += 8) {
+    const __m256i start =
+        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(starts + i)));
+    const __m256i step =
+        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(steps + i)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(bytes + i * 4),
+                        _mm256_packus_epi16(FourStretchesOf4Avx2(start, step, first),
+                                            FourStretchesOf4Avx2(start, step, second)));
+  }
+  RunStretches<4>(starts + i, steps + i, count - i, bytes + i * 4);
+}
 #else
+inline void RunStretchesOf4Avx2(const uint16_t* starts, const uint16_t* steps, size_t count, uint8_t* bytes) {
+  RunStretches<4>(starts, steps, count, bytes);
+}
 inline void RunStretchesOf8Avx2(const uint16_t* starts, const uint16_t* steps, size_t count, uint8_t* bytes) {
   RunStretches<8>(starts, steps, count, bytes);
 }
@@ -66,6 +95,9 @@ inline void RunStretchesOf8Avx2(const uint16_t* starts, const uint16_t* steps, s
 
 template <int kSide>
 inline constexpr Kernel kRunStretches = Widest<RunStretches<kSide>>;
+template <>
+inline constexpr Kernel kRunStretches<4> =
+    Kernel(RunStretches<4>).With(Processor::kAvx2, RunStretchesOf4Avx2);
 template <>
 inline constexpr Kernel kRunStretches<8> =
     Kernel(RunStretches<8>).With(Processor::kAvx2, RunStretchesOf8Avx2);

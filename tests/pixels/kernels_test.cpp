@@ -86,18 +86,22 @@ TEST(Kernels, StretchesRunEvenly) {
   EXPECT_EQ(10, bytes[1]);
   EXPECT_EQ(199, bytes[3]);
 
-  // Stretches of 8 wrap round in 16 bits, as their sums do.
+  // Their sums wrap round in 16 bits.
   std::mt19937 random(11);
-  std::vector<uint16_t> from(13), by(from.size());
+  std::vector<uint16_t> from(21), by(from.size());
   for (size_t i = 0; i < from.size(); ++i)
     from[i] = static_cast<uint16_t>(random()), by[i] = static_cast<uint16_t>(random());
   OnEveryProcessor([&] {
-    for (const size_t count : {1, 4, 7, 13}) {
-      std::vector<uint8_t> run(8 * count + 1, 0xAA);
-      kRunStretches<8>(from.data(), by.data(), count, run.data());
-      for (size_t i = 0; i < 8 * count; ++i)
-        ASSERT_EQ(static_cast<uint16_t>(from[i / 8] + i % 8 * by[i / 8]) / 256, run[i]) << count << ", " << i;
-      ASSERT_EQ(0xAA, run.back());
+    for (const size_t side : {4, 8}) {
+      for (const size_t count : {1, 4, 7, 8, 21}) {
+        std::vector<uint8_t> run(side * count + 1, 0xAA);
+        side == 4 ? kRunStretches<4>(from.data(), by.data(), count, run.data())
+                  : kRunStretches<8>(from.data(), by.data(), count, run.data());
+        for (size_t i = 0; i < side * count; ++i)
+          ASSERT_EQ(static_cast<uint16_t>(from[i / side] + i % side * by[i / side]) / 256, run[i])
+              << side << ", " << count << ", " << i;
+        ASSERT_EQ(0xAA, run.back());
+      }
     }
   });
 }
