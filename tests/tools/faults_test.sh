@@ -6,7 +6,7 @@
 #
 # SAMPLE (24 in the tests) is how many calls of each kind are made to fail, spread over the run; "all" takes every one.
 set -u
-rastrel=$1 faults=$2 seeds=$3/fuzz/seeds sample=${4:-24}
+rastrel=$(realpath "$1") faults=$(realpath "$2") seeds=$(realpath "$3")/fuzz/seeds sample=${4:-24}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
