@@ -115,8 +115,8 @@ class Writer : public PdfWriter {
 
  private:
   static QPDF& Empty(QPDF* pdf) {
-    pdf->emptyPDF();
     pdf->setSuppressWarnings(true);
+    pdf->emptyPDF();
     return *pdf;
   }
 
