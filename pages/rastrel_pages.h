@@ -25,7 +25,7 @@
  * - For the process are kept: the names of unfinished files, those of the folders that were searched for
  *   files of processes that have ended, and the libraries that are loaded when they are first needed. One of
  *   these, libvips, is then held to one thread, no cache and a few loaders, also for a program that uses it
- *   itself.
+ *   itself. A thread that cleans pages keeps up to 24 MB for its next page until it ends.
  * - No argument and no file, however wrong, makes a function read or write outside a block, and no C++
  *   exception leaves one. */
 #ifndef RASTREL_PAGES_H
