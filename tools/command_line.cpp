@@ -47,11 +47,14 @@ std::string FormatsHelp() {
   return text;
 }
 
-// What is to be said of a build that knows one format only.
-std::string OnlyFormat() {
-  const std::vector<PageFormat> formats = AllFormats();
-  if (formats.size() != 1) return "";
-  return fmt::format("\n(this build reads and writes {} files only, one page at a time)", formats[0].title);
+// What is to be said of a build that knows no files of many pages.
+std::string OnlyFormats() {
+  std::string titles;
+  for (const PageFormat& format : AllFormats()) {
+    if (format.hasManyPages != 0) return "";
+    titles += fmt::format("{}{}", titles.empty() ? "" : ", ", format.title);
+  }
+  return fmt::format("\n(this build reads and writes {} files only, one page at a time)", titles);
 }
 
 // Sorts what stands on the command line of `apply` into files and, from the first operation on, operations.
@@ -152,7 +155,7 @@ void AddOutputOptions(CLI::App* app, JobOptions* options) {
                               "for standard output; an input called - is standard input.\n"
                               "TIFF and PDF files take all pages; in other formats several pages are\n"
                               "numbered: out-001.png, out-002.png") +
-                      OnlyFormat())
+                      OnlyFormats())
       ->type_name("OUT");
   app->add_flag("--parents", options->makesParents, "Make the folder of OUT, and those that it lies in");
   AddWritingOptions(app, options);

@@ -2,9 +2,9 @@
 
 namespace rastrel::formats {
 
-// The libraries of the others cannot be had here.
+// Those that need no library: the others' cannot be had here.
 std::span<const Format* const> Formats() {
-  static constexpr const Format* kFormats[] = {&kBmp};
+  static constexpr const Format* kFormats[] = {&kBmp, &kPbm, &kPgm, &kPpm, &kPam};
   return kFormats;
 }
 

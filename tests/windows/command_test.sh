@@ -29,7 +29,7 @@ check() { "$@" || { echo "FAILED: $* ($(cat err))"; failures=$((failures + 1)); 
 cp page.bmp other.bmp
 
 expect 0 clean --help
-check grep -q "BMP files only" out
+check grep -q "BMP, PBM, PGM, PPM, PAM files only" out
 expect 0 info "Z:$work/page.bmp"
 check grep -q "64 x 48 pixels, 1 bit, 300 dpi" out
 # Turned twice it is itself again; files are replaced, and nothing is left beside them.
@@ -40,6 +40,10 @@ expect 0 apply turned.bmp -o turned.bmp turn:2 -q --overwrite
 check cmp page.bmp turned.bmp
 expect 0 apply page.bmp other.bmp -o 'folder/' invert -q
 check [ "$(ls -A . folder | xargs)" = ".: err folder other.bmp out page.bmp turned.bmp folder: other.bmp page.bmp" ]
+# Between formats pixels stay as they are.
+expect 0 apply page.bmp -o page.pbm -q
+expect 0 apply page.pbm -o again.bmp -q
+check cmp <(tail -c 384 page.bmp) <(tail -c 384 again.bmp)
 # An input is recognised under another spelling of its name.
 expect 2 clean page.bmp other.bmp -o "Z:$work/" -q
 check cmp page.bmp other.bmp
@@ -49,7 +53,7 @@ cp page.bmp a/page.bmp
 cp page.bmp b/PAGE.bmp
 expect 2 apply a/page.bmp b/PAGE.bmp -o out/ -q
 expect 0 apply '*.bmp' -o 'all/' -q
-check [ "$(ls all | xargs)" = "other.bmp page.bmp turned.bmp" ]
+check [ "$(ls all | xargs)" = "again.bmp other.bmp page.bmp turned.bmp" ]
 LC_ALL=C.UTF-8 expect 0 apply page.bmp -o 'größe-日.bmp' -q
 check cmp <(tail -c 384 page.bmp) <(tail -c 384 'größe-日.bmp')
 expect 2 apply page.bmp -o page.tif
