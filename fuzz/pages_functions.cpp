@@ -26,7 +26,7 @@ void Describe(Input& in) {
   HGLOBAL page = in.Page();
   std::array<uint8_t, sizeof(PageInfo) + 8> room;
   room.fill(77);
-  const uint32_t size = in.Byte() % room.size();
+  const uint32_t size = static_cast<uint32_t>(in.Byte() % room.size());
   auto* info = reinterpret_cast<PageInfo*>(room.data());
   info->size = size;
   DescribePage(page, in.Byte() == 1 ? nullptr : info);
