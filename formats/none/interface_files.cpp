@@ -50,6 +50,7 @@ int RASTREL_CALL DescribeRawPage(const RawPage*, RawPageInfo*) { return Refuse<i
 RawPage* RASTREL_CALL FlipRawPage(const RawPage*, int) { return Refuse<RawPage*>(); }
 RawPage* RASTREL_CALL TurnRawPage(const RawPage*, int) { return Refuse<RawPage*>(); }
 RawPage* RASTREL_CALL CropRawPage(const RawPage*, int, int, int, int) { return Refuse<RawPage*>(); }
+int32_t RASTREL_CALL SplitRawPage(const RawPage*, int, int, RawPage**, int32_t) { return Refuse<int32_t>(); }
 int RASTREL_CALL AppendRawPage(PageWriter*, const RawPage*, const PageMetadata*) { return Refuse<int>(); }
 EncodedPage* RASTREL_CALL EncodeRawPage(const RawPage*, const PageMetadata*, const char*, const char*) {
   return Refuse<EncodedPage*>();
