@@ -169,6 +169,10 @@ bool IsFile(const std::string& path) {
 
 constexpr const char* kIsThere = "is there already";
 
+bool MayReplace(const JobOptions& options, const std::string& path) {
+  return options.mayReplace ? options.mayReplace(path) : options.overwrites;
+}
+
 std::set<FileKey> KeysOf(const std::vector<std::string>& paths) {
   std::set<FileKey> keys;
   for (const std::string& path : paths) {
@@ -181,7 +185,7 @@ void RefuseLosses(const JobOptions& options, const Plan& plan) {
   const std::set<FileKey> inputs = KeysOf(options.inputs);
   const auto refuseReplacing = [&](const std::string& path) {
     const auto key = KeyOf(path);
-    if (!key || options.overwrites || !IsFile(path) || path == kStandard) return;
+    if (!key || path == kStandard || !IsFile(path) || MayReplace(options, path)) return;
     const bool isInput = inputs.contains(*key);
     throw UsageError(fmt::format("{} {}; --overwrite replaces it", path, isInput ? "is an input" : kIsThere));
   };
@@ -281,14 +285,15 @@ void Describe(HGLOBAL page, PageReport* report) {
   summary.dpiY = info.dpiY;
 }
 
-// `path` is null for a file that keeps its name. Throws PageError.
-void SetRules(PageWriter* writer, const JobOptions& options, const std::string& source, const char* path) {
+// Of a file that goes to `path`, and was begun by that name or not. Throws PageError.
+void SetRules(PageWriter* writer, const JobOptions& options, const std::string& source,
+              const std::string& path, bool isBegunSo) {
   auto rules = Sized<PageFileRules>();
-  rules.keepExisting = options.overwrites ? 0 : 1;
+  rules.keepExisting = MayReplace(options, path) ? 0 : 1;
   rules.keepTime = options.keepsTime ? 1 : 0;
   rules.skipSync = options.skipsSync ? 1 : 0;
   rules.source = source.c_str();
-  rules.path = path;
+  rules.path = isBegunSo ? nullptr : path.c_str();
   Checked(SetPageFileRules(writer, &rules));
 }
 
@@ -311,7 +316,7 @@ Writer Begun(const std::string& path, const std::string& format, const JobOption
   const std::string words = OptionsFor(format, options);
   if (path == kStandard) return Writer(Checked(CreatePagesInMemory(format.c_str(), words.c_str())));
   Writer writer(Checked(CreatePages(path.c_str(), format.c_str(), words.c_str())));
-  SetRules(writer.get(), options, source, nullptr);
+  SetRules(writer.get(), options, source, path, true);
   return writer;
 }
 
@@ -584,7 +589,7 @@ class Jobs {
 
   void RefuseReplacing(const std::string& path) const {
     const auto key = KeyOf(path);
-    if (!key || !IsFile(path) || options_.overwrites) return;
+    if (!key || !IsFile(path) || MayReplace(options_, path)) return;
     throw PageError(fmt::format("is not written: {} {}; --overwrite replaces it", path,
                                 inputs_.contains(*key) ? "is an input" : kIsThere));
   }
@@ -766,7 +771,7 @@ class Jobs {
         if (document->leftOut > 0) {
           const std::string name = path == kStandard ? path : Incomplete(path);
           RefuseReplacing(name);
-          if (path != kStandard) SetRules(document->writer.get(), options_, document->source, name.c_str());
+          if (path != kStandard) SetRules(document->writer.get(), options_, document->source, name, false);
           reporter_.Error(name, fmt::format("is without {} damaged page{}", document->leftOut,
                                             document->leftOut == 1 ? "" : "s"));
         }

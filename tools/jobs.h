@@ -21,9 +21,11 @@ inline CleanOptions DefaultOptions() {
 struct JobOptions {
   Command command = Command::kClean;
   std::vector<std::string> inputs;
-  std::string output;         // unused by kInfo
-  std::string format;         // a format's name; empty: by the ending of the output, or the input's
-  bool overwrites = false;    // files that are there may be replaced
+  std::string output;       // unused by kInfo
+  std::string format;       // a format's name; empty: by the ending of the output, or the input's
+  bool overwrites = false;  // files that are there may be replaced
+  // Where set, says instead which of them may be.
+  std::function<bool(const std::string& path)> mayReplace;
   bool keepsTime = false;     // outputs are as old as their inputs
   bool skipsSync = false;     // outputs are not waited for until the disk has them
   bool isStrict = false;      // a page that would lose something is not written

@@ -171,8 +171,64 @@ def case_verify():
     assert "out/1.tif: is not what was written" in run("batch", "scans", "-o", "out", "--verify", code=1)
     run("batch", "scans", "-o", "out", code=1)
     assert pathlib.Path("out/1.tif").read_bytes() == bytes_, "somebody's changes are replaced unasked"
-    run("batch", "scans", "-o", "out", "--retry")
+    run("batch", "scans", "-o", "out", "--retry", code=1)
+    assert pathlib.Path("out/1.tif").read_bytes() == bytes_, "neither by --retry"
+    run("batch", "scans", "-o", "out", "--retry", "--overwrite")
     run("batch", "scans", "-o", "out", "--verify")
+
+
+def case_others():
+    """Without --overwrite nothing is replaced but what the batch wrote and nobody has touched since."""
+    foreign = [f"out/{i}.tif" for i in range(20)] + ["out/m-002.png"]
+    batch = ["batch", "scans", "-o", "out"]
+
+    def put():
+        for path in foreign:
+            pathlib.Path(path).parent.mkdir(exist_ok=True)
+            pathlib.Path(path).write_text("somebody's")
+
+    def check(**changes):
+        for path in foreign:
+            assert pathlib.Path(path).read_text() == "somebody's", (path, changes)
+
+    for i in range(20):
+        small_page(f"scans/{i}.tif", i)
+    run("apply", LETTER, LETTER, "-o", "m.tif")
+    put()
+    run(*batch, code=1)
+    # As if it had ended before it came to any.
+    with sqlite3.connect("out/batch.sqlite") as database:
+        database.execute("UPDATE file SET state = 'waiting', error = NULL")
+    run(*batch, code=1)
+    check()
+    shutil.copy("m.tif", "scans")
+    for words in ["--format", "png"], ["--format", "png", "--retry"]:
+        assert "m-002.png is there already" in run(*batch, "--include", "m.tif", *words, code=1)
+        check()
+    for path in foreign:
+        os.remove(path)
+    run(*batch, "--retry")
+    # What a run wrote and could not record is known by its bytes; an edited output stays, whatever changes.
+    with sqlite3.connect("out/batch.sqlite") as database:
+        database.execute("UPDATE file SET state = 'waiting' WHERE input LIKE '%/1.tif'")
+        database.execute("DELETE FROM page WHERE file = 2")
+        database.execute("DELETE FROM written WHERE file = 2")
+    run(*batch)
+    put()
+    small_page("scans/3.tif", 99)
+    run(*batch, "--no-deskew", code=1)
+    run(*batch, "--no-deskew", "--retry", code=1)
+    check()
+    # Names that meet: the other's page stays, and with --overwrite its loss is told.
+    shutil.copy("m.tif", small_page("few/a-001.png").parent / "a.tif")
+    few = ["batch", "few", "-o", "pages", "--format", "png", "-j", 1]
+    assert "a-001.png is there already" in run(*few, code=1) + run(*few, "--retry", code=1)
+    run("batch", "few", "-o", "pages", "--format", "png", "--verify")
+    assert "now that of" in run(*few, "--retry", "--overwrite", code=1)
+    # The manifest is no output, and one input in two spellings is one.
+    small_page("odd/batch.png").rename("odd/batch.sqlite.png")
+    run("batch", "odd", "-o", "odd-out", "--name", "{stem}", "--overwrite", code=2)
+    assert "1 of 1 files" in run("batch", "odd", os.path.abspath("odd"), "-o", "odd-out")
 
 
 def start(*words):

@@ -72,9 +72,10 @@ struct Todo {
   size_t item = 0;
   int64_t row = 0;  // 0: not yet in the manifest
   const char* reason = "";
-  std::string knownHash = {};  // of an input that may be what it was
-  bool isOurs = false;         // what stands under the output's name was written by this batch
-  bool isTaken = false;        // somebody else's file stands there
+  bool isKnown = false;                        // by an earlier run
+  std::string knownHash = {};                  // of an input that may be what it was
+  std::vector<FileRow::Written> written = {};  // what the batch wrote of it before
+  bool isTaken = false;                        // somebody else's file stands under the output's name
 };
 
 struct Decision {
@@ -110,9 +111,12 @@ class Decider {
         ++(row->progress == FileProgress::kFailed ? decision.failedBefore : decision.asBefore);
         continue;
       }
-      todo.isOurs =
-          row != nullptr && row->output == manifest_->Stored(item.output.Text()) && row->error != kIsThere;
-      todo.isTaken = !todo.isOurs && !options_.job.overwrites && IsThere(item.output, item.format);
+      // Whether other files are its own is found when it is its turn.
+      const bool mayBeOurs =
+          row != nullptr && (row->progress == FileProgress::kWaiting || !row->written.empty());
+      todo.isTaken = !mayBeOurs && !options_.job.overwrites && IsThere(item.output, item.format);
+      todo.isKnown = row != nullptr;
+      if (row != nullptr) todo.written = row->written;
       if (todo.reason == kInputChanged) todo.knownHash = row->hash;
       decision.todo.push_back(std::move(todo));
     }
@@ -146,13 +150,18 @@ class Decider {
   std::string optionsHash_;
 };
 
-// In place of an input nothing is written: it would be another one the next time.
-void RefuseInputsAsOutputs(const std::vector<BatchItem>& items) {
+// In place of an input nothing is written: it would be another one the next time. Nor in place of the
+// manifest.
+void RefuseInputsAsOutputs(const std::vector<BatchItem>& items, const std::string& manifest) {
+  const auto whole = [](const std::string& path) { return fs::absolute(PathOf(path)).lexically_normal(); };
   std::set<FileKey> inputs;
   for (const BatchItem& item : items) {
     if (const auto key = KeyOf(item.input)) inputs.insert(*key);
   }
   for (const BatchItem& item : items) {
+    if (whole(item.output.OfPage(1)) == whole(manifest)) {
+      throw UsageError(fmt::format("{} would go to {}, the manifest", item.input, manifest));
+    }
     const auto key = KeyOf(item.output.OfPage(1));
     if (key && inputs.contains(*key)) {
       throw UsageError(
@@ -202,9 +211,6 @@ class Batch {
     std::vector<const Todo*> todo;
     for (const Todo& each : decision.todo) {
       if (each.isTaken) {
-        Transaction transaction(manifest_->database());
-        manifest_->SetFailed(each.row, kIsThere);
-        transaction.Commit();
         progress_.Fail(items_[each.item].output.OfPage(1), kIsThere);
       } else {
         todo.push_back(&each);
@@ -271,6 +277,7 @@ class Batch {
       } else if (!todo.isTaken) {
         manifest_->SetWaiting(todo.row, item.output.Text());
       }
+      if (todo.isTaken) manifest_->SetFailed(todo.row, kIsThere);
     }
     transaction.Commit();
   }
@@ -284,7 +291,11 @@ class Batch {
     task.after = item.output.after;
     task.pageDigits = item.output.pageDigits;
     task.format = item.format;
-    task.overwrites = options_.job.overwrites || todo.isOurs;
+    task.isKnown = todo.isKnown;
+    for (const FileRow::Written& written : todo.written) {
+      task.outputs.push_back(written.path);
+      task.outputs.push_back(written.hash);
+    }
     task.knownHash = todo.knownHash;
     return task;
   }
@@ -300,8 +311,11 @@ class Batch {
       manifest_->SetUnchanged(todo.row, event.result->modified);
       progress_.End(input, *event.result);
     } else {
-      manifest_->SetResult(todo.row, *event.result);
+      const std::vector<std::string> lost = manifest_->SetResult(todo.row, *event.result);
       progress_.End(input, *event.result);
+      for (const std::string& path : lost) {
+        progress_.Fail(path, fmt::format("was another input's output, and is now that of {}", input));
+      }
     }
   }
 
@@ -364,7 +378,7 @@ std::string ManifestOf(const BatchOptions& options) {
 int RunBatch(const BatchOptions& options, const std::vector<std::string>& command) {
   std::vector<std::string> trouble;
   const std::vector<BatchItem> items = ListItems(options, &trouble);
-  RefuseInputsAsOutputs(items);
+  RefuseInputsAsOutputs(items, ManifestOf(options));
   for (const std::string& line : trouble) Print(stderr, "rastrel: {}\n", line);
   const std::string optionsText = OptionsText(options.job), optionsHash = HashOfText(optionsText);
   const std::string path = ManifestOf(options);

@@ -71,7 +71,7 @@ void AddRunOptions(CLI::App* batch, BatchOptions* options) {
 }
 
 int Run(const BatchOptions& options, const std::vector<std::string>& command) {
-  if (options.isWorker) return RunWorker(options.job);
+  if (options.isWorker) return RunWorker(options.job, ManifestOf(options));
   if (options.output.empty()) throw UsageError("no output: -o DIR is required");
   if (options.job.inputs.empty() && options.filesFrom.empty()) {
     throw UsageError("no input: a folder, files or --files-from LIST");

@@ -25,6 +25,8 @@ CREATE TABLE IF NOT EXISTS file (
 CREATE TABLE IF NOT EXISTS page (
   file INTEGER NOT NULL REFERENCES file, page INTEGER NOT NULL, state TEXT NOT NULL, error TEXT,
   output TEXT, outputSize INTEGER, outputHash TEXT, record TEXT, PRIMARY KEY (file, page));
+CREATE TABLE IF NOT EXISTS written (
+  path TEXT PRIMARY KEY, file INTEGER NOT NULL REFERENCES file, hash TEXT NOT NULL);
 CREATE VIEW IF NOT EXISTS pages AS
   SELECT file.input, file.size AS inputSize, file.modified AS inputModified, file.hash AS inputHash,
     coalesce(page.page, 1) AS page, page.output, page.outputSize, page.outputHash,
@@ -78,6 +80,11 @@ Manifest::Manifest(const std::string& path, bool mayCreate, bool isSafe)
   prepare(&addPage_,
           "INSERT INTO page (file, page, state, error, output, outputSize, outputHash, record) "
           "VALUES (?, ?, ?, nullif(?, ''), nullif(?, ''), ?, nullif(?, ''), nullif(?, ''))");
+  prepare(&ownerOf_, "SELECT file FROM written WHERE path = ? AND file <> ?");
+  prepare(&setWritten_, "INSERT OR REPLACE INTO written (path, file, hash) VALUES (?, ?, ?)");
+  prepare(&setReplaced_,
+          "UPDATE page SET state = 'failed', error = 'the output was replaced by that of another input' "
+          "WHERE file = ? AND output = ? AND state = 'done' RETURNING page");
 }
 
 std::string Manifest::Stored(const std::string& path) const {
@@ -130,6 +137,11 @@ std::unordered_map<std::string, FileRow> Manifest::Files() {
       outputs.push_back({std::move(path), pages.Text(2), pages.Integer(3)});
     }
   }
+  Statement written(&database_, "SELECT file, path, hash FROM written");
+  for (bool isRow = written.Run(); isRow; isRow = written.Next()) {
+    const auto row = byNumber.find(written.Integer(0));
+    if (row != byNumber.end()) row->second->written.push_back({Resolved(written.Text(1)), written.Text(2)});
+  }
   return rows;
 }
 
@@ -170,7 +182,8 @@ void Manifest::SetFailed(int64_t file, const std::string& error) {
 
 void Manifest::SetUnchanged(int64_t file, int64_t modified) { setUnchanged_->Run(modified, file); }
 
-void Manifest::SetResult(int64_t file, const FileResult& result) {
+std::vector<std::string> Manifest::SetResult(int64_t file, const FileResult& result) {
+  std::vector<std::string> lost;
   dropPages_->Run(file);
   bool isDone = true;
   for (const PageResult& page : result.pages) {
@@ -178,9 +191,21 @@ void Manifest::SetResult(int64_t file, const FileResult& result) {
     const std::string output = page.output.empty() ? "" : Stored(page.output);
     const std::string state = page.isDone ? "done" : "failed";
     addPage_->Run(file, page.page, state, page.error, output, page.size, page.hash, page.record);
+    if (output.empty()) continue;
+    if (ownerOf_->Run(output, file)) {
+      const int64_t owner = ownerOf_->Integer(0);
+      if (setReplaced_->Run(owner, output)) {
+        while (setReplaced_->Next()) {
+        }
+        Statement(&database_, "UPDATE file SET state = 'failed' WHERE id = ?").Run(owner);
+        lost.push_back(page.output);
+      }
+    }
+    setWritten_->Run(output, file, page.hash);
   }
   const std::string state = isDone ? "done" : "failed";
   setDone_->Run(state, result.size, result.modified, result.hash, run_, TimeNow(), result.seconds, file);
+  return lost;
 }
 
 void Manifest::SetPageFailed(int64_t file, int64_t page, const std::string& error) {

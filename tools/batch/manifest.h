@@ -28,6 +28,7 @@ struct FileRow {
     int64_t page = 1;
   };
   std::vector<Written> outputs;  // of pages that are done
+  std::vector<Written> written;  // all that the batch ever wrote of it, and has not seen replaced
 };
 
 // A page, for the report.
@@ -56,7 +57,8 @@ class Manifest {
   void SetFailed(int64_t file, const std::string& error);
   // The input was touched and yet is what it was.
   void SetUnchanged(int64_t file, int64_t modified);
-  void SetResult(int64_t file, const FileResult& result);
+  // Returns the outputs of other files that were lost by it.
+  std::vector<std::string> SetResult(int64_t file, const FileResult& result);
   // An output is not what was written.
   void SetPageFailed(int64_t file, int64_t page, const std::string& error);
 
@@ -72,7 +74,8 @@ class Manifest {
   std::filesystem::path here_;  // the folder that names on the command line start from
   Database database_;
   int64_t run_ = 0;
-  std::unique_ptr<Statement> add_, setWaiting_, setFailed_, setUnchanged_, setDone_, dropPages_, addPage_;
+  std::unique_ptr<Statement> add_, setWaiting_, setFailed_, setUnchanged_, setDone_, dropPages_, addPage_,
+      ownerOf_, setWritten_, setReplaced_;
 };
 
 }  // namespace rastrel::tool

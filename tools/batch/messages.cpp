@@ -102,7 +102,7 @@ Message ToMessage(const FileTask& task) {
                      task.after,
                      fmt::format("{}", task.pageDigits),
                      task.format,
-                     task.overwrites ? "1" : "0",
+                     task.isKnown ? "1" : "0",
                      task.knownHash,
                      fmt::format("{}", task.page)};
   message.insert(message.end(), task.outputs.begin(), task.outputs.end());
@@ -118,7 +118,7 @@ FileTask TaskFrom(const Message& message) {
   task.after = fields.Text();
   task.pageDigits = fields.Number();
   task.format = fields.Text();
-  task.overwrites = fields.Flag();
+  task.isKnown = fields.Flag();
   task.knownHash = fields.Text();
   task.page = fields.Number();
   while (!fields.isAtEnd()) task.outputs.push_back(fields.Text());

@@ -35,10 +35,12 @@ struct FileTask {
   std::string before, after;  // of the output's name
   int64_t pageDigits = -1;
   std::string format;
-  bool overwrites = false;
-  std::string knownHash;             // of the input; the file is left alone where that has not changed
-  std::vector<std::string> outputs;  // kHashFiles: those to be read; kMakePictures: the picture, a small one
-  int64_t page = 1;                  // kMakePictures: of the input
+  bool isKnown = false;   // an earlier run may have written outputs that no row tells of
+  std::string knownHash;  // of the input; the file is left alone where that has not changed
+  // kCleanFile: what was written before, each name with its hash; kHashFiles: those to be read;
+  // kMakePictures: the picture, a small one
+  std::vector<std::string> outputs;
+  int64_t page = 1;  // kMakePictures: of the input
 };
 inline constexpr const char* kCleanFile = "clean";
 inline constexpr const char* kHashFiles = "hash";

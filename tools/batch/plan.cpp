@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iostream>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include <fmt/format.h>
@@ -58,8 +59,6 @@ class Lister {
   std::vector<BatchItem> Take() {
     std::sort(items_.begin(), items_.end(),
               [](const auto& one, const auto& other) { return NaturallyBefore(one.input, other.input); });
-    const auto isSame = [](const auto& one, const auto& other) { return one.input == other.input; };
-    items_.erase(std::unique(items_.begin(), items_.end(), isSame), items_.end());
     std::unordered_map<std::string, const BatchItem*> outputs;
     for (const BatchItem& item : items_) {
       const auto [other, isNew] = outputs.emplace(item.output.Text(), &item);
@@ -97,6 +96,9 @@ class Lister {
   }
 
   void Add(const fs::path& path, const fs::path& folder) {
+    // An input may be named in several ways, and is one; its first name counts.
+    std::error_code error;
+    if (!known_.insert(NameOf(fs::absolute(path, error).lexically_normal())).second) return;
     BatchItem item;
     item.input = NameOf(path.lexically_normal());
     item.format = options_.job.format;
@@ -113,6 +115,7 @@ class Lister {
   fs::path output_;
   std::string root_;
   std::vector<BatchItem> items_;
+  std::unordered_set<std::string> known_;
 };
 
 void AddList(std::istream& list, Lister* lister) {

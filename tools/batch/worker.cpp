@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <utility>
@@ -74,12 +75,82 @@ class Outcome {
   std::string whyFailed_;
 };
 
-void CleanFile(const FileTask& task, JobOptions options, FileResult* result) {
+std::string WholeName(const std::string& path) {
+  return NameOf(fs::absolute(PathOf(path)).lexically_normal());
+}
+
+// Which files may be replaced: those in which nothing but this batch's own work would be lost.
+class Replaceable {
+ public:
+  Replaceable(const FileTask& task, bool isAll, const std::string& manifest)
+      : isAll_(isAll), manifest_(WholeName(manifest)) {
+    for (size_t i = 0; i + 1 < task.outputs.size(); i += 2) {
+      hashes_[WholeName(task.outputs[i])] = task.outputs[i + 1];
+    }
+  }
+  bool Has(const std::string& path) {
+    const std::string name = WholeName(path);
+    for (const char* ending : {"", "-wal", "-shm", "-journal"}) {
+      if (name == manifest_ + ending) return false;
+    }
+    if (isAll_) return true;
+    const auto known = hashes_.find(name);
+    const bool isOurs = known != hashes_.end() && StateOf(path) && HashOfFile(path) == known->second;
+    hasRefused_ = hasRefused_ || !isOurs;
+    return isOurs;
+  }
+  bool hasRefused() const { return hasRefused_; }
+  void Add(const std::string& path, const std::string& hash) { hashes_[WholeName(path)] = hash; }
+
+ private:
+  bool isAll_, hasRefused_ = false;
+  std::string manifest_;
+  std::map<std::string, std::string> hashes_;
+};
+
+// A folder for this process alone, in its life.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() : name_(NameOf(fs::temp_directory_path() / "rastrel-XXXXXX")) {
+    if (::mkdtemp(name_.data()) == nullptr) throw PageError("no temporary folder can be made");
+  }
+  ~TemporaryFolder() {
+    std::error_code error;
+    fs::remove_all(PathOf(name_), error);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  const std::string& name() const { return name_; }
+
+ private:
+  std::string name_;
+};
+
+// Finds what a run wrote that ended before it could say so: files that are what is made now, byte for byte.
+void AddUnrecorded(JobOptions options, const OutputName& name, Replaceable* replaceable) {
+  const TemporaryFolder temporary;
+  const fs::path folder = PathOf(name.before).parent_path();
+  OutputName there = name;
+  there.before = NameOf(PathOf(temporary.name()) / PathOf(name.before).filename());
+  options.output = there.OfPage(1);
+  if (there.hasPage()) options.pageName = [there](int page) { return there.OfPage(page); };
+  options.mayReplace = nullptr;
+  options.skipsSync = true;
+  options.report.take = [](const PageReport&, const std::string&) {};
+  RunJobs(options);
+  for (const fs::directory_entry& made : fs::directory_iterator(PathOf(temporary.name()))) {
+    const std::string path = NameOf(folder / made.path().filename());
+    if (!StateOf(path)) continue;
+    const std::string hash = HashOfFile(NameOf(made.path()));
+    if (HashOfFile(path) == hash) replaceable->Add(path, hash);
+  }
+}
+
+void CleanFile(const FileTask& task, JobOptions options, const std::string& manifest, FileResult* result) {
   const OutputName name = {task.before, task.after, static_cast<int>(task.pageDigits)};
   options.inputs = {task.input};
   options.output = name.OfPage(1);
   options.format = task.format;
-  options.overwrites = task.overwrites;
   options.makesParents = true;
   options.threads = 1;
   if (name.hasPage()) options.pageName = [name](int page) { return name.OfPage(page); };
@@ -87,9 +158,20 @@ void CleanFile(const FileTask& task, JobOptions options, FileResult* result) {
   if (fs::is_directory(PathOf(options.output), error)) {
     throw PageError(options.output + " is a folder");
   }
+  Replaceable replaceable(task, options.overwrites, manifest);
+  options.mayReplace = [&replaceable](const std::string& path) { return replaceable.Has(path); };
+  const bool isDocument = !name.hasPage() && FindFormat(task.format)->hasManyPages != 0;
+  try {
+    Outcome outcome(&options);
+    RunJobs(options);
+    result->pages = outcome.Finish(options.output, isDocument);
+    return;
+  } catch (const UsageError&) {
+    if (!task.isKnown || !replaceable.hasRefused()) throw;
+  }
+  AddUnrecorded(options, name, &replaceable);
   Outcome outcome(&options);
   RunJobs(options);
-  const bool isDocument = !name.hasPage() && FindFormat(task.format)->hasManyPages != 0;
   result->pages = outcome.Finish(options.output, isDocument);
 }
 
@@ -107,7 +189,7 @@ void HashFiles(const FileTask& task, FileResult* result) {
   }
 }
 
-FileResult Do(const FileTask& task, const JobOptions& options) {
+FileResult Do(const FileTask& task, const JobOptions& options, const std::string& manifest) {
   const auto start = std::chrono::steady_clock::now();
   FileResult result;
   try {
@@ -126,7 +208,7 @@ FileResult Do(const FileTask& task, const JobOptions& options) {
     result.modified = state->modified;
     result.hash = HashOfFile(task.input);
     result.isUnchanged = !task.knownHash.empty() && result.hash == task.knownHash;
-    if (!result.isUnchanged) CleanFile(task, options, &result);
+    if (!result.isUnchanged) CleanFile(task, options, manifest, &result);
   } catch (const std::bad_alloc&) {
     result.error = "out of memory";
   } catch (const std::exception& error) {
@@ -145,13 +227,13 @@ int TakeSocket() {
 
 }  // namespace
 
-int RunWorker(const JobOptions& options) {
+int RunWorker(const JobOptions& options, const std::string& manifest) {
   const int socket = TakeSocket();
   Inbox inbox;
   if (!Send(socket, {})) return 1;  // it is ready
   while (const std::optional<Message> message = Receive(socket, &inbox)) {
     const FileTask task = TaskFrom(*message);
-    if (!Send(socket, ToMessage(Do(task, options)))) return 1;
+    if (!Send(socket, ToMessage(Do(task, options, manifest)))) return 1;
   }
   return 0;
 }

@@ -2,13 +2,15 @@
 #ifndef RASTREL_TOOLS_BATCH_WORKER_H
 #define RASTREL_TOOLS_BATCH_WORKER_H
 
+#include <string>
+
 #include "tools/jobs.h"
 
 namespace rastrel::tool {
 
-// Works on what comes from the socket that is this process's standard input, until that ends. Returns the
-// exit code.
-int RunWorker(const JobOptions& options);
+// Works on what comes from the socket that is this process's standard input, until that ends. What belongs to
+// the batch's manifest is never replaced. Returns the exit code.
+int RunWorker(const JobOptions& options, const std::string& manifest);
 
 }  // namespace rastrel::tool
 
