@@ -106,15 +106,16 @@ constexpr Measure kMeasures[] = {
 // that stands out itself does not move.
 void AddUnusual(const std::vector<PageFacts>& pages, size_t at, Points* points) {
   constexpr size_t kAround = 12, kFewest = 5;
-  constexpr double kOut = 4, kFarOut = 10;
+  constexpr double kOut = 3, kFarOut = 10;
   constexpr double kSpreadOfMedian = 1.4826;  // makes the median distance a standard deviation
   const PageFacts& page = pages[at];
   std::vector<const PageFacts*> neighbours;
   const size_t last = std::min(pages.size(), at + kAround + 1);
   for (size_t i = at < kAround ? 0 : at - kAround; i < last; ++i) {
-    if (!pages[i].isFailed && pages[i].folder == page.folder) neighbours.push_back(&pages[i]);
+    const bool isDone = !pages[i].isFailed && !pages[i].isWaiting;
+    if (isDone && pages[i].folder == page.folder) neighbours.push_back(&pages[i]);
   }
-  if (page.isFailed || neighbours.size() < kFewest) return;
+  if (page.isFailed || page.isWaiting || neighbours.size() < kFewest) return;
   std::vector<double> values(neighbours.size());
   for (const Measure& measure : kMeasures) {
     for (size_t i = 0; i < values.size(); ++i) values[i] = measure.value(*neighbours[i]);
@@ -122,7 +123,7 @@ void AddUnusual(const std::vector<PageFacts>& pages, size_t at, Points* points) 
     for (double& value : values) value = std::abs(value - median);
     const double spread = std::max(kSpreadOfMedian * Median(&values), measure.least);
     const double distance = std::abs(measure.value(page) - median) / spread;
-    points->Add(kUnusual * Way(distance, kOut - 1, kFarOut), measure.reason);
+    points->Add(kUnusual * Way(distance, kOut, kFarOut), measure.reason);
   }
 }
 

@@ -10,7 +10,7 @@ namespace rastrel::tool {
 
 // What of a page's record counts for it.
 struct PageFacts {
-  bool isFailed = false;
+  bool isFailed = false, isWaiting = false;
   bool isBlank = false, isDropped = false;
   bool isTurned = false;
   double skew = 0, skewConfidence = -1;  // -1: not measured

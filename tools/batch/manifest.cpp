@@ -146,11 +146,12 @@ std::unordered_map<std::string, FileRow> Manifest::Files() {
 }
 
 void Manifest::ForEachPage(const std::function<void(PageRow)>& use) {
-  Statement pages(&database_,
-                  "SELECT file.id, coalesce(page.page, 1), input, page.output, record, "
-                  "coalesce(page.error, file.error), "
-                  "CASE WHEN file.state = 'failed' AND page.state = 'done' THEN 'done' ELSE file.state END "
-                  "FROM file LEFT JOIN page ON page.file = file.id ORDER BY file.id, page.page");
+  Statement pages(
+      &database_,
+      "SELECT file.id, coalesce(page.page, 1), input, page.output, record, "
+      "coalesce(page.error, file.error), "
+      "CASE WHEN file.state = 'failed' AND page.state = 'done' THEN 'done' ELSE file.state END, "
+      "hash, outputHash FROM file LEFT JOIN page ON page.file = file.id ORDER BY file.id, page.page");
   for (bool isRow = pages.Run(); isRow; isRow = pages.Next()) {
     PageRow row;
     row.file = pages.Integer(0);
@@ -160,6 +161,8 @@ void Manifest::ForEachPage(const std::function<void(PageRow)>& use) {
     row.record = pages.Text(4);
     row.error = pages.Text(5);
     row.progress = ProgressFrom(pages.Text(6));
+    row.inputHash = pages.Text(7);
+    row.outputHash = pages.Text(8);
     use(std::move(row));
   }
 }

@@ -35,6 +35,7 @@ struct FileRow {
 struct PageRow {
   int64_t file = 0, page = 1;
   std::string input, output, record, error;
+  std::string inputHash, outputHash;
   FileProgress progress = FileProgress::kWaiting;
 };
 

@@ -34,7 +34,8 @@ constexpr size_t kRowsPerChunk = 5000, kRecordsPerChunk = 200;
 
 // A page as the site knows it.
 struct SitePage {
-  PageRow row;  // without its record
+  PageRow row;      // without its record
+  std::string key;  // of its pictures
   int64_t pageInOutput = 1;
   PageFacts facts;
   double seconds = 0;
@@ -57,9 +58,18 @@ void WriteText(const fs::path& path, const std::string& text) {
   if (!file) throw PageError(fmt::format("{} cannot be written", NameOf(path)));
 }
 
-// Where a page's picture lies: "img/12/12345-1-after.jpg". Folders stay small.
-std::string PictureName(const PageRow& row, const char* what) {
-  return fmt::format("img/{}/{}-{}-{}.jpg", row.file / 1000, row.file, row.page, what);
+// Pictures go by what they show, so that none is ever taken for another's.
+std::string KeyOfPictures(const PageRow& row) {
+  constexpr size_t kDigits = 20;
+  const bool isDone = row.progress == FileProgress::kDone;
+  return HashOfText(
+             fmt::format("{} {} {} {}", row.input, row.page, row.inputHash, isDone ? row.outputHash : "none"))
+      .substr(0, kDigits);
+}
+
+// Where a page's picture lies: "img/3f/3f...-after.jpg". Folders stay small.
+std::string PictureName(const std::string& key, const char* what) {
+  return fmt::format("img/{}/{}-{}.jpg", key.substr(0, 2), key, what);
 }
 
 class Site {
@@ -68,14 +78,18 @@ class Site {
       : options_(options), command_(command), folder_(PathOf(options.output)) {}
 
   int Make() {
-    Manifest manifest(options_.manifest, false, false);
-    ReadPages(&manifest);
-    if (pages_.empty()) throw UsageError(fmt::format("{} has no pages", options_.manifest));
-    fs::create_directories(folder_ / "data");
+    {
+      // All of it at one moment: a batch may be at work meanwhile.
+      Manifest manifest(options_.manifest, false, false);
+      manifest.database()->Execute("BEGIN");
+      ReadPages(&manifest);
+      if (pages_.empty()) throw UsageError(fmt::format("{} has no pages", options_.manifest));
+      fs::create_directories(folder_ / "data");
+      WriteRecords(&manifest);
+    }
     attention_ = AttentionOf(Facts());
     int64_t failed = 0;
     if (options_.hasPictures) failed = MakePictures();
-    WriteRecords(&manifest);
     WriteRows();
     for (const SiteFile& file : SiteFiles()) WriteText(folder_ / file.name, std::string(file.bytes));
     if (!options_.isQuiet) {
@@ -89,11 +103,17 @@ class Site {
     std::map<std::string, int64_t> pagesOf;  // outputs of several pages
     manifest->ForEachPage([&](PageRow row) {
       SitePage page;
-      page.facts = FactsFrom(row.record);
+      try {
+        page.facts = FactsFrom(row.record);
+        page.seconds = SecondsOf(row.record);
+      } catch (const nlohmann::json::exception&) {
+        page.facts = {};  // a record with other things than numbers and words in their places
+      }
+      page.facts.isWaiting = row.progress == FileProgress::kWaiting;
       page.facts.isFailed = row.progress == FileProgress::kFailed;
       page.facts.folder = row.input.substr(0, row.input.rfind('/') + 1);
-      page.seconds = SecondsOf(row.record);
       row.record.clear();
+      page.key = KeyOfPictures(row);
       page.row = std::move(row);
       pages_.push_back(std::move(page));
     });
@@ -113,13 +133,14 @@ class Site {
     return facts;
   }
 
-  // The records, as they are, by the place of their page.
+  // The records by the place of their page, written anew: whoever made the manifest, no script comes in.
   void WriteRecords(Manifest* manifest) const {
     std::vector<std::string> chunks((pages_.size() + kRecordsPerChunk - 1) / kRecordsPerChunk);
     manifest->ForEachPage([&](const PageRow& row) {
       const size_t place = placeOf_.at({row.file, row.page});
-      const std::string& record = row.record.empty() ? Line({{"error", row.error}}) : row.record;
-      chunks[place / kRecordsPerChunk] += fmt::format("{}:{},\n", place, record);
+      Json record = Json::parse(row.record, nullptr, false);
+      if (!record.is_object()) record = {{"error", row.error}};
+      chunks[place / kRecordsPerChunk] += fmt::format("{}:{},\n", place, Line(record));
     });
     for (size_t i = 0; i < chunks.size(); ++i) {
       WriteText(folder_ / "data" / fmt::format("records-{}.js", i),
@@ -127,9 +148,9 @@ class Site {
     }
   }
 
-  bool HasPicture(const PageRow& row, const char* what) const {
+  bool HasPicture(const SitePage& page, const char* what) const {
     std::error_code error;
-    return fs::exists(folder_ / PictureName(row, what), error);
+    return fs::exists(folder_ / PictureName(page.key, what), error);
   }
 
   // What the grid, the order and the filters need, a short list for each page; report_site/report.js names
@@ -143,10 +164,10 @@ class Site {
         const PageFacts& facts = page.facts;
         constexpr const char* kStates[] = {"waiting", "done", "failed"};
         const int flags = (facts.isTurned ? 1 : 0) | (facts.isBlank ? 2 : 0) | (facts.takenBack > 0 ? 4 : 0) |
-                          (HasPicture(page.row, "before") ? 8 : 0) |
-                          (HasPicture(page.row, "after") ? 16 : 0) | (facts.isDropped ? 32 : 0);
+                          (HasPicture(page, "before") ? 8 : 0) | (HasPicture(page, "after") ? 16 : 0) |
+                          (facts.isDropped ? 32 : 0);
         const auto rounded = [](double value, double steps) { return std::round(value * steps) / steps; };
-        text += Line(Json::array({page.row.input, page.row.page, page.row.file, page.row.output,
+        text += Line(Json::array({page.row.input, page.row.page, page.key, page.row.output,
                                   kStates[static_cast<int>(page.row.progress)], attention_[i].score,
                                   attention_[i].reasons, rounded(facts.skew, 100),
                                   rounded(facts.skewConfidence, 100), rounded(facts.removedShare, 10000),
@@ -166,17 +187,17 @@ class Site {
                                                           {"version", PagesVersion()}})));
   }
 
-  // By the workers of a batch, as a page may take down whoever reads it. Those that are as new as their page
-  // stay. Returns how many pages have none.
+  // By the workers of a batch, as a page may take down whoever reads it. Those that are there stay. Returns
+  // how many pages have none.
   int64_t MakePictures() {
     const size_t workers = options_.threads > 0 ? static_cast<size_t>(options_.threads)
                                                 : std::max(1u, std::thread::hardware_concurrency());
     std::vector<FileTask> tasks;
     std::vector<bool> isDone;  // of the page that a task is for
     for (const SitePage& page : pages_) {
-      AddPicture(page.row, page.row.input, page.row.page, "before", &tasks);
+      AddPicture(page, page.row.input, page.row.page, "before", &tasks);
       if (!page.row.output.empty() && page.row.progress == FileProgress::kDone) {
-        AddPicture(page.row, page.row.output, page.pageInOutput, "after", &tasks);
+        AddPicture(page, page.row.output, page.pageInOutput, "after", &tasks);
       }
       isDone.resize(tasks.size(), page.row.progress == FileProgress::kDone);
     }
@@ -202,21 +223,22 @@ class Site {
     return failed;
   }
 
-  void AddPicture(const PageRow& row, const std::string& source, int64_t page, const char* what,
+  void AddPicture(const SitePage& shown, const std::string& source, int64_t page, const char* what,
                   std::vector<FileTask>* tasks) const {
-    const fs::path picture = folder_ / PictureName(row, what);
-    const std::optional<FileState> now = StateOf(source), made = StateOf(NameOf(picture));
-    if (!now || (made && made->modified >= now->modified)) return;
+    const PageRow& row = shown.row;
+    const fs::path picture = folder_ / PictureName(shown.key, what);
+    // The small one shows what came out, or else what there was.
+    const bool isAfter = what == std::string("after");
+    const bool isSmall = isAfter || row.output.empty() || row.progress != FileProgress::kDone;
+    if (!StateOf(source) || (HasPicture(shown, what) && (!isSmall || HasPicture(shown, "small")))) return;
     std::error_code error;
     fs::create_directories(picture.parent_path(), error);
     FileTask task;
     task.kind = kMakePictures;
     task.input = source;
     task.page = page;
-    // The small one shows what came out, or else what there was.
-    const bool isAfter = what == std::string("after");
-    const bool isSmall = isAfter || row.output.empty() || row.progress != FileProgress::kDone;
-    task.outputs = {NameOf(picture), isSmall ? NameOf(folder_ / PictureName(row, "small")) : ""};
+    task.knownHash = isAfter ? row.outputHash : row.inputHash;
+    task.outputs = {NameOf(picture), isSmall ? NameOf(folder_ / PictureName(shown.key, "small")) : ""};
     tasks->push_back(std::move(task));
   }
 

@@ -198,6 +198,9 @@ FileResult Do(const FileTask& task, const JobOptions& options, const std::string
       return result;
     }
     if (task.kind == kMakePictures) {
+      if (!task.knownHash.empty() && HashOfFile(task.input) != task.knownHash) {
+        throw PageError("is not the file that the manifest tells of");
+      }
       WritePicture(task.input, static_cast<int>(task.page), task.outputs.at(0), task.outputs.at(1));
       return result;
     }

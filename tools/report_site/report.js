@@ -23,9 +23,9 @@ const rastrel = {
   },
   rows(chunk, rows) {
     rows.forEach((row, i) => {
-      const [input, page, file, output, state, score, reasons, skew, confidence, removed, specks, holes, seconds, flags] = row;
+      const [input, page, key, output, state, score, reasons, skew, confidence, removed, specks, holes, seconds, flags] = row;
       const place = chunk * summary.rowsPerChunk + i;
-      pages[place] = { place, input, page, file, output, state, score, reasons, skew, confidence, removed, specks, holes, seconds, flags };
+      pages[place] = { place, input, page, key, output, state, score, reasons, skew, confidence, removed, specks, holes, seconds, flags };
     });
     if (++rowChunks === summary.rowChunks) begin();
   },
@@ -159,7 +159,7 @@ function showGrid() {
   addTiles();
 }
 
-const picture = (page, what) => `img/${Math.floor(page.file / 1000)}/${page.file}-${page.page}-${what}.jpg`;
+const picture = (page, what) => `img/${page.key.slice(0, 2)}/${page.key}-${what}.jpg`;
 const title = (page) => (page.page > 1 ? `${page.input}, page ${page.page}` : page.input);
 
 function scoreOf(page) {
