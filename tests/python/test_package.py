@@ -228,6 +228,7 @@ def test_clean_takes_each_step_of_the_command():
 
 @pytest.mark.parametrize("work", [rastrel.clean, lambda page: rastrel.binarize(page, quality="best")])
 def test_ctrl_c_ends_long_work(work):
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # it is ignored in background jobs
     page = rastrel.Page(np.tile(drawn("grey", 1000, 1000), (8, 6)))  # takes seconds
     threading.Timer(0.1, os.kill, (os.getpid(), signal.SIGINT)).start()
     start = time.monotonic()

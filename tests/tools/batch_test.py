@@ -256,11 +256,11 @@ def case_death():
     process = start("-j", 1, "--log", "log")
     wait_for_begin("1.tif")
     time.sleep(0.05)
-    os.kill(workers_of(process)[0], signal.SIGSEGV)
+    os.kill(workers_of(process)[0], signal.SIGKILL)  # as a fault does; a sanitizer would catch that one
     assert process.wait() == 1
     states, found = rows()
     assert states == {"0.tif": ["done"], "1.tif": ["failed"], "2.tif": ["done"]}, states
-    assert "signal 11" in found[1]["error"]
+    assert "signal 9" in found[1]["error"]
     os.remove("log")
     process = start("-j", 1, "--retry", "--log", "log")
     wait_for_begin("1.tif")
