@@ -467,7 +467,7 @@ class Jobs {
   }
 
   int Run() {
-    RunInOrder(plan_.tasks.size(), static_cast<unsigned>(options_.threads), [this](size_t i) -> Finish {
+    RunInOrder(plan_.tasks.size(), options_.threads, [this](size_t i) -> Finish {
       // What nobody learns of need not be looked at; pages are written all the same.
       if (options_.command == Command::kInfo && IsOutputLost()) return [] {};
       const auto page = std::make_shared<Finished>(Work(plan_.tasks[i]));

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/console.h"
+#include "tools/json_line.h"
 #include "tools/system.h"
 
 namespace rastrel::tool {
@@ -69,9 +70,6 @@ Json ToJson(const PageReport& report, Command command) {
   if (command != Command::kInfo) json["steps"] = StepsOf(report);
   return json;
 }
-
-// A file name may be any bytes; JSON wants UTF-8.
-std::string Line(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
 struct Skipped {
   const char* step = "";
@@ -187,11 +185,11 @@ void Reporter::Page(const PageReport& report) {
   if (!report.error.empty() && !report.isFollowUp) Error(PageName(report), report.error);
   ClearBar();
   if (options_.take) {
-    options_.take(report, Line(ToJson(report, command_)));
+    options_.take(report, JsonLine(ToJson(report, command_)));
     return;
   }
   if (options_.isJson) {
-    Put(out_, Line(ToJson(report, command_)) + "\n");
+    Put(out_, JsonLine(ToJson(report, command_)) + "\n");
   } else if (!options_.isQuiet) {
     PrintLine(report);
   }

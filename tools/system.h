@@ -36,10 +36,14 @@ void OnInterruption(void (*handler)(int signal));
 // Calls `work` when no other thread is in a call of this.
 void Exclusively(const std::function<void()>& work);
 
-// Calls `work` with 0 to count - 1, on that many threads at once (0: as many as there are cores) where the
-// system's build of the command has threads. What a call returns is called in turn, in order, one at a time.
+// How many threads or processes are to work: as many as are wanted, or, for 0, as there are cores; 1 where
+// the system's build of the command has no threads.
+unsigned ThreadsFor(int wanted);
+
+// Calls `work` with 0 to count - 1, on as many threads at once as ThreadsFor says. What a call returns is
+// called in turn, in order, one at a time.
 using Finish = std::function<void()>;
-void RunInOrder(size_t count, unsigned threads, const std::function<Finish(size_t)>& work);
+void RunInOrder(size_t count, int wantedThreads, const std::function<Finish(size_t)>& work);
 
 }  // namespace rastrel::tool
 

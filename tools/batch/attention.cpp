@@ -163,6 +163,11 @@ PageFacts FactsFrom(const std::string& text) {
       facts.leastConfidence = std::min(facts.leastConfidence, region.value("confidence", 1.0));
     }
   }
+  if (record.contains("steps")) {
+    double milliseconds = 0;
+    for (const auto& step : record["steps"]) milliseconds += step.value("ms", 0.0);
+    facts.seconds = milliseconds / 1000;
+  }
   return facts;
 }
 

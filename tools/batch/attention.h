@@ -19,6 +19,7 @@ struct PageFacts {
   double leastConfidence = 1;            // of what was removed
   int takenBack = 0, sidesLeft = 0, losses = 0, holes = 0;
   double width = 0, height = 0;  // inches as it came in, or pixels where it has no resolution
+  double seconds = 0;            // that its steps took
   std::string folder;            // pages of one folder are each other's neighbours
 };
 

@@ -8,7 +8,6 @@
 #include <csignal>
 #include <filesystem>
 #include <set>
-#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
@@ -153,13 +152,13 @@ class Decider {
 // In place of an input nothing is written: it would be another one the next time. Nor in place of the
 // manifest.
 void RefuseInputsAsOutputs(const std::vector<BatchItem>& items, const std::string& manifest) {
-  const auto whole = [](const std::string& path) { return fs::absolute(PathOf(path)).lexically_normal(); };
+  const std::string wholeManifest = WholeName(manifest);
   std::set<FileKey> inputs;
   for (const BatchItem& item : items) {
     if (const auto key = KeyOf(item.input)) inputs.insert(*key);
   }
   for (const BatchItem& item : items) {
-    if (whole(item.output.OfPage(1)) == whole(manifest)) {
+    if (WholeName(item.output.OfPage(1)) == wholeManifest) {
       throw UsageError(fmt::format("{} would go to {}, the manifest", item.input, manifest));
     }
     const auto key = KeyOf(item.output.OfPage(1));
@@ -203,7 +202,7 @@ class Batch {
         items_(items),
         manifest_(manifest),
         progress_(options.log, options.job.report.isQuiet),
-        crew_(command, Workers(options), options.job.report.isVerbose) {}
+        crew_(command, ThreadsFor(options.job.threads), options.job.report.isVerbose) {}
 
   int Clean(Decision decision) {
     EnterRows(&decision);
@@ -263,11 +262,6 @@ class Batch {
   }
 
  private:
-  static size_t Workers(const BatchOptions& options) {
-    return options.job.threads > 0 ? static_cast<size_t>(options.job.threads)
-                                   : std::max(1u, std::thread::hardware_concurrency());
-  }
-
   void EnterRows(Decision* decision) {
     Transaction transaction(manifest_->database());
     for (Todo& todo : decision->todo) {

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <vector>
@@ -16,6 +17,7 @@
 #include <fmt/format.h>
 
 #include "tools/handles.h"
+#include "tools/paths.h"
 
 namespace rastrel::tool {
 namespace {
@@ -48,6 +50,10 @@ std::optional<FileState> StateOf(const std::string& path) {
   if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
   constexpr int64_t kPerSecond = 1'000'000'000;
   return FileState{status.st_size, status.st_mtim.tv_sec * kPerSecond + status.st_mtim.tv_nsec};
+}
+
+std::string WholeName(const std::string& path) {
+  return NameOf(std::filesystem::absolute(PathOf(path)).lexically_normal());
 }
 
 std::string HashOfFile(const std::string& path) {

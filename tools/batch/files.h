@@ -16,6 +16,9 @@ struct FileState {
 // Nothing where there is no regular file of that name.
 std::optional<FileState> StateOf(const std::string& path);
 
+// A file's name from the root on, without turns: equal for two spellings of one name.
+std::string WholeName(const std::string& path);
+
 // SHA-256, as 64 hexadecimal digits. Throws PageError for a file that cannot be read.
 std::string HashOfFile(const std::string& path);
 std::string HashOfText(std::string_view text);

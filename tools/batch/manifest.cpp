@@ -43,11 +43,7 @@ FileProgress ProgressFrom(const std::string& state) {
                              : FileProgress::kWaiting;
 }
 
-fs::path FolderOf(const std::string& manifest) {
-  std::error_code error;
-  const fs::path path = fs::absolute(PathOf(manifest), error).lexically_normal();
-  return path.parent_path();
-}
+fs::path FolderOf(const std::string& manifest) { return PathOf(WholeName(manifest)).parent_path(); }
 
 }  // namespace
 
@@ -110,7 +106,7 @@ std::unordered_map<std::string, FileRow> Manifest::Files() {
   std::unordered_map<std::string, FileRow> rows;
   std::unordered_map<int64_t, FileRow*> byNumber;
   Statement files(&database_,
-                  "SELECT input, file.id, output, state, size, modified, hash, optionsHash, error "
+                  "SELECT input, file.id, output, state, size, modified, hash, optionsHash "
                   "FROM file LEFT JOIN run ON run.id = file.run");
   for (bool isRow = files.Run(); isRow; isRow = files.Next()) {
     FileRow& row = rows[files.Text(0)];
@@ -121,7 +117,6 @@ std::unordered_map<std::string, FileRow> Manifest::Files() {
     row.modified = files.Integer(5);
     row.hash = files.Text(6);
     row.optionsHash = files.Text(7);
-    row.error = files.Text(8);
     byNumber[row.id] = &row;
   }
   Statement pages(

@@ -22,7 +22,7 @@ struct FileRow {
   std::string output;  // as OutputName::Text has it, stored
   FileProgress progress = FileProgress::kWaiting;
   int64_t size = 0, modified = 0;
-  std::string hash, optionsHash, error;
+  std::string hash, optionsHash;
   struct Written {
     std::string path, hash;
     int64_t page = 1;

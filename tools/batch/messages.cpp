@@ -5,8 +5,10 @@
 
 #include <array>
 #include <cerrno>
+#include <concepts>
 #include <cstring>
 #include <stdexcept>
+#include <type_traits>
 
 #include <fmt/format.h>
 
@@ -28,19 +30,69 @@ std::optional<size_t> NumberAt(const std::string& bytes, size_t at) {
   return static_cast<size_t>(value);
 }
 
-// Reads a message's strings one after the other.
-class Fields {
+// The fields of each, in one order for both ends. Lists follow them.
+template <class Whole, class Part>
+concept MayBeConst = std::same_as<std::remove_const_t<Whole>, Part>;
+
+template <MayBeConst<FileTask> Task, class Field>
+void ForEachField(Task& task, Field&& field) {
+  field(task.kind);
+  field(task.input);
+  field(task.before);
+  field(task.after);
+  field(task.pageDigits);
+  field(task.format);
+  field(task.isKnown);
+  field(task.knownHash);
+  field(task.page);
+}
+template <MayBeConst<FileResult> Result, class Field>
+void ForEachField(Result& result, Field&& field) {
+  field(result.isUnchanged);
+  field(result.error);
+  field(result.hash);
+  field(result.size);
+  field(result.modified);
+  field(result.seconds);
+}
+template <MayBeConst<PageResult> Page, class Field>
+void ForEachField(Page& page, Field&& field) {
+  field(page.page);
+  field(page.isDone);
+  field(page.output);
+  field(page.size);
+  field(page.hash);
+  field(page.record);
+  field(page.error);
+}
+
+constexpr double kPerSecond = 1e6;  // times go as whole microseconds
+
+// Adds fields to a message.
+struct FieldWriter {
+  Message* message;
+  void operator()(const std::string& text) { message->push_back(text); }
+  void operator()(int64_t number) { message->push_back(fmt::format("{}", number)); }
+  void operator()(bool flag) { message->push_back(flag ? "1" : "0"); }
+  void operator()(double seconds) { (*this)(static_cast<int64_t>(seconds * kPerSecond)); }
+};
+
+// Reads a message's fields one after the other.
+class FieldReader {
  public:
-  explicit Fields(const Message& message) : message_(message) {}
-  const std::string& Text() {
-    if (next_ == message_.size()) throw std::runtime_error("a worker's message ends early");
-    return message_[next_++];
-  }
-  int64_t Number() { return std::stoll(Text()); }
-  bool Flag() { return Number() != 0; }
+  explicit FieldReader(const Message& message) : message_(message) {}
+  void operator()(std::string& text) { text = Next(); }
+  void operator()(int64_t& number) { number = std::stoll(Next()); }
+  void operator()(bool& flag) { flag = std::stoll(Next()) != 0; }
+  void operator()(double& seconds) { seconds = static_cast<double>(std::stoll(Next())) / kPerSecond; }
   bool isAtEnd() const { return next_ == message_.size(); }
 
  private:
+  const std::string& Next() {
+    if (isAtEnd()) throw std::runtime_error("a worker's message ends early");
+    return message_[next_++];
+  }
+
   const Message& message_;
   size_t next_ = 0;
 };
@@ -96,69 +148,32 @@ std::optional<Message> Receive(int socket, Inbox* inbox) {
 }
 
 Message ToMessage(const FileTask& task) {
-  Message message = {task.kind,
-                     task.input,
-                     task.before,
-                     task.after,
-                     fmt::format("{}", task.pageDigits),
-                     task.format,
-                     task.isKnown ? "1" : "0",
-                     task.knownHash,
-                     fmt::format("{}", task.page)};
+  Message message;
+  ForEachField(task, FieldWriter{&message});
   message.insert(message.end(), task.outputs.begin(), task.outputs.end());
   return message;
 }
 
 FileTask TaskFrom(const Message& message) {
-  Fields fields(message);
+  FieldReader reader(message);
   FileTask task;
-  task.kind = fields.Text();
-  task.input = fields.Text();
-  task.before = fields.Text();
-  task.after = fields.Text();
-  task.pageDigits = fields.Number();
-  task.format = fields.Text();
-  task.isKnown = fields.Flag();
-  task.knownHash = fields.Text();
-  task.page = fields.Number();
-  while (!fields.isAtEnd()) task.outputs.push_back(fields.Text());
+  ForEachField(task, reader);
+  while (!reader.isAtEnd()) reader(task.outputs.emplace_back());
   return task;
 }
 
 Message ToMessage(const FileResult& result) {
-  Message message = {result.isUnchanged ? "1" : "0",
-                     result.error,
-                     result.hash,
-                     fmt::format("{}", result.size),
-                     fmt::format("{}", result.modified),
-                     fmt::format("{}", static_cast<int64_t>(result.seconds * 1e6))};
-  for (const PageResult& page : result.pages) {
-    message.insert(message.end(), {fmt::format("{}", page.page), page.isDone ? "1" : "0", page.output,
-                                   fmt::format("{}", page.size), page.hash, page.record, page.error});
-  }
+  Message message;
+  ForEachField(result, FieldWriter{&message});
+  for (const PageResult& page : result.pages) ForEachField(page, FieldWriter{&message});
   return message;
 }
 
 FileResult ResultFrom(const Message& message) {
-  Fields fields(message);
+  FieldReader reader(message);
   FileResult result;
-  result.isUnchanged = fields.Flag();
-  result.error = fields.Text();
-  result.hash = fields.Text();
-  result.size = fields.Number();
-  result.modified = fields.Number();
-  result.seconds = static_cast<double>(fields.Number()) / 1e6;
-  while (!fields.isAtEnd()) {
-    PageResult page;
-    page.page = fields.Number();
-    page.isDone = fields.Flag();
-    page.output = fields.Text();
-    page.size = fields.Number();
-    page.hash = fields.Text();
-    page.record = fields.Text();
-    page.error = fields.Text();
-    result.pages.push_back(std::move(page));
-  }
+  ForEachField(result, reader);
+  while (!reader.isAtEnd()) ForEachField(result.pages.emplace_back(), reader);
   return result;
 }
 

@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/batch/files.h"
 #include "tools/paths.h"
 
 namespace rastrel::tool {
@@ -97,8 +98,7 @@ class Lister {
 
   void Add(const fs::path& path, const fs::path& folder) {
     // An input may be named in several ways, and is one; its first name counts.
-    std::error_code error;
-    if (!known_.insert(NameOf(fs::absolute(path, error).lexically_normal())).second) return;
+    if (!known_.insert(WholeName(NameOf(path))).second) return;
     BatchItem item;
     item.input = NameOf(path.lexically_normal());
     item.format = options_.job.format;

@@ -8,6 +8,7 @@
 
 #include "tools/batch/files.h"
 #include "tools/console.h"
+#include "tools/json_line.h"
 #include "tools/system.h"
 
 namespace rastrel::tool {
@@ -88,7 +89,7 @@ void Progress::Log(const char* event, Json fields) {
   if (!log_) return;
   Json line = {{"time", TimeNow()}, {"event", event}};
   line.update(fields);
-  Put(log_.get(), line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
+  Put(log_.get(), JsonLine(line) + "\n");
 }
 
 void Progress::Finish(bool isInterrupted) {

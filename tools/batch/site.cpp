@@ -6,7 +6,6 @@
 #include <fstream>
 #include <map>
 #include <optional>
-#include <thread>
 #include <utility>
 
 #include <fmt/format.h>
@@ -19,9 +18,11 @@
 #include "tools/batch/names.h"
 #include "tools/batch/progress.h"
 #include "tools/console.h"
+#include "tools/json_line.h"
 #include "tools/operations.h"
 #include "tools/paths.h"
 #include "tools/report_site/files.h"
+#include "tools/system.h"
 
 namespace rastrel::tool {
 namespace {
@@ -38,18 +39,7 @@ struct SitePage {
   std::string key;  // of its pictures
   int64_t pageInOutput = 1;
   PageFacts facts;
-  double seconds = 0;
 };
-
-std::string Line(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
-
-double SecondsOf(const std::string& record) {
-  const auto json = nlohmann::json::parse(record, nullptr, false);
-  double milliseconds = 0;
-  if (!json.is_object() || !json.contains("steps")) return 0;
-  for (const auto& step : json["steps"]) milliseconds += step.value("ms", 0.0);
-  return milliseconds / 1000;
-}
 
 void WriteText(const fs::path& path, const std::string& text) {
   std::ofstream file(path, std::ios::binary);
@@ -105,7 +95,6 @@ class Site {
       SitePage page;
       try {
         page.facts = FactsFrom(row.record);
-        page.seconds = SecondsOf(row.record);
       } catch (const nlohmann::json::exception&) {
         page.facts = {};  // a record with other things than numbers and words in their places
       }
@@ -140,7 +129,7 @@ class Site {
       const size_t place = placeOf_.at({row.file, row.page});
       Json record = Json::parse(row.record, nullptr, false);
       if (!record.is_object()) record = {{"error", row.error}};
-      chunks[place / kRecordsPerChunk] += fmt::format("{}:{},\n", place, Line(record));
+      chunks[place / kRecordsPerChunk] += fmt::format("{}:{},\n", place, JsonLine(record));
     });
     for (size_t i = 0; i < chunks.size(); ++i) {
       WriteText(folder_ / "data" / fmt::format("records-{}.js", i),
@@ -167,31 +156,29 @@ class Site {
                           (HasPicture(page, "before") ? 8 : 0) | (HasPicture(page, "after") ? 16 : 0) |
                           (facts.isDropped ? 32 : 0);
         const auto rounded = [](double value, double steps) { return std::round(value * steps) / steps; };
-        text += Line(Json::array({page.row.input, page.row.page, page.key, page.row.output,
-                                  kStates[static_cast<int>(page.row.progress)], attention_[i].score,
-                                  attention_[i].reasons, rounded(facts.skew, 100),
-                                  rounded(facts.skewConfidence, 100), rounded(facts.removedShare, 10000),
-                                  rounded(facts.speckShare, 1e6), facts.holes, rounded(page.seconds, 1000),
-                                  flags})) +
+        text += JsonLine(Json::array({page.row.input, page.row.page, page.key, page.row.output,
+                                      kStates[static_cast<int>(page.row.progress)], attention_[i].score,
+                                      attention_[i].reasons, rounded(facts.skew, 100),
+                                      rounded(facts.skewConfidence, 100), rounded(facts.removedShare, 10000),
+                                      rounded(facts.speckShare, 1e6), facts.holes,
+                                      rounded(facts.seconds, 1000), flags})) +
                 ",\n";
       }
       WriteText(folder_ / "data" / fmt::format("rows-{}.js", chunk++), text + "]);\n");
     }
     WriteText(folder_ / "data" / "summary.js",
-              fmt::format("rastrel.summary({});\n", Line({{"pages", pages_.size()},
-                                                          {"rowChunks", chunk},
-                                                          {"rowsPerChunk", kRowsPerChunk},
-                                                          {"recordsPerChunk", kRecordsPerChunk},
-                                                          {"made", TimeNow()},
-                                                          {"manifest", options_.manifest},
-                                                          {"version", PagesVersion()}})));
+              fmt::format("rastrel.summary({});\n", JsonLine({{"pages", pages_.size()},
+                                                              {"rowChunks", chunk},
+                                                              {"rowsPerChunk", kRowsPerChunk},
+                                                              {"recordsPerChunk", kRecordsPerChunk},
+                                                              {"made", TimeNow()},
+                                                              {"manifest", options_.manifest},
+                                                              {"version", PagesVersion()}})));
   }
 
   // By the workers of a batch, as a page may take down whoever reads it. Those that are there stay. Returns
   // how many pages have none.
   int64_t MakePictures() {
-    const size_t workers = options_.threads > 0 ? static_cast<size_t>(options_.threads)
-                                                : std::max(1u, std::thread::hardware_concurrency());
     std::vector<FileTask> tasks;
     std::vector<bool> isDone;  // of the page that a task is for
     for (const SitePage& page : pages_) {
@@ -203,7 +190,7 @@ class Site {
     }
     Progress progress("", options_.isQuiet);
     progress.Start(tasks.size(), 0, 0);
-    Crew crew(command_, workers, false);
+    Crew crew(command_, ThreadsFor(options_.threads), false);
     int64_t failed = 0;
     for (size_t next = 0; next < tasks.size() || crew.busy() > 0;) {
       while (next < tasks.size() && crew.HasRoom()) {

@@ -75,10 +75,6 @@ class Outcome {
   std::string whyFailed_;
 };
 
-std::string WholeName(const std::string& path) {
-  return NameOf(fs::absolute(PathOf(path)).lexically_normal());
-}
-
 // Which files may be replaced: those in which nothing but this batch's own work would be lost.
 class Replaceable {
  public:

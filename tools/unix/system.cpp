@@ -47,9 +47,13 @@ void Exclusively(const std::function<void()>& work) {
   work();
 }
 
+unsigned ThreadsFor(int wanted) {
+  return wanted > 0 ? static_cast<unsigned>(wanted) : std::max(1u, std::thread::hardware_concurrency());
+}
+
 // As many results are in memory as there are threads; a few more wait for their turn to be finished.
-void RunInOrder(size_t count, unsigned threads, const std::function<Finish(size_t)>& work) {
-  if (threads == 0) threads = std::max(1u, std::thread::hardware_concurrency());
+void RunInOrder(size_t count, int wantedThreads, const std::function<Finish(size_t)>& work) {
+  const unsigned threads = ThreadsFor(wantedThreads);
   if (threads == 1 || count < 2) {
     for (size_t i = 0; i < count; ++i) work(i)();
     return;

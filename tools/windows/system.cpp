@@ -56,8 +56,10 @@ void OnInterruption(void (*handler)(int signal)) {
 
 void Exclusively(const std::function<void()>& work) { work(); }
 
-// One after the other: the compiler's library for the system's own threads has none of its own.
-void RunInOrder(size_t count, unsigned /*threads*/, const std::function<Finish(size_t)>& work) {
+// The compiler's library for the system's own threads has none of its own.
+unsigned ThreadsFor(int /*wanted*/) { return 1; }
+
+void RunInOrder(size_t count, int /*wantedThreads*/, const std::function<Finish(size_t)>& work) {
   for (size_t i = 0; i < count; ++i) work(i)();
 }
 
