@@ -243,6 +243,7 @@ struct Finished {
     std::string path;
   };
   std::vector<File> files;  // for others
+  std::string refused;      // of these, what could not be written
   Writer overlay;           // likewise
 };
 
@@ -691,6 +692,7 @@ class Jobs {
         finished->files.push_back({std::move(writer), path});
         report.outputs.push_back(path);
       } catch (const PageError& error) {
+        finished->refused = path;
         throw PageError(fmt::format("{} {}", path, error.what()));
       }
     }
@@ -714,6 +716,9 @@ class Jobs {
                       finished.fileWithoutDpi, kAssumedDpi));
     }
     try {
+      // Whether a page found another one's file there is a matter of time; what is told of it is not.
+      if (!finished.refused.empty()) RefuseTwice(finished.refused);
+      if (!report.error.empty()) finished.files.clear();
       for (Finished::File& file : finished.files) {
         RefuseLoss(file.path, finished.files.size() > 1);
         Complete(std::move(file.writer), file.path);
@@ -735,9 +740,14 @@ class Jobs {
   // The names of parts turn up only on the way: they can take neither an input's place nor another output's.
   void RefuseLoss(const std::string& path, bool isPart) {
     if (path == kStandard) return;
-    const bool isNew = written_.insert(UniqueName(path)).second;
-    if (!isNew) throw PageError(fmt::format("is not written: several pages would go to {}", path));
+    RefuseTwice(path);
+    written_.insert(UniqueName(path));
     if (isPart) RefuseReplacing(path);
+  }
+
+  void RefuseTwice(const std::string& path) const {
+    if (!written_.contains(UniqueName(path))) return;
+    throw PageError(fmt::format("is not written: several pages would go to {}", path));
   }
 
   void AddToDocument(const std::vector<Encoded>& pages, size_t output, PageReport* report) {
