@@ -16,6 +16,8 @@ using namespace pages;
 
 // What stands before a block in JPEG and WebP files.
 inline constexpr std::string_view kExifIntro{"Exif\0\0", 6};
+// What stands before XMP in the same kind of marker, its 0 included.
+inline constexpr std::string_view kXmpIntro{"http://ns.adobe.com/xap/1.0/", 29};
 // The texts that a block has a place for, as formats list what they keep.
 #define RASTREL_EXIF_TEXTS "description,artist,copyright,date,make,model,software"
 

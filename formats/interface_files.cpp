@@ -315,14 +315,14 @@ int32_t RASTREL_CALL SplitRawPage(const RawPage* page, int width, int height, Ra
                                   int32_t capacity) {
   return Guarded<int32_t>(0, [&] {
     Require(page != nullptr, "there is no page");
-    const std::vector<Area> areas = TileAreas(page->page.width, page->page.height, width, height);
-    const auto count = static_cast<int32_t>(areas.size());
+    const Raw& whole = page->page;
+    const int32_t count = CountTiles(whole.width, whole.height, width, height);
     if (tiles == nullptr) return count;
     Require(capacity >= count, "there is no room for all tiles");
     std::vector<std::unique_ptr<RawPage>> made;
-    for (const Area& area : areas) {
+    for (const Area& area : TileAreas(whole.width, whole.height, width, height)) {
       made.push_back(std::make_unique<RawPage>(
-          RawPage{Cropped(page->page, area.left, area.top, area.width(), area.height())}));
+          RawPage{Cropped(whole, area.left, area.top, area.width(), area.height())}));
     }
     for (size_t i = 0; i < made.size(); ++i) tiles[i] = made[i].release();
     return count;

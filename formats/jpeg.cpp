@@ -64,7 +64,6 @@ void OnMessage(j_common_ptr jpeg, int level) {
   }
 }
 
-constexpr std::string_view kXmpIntro = "http://ns.adobe.com/xap/1.0/\0"sv;
 constexpr std::string_view kPhotoshopIntro = "Photoshop 3.0\0"sv;
 
 // What follows `intro` in the first marker of a kind that begins with it.

@@ -181,7 +181,7 @@ std::vector<uint8_t> RawProfile(std::string_view text) {
 }
 
 bool TakeRawProfile(std::string_view keyword, std::string_view text, Metadata* metadata) {
-  constexpr std::string_view kIntro = "Raw profile type ", kXmp = "http://ns.adobe.com/xap/1.0/\0"sv;
+  constexpr std::string_view kIntro = "Raw profile type ";
   if (!keyword.starts_with(kIntro)) return false;
   const std::string_view kind = keyword.substr(kIntro.size());
   const std::vector<uint8_t> bytes = RawProfile(text);
@@ -190,8 +190,8 @@ bool TakeRawProfile(std::string_view keyword, std::string_view text, Metadata* m
     TakeExif(bytes, metadata);
   } else if (kind == "xmp") {
     metadata->Set("xmp", bytes);
-  } else if (kind == "APP1" && all.starts_with(kXmp)) {
-    metadata->SetText("xmp", all.substr(kXmp.size()));
+  } else if (kind == "APP1" && all.starts_with(kXmpIntro)) {
+    metadata->SetText("xmp", all.substr(kXmpIntro.size()));
   } else if (kind == "iptc" || kind == "8bim") {
     metadata->Set(all.starts_with("8BIM") ? "photoshop" : "iptc", bytes);
   } else if (kind == "icc" || kind == "icm") {

@@ -33,63 +33,43 @@ void RunStretches(const uint16_t* starts, const uint16_t* steps, size_t count, u
 }
 
 #if RASTREL_HAS_X86_VERSIONS
-// The upper bytes along two stretches of 8, a half each, whose starts and steps `which` picks.
-RASTREL_FOR_AVX2 inline __m256i TwoStretchesOf8Avx2(__m256i starts, __m256i steps, __m256i which) {
-  const __m256i places = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7);
-  const __m256i climbs = _mm256_mullo_epi16(places, _mm256_shuffle_epi8(steps, which));
-  return _mm256_srli_epi16(_mm256_add_epi16(_mm256_shuffle_epi8(starts, which), climbs), 8);
-}
-
-RASTREL_FOR_AVX2 inline void RunStretchesOf8Avx2(const uint16_t* starts, const uint16_t* steps, size_t count,
-                                                 uint8_t* bytes) {
-  // Numbers 0 and 2 of four, and 1 and 3: packing lays halves side by side.
-  const __m256i first =
-      _mm256_setr_epi64x(0x0100010001000100, 0x0100010001000100, 0x0504050405040504, 0x0504050405040504);
-  const __m256i second = _mm256_add_epi8(first, _mm256_set1_epi8(2));
+// Stretches of 4 or 8, 32 bytes at once. Each half of a register has all their starts, or steps; shuffles
+// pick those of 16 sums, and packing lays halves side by side.
+template <int kSide>
+RASTREL_FOR_AVX2 void RunStretchesAvx2(const uint16_t* starts, const uint16_t* steps, size_t count,
+                                       uint8_t* bytes) {
+  static_assert(kSide == 4 || kSide == 8);
+  constexpr size_t kAtOnce = 32 / kSide;
+  const __m256i places = kSide == 8 ? _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7)
+                                    : _mm256_setr_epi16(0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3);
+  // Numbers 0 and 2 of four, or 0, 1, 4 and 5 of eight; the second sums are those of the numbers between.
+  const __m256i first = kSide == 8 ? _mm256_setr_epi64x(0x0100010001000100, 0x0100010001000100,
+                                                        0x0504050405040504, 0x0504050405040504)
+                                   : _mm256_setr_epi64x(0x0100010001000100, 0x0302030203020302,
+                                                        0x0908090809080908, 0x0B0A0B0A0B0A0B0A);
+  const __m256i second = _mm256_add_epi8(first, _mm256_set1_epi8(16 / kSide));
   size_t i = 0;
-  for (; i + 4 <= count; i += 4) {
+  for (; i + kAtOnce <= count; i += kAtOnce) {
+    const auto* const startsHere = reinterpret_cast<const __m128i*>(starts + i);
+    const auto* const stepsHere = reinterpret_cast<const __m128i*>(steps + i);
     const __m256i start =
-        _mm256_broadcastsi128_si256(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(starts + i)));
+        _mm256_broadcastsi128_si256(kSide == 8 ? _mm_loadl_epi64(startsHere) : _mm_loadu_si128(startsHere));
     const __m256i step =
-        _mm256_broadcastsi128_si256(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(steps + i)));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(bytes + i * 8),
-                        _mm256_packus_epi16(TwoStretchesOf8Avx2(start, step, first),
-                                            TwoStretchesOf8Avx2(start, step, second)));
+        _mm256_broadcastsi128_si256(kSide == 8 ? _mm_loadl_epi64(stepsHere) : _mm_loadu_si128(stepsHere));
+    __m256i sums[2];
+    for (const int part : {0, 1}) {
+      const __m256i which = part == 0 ? first : second;
+      const __m256i climbs = _mm256_mullo_epi16(places, _mm256_shuffle_epi8(step, which));
+      sums[part] = _mm256_srli_epi16(_mm256_add_epi16(_mm256_shuffle_epi8(start, which), climbs), 8);
+    }
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(bytes + i * kSide), _mm256_packus_epi16(sums[0], sums[1]));
   }
-  RunStretches<8>(starts + i, steps + i, count - i, bytes + i * 8);
-}
-
-// The same for stretches of 4, of which eight make 32 bytes.
-RASTREL_FOR_AVX2 inline __m256i FourStretchesOf4Avx2(__m256i starts, __m256i steps, __m256i which) {
-  const __m256i places = _mm256_setr_epi16(0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3, 0, 1, 2, 3);
-  const __m256i climbs = _mm256_mullo_epi16(places, _mm256_shuffle_epi8(steps, which));
-  return _mm256_srli_epi16(_mm256_add_epi16(_mm256_shuffle_epi8(starts, which), climbs), 8);
-}
-
-RASTREL_FOR_AVX2 inline void RunStretchesOf4Avx2(const uint16_t* starts, const uint16_t* steps, size_t count,
-                                                 uint8_t* bytes) {
-  // Numbers 0, 1, 4 and 5 of eight, and 2, 3, 6 and 7.
-  const __m256i first =
-      _mm256_setr_epi64x(0x0100010001000100, 0x0302030203020302, 0x0908090809080908, 0x0B0A0B0A0B0A0B0A);
-  const __m256i second = _mm256_add_epi8(first, _mm256_set1_epi8(4));
-  size_t i = 0;
-  for (; i + 8 <= count; i += 8) {
-    const __m256i start =
-        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(starts + i)));
-    const __m256i step =
-        _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(steps + i)));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(bytes + i * 4),
-                        _mm256_packus_epi16(FourStretchesOf4Avx2(start, step, first),
-                                            FourStretchesOf4Avx2(start, step, second)));
-  }
-  RunStretches<4>(starts + i, steps + i, count - i, bytes + i * 4);
+  RunStretches<kSide>(starts + i, steps + i, count - i, bytes + i * kSide);
 }
 #else
-inline void RunStretchesOf4Avx2(const uint16_t* starts, const uint16_t* steps, size_t count, uint8_t* bytes) {
-  RunStretches<4>(starts, steps, count, bytes);
-}
-inline void RunStretchesOf8Avx2(const uint16_t* starts, const uint16_t* steps, size_t count, uint8_t* bytes) {
-  RunStretches<8>(starts, steps, count, bytes);
+template <int kSide>
+void RunStretchesAvx2(const uint16_t* starts, const uint16_t* steps, size_t count, uint8_t* bytes) {
+  RunStretches<kSide>(starts, steps, count, bytes);
 }
 #endif
 
@@ -97,10 +77,10 @@ template <int kSide>
 inline constexpr Kernel kRunStretches = Widest<RunStretches<kSide>>;
 template <>
 inline constexpr Kernel kRunStretches<4> =
-    Kernel(RunStretches<4>).With(Processor::kAvx2, RunStretchesOf4Avx2);
+    Kernel(RunStretches<4>).With(Processor::kAvx2, RunStretchesAvx2<4>);
 template <>
 inline constexpr Kernel kRunStretches<8> =
-    Kernel(RunStretches<8>).With(Processor::kAvx2, RunStretchesOf8Avx2);
+    Kernel(RunStretches<8>).With(Processor::kAvx2, RunStretchesAvx2<8>);
 
 // ---- comparisons ------------------------------------------------------------------------------------------
 
