@@ -132,7 +132,7 @@ int32_t RASTREL_CALL SplitPage(HGLOBAL page, int width, int height, HGLOBAL* til
   return Guarded<int32_t>(0, [&] {
     const InputPage input(page);
     const PageView view(input.dib());
-    const auto count = static_cast<int32_t>(TileAreas(view.width(), view.height(), width, height).size());
+    const int32_t count = CountTiles(view.width(), view.height(), width, height);
     if (tiles == nullptr) return count;
     Require(capacity >= count, "there is no room for all tiles");
     std::vector<Dib> made = Split(input.dib(), width, height);

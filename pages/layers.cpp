@@ -232,8 +232,7 @@ class Parting {
     }
     for (const TextLayer& text : layers_.texts) {
       const BitPlane ink = InkOf1Bit(PageView(text.ink));
-      const auto grey =
-          static_cast<uint8_t>((299 * text.colour[0] + 587 * text.colour[1] + 114 * text.colour[2]) / 1000);
+      const uint8_t grey = Luma(text.colour[0], text.colour[1], text.colour[2]);
       for (int y = 0; y < model_.height; ++y) {
         for (int x = 0; x < model_.width; ++x) {
           if (ink.Get(x, y)) page.PageRow(y)[x] = grey;

@@ -419,7 +419,7 @@ class ModelCleaning {
       record_.skipped.push_back({"paper", "the text is light"});
       return;
     }
-    Dib unchanged = Duplicate(Current());
+    Dib before = painted_ ? Duplicate(painted_) : Dib();  // what was painted on, or nothing
     const PageView view(ToPaint());
     const PixelRows rows = {view.PageRow(0), -static_cast<ptrdiff_t>(view.stride()), isTrueColour ? 3 : 1};
     const BitPlane pictures = Screened();
@@ -433,7 +433,7 @@ class ModelCleaning {
     if (missing.isNothing()) return;
     record_.takenBack.push_back({"paper", Text(missing.pixels, " pixels of ink were too pale at ",
                                                missing.box.left, ", ", missing.box.top)});
-    painted_ = std::move(unchanged);
+    painted_ = std::move(before);
   }
 
   // Photographs, tints and screens, pixel by pixel.

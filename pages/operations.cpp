@@ -222,18 +222,22 @@ Area SheetArea(const Dib& page, const SheetOptions& options) {
           std::max(there.right, view.width() - back.left), std::max(there.bottom, view.height() - back.top)};
 }
 
-std::vector<Area> TileAreas(int pageWidth, int pageHeight, int width, int height) {
+int CountTiles(int pageWidth, int pageHeight, int width, int height) {
   if (height == 0) height = width;
   if (width < 1 || height < 1) throw PageError("tiles have a width and a height", ErrParameter);
   const auto parts = [](int whole, int part) { return (int64_t{whole} + part - 1) / part; };
-  const int64_t rows = parts(pageHeight, height), columns = parts(pageWidth, width);
+  const int64_t count = parts(pageWidth, width) * parts(pageHeight, height);
   constexpr int64_t kMostTiles = 1 << 24;  // handles of that many fill a table
-  if (rows * columns > kMostTiles) throw PageError("tiles are too small for the page");
+  if (count > kMostTiles) throw PageError("tiles are too small for the page");
+  return static_cast<int>(count);
+}
+
+std::vector<Area> TileAreas(int pageWidth, int pageHeight, int width, int height) {
   std::vector<Area> areas;
-  areas.reserve(static_cast<size_t>(rows * columns));
-  for (int64_t row = rows; row > 0; --row) {
-    const int64_t top = std::max<int64_t>(pageHeight - row * height, 0),
-                  bottom = pageHeight - (row - 1) * height;
+  areas.reserve(static_cast<size_t>(CountTiles(pageWidth, pageHeight, width, height)));
+  if (height == 0) height = width;
+  const int rest = pageHeight % height;  // the height of the top row, where there is one
+  for (int64_t top = 0, bottom = rest > 0 ? rest : height; top < pageHeight; top = bottom, bottom += height) {
     for (int64_t left = 0; left < pageWidth; left += width) {
       const int64_t right = std::min<int64_t>(left + width, pageWidth);
       areas.push_back(
@@ -247,7 +251,7 @@ std::vector<Dib> Split(const Dib& page, int width, int height) {
   if (height == 0) height = width;
   {
     const PageView view(page);
-    TileAreas(view.width(), view.height(), width, height);  // checks them
+    CountTiles(view.width(), view.height(), width, height);  // checks them
   }
   if (width % TileStep(page) != 0) {
     throw PageError(Text("tiles of a page of ", Count(PageView(page).bits(), "bit"), " are a multiple of ",

@@ -55,8 +55,10 @@ struct SheetOptions {
 // Where the scanned sheet is.
 Area SheetArea(const Dib& page, const SheetOptions& options = {});
 
-// The tiles of a page of so many pixels, row by row from the top left; height 0: as the width. They are laid
-// from the bottom left corner, so that those of the top row and of the rightmost column may be smaller.
+// How many tiles a page of so many pixels has; height 0: as the width.
+int CountTiles(int pageWidth, int pageHeight, int width, int height);
+// These, row by row from the top left. They are laid from the bottom left corner, so that those of the top
+// row and of the rightmost column may be smaller.
 std::vector<Area> TileAreas(int pageWidth, int pageHeight, int width, int height);
 // Cuts them, a page each.
 std::vector<Dib> Split(const Dib& page, int width, int height);

@@ -10,8 +10,6 @@
 namespace rastrel::pages {
 namespace {
 
-// The sums of `factor` rows from `y` on, column by column; 64 x 255 at most, with the columns added up too.
-// Beyond the page its last row and column go on.
 void AddRow(const uint8_t* __restrict row, int count, uint16_t* __restrict sums) {
   for (int x = 0; x < count; ++x) sums[x] = static_cast<uint16_t>(sums[x] + row[x]);
 }
@@ -19,6 +17,8 @@ void AddFourRows(const uint8_t* __restrict a, const uint8_t* __restrict b, const
                  const uint8_t* __restrict d, int count, uint16_t* __restrict sums) {
   for (int x = 0; x < count; ++x) sums[x] = static_cast<uint16_t>(sums[x] + a[x] + b[x] + c[x] + d[x]);
 }
+// The sums of `factor` rows from `y` on, column by column; 64 x 255 at most, with the columns added up too.
+// Beyond the page its last row and column go on.
 void AddRows(const BytePlane& page, int y, int factor, std::span<uint16_t> sums) {
   const int width = page.width();
   const auto row = [&](int i) { return page.Row(std::min(y + i, page.height() - 1)); };
