@@ -171,6 +171,17 @@ def case_verify():
     assert "out/1.tif: is not what was written" in run("batch", "scans", "-o", "out", "--verify", code=1)
     run("batch", "scans", "-o", "out", code=1)
     assert pathlib.Path("out/1.tif").read_bytes() == bytes_, "somebody's changes are replaced unasked"
+    # It is found again, until it is what it was; so are outputs whose inputs are gone.
+    os.rename("scans/1.tif", "1.tif")
+    run("batch", "scans", "-o", "out", "--verify", code=1)
+    bytes_[-1] ^= 1
+    pathlib.Path("out/1.tif").write_bytes(bytes_)
+    run("batch", "scans", "-o", "out", "--verify")
+    assert rows()[0]["1.tif"] == ["done"]
+    os.rename("1.tif", "scans/1.tif")
+    bytes_[-1] ^= 1
+    pathlib.Path("out/1.tif").write_bytes(bytes_)
+    run("batch", "scans", "-o", "out", "--verify", code=1)
     run("batch", "scans", "-o", "out", "--retry", code=1)
     assert pathlib.Path("out/1.tif").read_bytes() == bytes_, "neither by --retry"
     run("batch", "scans", "-o", "out", "--retry", "--overwrite")

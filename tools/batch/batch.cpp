@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <filesystem>
@@ -71,6 +72,7 @@ struct Todo {
   size_t item = 0;
   int64_t row = 0;  // 0: not yet in the manifest
   const char* reason = "";
+  FileState state = {};                        // of the input, before anything is done with it
   bool isKnown = false;                        // by an earlier run
   std::string knownHash = {};                  // of an input that may be what it was
   std::vector<FileRow::Written> written = {};  // what the batch wrote of it before
@@ -115,6 +117,7 @@ class Decider {
           row != nullptr && (row->progress == FileProgress::kWaiting || !row->written.empty());
       todo.isTaken = !mayBeOurs && !options_.job.overwrites && IsThere(item.output, item.format);
       todo.isKnown = row != nullptr;
+      todo.state = StateOf(item.input).value_or(FileState());
       if (row != nullptr) todo.written = row->written;
       if (todo.reason == kInputChanged) todo.knownHash = row->hash;
       decision.todo.push_back(std::move(todo));
@@ -134,11 +137,11 @@ class Decider {
     if (row->optionsHash != optionsHash_) return "other options";
     const std::optional<FileState> state = StateOf(item.input);
     const bool isSame = state && state->size == row->size && state->modified == row->modified;
-    if (row->progress == FileProgress::kFailed)
-      return isSame || !state ? nullptr : "failed before, and changed";
     for (const FileRow::Written& output : row->outputs) {
       if (!StateOf(output.path)) return "an output is missing";
     }
+    if (row->progress == FileProgress::kFailed)
+      return isSame || !state ? nullptr : "failed before, and changed";
     if (!isSame) return kInputChanged;
     return nullptr;
   }
@@ -232,12 +235,12 @@ class Batch {
       FileRow::Written output;
     };
     std::vector<Written> outputs;
-    const std::unordered_map<std::string, FileRow> rows = manifest_->Files();
-    for (const BatchItem& item : items_) {
-      const auto row = rows.find(manifest_->Stored(item.input));
-      if (row == rows.end() || row->second.progress == FileProgress::kWaiting) continue;
-      for (const FileRow::Written& output : row->second.outputs) outputs.push_back({row->second.id, output});
+    for (const auto& [input, row] : manifest_->Files()) {
+      if (row.progress == FileProgress::kWaiting) continue;
+      for (const FileRow::Written& output : row.outputs) outputs.push_back({row.id, output});
     }
+    std::sort(outputs.begin(), outputs.end(),
+              [](const Written& one, const Written& other) { return one.output.path < other.output.path; });
     progress_.Start(outputs.size(), 0, 0);
     Run(
         outputs.size(),
@@ -251,11 +254,12 @@ class Batch {
           const Written& written = outputs[event.item];
           const bool isRead = event.result && !event.result->pages.empty() && event.result->pages[0].isDone;
           if (isRead && event.result->pages[0].hash == written.output.hash) {
+            manifest_->SetVerified(written.row, written.output.path, "");
             progress_.End(written.output.path, *event.result);
             return;
           }
           const std::string error = !isRead ? "cannot be read again" : "is not what was written";
-          manifest_->SetPageFailed(written.row, written.output.page, "the output " + error);
+          manifest_->SetVerified(written.row, written.output.path, "the output " + error);
           progress_.Fail(written.output.path, error);
         });
     return End(0);
@@ -271,7 +275,7 @@ class Batch {
       } else if (!todo.isTaken) {
         manifest_->SetWaiting(todo.row, item.output.Text());
       }
-      if (todo.isTaken) manifest_->SetFailed(todo.row, kIsThere);
+      if (todo.isTaken) manifest_->SetFailed(todo.row, kIsThere, todo.state.size, todo.state.modified);
     }
     transaction.Commit();
   }
@@ -314,7 +318,7 @@ class Batch {
   }
 
   void Fail(const Todo& todo, const std::string& error) {
-    manifest_->SetFailed(todo.row, error);
+    manifest_->SetFailed(todo.row, error, todo.state.size, todo.state.modified);
     progress_.Fail(items_[todo.item].input, error);
   }
 

@@ -119,9 +119,7 @@ std::unordered_map<std::string, FileRow> Manifest::Files() {
     row.optionsHash = files.Text(7);
     byNumber[row.id] = &row;
   }
-  Statement pages(
-      &database_,
-      "SELECT file, output, outputHash, page FROM page WHERE output IS NOT NULL AND state = 'done'");
+  Statement pages(&database_, "SELECT file, output, outputHash, page FROM page WHERE output IS NOT NULL");
   for (bool isRow = pages.Run(); isRow; isRow = pages.Next()) {
     const auto row = byNumber.find(pages.Integer(0));
     if (row == byNumber.end()) continue;
@@ -169,13 +167,9 @@ int64_t Manifest::Add(const std::string& input, const std::string& output) {
 
 void Manifest::SetWaiting(int64_t file, const std::string& output) { setWaiting_->Run(Stored(output), file); }
 
-// With the input's size and time, so that another one by that name is tried again.
-void Manifest::SetFailed(int64_t file, const std::string& error) {
-  Statement name(&database_, "SELECT input FROM file WHERE id = ?");
-  name.Run(file);
-  const FileState state = StateOf(Resolved(name.Text(0))).value_or(FileState());
+void Manifest::SetFailed(int64_t file, const std::string& error, int64_t size, int64_t modified) {
   dropPages_->Run(file);
-  setFailed_->Run(error, run_, TimeNow(), state.size, state.modified, file);
+  setFailed_->Run(error, run_, TimeNow(), size, modified, file);
 }
 
 void Manifest::SetUnchanged(int64_t file, int64_t modified) { setUnchanged_->Run(modified, file); }
@@ -206,10 +200,15 @@ std::vector<std::string> Manifest::SetResult(int64_t file, const FileResult& res
   return lost;
 }
 
-void Manifest::SetPageFailed(int64_t file, int64_t page, const std::string& error) {
-  Statement(&database_, "UPDATE page SET state = 'failed', error = ? WHERE file = ? AND page = ?")
-      .Run(error, file, page);
-  Statement(&database_, "UPDATE file SET state = 'failed' WHERE id = ?").Run(file);
+void Manifest::SetVerified(int64_t file, const std::string& output, const std::string& error) {
+  const std::string state = error.empty() ? "done" : "failed", stored = Stored(output);
+  Statement(&database_, "UPDATE page SET state = ?, error = nullif(?, '') WHERE file = ? AND output = ?")
+      .Run(state, error, file, stored);
+  Statement(
+      &database_,
+      "UPDATE file SET state = CASE WHEN EXISTS (SELECT 1 FROM page WHERE file = ?1 AND state = 'failed') "
+      "THEN 'failed' ELSE 'done' END WHERE id = ?1 AND error IS NULL")
+      .Run(file);
 }
 
 }  // namespace rastrel::tool

@@ -27,7 +27,7 @@ struct FileRow {
     std::string path, hash;
     int64_t page = 1;
   };
-  std::vector<Written> outputs;  // of pages that are done
+  std::vector<Written> outputs;  // of pages that were done, also where they are no longer what was written
   std::vector<Written> written;  // all that the batch ever wrote of it, and has not seen replaced
 };
 
@@ -55,13 +55,14 @@ class Manifest {
   // Each returns or takes the number of a file's row.
   int64_t Add(const std::string& input, const std::string& output);
   void SetWaiting(int64_t file, const std::string& output);
-  void SetFailed(int64_t file, const std::string& error);
+  // With the input's size and time, so that another one by that name is tried again.
+  void SetFailed(int64_t file, const std::string& error, int64_t size, int64_t modified);
   // The input was touched and yet is what it was.
   void SetUnchanged(int64_t file, int64_t modified);
   // Returns the outputs of other files that were lost by it.
   std::vector<std::string> SetResult(int64_t file, const FileResult& result);
-  // An output is not what was written.
-  void SetPageFailed(int64_t file, int64_t page, const std::string& error);
+  // What reading an output again has shown, for all of its pages. No error: it is what was written.
+  void SetVerified(int64_t file, const std::string& output, const std::string& error);
 
   // Names are kept as seen from the manifest's folder, so that they hold when all of it is moved together.
   std::string Stored(const std::string& path) const;
