@@ -22,10 +22,16 @@
 namespace rastrel::tool {
 namespace {
 
+// Found once: OpenSSL looks through its providers each time.
+const EVP_MD* Sha256Kind() {
+  static const std::unique_ptr<EVP_MD, Freer<EVP_MD_free>> kind(EVP_MD_fetch(nullptr, "SHA256", nullptr));
+  return kind.get();
+}
+
 class Sha256 {
  public:
   Sha256() {
-    if (!context_ || EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) != 1) throw std::bad_alloc();
+    if (!context_ || EVP_DigestInit_ex(context_.get(), Sha256Kind(), nullptr) != 1) throw std::bad_alloc();
   }
   void Add(const void* bytes, size_t size) {
     if (EVP_DigestUpdate(context_.get(), bytes, size) != 1) throw std::bad_alloc();
@@ -35,7 +41,8 @@ class Sha256 {
     unsigned size = 0;
     if (EVP_DigestFinal_ex(context_.get(), digest.data(), &size) != 1) throw std::bad_alloc();
     std::string text;
-    for (unsigned i = 0; i < size; ++i) text += fmt::format("{:02x}", digest[i]);
+    constexpr char kDigits[] = "0123456789abcdef";
+    for (unsigned i = 0; i < size; ++i) text += {kDigits[digest[i] >> 4], kDigits[digest[i] & 15]};
     return text;
   }
 
@@ -66,13 +73,13 @@ std::string HashOfFile(const std::string& path) {
   } const closer{file};
   Sha256 hash;
   constexpr size_t kPieceBytes = 1 << 18;
-  std::vector<char> piece(kPieceBytes);
+  const auto piece = std::make_unique_for_overwrite<char[]>(kPieceBytes);
   while (true) {
-    const ssize_t count = ::read(file, piece.data(), piece.size());
+    const ssize_t count = ::read(file, piece.get(), kPieceBytes);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) fail();
     if (count == 0) return hash.Finish();
-    hash.Add(piece.data(), static_cast<size_t>(count));
+    hash.Add(piece.get(), static_cast<size_t>(count));
   }
 }
 

@@ -26,7 +26,7 @@ CREATE TABLE IF NOT EXISTS page (
   file INTEGER NOT NULL REFERENCES file, page INTEGER NOT NULL, state TEXT NOT NULL, error TEXT,
   output TEXT, outputSize INTEGER, outputHash TEXT, record TEXT, PRIMARY KEY (file, page));
 CREATE TABLE IF NOT EXISTS written (
-  path TEXT PRIMARY KEY, file INTEGER NOT NULL REFERENCES file, hash TEXT NOT NULL);
+  path TEXT PRIMARY KEY, file INTEGER NOT NULL REFERENCES file, hash TEXT NOT NULL) WITHOUT ROWID;
 CREATE VIEW IF NOT EXISTS pages AS
   SELECT file.input, file.size AS inputSize, file.modified AS inputModified, file.hash AS inputHash,
     coalesce(page.page, 1) AS page, page.output, page.outputSize, page.outputHash,
