@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import random
+import resource
 import shutil
 import signal
 import sqlite3
@@ -79,7 +80,8 @@ def case_plan():
                   ["scans", "-o", "out", "--name", "{stem}{what}"], ["scans", "-o", "out", "--name", "{stem}{page:0x}"],
                   ["scans", "-o", "out", "--name", "{stem}{page}/x"], ["scans", "-o", "out", "--name", "{stem"],
                   ["scans", "-o", "out", "--include", "*1.tif", "--name", "{stem}.tif", "--speck-level", "1"],
-                  ["scans", "-o", "out", "--verify"]):
+                  ["scans", "-o", "out", "--verify"], ["scans/sub", "-o", "scans/sub/", "--name", "{stem}-clean{ext}"],
+                  ["scans", "-o", "out", "--include", "a.jpg", "--name", "{stem}.png", "--format", "tif"]):
         assert run("batch", *words, code=2), words
     small_page("scans/sub/page2.tif")
     # Two files of one name in two folders.
@@ -240,6 +242,36 @@ def case_others():
     small_page("odd/batch.png").rename("odd/batch.sqlite.png")
     run("batch", "odd", "-o", "odd-out", "--name", "{stem}", "--overwrite", code=2)
     assert "1 of 1 files" in run("batch", "odd", os.path.abspath("odd"), "-o", "odd-out")
+    # A file is what its name says, and what is no longer made is counted.
+    run("batch", "few/a-001.png", "-o", ".", "--manifest", "few.sqlite", "--name", "{stem}.jpg")
+    assert pathlib.Path("a-001.jpg").read_bytes().startswith(b"\xff\xd8")
+    run("batch", "few/a-001.png", "-o", ".", "--manifest", "few.sqlite")
+    assert "; 1 outputs are left" in run("batch", "few/a-001.png", "-o", ".", "--manifest", "few.sqlite", "--no-specks")
+
+
+def case_reading():
+    """Reading a manifest writes nothing, and what is no manifest is refused unchanged."""
+    small_page("scans/0.tif")
+    run("batch", "scans", "-o", "out")
+
+    def listing():
+        return {path: path.read_bytes() for path in pathlib.Path(".").rglob("*") if path.is_file()}
+
+    with sqlite3.connect("other.db") as database:
+        database.execute("CREATE TABLE page (x)")
+    pathlib.Path("text.db").write_text("somebody's text, which is long enough for a header of SQLite: " * 9)
+    pathlib.Path("web").mkdir()
+    pathlib.Path("web/index.html").write_text("somebody's")
+    before = listing()
+    assert "0 of 1 files to do" in run("batch", "scans", "-o", "out", "--dry-run")
+    for words in (["report", "other.db", "-o", "report"], ["report", "text.db", "-o", "report"],
+                  ["batch", "scans", "-o", "out", "--manifest", "other.db"], ["batch", "scans", "-o", "out", "--manifest", "text.db"],
+                  ["report", "out/batch.sqlite", "-o", "web"]):
+        run(*words, code=2)
+    assert listing() == before, set(listing()) ^ set(before)
+    run("report", "out/batch.sqlite", "-o", "report", "--no-pictures")
+    run("report", "out/batch.sqlite", "-o", "report", "--no-pictures")
+    assert {path: bytes_ for path, bytes_ in listing().items() if path.parts[0] != "report"} == before
 
 
 def start(*words):
@@ -280,7 +312,9 @@ def case_death():
     assert busy.returncode == 2 and "another batch" in busy.stderr, busy
     process.send_signal(signal.SIGTERM)  # SIGINT is ignored in background jobs
     assert process.wait() == 130 and rows()[0]["1.tif"] == ["done"]
-    run("batch", "scans", "-o", "out")
+    # With room for few workers, those do it.
+    few_files = lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (14, 14))
+    run("batch", "scans", "-o", "out", "-j", 12, "--no-specks", preexec_fn=few_files)
 
 
 def case_kills(kills="20", files="60"):

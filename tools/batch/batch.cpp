@@ -303,6 +303,11 @@ class Batch {
     const std::string& input = items_[todo.item].input;
     if (!event.result) {
       Fail(todo, "its worker " + event.death);
+    } else if (const std::optional<std::string> full = FullDisk(*event.result)) {
+      // Nothing is wrong with the page: it waits, as do those after it.
+      manifest_->SetWaiting(todo.row, items_[todo.item].output.Text());
+      if (!std::exchange(isFull_, true))
+        progress_.Fail(input, *full + "; the batch ends here, and goes on when run again");
     } else if (!event.result->error.empty()) {
       Fail(todo, event.result->error);
     } else if (event.result->isUnchanged) {
@@ -314,6 +319,26 @@ class Batch {
       for (const std::string& path : lost) {
         progress_.Fail(path, fmt::format("was another input's output, and is now that of {}", input));
       }
+      TellLeftOver(todo, *event.result);
+    }
+  }
+
+  static std::optional<std::string> FullDisk(const FileResult& result) {
+    if (IsOfFullDisk(result.error)) return result.error;
+    for (const PageResult& page : result.pages) {
+      if (IsOfFullDisk(page.error)) return page.error;
+    }
+    return std::nullopt;
+  }
+
+  // What came of an earlier state of the input, or of other options, and of this one no more.
+  void TellLeftOver(const Todo& todo, const FileResult& result) {
+    for (const FileRow::Written& old : todo.written) {
+      const std::string name = WholeName(old.path);
+      const bool isMade = std::any_of(result.pages.begin(), result.pages.end(), [&](const PageResult& page) {
+        return !page.output.empty() && WholeName(page.output) == name;
+      });
+      if (!isMade && StateOf(old.path)) progress_.LeftOver(old.path, items_[todo.item].input);
     }
   }
 
@@ -330,9 +355,9 @@ class Batch {
     size_t next = 0;
     std::vector<Crew::Event> events;
     do {
-      while (next < count && crew_.HasRoom() && interruptions == 0) {
+      while (next < count && crew_.HasRoom() && MayGoOn()) {
         const FileTask task = makeTask(next);
-        crew_.Give(next++, task);
+        if (crew_.Give(next, task)) ++next;
       }
       if (!events.empty()) {
         Transaction transaction(manifest_->database());
@@ -341,8 +366,10 @@ class Batch {
       }
       events.clear();
       if (crew_.busy() > 0) events = crew_.Wait(kLongestWaitMs);
-    } while (!events.empty() || crew_.busy() > 0 || (next < count && interruptions == 0));
+    } while (!events.empty() || crew_.busy() > 0 || (next < count && MayGoOn()));
   }
+
+  bool MayGoOn() const { return interruptions == 0 && !isFull_; }
 
   int End(size_t failedBefore) {
     manifest_->EndRun();
@@ -356,6 +383,7 @@ class Batch {
   Manifest* manifest_;
   Progress progress_;
   Crew crew_;
+  bool isFull_ = false;
 };
 
 void PrintPlan(const std::vector<BatchItem>& items, const Decision& decision) {
@@ -384,7 +412,7 @@ int RunBatch(const BatchOptions& options, const std::vector<std::string>& comman
   std::error_code error;
   if (options.isDryRun) {
     std::unique_ptr<Manifest> manifest;
-    if (fs::exists(PathOf(path), error)) manifest = std::make_unique<Manifest>(path, false, isSafe);
+    if (fs::exists(PathOf(path), error)) manifest = std::make_unique<Manifest>(path, Database::Access::kRead);
     PrintPlan(items, Decider(options, items, manifest.get(), optionsHash).Decide());
     return 0;
   }
@@ -394,7 +422,7 @@ int RunBatch(const BatchOptions& options, const std::vector<std::string>& comman
   fs::create_directories(PathOf(options.output), error);
   if (error) throw UsageError(fmt::format("{}: {}", options.output, error.message()));
   const Lock lock(path);
-  Manifest manifest(path, true, isSafe);
+  Manifest manifest(path, Database::Access::kWrite, isSafe);
   manifest.BeginRun(optionsText, optionsHash);
   OnInterruption(Interrupt);
   Batch batch(options, items, command, &manifest);

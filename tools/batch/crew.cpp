@@ -86,20 +86,25 @@ std::string Crew::Bury(Worker* worker) {
   return fmt::format("ended with exit code {}", WEXITSTATUS(status));
 }
 
-void Crew::Give(size_t item, const FileTask& task) {
-  for (Worker& worker : workers_) {
-    if (worker.item) continue;
-    // An idle one that somebody has ended is found by what is sent to it.
-    for (int attempt = 0; attempt < 2; ++attempt) {
-      if (worker.process <= 0) Start(&worker);
-      if (Send(worker.socket, ToMessage(task))) {
-        worker.item = item;
-        return;
-      }
-      Bury(&worker);
+bool Crew::Give(size_t item, const FileTask& task) {
+  const auto idle =
+      std::find_if(workers_.begin(), workers_.end(), [](const Worker& worker) { return !worker.item; });
+  // One that somebody has ended is found by what is sent to it.
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    try {
+      if (idle->process <= 0) Start(&*idle);
+    } catch (const PageError&) {
+      if (busy() == 0) throw;
+      workers_.erase(idle);
+      return false;
     }
-    throw PageError("workers end as soon as they start");
+    if (Send(idle->socket, ToMessage(task))) {
+      idle->item = item;
+      return true;
+    }
+    Bury(&*idle);
   }
+  throw PageError("workers end as soon as they start");
 }
 
 std::vector<Crew::Event> Crew::Wait(int milliseconds) {

@@ -32,14 +32,44 @@ void Statement::Bind(int place, const std::string& value) {
 }
 void Statement::Bind(int place, std::nullptr_t) { sqlite3_bind_null(statement_.get(), place); }
 
-Database::Database(const std::string& path, bool mayCreate) : path_(path) {
-  sqlite3* handle = nullptr;
-  const int flags = SQLITE_OPEN_READWRITE | (mayCreate ? SQLITE_OPEN_CREATE : 0);
-  const int result = sqlite3_open_v2(path.c_str(), &handle, flags, nullptr);
-  handle_.reset(handle);
-  if (result != SQLITE_OK) Fail();
-  constexpr int kMostWaitMs = 60'000;  // for somebody who reads it meanwhile
-  sqlite3_busy_timeout(handle, kMostWaitMs);
+namespace {
+
+// The name as a URI that promises SQLite that nobody changes the file.
+std::string ImmutableName(const std::string& path) {
+  std::string uri = "file:";
+  for (const char c : path) {
+    if (c == '%' || c == '?' || c == '#') {
+      uri += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+    } else {
+      uri += c;
+    }
+  }
+  return uri + "?immutable=1";
+}
+
+}  // namespace
+
+Database::Database(const std::string& path, Access access) : path_(path) {
+  const auto open = [this](const std::string& name, int flags) {
+    sqlite3* handle = nullptr;
+    const int result = sqlite3_open_v2(name.c_str(), &handle, flags, nullptr);
+    handle_.reset(handle);
+    if (result != SQLITE_OK) Fail();
+    constexpr int kMostWaitMs = 60'000;  // for somebody who reads it meanwhile
+    sqlite3_busy_timeout(handle, kMostWaitMs);
+  };
+  if (access == Access::kWrite) {
+    open(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    return;
+  }
+  // Opened to be written, a file that belongs to this user is left without anything beside it.
+  open(path, SQLITE_OPEN_READWRITE);
+  Execute("PRAGMA query_only = ON");
+  // The log's index is a file beside it, which cannot be made everywhere.
+  const int result = sqlite3_exec(handle(), "SELECT 1 FROM sqlite_schema", nullptr, nullptr, nullptr);
+  if (result == SQLITE_CANTOPEN || result == SQLITE_READONLY) {
+    open(ImmutableName(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+  }
 }
 
 void Database::Execute(const char* sql) {

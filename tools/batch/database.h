@@ -49,8 +49,9 @@ class Statement {
 
 class Database {
  public:
-  // Makes the file where `isNew` is allowed.
-  Database(const std::string& path, bool mayCreate);
+  // To read, nothing is written beside the file either, so that it may lie where nobody can write.
+  enum class Access { kRead, kWrite };
+  Database(const std::string& path, Access access);
 
   void Execute(const char* sql);
   sqlite3* handle() const { return handle_.get(); }

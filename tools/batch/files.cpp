@@ -89,6 +89,13 @@ std::string HashOfText(std::string_view text) {
   return hash.Finish();
 }
 
+bool IsOfFullDisk(const std::string& error) {
+  for (const int code : {ENOSPC, EDQUOT}) {
+    if (error.find(std::strerror(code)) != std::string::npos) return true;
+  }
+  return false;
+}
+
 std::string TimeNow() {
   const std::time_t now = std::time(nullptr);
   std::tm parts{};

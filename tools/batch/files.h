@@ -23,6 +23,9 @@ std::string WholeName(const std::string& path);
 std::string HashOfFile(const std::string& path);
 std::string HashOfText(std::string_view text);
 
+// Whether an error tells in the system's words that no more can be written, whatever the page.
+bool IsOfFullDisk(const std::string& error);
+
 // "2026-01-31T12:00:00Z"
 std::string TimeNow();
 

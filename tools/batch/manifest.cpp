@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "tools/batch/files.h"
+#include "tools/operations.h"
 #include "tools/paths.h"
 
 namespace rastrel::tool {
@@ -12,7 +13,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int64_t kVersion = 1;  // of the tables
+constexpr int64_t kVersion = 1;                 // of the tables
+constexpr int64_t kApplicationId = 0x5273746c;  // "Rstl", by which the file is known as a manifest
 
 constexpr const char* kTables = R"(
 CREATE TABLE IF NOT EXISTS run (
@@ -37,6 +39,27 @@ CREATE VIEW IF NOT EXISTS pages AS
   FROM file LEFT JOIN page ON page.file = file.id LEFT JOIN run ON run.id = file.run;
 )";
 
+int64_t NumberFrom(Database* database, const char* sql) {
+  Statement statement(database, sql);
+  statement.Run();
+  return statement.Integer(0);
+}
+
+enum class KindOfFile { kManifest, kEmpty, kForeign };
+
+KindOfFile KindOf(Database* database) {
+  const int isThere =
+      sqlite3_exec(database->handle(), "SELECT 1 FROM sqlite_schema", nullptr, nullptr, nullptr);
+  if (isThere == SQLITE_NOTADB) return KindOfFile::kForeign;
+  if (NumberFrom(database, "SELECT count(*) FROM sqlite_schema") == 0) return KindOfFile::kEmpty;
+  const int64_t application = NumberFrom(database, "PRAGMA application_id");
+  // The first manifests had no mark.
+  const bool hasTables =
+      NumberFrom(database, "SELECT count(*) FROM sqlite_schema WHERE name IN ('run', 'file', 'page')") == 3;
+  const bool isOurs = application == kApplicationId || application == 0;
+  return isOurs && hasTables ? KindOfFile::kManifest : KindOfFile::kForeign;
+}
+
 FileProgress ProgressFrom(const std::string& state) {
   return state == "done"     ? FileProgress::kDone
          : state == "failed" ? FileProgress::kFailed
@@ -47,18 +70,24 @@ fs::path FolderOf(const std::string& manifest) { return PathOf(WholeName(manifes
 
 }  // namespace
 
-Manifest::Manifest(const std::string& path, bool mayCreate, bool isSafe)
-    : folder_(FolderOf(path)), here_(fs::current_path()), database_(path, mayCreate) {
+Manifest::Manifest(const std::string& path, Database::Access access, bool isSafe)
+    : folder_(FolderOf(path)), here_(fs::current_path()), database_(path, access) {
+  const KindOfFile kind = KindOf(&database_);
+  if (kind == KindOfFile::kForeign || (kind == KindOfFile::kEmpty && access == Database::Access::kRead)) {
+    throw UsageError(fmt::format("{} is no manifest of a batch", path));
+  }
+  const int64_t version = NumberFrom(&database_, "PRAGMA user_version");
+  if (version > kVersion) throw UsageError(fmt::format("{} is of a later version of this command", path));
+  if (access == Database::Access::kWrite) MakeTables(isSafe);
+}
+
+void Manifest::MakeTables(bool isSafe) {
   database_.Execute("PRAGMA journal_mode = WAL");
   database_.Execute(isSafe ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
-  Statement version(&database_, "PRAGMA user_version");
-  version.Run();
-  const int64_t found = version.Integer(0);
-  version.Next();
-  if (found > kVersion) throw PageError(fmt::format("{} is of a later version of this command", path));
   Transaction transaction(&database_);
   database_.Execute(kTables);
   database_.Execute(fmt::format("PRAGMA user_version = {}", kVersion).c_str());
+  database_.Execute(fmt::format("PRAGMA application_id = {}", kApplicationId).c_str());
   transaction.Commit();
   const auto prepare = [this](std::unique_ptr<Statement>* statement, const char* sql) {
     *statement = std::make_unique<Statement>(&database_, sql);

@@ -41,8 +41,9 @@ struct PageRow {
 
 class Manifest {
  public:
-  // `isSafe`: rows are on the disk before work goes on, so that not even a loss of power undoes them.
-  Manifest(const std::string& path, bool mayCreate, bool isSafe);
+  // To write, it is made where there is none. `isSafe`: rows are on the disk before work goes on, so that not
+  // even a loss of power undoes them. Throws UsageError for a file that is no manifest.
+  Manifest(const std::string& path, Database::Access access, bool isSafe = true);
 
   void BeginRun(const std::string& options, const std::string& optionsHash);
   void EndRun();
@@ -70,6 +71,7 @@ class Manifest {
   Database* database() { return &database_; }
 
  private:
+  void MakeTables(bool isSafe);
   std::string Resolved(const std::string& stored) const;
 
   std::filesystem::path folder_;

@@ -62,6 +62,10 @@ class Lister {
               [](const auto& one, const auto& other) { return NaturallyBefore(one.input, other.input); });
     std::unordered_map<std::string, const BatchItem*> outputs;
     for (const BatchItem& item : items_) {
+      if (IsFoundAgain(item.output.OfPage(1))) {
+        throw UsageError(fmt::format("{} would be an input of the next run; a batch writes to another folder",
+                                     item.output.OfPage(1)));
+      }
       const auto [other, isNew] = outputs.emplace(item.output.Text(), &item);
       if (!isNew) {
         throw UsageError(fmt::format(
@@ -75,6 +79,7 @@ class Lister {
  private:
   // Names that begin with a full stop are hidden, and so are files under way.
   void Walk(const fs::path& folder, const fs::path& relative) {
+    walked_.emplace(FolderOf(folder / "any"), relative);
     std::error_code error;
     fs::directory_iterator entry(folder, error);
     for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
@@ -88,9 +93,7 @@ class Lister {
         if (!options_.isRecursive || entry->is_symlink(kind)) continue;
         if (fs::weakly_canonical(entry->path(), kind) != output_) Walk(entry->path(), path);
       } else if (entry->is_regular_file(kind)) {
-        const bool isMeant = options_.include.empty() ? FormatByName(path).has_value()
-                                                      : FitsOne(NameOf(path), options_.include);
-        if (isMeant) Add(folder / PathOf(name), relative);
+        if (IsMeant(path)) Add(folder / PathOf(name), relative);
       }
     }
     if (error) trouble_->push_back(fmt::format("{}: {}", NameOf(folder), error.message()));
@@ -106,7 +109,35 @@ class Lister {
     if (item.format.empty()) item.format = format ? WritableFormat(format->name) : "tif";
     item.output = pattern_.Name(
         options_.output, {root_, NameOf(folder), NameOf(path.stem()), fmt::format(".{}", item.format)});
+    HoldToItsName(&item);
     items_.push_back(std::move(item));
+  }
+
+  // A file is what its name says.
+  void HoldToItsName(BatchItem* item) const {
+    const std::string name = item->output.OfPage(1);
+    const std::optional<PageFormat> told = FormatByName(PathOf(name));
+    if (!told || FindFormat(item->format)->name == std::string_view(told->name)) return;
+    if (!options_.job.format.empty() || !told->isWritten) {
+      throw UsageError(fmt::format("--name: {} would be a file of the format {}", name, item->format));
+    }
+    item->format = told->name;
+  }
+
+  static std::string FolderOf(const fs::path& file) {
+    return NameOf(PathOf(WholeName(NameOf(file))).parent_path());
+  }
+
+  // Whether the next run would find an output among its inputs.
+  bool IsFoundAgain(const std::string& output) const {
+    const auto folder = walked_.find(FolderOf(PathOf(output)));
+    return folder != walked_.end() && IsMeant(folder->second / PathOf(output).filename());
+  }
+
+  bool IsMeant(const fs::path& relative) const {
+    if (FitsOne(NameOf(relative), options_.exclude)) return false;
+    return options_.include.empty() ? FormatByName(relative).has_value()
+                                    : FitsOne(NameOf(relative), options_.include);
   }
 
   const BatchOptions& options_;
@@ -116,6 +147,7 @@ class Lister {
   std::string root_;
   std::vector<BatchItem> items_;
   std::unordered_set<std::string> known_;
+  std::unordered_map<std::string, fs::path> walked_;  // folders, and where they lie in IN
 };
 
 void AddList(std::istream& list, Lister* lister) {

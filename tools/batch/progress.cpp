@@ -79,9 +79,9 @@ void Progress::Fail(const std::string& input, const std::string& error) {
   Draw(false);
 }
 
-void Progress::Tell(const std::string& message) {
-  Clear();
-  if (!isQuiet_) Print(stderr, "rastrel: {}\n", message);
+void Progress::LeftOver(const std::string& output, const std::string& input) {
+  ++leftOver_;
+  Log("left", {{"output", output}, {"input", input}});
 }
 
 // A line at a time reaches the file, also where this process is ended the moment after.
@@ -104,6 +104,7 @@ void Progress::Finish(bool isInterrupted) {
   if (blank_ > 0) text += fmt::format("; {} pages blank, left out", blank_);
   if (failed_ > 0) text += fmt::format("; {} failed", failed_);
   if (failedBefore_ > 0) text += fmt::format("; {} failed before (--retry tries them again)", failedBefore_);
+  if (leftOver_ > 0) text += fmt::format("; {} outputs are left from before", leftOver_);
   Print(stdout, "{}{}\n", isInterrupted ? "interrupted: " : "", text);
 }
 

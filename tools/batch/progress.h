@@ -28,7 +28,8 @@ class Progress {
   // After its row is in the manifest.
   void End(const std::string& input, const FileResult& result);
   void Fail(const std::string& input, const std::string& error);
-  void Tell(const std::string& message);
+  // An output of before that its input no longer makes.
+  void LeftOver(const std::string& output, const std::string& input);
   // A line for programs: {"time":...,"event":...} with what else there is to say.
   void Log(const char* event, nlohmann::ordered_json fields);
   // The last word, on standard output.
@@ -44,6 +45,7 @@ class Progress {
   bool isDrawn_ = false;
   std::unique_ptr<std::FILE, Freer<std::fclose>> log_;
   size_t files_ = 0, filesDone_ = 0, asBefore_ = 0, failedBefore_ = 0;
+  int64_t leftOver_ = 0;
   int64_t pages_ = 0, blank_ = 0, failed_ = 0;  // pages of this run; failed files count as one
   std::chrono::steady_clock::time_point start_, drawn_;
 };

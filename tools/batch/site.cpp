@@ -70,10 +70,11 @@ class Site {
   int Make() {
     {
       // All of it at one moment: a batch may be at work meanwhile.
-      Manifest manifest(options_.manifest, false, false);
+      Manifest manifest(options_.manifest, Database::Access::kRead);
       manifest.database()->Execute("BEGIN");
       ReadPages(&manifest);
       if (pages_.empty()) throw UsageError(fmt::format("{} has no pages", options_.manifest));
+      RefuseOthersFolder();
       fs::create_directories(folder_ / "data");
       WriteRecords(&manifest);
     }
@@ -89,6 +90,14 @@ class Site {
   }
 
  private:
+  // A site is written over one of ours only.
+  void RefuseOthersFolder() const {
+    std::error_code error;
+    const fs::path index = folder_ / "index.html";
+    if (!fs::exists(index, error) || fs::exists(folder_ / "data" / "summary.js", error)) return;
+    throw UsageError(fmt::format("{} is there already, and of no report", NameOf(index)));
+  }
+
   void ReadPages(Manifest* manifest) {
     std::map<std::string, int64_t> pagesOf;  // outputs of several pages
     manifest->ForEachPage([&](PageRow row) {
@@ -194,8 +203,7 @@ class Site {
     int64_t failed = 0;
     for (size_t next = 0; next < tasks.size() || crew.busy() > 0;) {
       while (next < tasks.size() && crew.HasRoom()) {
-        crew.Give(next, tasks[next]);
-        ++next;
+        if (crew.Give(next, tasks[next])) ++next;
       }
       for (const Crew::Event& event : crew.Wait(1000)) {
         // Of pages that failed there may be no picture either.
