@@ -116,7 +116,7 @@ BitPlane AtLeastAsDark(const BytePlane& plane, int darkness) {
 
 // `dark` is what gets as dark as ink by itself.
 BitPlane BestInk(const BytePlane& grey, const PaperMap& paper, BitPlane& dark) {
-  const int parting = LeastDarkness(grey, paper) * 255 / kDarknessUnit;
+  const int parting = FindInkLevels(grey, paper).least * 255 / kDarknessUnit;
   const auto part = [&](int percent) { return std::max(parting * percent / 100, 1); };
   const BytePlane divided = DividedByPaper(grey, paper);
   BytePlane smooth = Smoothed(divided);

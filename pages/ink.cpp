@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "pages/faint_strokes.h"
 #include "pages/grow.h"
 #include "pages/parting.h"
 #include "pixels/thresholds.h"
@@ -70,13 +71,6 @@ int MedianOf(const std::array<int64_t, kDarknessUnit>& counts) {
   return median;
 }
 
-// Marks the pixels as dark as the thresholds or darker.
-void MarkDark(const BytePlane& grey, const PaperMap& paper, const BytePlane& thresholds, int y,
-              std::vector<uint8_t>* room, BitPlane* mask) {
-  paper.SpreadRow(thresholds, y, *room);
-  kMarkUpTo(grey.Row(y), room->data(), room->size(), mask->Row(y));
-}
-
 // For each cell the grey value that is `darkness` below its paper.
 BytePlane ThresholdMap(const PaperMap& paper, int darkness) {
   BytePlane map = paper.brightness();
@@ -87,28 +81,32 @@ BytePlane ThresholdMap(const PaperMap& paper, int darkness) {
 
 }  // namespace
 
-int LeastDarkness(const BytePlane& grey, const PaperMap& paper) {
-  if (grey.isEmpty() || paper.isEmpty()) return kLeastInk;
+InkLevels FindInkLevels(const BytePlane& grey, const PaperMap& paper) {
+  if (grey.isEmpty() || paper.isEmpty()) return {kLeastInk, 1};
   const Sample sample = TakeSample(grey, paper);
   const int parting = PartingValue(sample.darknesses);
   const int grain = std::max(MedianOf(sample.differences), 1);
   // Of a blank page the grain itself is parted in two, near its middle.
-  return std::max({parting, kLeastInk, parting < grain * kGrainOfBlank ? grain * kAboveGrain : 0});
+  return {std::max({parting, kLeastInk, parting < grain * kGrainOfBlank ? grain * kAboveGrain : 0}), grain};
+}
+
+BitPlane DarkerThanPaper(const BytePlane& grey, const PaperMap& paper, int darkness) {
+  BitPlane mask(grey.width(), grey.height(), PlaneContent::kUnset);
+  const BytePlane thresholds = ThresholdMap(paper, std::min(darkness, kDarknessUnit - 1));
+  std::vector<uint8_t> room(static_cast<size_t>(grey.width()));
+  for (int y = 0; y < grey.height(); ++y) {
+    paper.SpreadRow(thresholds, y, room);
+    kMarkUpTo(grey.Row(y), room.data(), room.size(), mask.Row(y));
+  }
+  return mask;
 }
 
 BitPlane FindInk(const BytePlane& grey, const PaperMap& paper) {
   if (grey.isEmpty() || paper.isEmpty()) return BitPlane(grey.width(), grey.height());
-  const int parting = LeastDarkness(grey, paper);
-  const int seed = std::min(parting * kSeedPercent / 100, kDarknessUnit - 1);
-  const BytePlane leastDark = ThresholdMap(paper, parting), surelyDark = ThresholdMap(paper, seed);
-  BitPlane all(grey.width(), grey.height(), PlaneContent::kUnset);
-  BitPlane ink(grey.width(), grey.height(), PlaneContent::kUnset);
-  std::vector<uint8_t> room(static_cast<size_t>(grey.width()));
-  for (int y = 0; y < grey.height(); ++y) {
-    MarkDark(grey, paper, leastDark, y, &room, &all);
-    MarkDark(grey, paper, surelyDark, y, &room, &ink);
-  }
-  GrowInto(all, ink);
+  const InkLevels levels = FindInkLevels(grey, paper);
+  BitPlane ink = DarkerThanPaper(grey, paper, levels.least * kSeedPercent / 100);
+  GrowInto(DarkerThanPaper(grey, paper, levels.least), ink);
+  AddFaintStrokes(grey, paper, levels, &ink);
   return ink;
 }
 

@@ -11,16 +11,24 @@
 namespace rastrel::pages {
 
 // Marks what is ink: darker than the paper around it by enough, as a whole stroke. Pale strokes stay where
-// darker parts belong to them, or where all of the page is pale; what shows through from behind, and stains,
-// are left out as far as they are weaker and softer. Areas that are not paper (a dark surround, a black bar)
-// count as ink, as they would on a 1-bit scan of the page.
+// darker parts belong to them, where all of the page is pale, and where they are drawn as sharply as the rest
+// (pages/faint_strokes.h); what shows through from behind, and stains, are left out as far as they are weaker
+// and softer. Areas that are not paper (a dark surround, a black bar) count as ink, as they would on a 1-bit
+// scan of the page.
 BitPlane FindInk(const BytePlane& grey, const PaperMap& paper);
 
-// From which darkness on pixels of this page are ink, of kDarknessUnit: 0 is as bright as the paper, all of
-// it black. It parts ink from paper best over the whole page, and stays above the grain of a page without
-// ink.
+// Darkness against the paper: 0 is as bright as the paper, kDarknessUnit all of it black.
 constexpr int kDarknessUnit = 256;
-int LeastDarkness(const BytePlane& grey, const PaperMap& paper);
+struct InkLevels {
+  // From which darkness on pixels of this page are ink: it parts ink from paper best over the whole page, and
+  // stays above the grain of a page without ink.
+  int least;
+  int grain;  // the median difference of pixels from their paper, 1 or more
+};
+InkLevels FindInkLevels(const BytePlane& grey, const PaperMap& paper);
+
+// Marks the pixels that are darker than their paper by at least `darkness`.
+BitPlane DarkerThanPaper(const BytePlane& grey, const PaperMap& paper, int darkness);
 
 // The mask as a picture, ink black, paper white.
 BytePlane PictureOfInk(const BitPlane& ink);

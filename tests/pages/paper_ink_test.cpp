@@ -34,6 +34,18 @@ const PageKind kKinds[] = {
     {"VeryDarkPaper", [](int, int) { return 62; }, PlainText, 4, 0.01, 0.01},
     {"FaintPrint", [](int, int) { return 250; },
      [](DrawnPage& page) { page.Text(60, 60, kWidth - 60, kHeight - 60, 4, 86); }, 4, 0.02, 0.02},
+    {"PencilBesidePrint", [](int, int) { return 250; },
+     [](DrawnPage& page) {
+       page.Text(60, 60, kWidth - 60, 300, 4, 15);
+       page.Text(60, 320, kWidth - 60, kHeight - 60, 3, 72);
+     },
+     4, 0.02, 0.02},
+    {"ShadedField", [](int, int) { return 250; },
+     [](DrawnPage& page) {
+       page.Text(60, 60, kWidth - 60, 300, 4, 15);
+       page.Bar(100, 340, 400, 60, 75, /*isInk=*/false);
+     },
+     255, 0.02, 0.02},
     {"LongThinStrokes", [](int, int) { return 220; },
      [](DrawnPage& page) {
        for (int y = 50; y < kHeight - 50; y += 40) page.Bar(80, y, kWidth - 160, 2, 50);
