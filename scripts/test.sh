@@ -2,7 +2,8 @@
 # Builds Rastrel and runs all of its tests: release, the Python package, address and undefined-behaviour sanitizers, 32 bits,
 # Windows (64 bits under Wine; 32 bits too where there is a 32-bit Wine), the format check, and how large the tests are beside
 # the code. Installs what is missing (Debian). With arguments only those are run: format developer python debug-sanitize
-# 32-bit windows; and web, the WebAssembly module in Node and the page in Chromium, which is not among the usual ones.
+# 32-bit windows; and what is not among the usual ones: web, the WebAssembly module in Node and the page in Chromium, and
+# thread-sanitize, the command's threads under the thread sanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh

@@ -18,7 +18,7 @@ SOURCES = ["CMakeLists.txt", "LICENSE"] + [
     for folder in "cmake cleanup display formats frame geometry pages pixels platform scale tone tools".split()
 ]
 DEBIAN_PACKAGES = (
-    "pkg-config libtiff-dev libpng-dev libjpeg62-turbo-dev liblcms2-dev libqpdf-dev libtbb-dev libfmt-dev "
+    "pkg-config libtiff-dev libpng-dev libjpeg62-turbo-dev liblcms2-dev libqpdf-dev libfmt-dev "
     "nlohmann-json3-dev libcli11-dev libsqlite3-dev libssl-dev"
 ).split()
 
