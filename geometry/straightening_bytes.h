@@ -6,41 +6,27 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <type_traits>
 
 #include "frame/dib.h"
 #include "geometry/straightening_columns.h"
+#include "pixels/mixing.h"
 
 namespace rastrel::straightening {
 
 // Bytes of a run are made so many at once; those that are too many are made again as parts of what follows.
-constexpr int kAtOnce = 16;
+constexpr int kAtOnce = kMixedAtOnce;
 
 template <int kChannels>
 struct ByteColumns {
   std::array<uint16_t, kColumns * kChannels + kAtOnce> x, y;  // as the short ones, for each byte
 };
 
-// Mixes bytes of four pixels by where they lie among them. All that is in 16 bits.
-[[gnu::always_inline]] inline void Mix(const uint8_t* __restrict lower, const uint8_t* __restrict upper,
-                                       int nextPixel, const uint16_t* __restrict columnX,
-                                       const uint16_t* __restrict columnY, uint16_t rowX, uint16_t rowY,
-                                       uint8_t* __restrict to) {
-  for (int n = 0; n < kAtOnce; ++n) {
-    const auto x = static_cast<uint16_t>((columnX[n] + rowX) << 1);
-    const auto y = static_cast<uint16_t>((columnY[n] + rowY) << 1);
-    const auto right = static_cast<uint16_t>(x >> 8);      // in 256ths
-    const auto above = static_cast<uint16_t>(y & 0xFF00);  // in 65536ths
-    const auto low = static_cast<uint16_t>(lower[n] * (256 - right) + lower[n + nextPixel] * right);
-    const auto high = static_cast<uint16_t>(upper[n] * (256 - right) + upper[n + nextPixel] * right);
-    const auto lost = static_cast<uint16_t>((uint32_t{low} * above) >> 16);
-    const auto gained = static_cast<uint16_t>((uint32_t{high} * above) >> 16);
-    to[n] = static_cast<uint8_t>(static_cast<uint16_t>(low - lost + gained + 128) >> 8);
-  }
-}
+struct TakeNearest {};
 
-// Makes a row of a tile, and up to kAtOnce - 1 bytes more.
-template <int kChannels, int kStride, bool kIsSmooth>
-void TurnRow(const uint8_t* buffer, uint64_t starts, const Columns& columns,
+// Makes a row of a tile, and up to kAtOnce - 1 bytes more. By TakeNearest or one of the ways to mix.
+template <int kChannels, class Way>
+void TurnRow(const uint8_t* box, ptrdiff_t stride, uint64_t starts, const Columns& columns,
              const ByteColumns<kChannels>& bytes, Place row, int count, uint8_t* to) {
   while (starts != 0) {
     const int n = std::countl_zero(starts);
@@ -48,24 +34,31 @@ void TurnRow(const uint8_t* buffer, uint64_t starts, const Columns& columns,
     starts &= kOnes >> n >> 1;
     const int end = std::min(std::countl_zero(starts), count) * kChannels;
     const uint8_t* from =
-        buffer + PixelAt(row.y + columns.y[n]) * kStride + PixelAt(row.x + columns.x[n]) * kChannels;
+        box + PixelAt(row.y + columns.y[n]) * stride + PixelAt(row.x + columns.x[n]) * kChannels;
     for (int i = n * kChannels; i < end; i += kAtOnce, from += kAtOnce) {
-      if constexpr (kIsSmooth) {
-        Mix(from, from + kStride, kChannels, &bytes.x[i], &bytes.y[i], static_cast<uint16_t>(row.x),
-            static_cast<uint16_t>(row.y), to + i);
-      } else {
+      if constexpr (std::is_same_v<Way, TakeNearest>) {
         std::memcpy(to + i, from, kAtOnce);
+      } else {
+        Way::Run(from, from + stride, kChannels,
+                 {&bytes.x[i], &bytes.y[i], static_cast<uint16_t>(row.x), static_cast<uint16_t>(row.y)},
+                 to + i);
       }
     }
   }
 }
+
+template <int kChannels>
+inline constexpr Kernel kMixRow = Kernel(TurnRow<kChannels, MixPlainly>)
+                                      .With(Processor::kAvx2,
+                                            kernels::Wide<TurnRow<kChannels, MixByAvx2>>::Run);
 
 // What a page with a colour table is mixed by: the greys of its indices, and the indices nearest to greys.
 struct GreyTable {
   std::array<uint8_t, 256> greys, indices;
 };
 
-// 4, 8 or 24 bits. The buffer has the bytes of pixels, or with a table their greys.
+// 4, 8 or 24 bits. The buffer has the bytes of pixels, or with a table their greys; tiles inside the page do
+// without it.
 template <int kBits>
 class ByteTile {
  public:
@@ -90,6 +83,16 @@ class ByteTile {
     const auto width = static_cast<int>(box.columns.size());
     const auto left = static_cast<int>(std::clamp<int64_t>(-box.columns.first, 0, width));
     const auto right = static_cast<int>(std::clamp<int64_t>(page_.width - box.columns.first, left, width));
+    // What lies inside the page as a whole, with room for what is too many, needs no copy.
+    const bool isInside = left == 0 && box.columns.first + width + kAtOnce <= page_.width &&
+                          box.rows.first >= 0 && box.rows.first + box.rows.size() <= page_.height;
+    if (kBits != 4 && table_ == nullptr && isInside) {
+      box_ = page_.StoredRow(static_cast<int>(box.rows.first)) + box.columns.first * kChannels;
+      stride_ = static_cast<ptrdiff_t>(page_.stride);
+      return;
+    }
+    box_ = buffer_.data();
+    stride_ = kStride;
     for (int row = 0; row < box.rows.size(); ++row) {
       const int64_t y = box.rows.first + row;
       uint8_t* const to = buffer_.data() + row * kStride;
@@ -108,13 +111,12 @@ class ByteTile {
   void Fill(const Place* places, const Rows& to, bool isRoomy) {
     const int half = isSmooth_ ? kPixel / 512 : kPixel / 2;  // of what positions are rounded to
     // Copies of 16 bytes are no faster with wider registers.
-    const auto turnRow =
-        isSmooth_ ? Widest<TurnRow<kChannels, kStride, true>>.Best() : TurnRow<kChannels, kStride, false>;
+    const auto turnRow = isSmooth_ ? kMixRow<kChannels>.Best() : TurnRow<kChannels, TakeNearest>;
     for (int i = 0; i < to.height; ++i) {
       const Place place = {places[i].x + half, places[i].y + half};
       uint8_t* const bytes = kBits == 4 || !isRoomy ? row_.data() : to.StoredRow(i);
       starts_.Find(columns_, place);
-      turnRow(buffer_.data(), starts_.columns(), columns_, bytes_, place, to.width, bytes);
+      turnRow(box_, stride_, starts_.columns(), columns_, bytes_, place, to.width, bytes);
       if constexpr (kChannels == 1) {
         if (table_ != nullptr) LookUp(table_->indices, to.width, bytes);
       }
@@ -166,6 +168,8 @@ class ByteTile {
   ByteColumns<kChannels> bytes_ = {};
   std::array<uint8_t, kColumns * kChannels + kAtOnce> row_;
   std::array<uint8_t, kBoxSide* kStride + 2 * kAtOnce> buffer_ = {};
+  const uint8_t* box_ = nullptr;  // what the tile needs, in the buffer or the page
+  ptrdiff_t stride_ = 0;
 };
 
 }  // namespace rastrel::straightening
