@@ -553,27 +553,32 @@ class Tiles {
   }
 
   void Measure() {
+    const auto measure = Widest<MeasureTile>.Best();
     for (int r = 0; r < rows_; ++r) {
       for (int c = 0; c < columns_; ++c) {
         Tile& tile = at(c, r);
-        if (tile.isNeeded) MeasureTile(c, r, &tile);
+        if (tile.isNeeded) measure(*this, c, r, &tile);
       }
     }
   }
 
-  void MeasureTile(int column, int row, Tile* tile) const {
+  static void MeasureTile(const Tiles& tiles, int column, int row, Tile* tile) {
+    tiles.MeasureOne(column, row, tile);
+  }
+  void MeasureOne(int column, int row, Tile* tile) const {
     const int left = column * kSide, right = std::min(mask_.width(), left + kSide),
               bottom = std::min(mask_.height(), (row + 1) * kSide);
     const int all = (right - left) * (bottom - row * kSide);
     int count = 0, low = INT32_MAX, high = 0;  // the last two of the planes' sum
     int sums[3] = {};
+    WholeRows whole;
     for (int y = row * kSide; y < bottom; ++y) {
       const unsigned taken = (tile->isMasked ? BitsOf(mask_, column, y) : 0) |
                              (avoid_.isEmpty() ? 0 : BitsOf(avoid_, column, y));
       if (taken == 0xFFFFu) continue;
-      if (taken == 0 && right - left == kSide) {
-        count += kSide;
-        AddRow(left, y, sums, &low, &high);
+      if (right - left == kSide) {
+        count += kSide - std::popcount(taken);
+        page_.channels == 1 ? AddRow<1>(left, y, taken, &whole) : AddRow<3>(left, y, taken, &whole);
         continue;
       }
       for (int x = left; x < right; ++x) {
@@ -590,28 +595,43 @@ class Tiles {
         high = std::max(high, sum);
       }
     }
+    for (int i = 0; i < kSide; ++i) {
+      for (int p = 0; p < page_.channels; ++p) sums[p] += whole.sums[p][i];
+      low = std::min<int>(low, whole.low[i]);
+      high = std::max<int>(high, whole.high[i]);
+    }
     if (count * 100 < all * kLeastShare) return;
     tile->hasPaper = true;
     tile->isWhole = count == kSide * kSide;
     tile->spread = high / page_.channels - low / page_.channels;
     for (int p = 0; p < page_.channels; ++p) tile->mean[p] = sums[p] * 256 / count;
   }
-  void AddRow(int left, int y, int (&sums)[3], int* low, int* high) const {
-    uint16_t all[kSide] = {};
-    for (int p = 0; p < page_.channels; ++p) {
+  // What the rows of a tile have in each of its columns, where nothing is taken.
+  using Columns = uint16_t __attribute__((vector_size(2 * kSide)));
+  struct WholeRows {
+    Columns sums[3] = {};                        // of the planes
+    Columns low = ~Columns{}, high = Columns{};  // of the planes' sum
+  };
+  template <int kChannels>
+  void AddRow(int left, int y, unsigned taken, WholeRows* rows) const {
+    using Bytes = uint8_t __attribute__((vector_size(kSide)));
+    constexpr Columns kBits = {0x8000, 0x4000, 0x2000, 0x1000, 0x800, 0x400, 0x200, 0x100,
+                               0x80,   0x40,   0x20,   0x10,   0x8,   0x4,   0x2,   0x1};
+    const uint8_t* pixels = PixelOf(page_, left, y);
+    const auto kept = reinterpret_cast<Columns>((kBits & static_cast<uint16_t>(taken)) == 0);
+    Columns all = {};
+    for (int p = 0; p < kChannels; ++p) {
       uint8_t row[kSide];
-      ReadRow(page_, p, left, y, row);
-      uint16_t sum = 0;
-      for (int i = 0; i < kSide; ++i) {
-        sum = static_cast<uint16_t>(sum + row[i]);
-        all[i] = static_cast<uint16_t>(all[i] + row[i]);
-      }
-      sums[p] += sum;
+      ReadEvery<kChannels>(pixels + p, FlipOf(page_), row);
+      Bytes bytes;
+      std::memcpy(&bytes, row, kSide);
+      const Columns values = __builtin_convertvector(bytes, Columns);
+      rows->sums[p] += values & kept;
+      all += values;
     }
-    for (const uint16_t sum : all) {
-      *low = std::min<int>(*low, sum);
-      *high = std::max<int>(*high, sum);
-    }
+    const Columns light = all | ~kept, dark = all & kept;
+    rows->low = light < rows->low ? light : rows->low;
+    rows->high = dark > rows->high ? dark : rows->high;
   }
 
   // Ink, edges and pictures spread brightness more than the page's paper does, and are darker.
@@ -636,8 +656,24 @@ class Tiles {
     }
   }
 
-  // Carries the paper on into tiles that have none, ring by ring, as the mean of their neighbours.
+  // Carries the paper on into tiles that have none, ring by ring, as the mean of their neighbours, as far as
+  // it takes for those of the mask and beside it. What a ring has depends on the one before alone.
   void Spread() {
+    std::vector<uint8_t> isWanted(tiles_.size(), 0);
+    int64_t wanted = 0;
+    for (int r = 0; r < rows_; ++r) {
+      for (int c = 0; c < columns_; ++c) {
+        if (!at(c, r).isMasked) continue;
+        for (int nr = std::max(0, r - 1); nr <= std::min(rows_ - 1, r + 1); ++nr) {
+          for (int nc = std::max(0, c - 1); nc <= std::min(columns_ - 1, c + 1); ++nc) {
+            const size_t n = Index(nc, nr);
+            if (isWanted[n] != 0 || tiles_[n].hasPaper) continue;
+            isWanted[n] = 1;
+            ++wanted;
+          }
+        }
+      }
+    }
     std::vector<size_t> open;
     std::vector<uint8_t> isOpen(tiles_.size(), 0);
     const auto openAround = [&](size_t i) {
@@ -659,7 +695,7 @@ class Tiles {
       for (Tile& tile : tiles_) std::fill(std::begin(tile.mean), std::end(tile.mean), 255 * 256);
       return;
     }
-    while (!open.empty()) {
+    while (wanted > 0 && !open.empty()) {
       std::vector<size_t> ring;
       std::swap(ring, open);
       for (const size_t i : ring) {
@@ -675,7 +711,10 @@ class Tiles {
         }
         for (int p = 0; p < 3; ++p) tiles_[i].mean[p] = sums[p] / std::max(1, count);
       }
-      for (const size_t i : ring) tiles_[i].hasPaper = true;
+      for (const size_t i : ring) {
+        tiles_[i].hasPaper = true;
+        wanted -= isWanted[i];
+      }
       for (const size_t i : ring) openAround(i);
     }
   }
@@ -687,6 +726,37 @@ class Tiles {
   std::vector<Tile> tiles_;
   std::vector<int> grain_;
 };
+
+void PaintTile(const PaintedPage& page, const Tiles& tiles, const BitPlane& mask, int column, int row) {
+  constexpr int kSide = Tiles::kSide;
+  const int grain = tiles.GrainFor(column, row);
+  const int grainColumn = grain < 0 ? 0 : grain % tiles.columns(),
+            grainY = grain < 0 ? 0 : grain / tiles.columns() * kSide;
+  const int left = column * kSide, width = std::min(kSide, mask.width() - left);
+  for (int dy = 0; dy < kSide && row * kSide + dy < mask.height(); ++dy) {
+    const int y = row * kSide + dy;
+    const unsigned masked = Tiles::BitsOf(mask, column, y);
+    if (masked == 0) continue;
+    for (int p = 0; p < page.channels; ++p) {
+      int paper[kSide];
+      tiles.PaperRow(p, column, y, paper);
+      if (grain >= 0) {
+        uint8_t from[kSide];
+        ReadRow(page, p, grainColumn * kSide, grainY + dy, from);
+        int grainPaper[kSide];
+        tiles.PaperRow(p, grainColumn, grainY + dy, grainPaper);
+        for (int i = 0; i < kSide; ++i) paper[i] += from[i] * 256 - grainPaper[i];
+      }
+      uint8_t painted[kSide];
+      for (int i = 0; i < kSide; ++i)
+        painted[i] = static_cast<uint8_t>(std::clamp((paper[i] + 128) >> 8, 0, 255) ^ FlipOf(page));
+      uint8_t* to = page.to + y * page.toStride + static_cast<ptrdiff_t>(left) * page.channels + p;
+      for (int i = 0; i < width; ++i) {
+        if ((masked >> (kSide - 1 - i) & 1) != 0) to[i * page.channels] = painted[i];
+      }
+    }
+  }
+}
 
 }  // namespace
 
@@ -706,38 +776,11 @@ BorderPlan PlanBorders(const Sheet& sheet, const BitPlane& ink) {
 
 void PaintPaper(const PaintedPage& page, const BitPlane& mask, const BitPlane& avoid) {
   if (mask.isEmpty()) return;
-  constexpr int kSide = Tiles::kSide;
   const Tiles tiles(page, mask, avoid);
+  const auto paintTile = Widest<PaintTile>.Best();
   for (int row = 0; row < tiles.rows(); ++row) {
     for (int column = 0; column < tiles.columns(); ++column) {
-      if (!tiles.IsMasked(column, row)) continue;
-      const int grain = tiles.GrainFor(column, row);
-      const int grainX = grain < 0 ? 0 : grain % tiles.columns() * kSide,
-                grainY = grain < 0 ? 0 : grain / tiles.columns() * kSide;
-      const int left = column * kSide, width = std::min(kSide, mask.width() - left);
-      for (int dy = 0; dy < kSide && row * kSide + dy < mask.height(); ++dy) {
-        const int y = row * kSide + dy;
-        const unsigned masked = Tiles::BitsOf(mask, column, y);
-        if (masked == 0) continue;
-        for (int p = 0; p < page.channels; ++p) {
-          int paper[kSide];
-          tiles.PaperRow(p, column, y, paper);
-          if (grain >= 0) {
-            uint8_t from[kSide];
-            ReadRow(page, p, grainX, grainY + dy, from);
-            int grainPaper[kSide];
-            tiles.PaperRow(p, grain % tiles.columns(), grainY + dy, grainPaper);
-            for (int i = 0; i < kSide; ++i) paper[i] += from[i] * 256 - grainPaper[i];
-          }
-          uint8_t painted[kSide];
-          for (int i = 0; i < kSide; ++i)
-            painted[i] = static_cast<uint8_t>(std::clamp((paper[i] + 128) >> 8, 0, 255) ^ FlipOf(page));
-          uint8_t* to = page.to + y * page.toStride + static_cast<ptrdiff_t>(left) * page.channels + p;
-          for (int i = 0; i < width; ++i) {
-            if ((masked >> (kSide - 1 - i) & 1) != 0) to[i * page.channels] = painted[i];
-          }
-        }
-      }
+      if (tiles.IsMasked(column, row)) paintTile(page, tiles, mask, column, row);
     }
   }
 }

@@ -7,33 +7,34 @@
 namespace rastrel::pages {
 namespace {
 
-// Spreads seeds along a row of the mask, towards lower bits in the first pass and higher bits in the second.
-// A carry takes a run that reaches the end of its word into the next word.
+// Spreads seeds along the runs of a word of the mask.
+uint64_t GrowInWord(uint64_t mask, uint64_t grown) {
+  // Upwards a sum does it: from the lowest seed of a run on all its bits carry.
+  grown |= ((mask + grown) ^ mask) & mask;
+  // Downwards it is a pixel or two in most cases.
+  for (int i = 0; i < 2; ++i) grown |= grown >> 1 & mask;
+  if ((grown >> 1 & mask & ~grown) == 0) return grown;
+  // By doubling steps, through pixels of which all on the way are in the mask.
+  for (int step = 1; step < 64; step *= 2) {
+    grown |= grown >> step & mask;
+    mask &= mask >> step;
+  }
+  return grown;
+}
+
+// Spreads seeds along a row of the mask. Where a run goes on from word to word, it is taken along to the next
+// word on the first way, and to the one before on the second.
 void GrowAlong(const uint64_t* mask, uint64_t* seeds, size_t words) {
   uint64_t carry = 0;  // the highest bit, if the run before goes on into this word
   for (size_t i = 0; i < words; ++i) {
-    uint64_t grown = (seeds[i] | carry) & mask[i];
-    if (grown != 0) {
-      // Runs of the mask that are reached: by doubling steps, through pixels of which all on the way are in
-      // the mask.
-      uint64_t open = mask[i];
-      for (int step = 1; step < 64; step *= 2) {
-        grown |= grown >> step & open;
-        open &= open >> step;
-      }
-    }
+    const uint64_t reached = (seeds[i] | carry) & mask[i];
+    const uint64_t grown = reached == 0 ? 0 : GrowInWord(mask[i], reached);
     seeds[i] |= grown;
-    carry = (grown & 1) << 63;
+    carry = grown << 63;
   }
-  carry = 0;
-  for (size_t i = words; i-- > 0;) {
-    uint64_t grown = (seeds[i] | carry) & mask[i];
-    if (grown != 0) {
-      // Upwards a sum does it: from the lowest seed of a run on all its bits carry.
-      grown |= ((mask[i] + grown) ^ mask[i]) & mask[i];
-    }
-    seeds[i] |= grown;
-    carry = grown >> 63;
+  for (size_t i = words; i-- > 1;) {
+    if (((seeds[i] & mask[i]) >> 63 & mask[i - 1] & ~seeds[i - 1]) == 0) continue;
+    seeds[i - 1] |= ((mask[i - 1] + 1) ^ mask[i - 1]) & mask[i - 1];
   }
 }
 
