@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "pages/faint_strokes.h"
@@ -31,11 +31,9 @@ constexpr int kAboveGrain = 6;     // six medians are four times the spread of e
 constexpr int kSampledRows = 256;  // enough for a histogram; spread over the page
 
 Sample TakeSample(const BytePlane& grey, const PaperMap& paper) {
-  std::array<uint32_t, 256> reciprocal{};
-  for (uint32_t i = 1; i < 256; ++i) reciprocal[i] = (kDarknessUnit * 65536 + i - 1) / i;
-  Sample sample;
-  // Of what is not darker than the paper, and of what is.
-  std::array<std::array<int32_t, kDarknessUnit>, 2> counts{};
+  // How often each grey stands on each paper.
+  constexpr size_t kLevels = 256;
+  std::vector<uint32_t> counts(kLevels * kLevels);
   std::vector<uint8_t> ground(static_cast<size_t>(grey.width()));
   const int step = std::max(grey.height() / kSampledRows, 1);
   for (int y = step / 2; y < grey.height(); y += step) {
@@ -45,20 +43,21 @@ Sample TakeSample(const BytePlane& grey, const PaperMap& paper) {
     for (int left = 0, cell = 0; left < grey.width(); left += paper.cell(), ++cell) {
       if (confidence[cell] == PaperMap::kNotPaper) continue;
       const int right = std::min(left + paper.cell(), grey.width());
-      for (int x = left; x < right; ++x) {
-        const int bright = ground[static_cast<size_t>(x)];
-        const int difference = bright - row[x];
-        const auto share =
-            static_cast<size_t>(std::abs(difference) * reciprocal[static_cast<size_t>(bright)] >> 16);
-        const size_t bounded = std::min<size_t>(share, kDarknessUnit - 1);
-        ++counts[difference > 0 ? 1 : 0][bounded];
-      }
+      for (int x = left; x < right; ++x) ++counts[ground[static_cast<size_t>(x)] * kLevels + row[x]];
     }
   }
-  for (size_t i = 0; i < kDarknessUnit; ++i) {
-    sample.differences[i] = counts[0][i] + counts[1][i];
-    sample.darknesses[i] += counts[1][i];
-    sample.darknesses[0] += counts[0][i];
+  Sample sample;
+  for (size_t bright = 1; bright < kLevels; ++bright) {
+    const auto reciprocal = static_cast<uint32_t>((kDarknessUnit * 65536 + bright - 1) / bright);
+    for (size_t value = 0; value < kLevels; ++value) {
+      const uint32_t count = counts[bright * kLevels + value];
+      if (count == 0) continue;
+      const auto difference = static_cast<uint32_t>(value < bright ? bright - value : value - bright);
+      const size_t share = std::min<size_t>(difference * reciprocal >> 16, kDarknessUnit - 1);
+      sample.differences[share] += count;
+      // What is not darker than the paper has no darkness.
+      sample.darknesses[value < bright ? share : 0] += count;
+    }
   }
   return sample;
 }
@@ -69,6 +68,19 @@ int MedianOf(const std::array<int64_t, kDarknessUnit>& counts) {
   int median = 0;
   while (median < kDarknessUnit - 1 && (below += counts[static_cast<size_t>(median)]) * 2 < total) ++median;
   return median;
+}
+
+// Marks the pixels of a row as dark as the thresholds or darker, in the words that are asked for. Others
+// stay.
+void MarkDark(const uint8_t* row, int width, const uint8_t* isAsked, SpreadCells* thresholds,
+              uint64_t* mask) {
+  const int words = (width + 63) / 64;
+  for (int first = 0, end = 0; first < words; first = end + 1) {
+    for (end = first; end < words && isAsked[end] != 0;) ++end;
+    if (end == first) continue;
+    const int left = first * 64, right = std::min(end * 64, width);
+    kMarkUpTo(row + left, thresholds->Pixels(left, right), static_cast<size_t>(right - left), mask + first);
+  }
 }
 
 // For each cell the grey value that is `darkness` below its paper.
@@ -90,13 +102,24 @@ InkLevels FindInkLevels(const BytePlane& grey, const PaperMap& paper) {
   return {std::max({parting, kLeastInk, parting < grain * kGrainOfBlank ? grain * kAboveGrain : 0}), grain};
 }
 
-BitPlane DarkerThanPaper(const BytePlane& grey, const PaperMap& paper, int darkness) {
-  BitPlane mask(grey.width(), grey.height(), PlaneContent::kUnset);
+BitPlane DarkerThanPaper(const BytePlane& grey, const PaperMap& paper, int darkness, const BitPlane* within) {
+  BitPlane mask(grey.width(), grey.height());
+  if (mask.isEmpty() || paper.isEmpty()) return mask;
   const BytePlane thresholds = ThresholdMap(paper, std::min(darkness, kDarknessUnit - 1));
-  std::vector<uint8_t> room(static_cast<size_t>(grey.width()));
+  SpreadCells limits(paper);
+  std::vector<uint8_t> most(mask.wordsPerRow()), mayBeDark(mask.wordsPerRow());
   for (int y = 0; y < grey.height(); ++y) {
-    paper.SpreadRow(thresholds, y, room);
-    kMarkUpTo(grey.Row(y), room.data(), room.size(), mask.Row(y));
+    const uint8_t* row = grey.Row(y);
+    if (within != nullptr) {
+      std::transform(within->Row(y), within->Row(y) + mask.wordsPerRow(), mayBeDark.begin(),
+                     [](uint64_t word) { return static_cast<uint8_t>(word != 0 ? 1 : 0); });
+    } else {
+      if (y == 0 || y % paper.cell() == paper.cell() / 2) paper.BoundRow(thresholds, y, most);
+      kFlagUpTo(row, most.data(), static_cast<size_t>(grey.width()), mayBeDark.data());
+    }
+    if (std::memchr(mayBeDark.data(), 1, mayBeDark.size()) == nullptr) continue;
+    limits.SetRow(thresholds, y);
+    MarkDark(row, grey.width(), mayBeDark.data(), &limits, mask.Row(y));
   }
   return mask;
 }
@@ -104,8 +127,9 @@ BitPlane DarkerThanPaper(const BytePlane& grey, const PaperMap& paper, int darkn
 BitPlane FindInk(const BytePlane& grey, const PaperMap& paper) {
   if (grey.isEmpty() || paper.isEmpty()) return BitPlane(grey.width(), grey.height());
   const InkLevels levels = FindInkLevels(grey, paper);
-  BitPlane ink = DarkerThanPaper(grey, paper, levels.least * kSeedPercent / 100);
-  GrowInto(DarkerThanPaper(grey, paper, levels.least), ink);
+  const BitPlane all = DarkerThanPaper(grey, paper, levels.least);
+  BitPlane ink = DarkerThanPaper(grey, paper, levels.least * kSeedPercent / 100, &all);
+  GrowInto(all, ink);
   AddFaintStrokes(grey, paper, levels, &ink);
   return ink;
 }

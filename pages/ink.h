@@ -27,8 +27,10 @@ struct InkLevels {
 };
 InkLevels FindInkLevels(const BytePlane& grey, const PaperMap& paper);
 
-// Marks the pixels that are darker than their paper by at least `darkness`.
-BitPlane DarkerThanPaper(const BytePlane& grey, const PaperMap& paper, int darkness);
+// Marks the pixels that are darker than their paper by at least `darkness`. `within`, if there is one, are
+// all that are by at least a lower darkness.
+BitPlane DarkerThanPaper(const BytePlane& grey, const PaperMap& paper, int darkness,
+                         const BitPlane* within = nullptr);
 
 // The mask as a picture, ink black, paper white.
 BytePlane PictureOfInk(const BitPlane& ink);

@@ -20,9 +20,9 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <vector>
 
 #include "pages/parting.h"
@@ -282,24 +282,62 @@ int UsualLevel(const BytePlane& closed, const Grid& written) {
   return ofWritten >= 0 ? ofWritten : median(true);
 }
 
-// Fills cells of weight 0 from the weighted cells around them, nearest ones first: windows double until all
-// are met.
-void FillIn(Grid& values, Grid& weights) {
-  for (int reach = 1;; reach *= 2) {
-    if (std::find(weights.cells.begin(), weights.cells.end(), 0) == weights.cells.end()) return;
-    Grid sums = values;
-    for (size_t i = 0; i < sums.cells.size(); ++i) sums.cells[i] *= weights.cells[i];
-    const Grid around = SumAround(sums, reach);
-    const Grid weightsAround = SumAround(weights, reach);
-    bool anySeen = false;
-    for (size_t i = 0; i < values.cells.size(); ++i) {
-      anySeen = anySeen || weights.cells[i] > 0;
-      if (weights.cells[i] > 0 || weightsAround.cells[i] == 0) continue;
-      values.cells[i] = around.cells[i] / weightsAround.cells[i];
-      weights.cells[i] = -1;  // filled in this round; the next one builds on it
+// Sums of the values and counts of the cells that have any, over all cells above and left of a corner.
+class SumsToCorners {
+ public:
+  SumsToCorners(const Grid& values, const Grid& weights)
+      : columns_(values.columns), rows_(values.rows), sums_((size_t(columns_) + 1) * (size_t(rows_) + 1)) {
+    for (int r = 0; r < rows_; ++r) {
+      const int *value = values.Row(r), *weight = weights.Row(r);
+      const uint64_t* const above = &At(0, r);
+      uint64_t* const here = &At(0, r + 1);
+      uint64_t sum = 0;
+      for (int c = 0; c < columns_; ++c) {
+        sum += weight[c] > 0 ? static_cast<uint64_t>(value[c]) << 32 | 1 : 0;
+        here[c + 1] = above[c + 1] + sum;
+      }
     }
-    for (int& weight : weights.cells) weight = weight < 0 ? 1 : weight;
-    if (!anySeen) return;
+  }
+  struct Around {
+    uint32_t sum, count;
+  };
+  // Of the cells up to `reach` away.
+  Around Of(int c, int r, int reach) {
+    const int left = std::max(c - reach, 0), right = std::min(c + reach + 1, columns_);
+    const int top = std::max(r - reach, 0), bottom = std::min(r + reach + 1, rows_);
+    const uint64_t all = At(right, bottom) - At(left, bottom) - At(right, top) + At(left, top);
+    return {static_cast<uint32_t>(all >> 32), static_cast<uint32_t>(all)};
+  }
+
+ private:
+  uint64_t& At(int c, int r) { return sums_[size_t(r) * (size_t(columns_) + 1) + size_t(c)]; }
+
+  int columns_, rows_;
+  std::vector<uint64_t> sums_;  // the values' sum in the upper half
+};
+
+// Fills cells of weight 0 from those around them that have a weight of 1, nearest ones first: windows double
+// until all are met.
+void FillIn(Grid& values, Grid& weights) {
+  std::vector<size_t> open, left;
+  for (size_t i = 0; i < weights.cells.size(); ++i) {
+    if (weights.cells[i] == 0) open.push_back(i);
+  }
+  if (open.size() == weights.cells.size()) return;
+  for (int reach = 1; !open.empty(); reach *= 2) {
+    SumsToCorners sums(values, weights);
+    left.clear();
+    for (const size_t i : open) {
+      const auto columns = static_cast<size_t>(values.columns);
+      const auto around = sums.Of(static_cast<int>(i % columns), static_cast<int>(i / columns), reach);
+      if (around.count == 0) {
+        left.push_back(i);
+        continue;
+      }
+      values.cells[i] = static_cast<int>(around.sum / around.count);
+      weights.cells[i] = 1;  // the next round builds on it
+    }
+    open.swap(left);
   }
 }
 
@@ -350,8 +388,7 @@ int BetweenRows(int upper, int lower, int share, int cellShift) {
   return ((upper * (parts - share) + lower * share) << pointBits) >> (cellShift + 1);
 }
 
-constexpr int kHalfLevel = 128;         // of 256 parts: what is rounded
-constexpr size_t kMostStretches = 128;  // at once
+constexpr int kHalfLevel = 128;  // of 256 parts: what is rounded
 
 // BetweenRows of rows of cells, in 16 bits, which the sums fill.
 void PutBetween(const uint8_t* __restrict upper, const uint8_t* __restrict lower, int count, int share,
@@ -377,26 +414,6 @@ void PutSlopes(const uint16_t* __restrict values, size_t count, uint16_t twoSide
   }
 }
 
-// `values` are BetweenRows of one row of cells, the first and the last twice. The pixels from the middle of
-// one cell to the middle of the next are a stretch; the first begins half a cell before the page, and the
-// last may end beyond it.
-template <int Side>
-void SpreadValues(std::span<const uint16_t> values, std::span<uint8_t> row) {
-  const size_t count = values.size() - 1;
-  std::array<uint16_t, kMostStretches> starts, steps;
-  std::array<uint8_t, kMostStretches * Side> bytes;
-  for (size_t first = 0; first < count; first += kMostStretches) {
-    const size_t end = std::min(first + kMostStretches, count);
-    Widest<PutSlopes>(values.data() + first, end - first, 2 * Side, starts.data(), steps.data());
-    kRunStretches<Side>(starts.data(), steps.data(), end - first, bytes.data());
-    const size_t skipped = first == 0 ? Side / 2 : 0;
-    const size_t at = first * Side + skipped - Side / 2;
-    if (at >= row.size()) return;
-    std::memcpy(row.data() + at, bytes.data() + skipped,
-                std::min(row.size() - at, (end - first) * Side - skipped));
-  }
-}
-
 }  // namespace
 
 uint8_t PaperMap::BrightnessAt(int x, int y) const {
@@ -414,23 +431,68 @@ uint8_t PaperMap::BrightnessAt(int x, int y) const {
 void PaperMap::BrightnessRow(int y, std::span<uint8_t> row) const { SpreadRow(brightness_, y, row); }
 
 void PaperMap::SpreadRow(const BytePlane& cells, int y, std::span<uint8_t> row) const {
+  SpreadCells spread(*this);
+  spread.SetRow(cells, y);
+  const size_t count = std::min(row.size(), static_cast<size_t>(width_));
+  std::memcpy(row.data(), spread.Pixels(0, static_cast<int>(count)), count);
+}
+
+void PaperMap::BoundRow(const BytePlane& cells, int y, std::span<uint8_t> most) const {
   const Between down = CellsAround(y, cellShift_, rows());
-  std::vector<uint16_t> values(static_cast<size_t>(columns()) + 2);
-  Widest<PutBetween>(cells.Row(down.first), cells.Row(down.second), columns(), down.share, cellShift_,
-                     &values[1]);
-  values.front() = values[1];
-  values.back() = values[static_cast<size_t>(columns())];
-  row = row.first(std::min(row.size(), static_cast<size_t>(width_)));
+  const uint8_t *upper = cells.Row(down.first), *lower = cells.Row(down.second);
+  const int cellsInWord = 64 >> cellShift_;
+  for (size_t i = 0; i < most.size(); ++i) {
+    // With the cells before and after, towards whose middles the map runs.
+    const int first = static_cast<int>(i) * cellsInWord;
+    const int end = std::min(first + cellsInWord + 1, columns());
+    most[i] = 0;
+    for (int c = std::max(first - 1, 0); c < end; ++c) most[i] = std::max({most[i], upper[c], lower[c]});
+  }
+}
+
+// Stretches are made in groups, as that is faster. What is beyond the last one does not matter.
+constexpr size_t kStretchGroup = 8;
+
+SpreadCells::SpreadCells(const PaperMap& paper)
+    : columns_(paper.columns()),
+      rows_(paper.rows()),
+      cellShift_(std::countr_zero(static_cast<unsigned>(paper.cell()))),
+      values_(static_cast<size_t>(columns_) + 2),
+      starts_(static_cast<size_t>(columns_) + 1 + kStretchGroup),
+      steps_(starts_.size()),
+      bytes_(starts_.size() << cellShift_) {}
+
+void SpreadCells::SetRow(const BytePlane& cells, int y) {
+  const Between down = CellsAround(y, cellShift_, rows_);
+  Widest<PutBetween>(cells.Row(down.first), cells.Row(down.second), columns_, down.share, cellShift_,
+                     &values_[1]);
+  values_.front() = values_[1];
+  values_.back() = values_[static_cast<size_t>(columns_)];
+  Widest<PutSlopes>(values_.data(), static_cast<size_t>(columns_) + 1, static_cast<uint16_t>(2 << cellShift_),
+                    starts_.data(), steps_.data());
+}
+
+const uint8_t* SpreadCells::Pixels(int left, int right) {
+  const int side = 1 << cellShift_;
+  const auto first = static_cast<size_t>((left + side / 2) >> cellShift_);
+  const auto end = static_cast<size_t>((right + side / 2 + side - 1) >> cellShift_);
+  const size_t count = (end - first + kStretchGroup - 1) / kStretchGroup * kStretchGroup;
+  const uint16_t *starts = starts_.data() + first, *steps = steps_.data() + first;
+  uint8_t* const bytes = bytes_.data() + (first << cellShift_);
   switch (cellShift_) {
     case 1:
-      return SpreadValues<2>(values, row);
+      kRunStretches<2>(starts, steps, count, bytes);
+      break;
     case 2:
-      return SpreadValues<4>(values, row);
+      kRunStretches<4>(starts, steps, count, bytes);
+      break;
     case 3:
-      return SpreadValues<8>(values, row);
+      kRunStretches<8>(starts, steps, count, bytes);
+      break;
     default:
-      return SpreadValues<16>(values, row);
+      kRunStretches<16>(starts, steps, count, bytes);
   }
+  return bytes_.data() + side / 2 + left;
 }
 
 PaperColour PaperMap::ColourOfCell(int column, int row) const {

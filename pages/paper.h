@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "pages/planes.h"
 
@@ -58,6 +59,9 @@ class PaperMap {
 
   // Another map of bytes a cell, laid over the page in the same way: the row `y` of width() pixels.
   void SpreadRow(const BytePlane& cells, int y, std::span<uint8_t> row) const;
+  // What none of each 64 pixels of that row is above. From half a cell into a row of cells to half a cell
+  // into the next one it is the same.
+  void BoundRow(const BytePlane& cells, int y, std::span<uint8_t> most) const;
 
   // Colour of the paper, known after FindPaperColour; grey before it.
   PaperColour ColourOfCell(int column, int row) const;
@@ -72,6 +76,22 @@ class PaperMap {
   uint8_t level_ = 255;
   BytePlane brightness_, confidence_;
   BytePlane red_, green_, blue_;  // empty until the colour was asked for
+};
+
+// A map of bytes a cell, spread over parts of a row of pixels as they are asked for.
+class SpreadCells {
+ public:
+  explicit SpreadCells(const PaperMap& paper);
+  void SetRow(const BytePlane& cells, int y);
+  // From `left` up to, not including, `right`, in the row that was set last; valid until the next call.
+  const uint8_t* Pixels(int left, int right);
+
+ private:
+  int columns_, rows_, cellShift_;
+  // Stretches of pixels, from the middle of one cell to the middle of the next: the first one begins half a
+  // cell before the page. What they have at either end, where they begin, and how much they climb a pixel.
+  std::vector<uint16_t> values_, starts_, steps_;
+  std::vector<uint8_t> bytes_;
 };
 
 // Finds the paper of a page. `dpi` is the resolution, 0 when nobody knows; it only sets the size of the

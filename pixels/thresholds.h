@@ -135,6 +135,43 @@ inline void MarkUpToAvx2(const uint8_t* bytes, const uint8_t* limits, size_t cou
 
 }  // namespace thresholds
 
+namespace thresholds {
+
+inline void FlagUpTo(const uint8_t* bytes, const uint8_t* limits, size_t count, uint8_t* flags) {
+  for (; count > 0; ++limits, ++flags) {
+    const size_t here = count < 64 ? count : 64;
+    uint8_t any = 0;
+    for (size_t i = 0; i < here; ++i) any |= static_cast<uint8_t>(bytes[i] <= *limits ? 1 : 0);
+    *flags = any;
+    bytes += here;
+    count -= here;
+  }
+}
+
+#if RASTREL_HAS_X86_VERSIONS
+RASTREL_FOR_AVX2 inline void FlagUpToAvx2(const uint8_t* bytes, const uint8_t* limits, size_t count,
+                                          uint8_t* flags) {
+  for (; count >= 64; count -= 64, bytes += 64, ++limits, ++flags) {
+    const __m256i least = _mm256_min_epu8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes)),
+                                          _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes + 32)));
+    const __m256i limit = _mm256_set1_epi8(static_cast<char>(*limits));
+    const __m256i isUpTo = _mm256_cmpeq_epi8(_mm256_min_epu8(least, limit), least);
+    *flags = static_cast<uint8_t>(_mm256_testz_si256(isUpTo, isUpTo) == 0 ? 1 : 0);
+  }
+  FlagUpTo(bytes, limits, count, flags);
+}
+#else
+inline void FlagUpToAvx2(const uint8_t* bytes, const uint8_t* limits, size_t count, uint8_t* flags) {
+  FlagUpTo(bytes, limits, count, flags);
+}
+#endif
+
+}  // namespace thresholds
+
+// A flag, 0 or 1, for each 64 bytes of which any is no higher than their limit.
+inline constexpr Kernel kFlagUpTo =
+    Kernel(thresholds::FlagUpTo).With(Processor::kAvx2, thresholds::FlagUpToAvx2);
+
 // A bit for each byte that is no higher than its limit, 64 to a word with the first in the highest bit. Bits
 // beyond `count` are 0.
 inline constexpr Kernel kMarkUpTo =
