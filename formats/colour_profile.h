@@ -20,6 +20,8 @@ class ToRgb {
 };
 // By the profile where it is for inks; else these are mixed as if they were ideal. 0 is none of an ink.
 std::unique_ptr<ToRgb> NewInkToRgb(std::span<const uint8_t> profile);
+// Where a profile says nothing of use.
+std::unique_ptr<ToRgb> NewIdealInkToRgb();
 // L*a*b* with an offset of 128 for its colour axes, seen by this white; D50, as in ICC profiles, where it is
 // not known.
 std::unique_ptr<ToRgb> NewLabToRgb(const WhitePoint& white);

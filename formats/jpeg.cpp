@@ -14,12 +14,11 @@
 #include "formats/colour_profile.h"
 #include "formats/exif.h"
 #include "formats/format.h"
+#include "formats/jpeg_markers.h"
 #include "pages/text.h"
 
 namespace rastrel::formats {
 namespace {
-
-constexpr int kExifMarker = JPEG_APP0 + 1, kProfileMarker = JPEG_APP0 + 2, kPhotoshopMarker = JPEG_APP0 + 13;
 
 using namespace std::string_view_literals;
 constexpr std::string_view kSignatures[] = {"\xFF\xD8\xFF"sv};
@@ -64,8 +63,6 @@ void OnMessage(j_common_ptr jpeg, int level) {
   }
 }
 
-constexpr std::string_view kPhotoshopIntro = "Photoshop 3.0\0"sv;
-
 // What follows `intro` in the first marker of a kind that begins with it.
 std::span<const uint8_t> MarkerBytes(const jpeg_decompress_struct& jpeg, int kind, std::string_view intro) {
   for (const jpeg_marker_struct* marker = jpeg.marker_list; marker != nullptr; marker = marker->next) {
@@ -79,7 +76,7 @@ std::span<const uint8_t> MarkerBytes(const jpeg_decompress_struct& jpeg, int kin
 }
 
 ExifLie ExifOf(const jpeg_decompress_struct& jpeg) {
-  return ReadExif(MarkerBytes(jpeg, kExifMarker, kExifIntro));
+  return ReadExif(MarkerBytes(jpeg, kJpegExif, kExifIntro));
 }
 
 // What libjpeg calls now and then.
@@ -212,7 +209,7 @@ class Reader {
     jpeg_.src = &supply_.base;
     progress_.base.progress_monitor = OnProgress;
     jpeg_.progress = &progress_.base;
-    for (const int marker : {kExifMarker, kProfileMarker, kPhotoshopMarker, JPEG_COM})
+    for (const int marker : {kJpegExif, kJpegProfile, kJpegPhotoshop, kJpegComment})
       jpeg_save_markers(&jpeg_, marker, 0xFFFF);
     return true;
   }
@@ -263,13 +260,8 @@ void ReadMetadata(Reader* reader, Metadata* metadata) {
        metadata);
   const std::vector<uint8_t> profile = reader->Profile();
   if (!profile.empty()) metadata->Set("icc", profile);
-  const auto set = [&](const char* name, std::span<const uint8_t> bytes) {
-    if (!bytes.empty()) metadata->Set(name, bytes);
-  };
-  set("xmp", MarkerBytes(jpeg, kExifMarker, kXmpIntro));
-  set("photoshop", MarkerBytes(jpeg, kPhotoshopMarker, kPhotoshopIntro));
-  TakeExif(MarkerBytes(jpeg, kExifMarker, kExifIntro), metadata);
-  set("comment", MarkerBytes(jpeg, JPEG_COM, ""));
+  TakeJpegMarkers([&jpeg](int kind, std::string_view intro) { return MarkerBytes(jpeg, kind, intro); },
+                  metadata);
   if (jpeg.density_unit == 0) TellProportions(jpeg.X_density, jpeg.Y_density, metadata);
 }
 
@@ -323,14 +315,6 @@ PageInfo Describe(Bytes* file, uint64_t /*place*/) {
 
 // ---- writing ----------------------------------------------------------------------------------------------
 
-constexpr OptionEntry kOptions[] = {{.name = "quality",
-                                     .help = "how close to the page it stays; 100 is closest",
-                                     .least = 1,
-                                     .most = 100,
-                                     .standard = "90"}};
-constexpr int kQuality = 90;
-constexpr size_t kMostMarkerBytes = 0xFFFF - 2;  // its length takes two
-
 // Takes libjpeg's bytes.
 struct Drain {
   jpeg_destination_mgr base;
@@ -357,34 +341,6 @@ void OnEnd(j_compress_ptr jpeg) {
   if (!drain.bytes->Write({drain.buffer, left}) || !drain.bytes->Flush()) ERREXIT(jpeg, JERR_FILE_WRITE);
 }
 
-struct Marker {
-  int kind;
-  std::vector<uint8_t> bytes;
-};
-
-// Those that stand before the rows.
-std::vector<Marker> MarkersOf(const Metadata& metadata, Resolution resolution) {
-  std::vector<Marker> markers;
-  const auto add = [&](const char* name, int kind, std::string_view intro, std::span<const uint8_t> bytes) {
-    if (bytes.empty()) return;
-    Marker marker = {kind, {intro.begin(), intro.end()}};
-    marker.bytes.insert(marker.bytes.end(), bytes.begin(), bytes.end());
-    if (marker.bytes.size() > kMostMarkerBytes) {
-      throw PageError(Text("cannot be written: JPEG files have no room for so much ", name), ErrTooLarge);
-    }
-    markers.push_back(std::move(marker));
-  };
-  const auto item = [&](const char* name) {
-    const Metadata::Item* found = metadata.Find(name);
-    return found != nullptr ? std::span<const uint8_t>(found->bytes) : std::span<const uint8_t>();
-  };
-  add("exif", kExifMarker, kExifIntro, ExifFor(metadata, resolution, RASTREL_EXIF_TEXTS));
-  add("xmp", kExifMarker, kXmpIntro, item("xmp"));
-  add("photoshop", kPhotoshopMarker, kPhotoshopIntro, item("photoshop"));
-  add("comment", JPEG_COM, "", item("comment"));
-  return markers;
-}
-
 class Writer {
  public:
   explicit Writer(Bytes* file) : bytes_(file) {
@@ -401,7 +357,7 @@ class Writer {
 
   // `row` has room for a row of greys or colours where the page has indices; else it is null.
   bool Write(const PageView& page, int quality, const Metadata::Item* profile,
-             std::span<const Marker> markers, bool isGrey, uint8_t* row) {
+             std::span<const JpegMarker> markers, bool isGrey, uint8_t* row) {
     if (setjmp(errors_.jump) != 0) return false;
     jpeg_.image_width = static_cast<JDIMENSION>(page.width());
     jpeg_.image_height = static_cast<JDIMENSION>(page.height());
@@ -417,7 +373,7 @@ class Writer {
     if (jpeg_.X_density == 0 || jpeg_.Y_density == 0) jpeg_.density_unit = 0;
     if (jpeg_.density_unit == 0) jpeg_.X_density = jpeg_.Y_density = 1;
     jpeg_start_compress(&jpeg_, TRUE);
-    for (const Marker& marker : markers) {
+    for (const JpegMarker& marker : markers) {
       jpeg_write_marker(&jpeg_, marker.kind, marker.bytes.data(), static_cast<unsigned>(marker.bytes.size()));
     }
     if (profile != nullptr && !profile->bytes.empty()) {
@@ -461,16 +417,14 @@ class Writer {
 
 void Write(const Dib& page, const Metadata& metadata, const Options& options, Bytes* file) {
   const PageView view(page);
-  if (view.width() > JPEG_MAX_DIMENSION || view.height() > JPEG_MAX_DIMENSION) {
-    throw PageError("cannot be written: JPEG files have at most 65500 pixels a side", ErrTooLarge);
-  }
+  CheckJpegSize(view);
   const bool isGrey = HasGreyRamp(view);
   const bool isAsItIs = view.bits() == 24 || (view.bits() == 8 && isGrey);
   std::vector<uint8_t> row(isAsItIs ? 0 : static_cast<size_t>(view.width()) * 3);
   const Metadata fitting = FittingProfile(metadata, view);
-  const std::vector<Marker> markers = MarkersOf(fitting, view.resolution());
+  const std::vector<JpegMarker> markers = JpegMarkersFor(fitting, view.resolution());
   Writer writer(file);
-  const auto quality = static_cast<int>(options.Number("quality", kQuality));
+  const auto quality = static_cast<int>(options.Number("quality", kJpegQuality));
   if (!writer.Write(view, quality, fitting.Find("icc"), markers, isGrey,
                     row.empty() ? nullptr : row.data())) {
     NotWritten(file->problem() != nullptr ? file->problem() : writer.message());
@@ -483,8 +437,8 @@ constinit const Format kJpeg = {.name = "jpg",
                                 .title = "JPEG",
                                 .extensions = "jpg,jpeg,jpe",
                                 .signatures = kSignatures,
-                                .options = kOptions,
-                                .metadata = "icc,xmp,exif,photoshop,comment," RASTREL_EXIF_TEXTS,
+                                .options = kJpegOptions,
+                                .metadata = kJpegMetadata,
                                 .read = Read,
                                 .describe = Describe,
                                 .write = Write};

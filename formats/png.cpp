@@ -11,6 +11,7 @@
 
 #include "formats/exif.h"
 #include "formats/format.h"
+#include "formats/png_texts.h"
 
 namespace rastrel::formats {
 namespace {
@@ -140,68 +141,6 @@ class Reader {
   int passes_ = 1;
 };
 
-struct TextItem {
-  const char* keyword;
-  const char* item;
-};
-constexpr TextItem kTexts[] = {
-    {"Description", "description"}, {"Author", "artist"},   {"Copyright", "copyright"},
-    {"Creation Time", "date"},      {"Title", "document"},  {"Software", "software"},
-    {"History", "history"},         {"Comment", "comment"}, {"XML:com.adobe.xmp", "xmp"}};
-constexpr const char* kXmpKeyword = "XML:com.adobe.xmp";
-// Of texts with other keywords: keywords and texts, each with a 0 after it.
-constexpr const char* kOtherTexts = "texts";
-constexpr const char* kMetadata =
-    "icc,xmp,exif,description,artist,copyright,date,document,software,history,comment,make,model,texts";
-constexpr const char* kExifTexts = "make,model";  // that have no keyword of their own
-
-std::string Utf8(std::string_view latin1) {
-  std::string text;
-  for (const char c : latin1) {
-    const auto byte = static_cast<uint8_t>(c);
-    if (byte >= 0x80) text += static_cast<char>(0xC0 | byte >> 6);
-    text += static_cast<char>(byte < 0x80 ? byte : 0x80 | (byte & 0x3F));
-  }
-  return text;
-}
-
-// How ImageMagick and others write blocks for which PNG had no chunk: a name, a length, and digits.
-std::vector<uint8_t> RawProfile(std::string_view text) {
-  const auto skipLine = [&] { text.remove_prefix(std::min(text.size(), text.find('\n') + 1)); };
-  for (int line = 0; line < 3 && text.find('\n') != std::string_view::npos; ++line) skipLine();
-  std::vector<uint8_t> bytes;
-  int digits = 0;
-  for (const char c : text) {
-    const int digit = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-    if (digit < 0) continue;
-    if (digits++ % 2 == 0) bytes.push_back(0);
-    bytes.back() = static_cast<uint8_t>(bytes.back() << 4 | digit);
-  }
-  return bytes;
-}
-
-bool TakeRawProfile(std::string_view keyword, std::string_view text, Metadata* metadata) {
-  constexpr std::string_view kIntro = "Raw profile type ";
-  if (!keyword.starts_with(kIntro)) return false;
-  const std::string_view kind = keyword.substr(kIntro.size());
-  const std::vector<uint8_t> bytes = RawProfile(text);
-  const std::string_view all(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  if (kind == "exif" || (kind == "APP1" && all.starts_with(kExifIntro))) {
-    TakeExif(bytes, metadata);
-  } else if (kind == "xmp") {
-    metadata->Set("xmp", bytes);
-  } else if (kind == "APP1" && all.starts_with(kXmpIntro)) {
-    metadata->SetText("xmp", all.substr(kXmpIntro.size()));
-  } else if (kind == "iptc" || kind == "8bim") {
-    metadata->Set(all.starts_with("8BIM") ? "photoshop" : "iptc", bytes);
-  } else if (kind == "icc" || kind == "icm") {
-    metadata->Set("icc", bytes);
-  } else {
-    return false;
-  }
-  return true;
-}
-
 void ReadTexts(const Reader& reader, Metadata* metadata) {
   png_textp texts = nullptr;
   int count = 0;
@@ -211,18 +150,9 @@ void ReadTexts(const Reader& reader, Metadata* metadata) {
     if (texts[i].text == nullptr) continue;
     const bool isUtf8 = texts[i].compression >= PNG_ITXT_COMPRESSION_NONE;
     const std::string_view bytes(texts[i].text, isUtf8 ? texts[i].itxt_length : texts[i].text_length);
-    const std::string_view keyword = texts[i].key;
-    if (TakeRawProfile(keyword, bytes, metadata)) continue;
-    const std::string text = isUtf8 ? std::string(bytes) : Utf8(bytes);
-    const auto entry = std::find_if(std::begin(kTexts), std::end(kTexts),
-                                    [&](const TextItem& known) { return keyword == known.keyword; });
-    if (entry != std::end(kTexts)) {
-      metadata->SetText(entry->item, text);
-    } else {
-      others += std::string(keyword) + '\0' + text.substr(0, text.find('\0')) + '\0';
-    }
+    TakePngText(texts[i].key, bytes, isUtf8, metadata, &others);
   }
-  if (!others.empty()) metadata->SetText(kOtherTexts, others);
+  if (!others.empty()) metadata->SetText(kPngOtherTexts, others);
 }
 
 // Whether the file says no more of its colours than what screens without a profile show.
@@ -441,72 +371,34 @@ PageInfo Describe(Bytes* file, uint64_t /*place*/) {
   });
 }
 
-bool IsUtf8(std::string_view text) {
-  while (!text.empty()) {
-    const auto first = static_cast<uint8_t>(text[0]);
-    const size_t more = first < 0x80                     ? 0
-                        : first >= 0xC2 && first <= 0xDF ? 1
-                        : first >= 0xE0 && first <= 0xEF ? 2
-                        : first >= 0xF0 && first <= 0xF4 ? 3
-                                                         : text.size();
-    if (more >= text.size()) return false;
-    const auto isNext = [](char c) { return (c & 0xC0) == 0x80; };
-    if (!std::all_of(text.begin() + 1, text.begin() + 1 + static_cast<ptrdiff_t>(more), isNext)) return false;
-    text.remove_prefix(1 + more);
-  }
-  return true;
-}
-
 // Texts as libpng takes them.
 struct Texts {
   std::vector<std::string> kept;  // what the others point to
   std::vector<png_text> texts;
 
-  void Add(std::string_view keyword, std::string_view text) {
-    char* key = kept.emplace_back(keyword).data();
-    std::string& value = kept.emplace_back(IsUtf8(text) ? std::string(text) : Utf8(text));
-    const bool isAscii = std::all_of(value.begin(), value.end(), [](char c) { return (c & 0x80) == 0; });
-    png_text out{};
-    // UTF-8 wants a chunk of its own kind, and so does XMP by its rules.
-    const bool isPlain = isAscii && keyword != kXmpKeyword;
-    out.compression = isPlain ? PNG_TEXT_COMPRESSION_NONE : PNG_ITXT_COMPRESSION_NONE;
-    out.key = key;
-    out.text = value.data();
-    (isPlain ? out.text_length : out.itxt_length) = value.size();
-    static char none[] = "";
-    out.lang = out.lang_key = none;
-    texts.push_back(out);
+  explicit Texts(const std::vector<PngText>& from) {
+    kept.reserve(2 * from.size());  // none may move
+    for (const PngText& text : from) {
+      char* key = kept.emplace_back(text.keyword).data();
+      std::string& value = kept.emplace_back(text.text);
+      png_text out{};
+      out.compression = text.isUtf8 ? PNG_ITXT_COMPRESSION_NONE : PNG_TEXT_COMPRESSION_NONE;
+      out.key = key;
+      out.text = value.data();
+      (text.isUtf8 ? out.itxt_length : out.text_length) = value.size();
+      static char none[] = "";
+      out.lang = out.lang_key = none;
+      texts.push_back(out);
+    }
   }
 };
-
-// Parts of `text` up to the next 0, which goes with it.
-std::string_view TakePart(std::string_view* text) {
-  const std::string_view part = text->substr(0, text->find('\0'));
-  text->remove_prefix(std::min(text->size(), part.size() + 1));
-  return part;
-}
-
-Texts TextsOf(const Metadata& metadata) {
-  Texts texts;
-  const std::string packed = metadata.TextOf(kOtherTexts);
-  texts.kept.reserve(2 * std::size(kTexts) + packed.size());  // none may move
-  for (const TextItem& entry : kTexts) {
-    const std::string text = metadata.TextOf(entry.item);
-    if (!text.empty()) texts.Add(entry.keyword, text);
-  }
-  for (std::string_view others = packed; !others.empty();) {
-    const std::string_view keyword = TakePart(&others);
-    texts.Add(keyword, TakePart(&others));
-  }
-  return texts;
-}
 
 template <class RowAt>
 void WriteFile(Writer::Head head, const Metadata& metadata, RowAt rowAt, void (*order)(png_structp),
                Bytes* file) {
-  Texts texts = TextsOf(metadata);
+  Texts texts(PngTextsOf(metadata));
   head.profile = metadata.Find("icc");
-  const std::vector<uint8_t> exif = ExifFor(metadata, head.resolution, kExifTexts);
+  const std::vector<uint8_t> exif = ExifFor(metadata, head.resolution, kPngExifTexts);
   head.exif = exif;
   head.texts = texts.texts;
   Writer writer(file);
@@ -597,7 +489,7 @@ constinit const Format kPng = {.name = "png",
                                .title = "PNG",
                                .extensions = "png",
                                .signatures = kSignatures,
-                               .metadata = kMetadata,
+                               .metadata = kPngMetadata,
                                .read = Read,
                                .describe = Describe,
                                .write = Write,

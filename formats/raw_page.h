@@ -12,20 +12,24 @@ namespace rastrel::formats {
 
 using namespace pages;
 
-// Samples take whole bytes of this machine's order, a pixel's one after the other, rows from the top.
 // Of light, as TIFF tells it; 0 where that is not told.
 struct WhitePoint {
   float x = 0, y = 0;
   bool isKnown() const { return x > 0 && y > 0 && x + y <= 1; }
 };
 
+// What colours, numbers and further samples are, as TIFF numbers them, which knows all kinds.
+enum : uint16_t { kWhiteIsZero, kBlackIsZero, kRedGreenBlue, kIndexed, kInks = 5, kCieLab = 8, kIccLab };
+enum : uint16_t { kUnsignedNumber = 1, kSignedNumber, kFloatNumber };
+enum : uint16_t { kMultipliedAlpha = 1, kPlainAlpha };
+
+// Samples take whole bytes of this machine's order, a pixel's one after the other, rows from the top.
 struct Raw {
   int32_t width = 0, height = 0;
   int bits = 8;     // of a sample in its file
   int samples = 1;  // of a pixel
   Resolution resolution;
-  // As TIFF numbers them, which knows all kinds.
-  uint16_t photometric = 1, sampleFormat = 1;
+  uint16_t photometric = kBlackIsZero, sampleFormat = kUnsignedNumber;
   std::vector<uint16_t> extras;   // what the last samples of a pixel are
   std::vector<uint16_t> colours;  // of a palette: reds, greens, blues
   WhitePoint white;               // of L*a*b*

@@ -1,6 +1,4 @@
 // Raw pages as pages of 1, 8 or 24 bits.
-#include <tiff.h>
-
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -52,15 +50,15 @@ double WhiteOf(const Raw& page) {
 class Reducer {
  public:
   explicit Reducer(const Raw& page) : page_(page) {
-    if (page.sampleFormat == SAMPLEFORMAT_IEEEFP) {
+    if (page.sampleFormat == kFloatNumber) {
       white_ = WhiteOf(page);
     } else {
       most_ = page.bits == 32 ? UINT32_MAX : (1u << page.bits) - 1;
-      sign_ = page.sampleFormat == SAMPLEFORMAT_INT ? 1u << (page.bits - 1) : 0;
+      sign_ = page.sampleFormat == kSignedNumber ? 1u << (page.bits - 1) : 0;
     }
   }
   uint8_t Of(const uint8_t* sample) const {
-    if (page_.sampleFormat == SAMPLEFORMAT_IEEEFP) {
+    if (page_.sampleFormat == kFloatNumber) {
       const double share = FloatAt(page_, sample) / white_;
       return share > 0 ? static_cast<uint8_t>(std::floor(std::min(share, 1.0) * 255 + 0.5)) : uint8_t{0};
     }
@@ -92,11 +90,11 @@ uint8_t Over(uint8_t value, uint8_t alpha, bool isMultiplied) {
 
 int ColourSamples(const Raw& page) {
   switch (page.photometric) {
-    case PHOTOMETRIC_RGB:
-    case PHOTOMETRIC_CIELAB:
-    case PHOTOMETRIC_ICCLAB:
+    case kRedGreenBlue:
+    case kCieLab:
+    case kIccLab:
       return 3;
-    case PHOTOMETRIC_SEPARATED:
+    case kInks:
       return 4;
     default:
       return 1;
@@ -106,16 +104,15 @@ int ColourSamples(const Raw& page) {
 }  // namespace
 
 bool HasAlpha(const Raw& page) {
-  return !page.extras.empty() &&
-         (page.extras[0] == EXTRASAMPLE_ASSOCALPHA || page.extras[0] == EXTRASAMPLE_UNASSALPHA);
+  return !page.extras.empty() && (page.extras[0] == kMultipliedAlpha || page.extras[0] == kPlainAlpha);
 }
 
 int ReducedBits(const Raw& page) {
   switch (page.photometric) {
-    case PHOTOMETRIC_MINISWHITE:
-    case PHOTOMETRIC_MINISBLACK:
+    case kWhiteIsZero:
+    case kBlackIsZero:
       return page.bits == 1 && page.samples == 1 ? 1 : 8;
-    case PHOTOMETRIC_PALETTE:
+    case kIndexed:
       return 8;
     default:
       return 24;
@@ -144,12 +141,12 @@ Dib Reduced(const Raw& page, std::span<const uint8_t> profile) {
   Dib result = MakePage(page.width, page.height, bits, page.resolution);
   const PageView view(result);
   const Reducer reducer(page);
-  const bool isLab = page.photometric == PHOTOMETRIC_CIELAB || page.photometric == PHOTOMETRIC_ICCLAB;
-  const bool hasAlpha = HasAlpha(page) && page.samples > colours && page.photometric != PHOTOMETRIC_PALETTE;
-  const bool isMultiplied = hasAlpha && page.extras[0] == EXTRASAMPLE_ASSOCALPHA;
+  const bool isLab = page.photometric == kCieLab || page.photometric == kIccLab;
+  const bool hasAlpha = HasAlpha(page) && page.samples > colours && page.photometric != kIndexed;
+  const bool isMultiplied = hasAlpha && page.extras[0] == kMultipliedAlpha;
   const size_t bytes = page.sampleBytes(), pixelBytes = bytes * static_cast<size_t>(page.samples);
-  if (page.photometric == PHOTOMETRIC_PALETTE) SetPalette(page, view.palette());
-  const std::unique_ptr<ToRgb> toRgb = bits == 24 && page.photometric != PHOTOMETRIC_RGB
+  if (page.photometric == kIndexed) SetPalette(page, view.palette());
+  const std::unique_ptr<ToRgb> toRgb = bits == 24 && page.photometric != kRedGreenBlue
                                            ? isLab ? NewLabToRgb(page.white) : NewInkToRgb(profile)
                                            : nullptr;
   std::vector<uint8_t> mixed(static_cast<size_t>(page.width) * static_cast<size_t>(colours));
@@ -162,12 +159,11 @@ Dib Reduced(const Raw& page, std::span<const uint8_t> profile) {
       uint8_t values[4] = {};
       for (int i = 0; i < colours; ++i) {
         const uint8_t* sample = in + static_cast<size_t>(i) * bytes;
-        values[i] = page.photometric == PHOTOMETRIC_PALETTE ? *sample : reducer.Of(sample);
+        values[i] = page.photometric == kIndexed ? *sample : reducer.Of(sample);
         // The two colour axes of CIE L*a*b* have a sign, those of ICC an offset.
-        if (page.photometric == PHOTOMETRIC_CIELAB && i > 0 && page.sampleFormat != SAMPLEFORMAT_INT)
-          values[i] ^= 0x80;
+        if (page.photometric == kCieLab && i > 0 && page.sampleFormat != kSignedNumber) values[i] ^= 0x80;
       }
-      if (page.photometric == PHOTOMETRIC_MINISWHITE) values[0] = static_cast<uint8_t>(255 - values[0]);
+      if (page.photometric == kWhiteIsZero) values[0] = static_cast<uint8_t>(255 - values[0]);
       if (hasAlpha && !toRgb) {
         const uint8_t alpha = reducer.Of(in + static_cast<size_t>(colours) * bytes);
         for (int i = 0; i < colours; ++i) values[i] = Over(values[i], alpha, isMultiplied);

@@ -11,6 +11,7 @@
 
 #include "formats/format.h"
 #include "formats/tiff_document.h"
+#include "formats/tiff_fields.h"
 #include "formats/tiff_file.h"
 #include "formats/tiff_metadata.h"
 #include "formats/tiff_raw.h"
@@ -146,45 +147,17 @@ Layout ReadLayout(TIFF* file) {
   return layout;
 }
 
-// The most pixel bytes that a byte of the file can stand for, rounded up; 0 where that cannot be told.
-uint64_t HighestRatio(uint16_t compression) {
-  switch (compression) {
-    case COMPRESSION_NONE:
-      return 1;
-    case COMPRESSION_PACKBITS:
-      return 64;
-    case COMPRESSION_JPEG:
-    case COMPRESSION_OJPEG:
-      return 64 * 8 * 3;  // a bit for 64 samples
-    case COMPRESSION_LZW:
-    case COMPRESSION_ADOBE_DEFLATE:
-    case COMPRESSION_DEFLATE:
-      return 4096;
-    case COMPRESSION_LZMA:
-    case COMPRESSION_ZSTD:
-      return 50'000;  // blocks of 128 KiB in four bytes
-    default:
-      return 0;
-  }
-}
-
 // A lying size is refused before memory is asked for.
 void CheckClaim(TIFF* file, const Layout& layout) {
-  const auto fileBytes = static_cast<uint64_t>(TIFFGetSizeProc(file)(TIFFClientdata(file)));
-  const bool isFax =
-      layout.compression == COMPRESSION_CCITTFAX4 || layout.compression == COMPRESSION_CCITTFAX3;
-  const uint64_t rowBytes = (uint64_t{layout.width} * layout.bits * layout.samples + 7) / 8;
-  const uint64_t ratio = HighestRatio(layout.compression);
-  const uint64_t most = fileBytes * ratio;
   const bool isTiled = TIFFIsTiled(file) != 0;
-  // A tile may be larger than the page.
-  const uint64_t tileBytes = isTiled ? TIFFTileSize64(file) : 0;
-  // A fax row takes a bit at least.
-  if ((isFax && layout.height / 8 > fileBytes) ||
-      (ratio != 0 && rowBytes > 0 && layout.height > most / rowBytes) ||
-      (ratio != 0 && tileBytes > 0 && TIFFNumberOfTiles(file) > most / tileBytes)) {
-    CannotHold(fileBytes, layout.width, layout.height);
-  }
+  CheckTiffClaim(static_cast<uint64_t>(TIFFGetSizeProc(file)(TIFFClientdata(file))),
+                 {.width = layout.width,
+                  .height = layout.height,
+                  .rowBytes = (uint64_t{layout.width} * layout.bits * layout.samples + 7) / 8,
+                  .compression = layout.compression,
+                  // A tile may be larger than the page.
+                  .tileBytes = isTiled ? TIFFTileSize64(file) : 0,
+                  .tiles = isTiled ? TIFFNumberOfTiles(file) : 0});
 }
 
 // Numbers without a sign.
@@ -419,11 +392,13 @@ bool WriteFaxRows(TIFF* file, const PageView& page, const Form& form) {
   return true;
 }
 
-// A file that is read, with one of its pages shown as the first.
+// A file that is read, with one of its pages shown as the only one.
 class OpenTiff {
  public:
-  explicit OpenTiff(Bytes* bytes, uint64_t directory = 0) : file_(bytes, "rm") {
-    if (directory != 0) file_.BeginAt(directory);
+  // `directory`: of the page; 0 for the first, with those after it.
+  explicit OpenTiff(Bytes* bytes, uint64_t directory = 0)
+      : page_(directory != 0 ? std::make_unique<TiffPageBytes>(bytes, directory) : nullptr),
+        file_(page_ ? page_.get() : bytes, "rm") {
     tiff_ = Open(&file_, &messages_);
     if (!tiff_) Damaged(messages_);
   }
@@ -432,6 +407,7 @@ class OpenTiff {
 
  private:
   Messages messages_;
+  std::unique_ptr<TiffPageBytes> page_;
   TiffFile file_;
   TiffHandle tiff_;
 };
@@ -528,116 +504,14 @@ void TellOriginal(TIFF* file, const Layout& layout, bool isRaw, Metadata* metada
   }
 }
 
-// The item's bytes, or none.
-std::span<const uint8_t> ItemOf(const Metadata* metadata, std::string_view name) {
-  const Metadata::Item* item = metadata != nullptr ? metadata->Find(name) : nullptr;
-  return item != nullptr ? std::span<const uint8_t>(item->bytes) : std::span<const uint8_t>();
-}
-
-// Fields that go on into other TIFF files as they are.
-bool IsKeptField(uint16_t tag) {
-  constexpr uint16_t kTags[] = {TIFFTAG_XPOSITION,     TIFFTAG_YPOSITION,  TIFFTAG_HOSTCOMPUTER,
-                                TIFFTAG_TARGETPRINTER, TIFFTAG_WHITEPOINT, TIFFTAG_PRIMARYCHROMATICITIES};
-  return std::find(std::begin(kTags), std::end(kTags), tag) != std::end(kTags);
-}
-
-// Fields of how pixels are stored, and those whose items are read elsewhere.
-bool IsUsedField(uint16_t tag) {
-  constexpr uint16_t kTags[] = {TIFFTAG_THRESHHOLDING, TIFFTAG_FREEOFFSETS, TIFFTAG_FREEBYTECOUNTS,
-                                TIFFTAG_PREDICTOR,     TIFFTAG_COLORMAP,    TIFFTAG_JPEGTABLES,
-                                TIFFTAG_ICCPROFILE,    TIFFTAG_XMLPACKET,   TIFFTAG_PHOTOSHOP,
-                                TIFFTAG_RICHTIFFIPTC,  kTiffExif,           kTiffGps,
-                                kTiffHistory};
-  const auto isWithin = [tag](uint16_t first, uint16_t last) { return tag >= first && tag <= last; };
-  return std::find(std::begin(kTags), std::end(kTags), tag) != std::end(kTags) ||
-         std::any_of(std::begin(kTiffTexts), std::end(kTiffTexts),
-                     [tag](const TiffText& text) { return text.tag == tag; }) ||
-         isWithin(TIFFTAG_SUBFILETYPE, TIFFTAG_PHOTOMETRIC) ||
-         isWithin(TIFFTAG_CELLWIDTH, TIFFTAG_FILLORDER) || tag == TIFFTAG_STRIPOFFSETS ||
-         tag == TIFFTAG_ORIENTATION || isWithin(TIFFTAG_SAMPLESPERPIXEL, TIFFTAG_PLANARCONFIG) ||
-         isWithin(TIFFTAG_GROUP3OPTIONS, TIFFTAG_GROUP4OPTIONS) ||
-         isWithin(TIFFTAG_RESOLUTIONUNIT, TIFFTAG_PAGENUMBER) ||
-         isWithin(TIFFTAG_TILEWIDTH, TIFFTAG_CONSECUTIVEBADFAXLINES) || tag == TIFFTAG_INKSET ||
-         tag == TIFFTAG_NUMBEROFINKS || isWithin(TIFFTAG_EXTRASAMPLES, TIFFTAG_SMAXSAMPLEVALUE) ||
-         isWithin(TIFFTAG_JPEGPROC, TIFFTAG_JPEGACTABLES) ||
-         isWithin(TIFFTAG_YCBCRCOEFFICIENTS, TIFFTAG_REFERENCEBLACKWHITE);
-}
-
-// A small TIFF file of fields alone, as metadata carries them.
-std::vector<uint8_t> BlockOf(const TiffReader::Tree& tree) {
-  MemoryBytes block;
-  constexpr uint8_t kHeader[8] = {'I', 'I', 42};
-  TiffWriter writer(&block, 0, /*isBig=*/false);
-  writer.Add(kHeader);
-  writer.Point(4, writer.Add(tree).at);
-  return block.Take();
-}
-
-TiffReader::Tree TreeOf(std::span<const uint8_t> block) {
-  if (block.empty()) return {};
-  BorrowedBytes bytes(block);
-  try {
-    const TiffReader reader(&bytes);
-    return reader.LoadTree(reader.first());
-  } catch (const PageError&) {
-    return {};  // a damaged block is as good as none
-  }
-}
-
-// What libtiff does not tell: the EXIF directory, as the block that other formats have, the history, and
-// fields that only TIFF files have.
 void ReadExtras(Bytes* bytes, TIFF* file, const Layout& layout, Metadata* metadata) {
-  try {
-    const TiffReader reader(bytes);
-    TiffReader::Tree exif, others;
-    std::string leftOut;
-    const bool isLab = SpaceOf(layout) == "Lab";
-    for (const TiffReader::Entry& entry : reader.Directory(TIFFCurrentDirOffset(file))) {
-      if (entry.tag == kTiffHistory && entry.type == kTiffAscii) {
-        std::vector<uint8_t> text = reader.Load(entry).value;
-        while (!text.empty() && text.back() == 0) text.pop_back();
-        metadata->Set("history", text);
-      } else if (entry.tag == kTiffExif || entry.tag == kTiffGps) {
-        const std::vector<uint64_t> to = reader.Numbers(entry);
-        if (to.size() == 1) exif.below.emplace_back(entry.tag, reader.LoadTree(to[0], 1));
-      } else if (isLab && entry.tag == TIFFTAG_WHITEPOINT) {
-        // It is with the colours.
-      } else if (IsKeptField(entry.tag)) {
-        others.fields.push_back(reader.Load(entry));
-      } else if (!IsUsedField(entry.tag)) {
-        const TIFFField* known = TIFFFieldWithTag(file, entry.tag);
-        leftOut += (leftOut.empty() ? "" : ", ") +
-                   (known != nullptr ? std::string(TIFFFieldName(known)) : Text("tag ", entry.tag));
-      }
-    }
-    if (!exif.below.empty()) metadata->Set("exif", BlockOf(exif));
-    if (!others.fields.empty()) metadata->Set("tiff", BlockOf(others));
-    if (!leftOut.empty()) AddReduction(leftOut + " left out", metadata);
-  } catch (const PageError&) {
-    AddReduction("exif left out: it is damaged", metadata);
-  }
-}
-
-// Adds what ReadExtras finds to a file of one page.
-void WriteExtras(MemoryBytes* bytes, const Metadata& metadata) {
-  const std::span<const uint8_t> history = ItemOf(&metadata, "history");
-  const TiffReader::Tree exif = TreeOf(ItemOf(&metadata, "exif")), others = TreeOf(ItemOf(&metadata, "tiff"));
-  if (exif.below.empty() && history.empty() && others.fields.empty()) return;
-  const TiffReader reader(bytes);
-  TiffReader::Tree tree = reader.LoadTree(reader.first());
-  if (!history.empty()) {
-    TiffField field = {kTiffHistory, kTiffAscii, history.size() + 1, {history.begin(), history.end()}};
-    field.value.push_back(0);
-    tree.fields.push_back(std::move(field));
-  }
-  for (const TiffField& field : others.fields) {
-    const auto isSame = [&](const TiffField& own) { return own.tag == field.tag; };
-    if (IsKeptField(field.tag) && std::none_of(tree.fields.begin(), tree.fields.end(), isSame))
-      tree.fields.push_back(field);
-  }
-  tree.below = exif.below;
-  TiffWriter writer(bytes, bytes->size(), reader.isBig());
-  writer.Point(reader.isBig() ? 8 : 4, writer.Add(tree).at);
+  ReadTiffExtras(
+      bytes, TIFFCurrentDirOffset(file), SpaceOf(layout) == "Lab",
+      [file](uint16_t tag) {
+        const TIFFField* known = TIFFFieldWithTag(file, tag);
+        return known != nullptr ? std::string(TIFFFieldName(known)) : Text("tag ", tag);
+      },
+      metadata);
 }
 
 Raw ReadRawPage(const OpenTiff& file, const Layout& layout, const Reading& reading) {
@@ -735,7 +609,7 @@ std::vector<uint8_t> EncodeAlone(uint64_t pixelBytes, const Metadata& metadata, 
     fail();
   }
   file.reset();
-  WriteExtras(&bytes, metadata);
+  WriteTiffExtras(&bytes, metadata);
   return bytes.Take();
 }
 

@@ -60,9 +60,7 @@ uint64_t TiffReader::EntriesOf(uint64_t at) const {
   return count;
 }
 
-uint64_t TiffReader::Next(uint64_t at) const {
-  return Number(at + countBytes() + EntriesOf(at) * entryBytes(), word());
-}
+uint64_t TiffReader::NextAt(uint64_t at) const { return at + countBytes() + EntriesOf(at) * entryBytes(); }
 
 std::vector<TiffReader::Entry> TiffReader::Directory(uint64_t at) const {
   const uint64_t count = EntriesOf(at);
@@ -118,6 +116,26 @@ TiffReader::Tree TiffReader::LoadTree(uint64_t at, int depth) const {
     if (to.size() == 1 && depth < kMostDepth) tree.below.emplace_back(entry.tag, LoadTree(to[0], depth + 1));
   }
   return tree;
+}
+
+TiffPageBytes::TiffPageBytes(Bytes* bytes, uint64_t directory) : bytes_(bytes) {
+  const TiffReader reader(bytes);
+  word_ = reader.word();
+  first_.at = reader.FirstAt();
+  next_.at = reader.NextAt(directory);
+  for (size_t i = 0; i < word_; ++i)
+    first_.bytes[reader.isBigEndian() ? word_ - 1 - i : i] = static_cast<uint8_t>(directory >> 8 * i);
+}
+
+size_t TiffPageBytes::ReadAt(uint64_t position, std::span<uint8_t> bytes) noexcept {
+  const size_t got = bytes_->ReadAt(position, bytes);
+  for (const Shown* shown : {&first_, &next_}) {
+    for (size_t i = 0; i < word_; ++i) {
+      const uint64_t at = shown->at + i - position;  // huge in front of what is read
+      if (at < got) bytes[static_cast<size_t>(at)] = shown->bytes[i];
+    }
+  }
+  return got;
 }
 
 // ---- writing ----------------------------------------------------------------------------------------------

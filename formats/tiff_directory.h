@@ -18,13 +18,62 @@ enum TiffType : uint16_t {
   kTiffLong8 = 16
 };
 enum TiffTag : uint16_t {
+  kTiffSubfileType = 254,
+  kTiffWidth = 256,
+  kTiffHeight = 257,
+  kTiffBitsPerSample = 258,
+  kTiffCompression = 259,
+  kTiffPhotometric = 262,
   kTiffStripOffsets = 273,
+  kTiffOrientation = 274,
+  kTiffSamplesPerPixel = 277,
   kTiffStripByteCounts = 279,
+  kTiffXResolution = 282,
+  kTiffYResolution = 283,
+  kTiffPlanar = 284,
+  kTiffResolutionUnit = 296,
+  kTiffPageNumber = 297,
+  kTiffColourMap = 320,
+  kTiffTileWidth = 322,
+  kTiffTileHeight = 323,
+  kTiffTileOffsets = 324,
+  kTiffTileByteCounts = 325,
+  kTiffExtraSamples = 338,
+  kTiffSampleFormat = 339,
+  kTiffXmp = 700,
+  kTiffIptc = 33723,
+  kTiffPhotoshop = 34377,
   kTiffExif = 34665,
+  kTiffIccProfile = 34675,
   kTiffGps = 34853,
   kTiffHistory = 37395,  // of TIFF/EP: what was done to the picture, a line each time
   kTiffInterop = 40965
 };
+
+enum TiffCompression : uint16_t {
+  kTiffNone = 1,
+  kTiffFax3 = 3,
+  kTiffFax4 = 4,
+  kTiffLzw = 5,
+  kTiffOldJpeg = 6,
+  kTiffJpeg = 7,
+  kTiffDeflate = 8,
+  kTiffPackBits = 32773,
+  kTiffOldDeflate = 32946,
+  kTiffLzma = 34925,
+  kTiffZstd = 50000
+};
+
+// Blocks that TIFF pages have, and the items that they are.
+struct TiffBlock {
+  uint16_t tag;
+  const char* item;
+};
+inline constexpr TiffBlock kTiffBlocks[] = {
+    {kTiffIccProfile, "icc"}, {kTiffXmp, "xmp"}, {kTiffPhotoshop, "photoshop"}, {kTiffIptc, "iptc"}};
+inline constexpr const char* kTiffMetadata =
+    "icc,xmp,photoshop,iptc,description,artist,copyright,date,page-name,page-number,document,make,model,"
+    "software,exif,history,tiff";
 
 // Texts of a page that TIFF files and EXIF blocks have a place for, and the items that they are.
 struct TiffText {
@@ -59,8 +108,12 @@ class TiffReader {
   bool isBigEndian() const { return isBigEndian_; }
   bool isBig() const { return isBig_; }
   std::vector<Entry> Directory(uint64_t at) const;
-  // Where the directory after that one is; 0 for none.
-  uint64_t Next(uint64_t at) const;
+  // Where the directory after that one is, 0 for none; and where that is told.
+  uint64_t Next(uint64_t at) const { return Number(NextAt(at), word()); }
+  uint64_t NextAt(uint64_t at) const;
+  uint64_t FirstAt() const { return isBig_ ? 8 : 4; }
+  // Bytes of an offset.
+  size_t word() const { return isBig_ ? 8 : 4; }
   TiffField Load(const Entry& entry) const;
   // Whole numbers; none for other types.
   std::vector<uint64_t> Numbers(const Entry& entry) const;
@@ -74,14 +127,34 @@ class TiffReader {
  private:
   uint64_t Number(uint64_t at, size_t bytes) const;
   uint64_t EntriesOf(uint64_t at) const;
-  // Bytes of an offset, of the number of entries, and of an entry.
-  size_t word() const { return isBig_ ? 8 : 4; }
+  // Bytes of the number of entries, and of an entry.
   size_t countBytes() const { return isBig_ ? 8 : 2; }
   size_t entryBytes() const { return 4 + 2 * word(); }
 
   Bytes* bytes_;
   bool isBigEndian_ = false, isBig_ = false;
   uint64_t first_ = 0;
+};
+
+// A file with one of its pages shown as the only one. Its pages are a chain, which codecs follow from the
+// first page on to get to any other: for a file of thousands of pages that takes minutes. Here two pointers
+// are shown differently from how they stand in the file, so that the way is short.
+class TiffPageBytes : public Bytes {
+ public:
+  TiffPageBytes(Bytes* bytes, uint64_t directory);
+  size_t ReadAt(uint64_t position, std::span<uint8_t> bytes) noexcept override;
+  bool WriteAt(uint64_t, std::span<const uint8_t>) noexcept override { return Fail("cannot be changed"); }
+  uint64_t size() noexcept override { return bytes_->size(); }
+
+ private:
+  struct Shown {
+    uint64_t at = 0;
+    uint8_t bytes[8] = {};
+  };
+
+  Bytes* bytes_;
+  size_t word_;
+  Shown first_, next_;
 };
 
 // Writes directories to the end of a file, values first, and remembers where that is.

@@ -8,25 +8,12 @@
 #include "pages/text.h"
 
 namespace rastrel::formats {
-namespace {
-
-struct Tag {
-  uint32_t number;
-  const char* item;
-};
-constexpr Tag kBlocks[] = {{TIFFTAG_ICCPROFILE, "icc"},
-                           {TIFFTAG_XMLPACKET, "xmp"},
-                           {TIFFTAG_PHOTOSHOP, "photoshop"},
-                           {TIFFTAG_RICHTIFFIPTC, "iptc"}};
-
-}  // namespace
 
 void ReadMetadata(TIFF* file, Metadata* metadata) {
   uint32_t count = 0;
   const uint8_t* bytes = nullptr;
-  for (const Tag& tag : kBlocks) {
-    if (TIFFGetField(file, tag.number, &count, &bytes) != 0 && bytes != nullptr)
-      metadata->Set(tag.item, {bytes, count});
+  for (const auto& [tag, item] : kTiffBlocks) {
+    if (TIFFGetField(file, tag, &count, &bytes) != 0 && bytes != nullptr) metadata->Set(item, {bytes, count});
   }
   for (const auto& [tag, item, isInExif] : kTiffTexts) {
     const char* text = nullptr;
@@ -41,10 +28,10 @@ void ReadMetadata(TIFF* file, Metadata* metadata) {
 bool WriteMetadata(TIFF* file, const Metadata& metadata) {
   bool isWritten = true;
   const auto set = [&](auto... arguments) { isWritten = TIFFSetField(file, arguments...) != 0 && isWritten; };
-  for (const Tag& tag : kBlocks) {
-    const Metadata::Item* item = metadata.Find(tag.item);
-    if (item != nullptr && !item->bytes.empty())
-      set(tag.number, static_cast<uint32_t>(item->bytes.size()), item->bytes.data());
+  for (const auto& [tag, item] : kTiffBlocks) {
+    const Metadata::Item* block = metadata.Find(item);
+    if (block != nullptr && !block->bytes.empty())
+      set(uint32_t{tag}, static_cast<uint32_t>(block->bytes.size()), block->bytes.data());
   }
   for (const auto& [tag, item, isInExif] : kTiffTexts) {
     if (metadata.Find(item) != nullptr) set(uint32_t{tag}, metadata.TextOf(item).c_str());

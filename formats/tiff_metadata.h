@@ -8,10 +8,6 @@
 
 namespace rastrel::formats {
 
-inline constexpr const char* kTiffMetadata =
-    "icc,xmp,photoshop,iptc,description,artist,copyright,date,page-name,page-number,document,make,model,"
-    "software,exif,history,tiff";
-
 // The items that libtiff's open page has.
 void ReadMetadata(TIFF* file, pages::Metadata* metadata);
 // Gives them to a page that is being written. Returns false where libtiff has no memory for them.
