@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "formats/bytes.h"
+#include "formats/paths.h"
 
 namespace rastrel::formats {
 namespace {
@@ -57,7 +58,7 @@ class FileBytes : public Bytes {
 };
 
 std::unique_ptr<Bytes> Open(const std::string& path, DWORD access, DWORD disposition, const char* problem) {
-  HANDLE file = CreateFileA(path.c_str(), access, FILE_SHARE_READ, nullptr, disposition,
+  HANDLE file = CreateFileW(PathOf(path).c_str(), access, FILE_SHARE_READ, nullptr, disposition,
                             FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) throw PageError(problem, ErrOpenFile);
   return std::make_unique<FileBytes>(file);
