@@ -5,7 +5,7 @@
 
 RASTREL_BUILD_PACKAGES=(g++ cmake ninja-build pkg-config)
 RASTREL_TOOL_PACKAGES=(libtiff-dev libpng-dev libjpeg62-turbo-dev libqpdf-dev liblcms2-dev libfmt-dev
-  nlohmann-json3-dev libcli11-dev libsqlite3-dev libssl-dev poppler-utils jbig2dec libvips42)
+  nlohmann-json3-dev libcli11-dev libsqlite3-dev libssl-dev libseccomp-dev poppler-utils jbig2dec libvips42)
 RASTREL_TEST_PACKAGES=(python3 googletest libgtest-dev qpdf libgmock-dev libbenchmark-dev g++-multilib python3)
 RASTREL_ACCURACY_PACKAGES=(libfreetype-dev fonts-liberation fonts-dejavu-core)
 RASTREL_QUALITY_PACKAGES=(libharfbuzz-dev fonts-hosny-amiri culmus fonts-blankenburg fonts-breip fonts-dkg-handwriting

@@ -11,6 +11,7 @@
 #include "tools/console.h"
 #include "tools/extra_commands.h"
 #include "tools/manual.h"
+#include "tools/sandbox.h"
 #include "tools/system.h"
 #include "tools/words.h"
 
@@ -110,6 +111,10 @@ void AddLimitOption(CLI::App* app, JobOptions* options) {
          "What a page of a file may cost at most: pixels=N,bytes=N,seconds=N, each a\n"
          "number, which k, M, G may follow, or none (pixels=1G,bytes=4G,seconds=120)")
       ->type_name("LIST");
+  app->add_flag_callback(
+      "--no-sandbox", [options] { options->isSandboxed = false; },
+      "Keep the rights to write elsewhere, to use the network and to start programs,\n"
+      "which are given up on Linux before a file is read");
 }
 
 // What follows from several of them. Throws UsageError.
@@ -322,6 +327,13 @@ int RunCommand(int argc, char** argv) {
   const bool isPiped = std::count(options.inputs.begin(), options.inputs.end(), kStandard) > 0;
   if (isPiped || options.report.toStandardError) UseBytes();
   OnInterruption(RemoveUnfinished);
+  if (options.isSandboxed) {
+    std::vector<std::string> outputs;
+    for (const std::string& output : {options.output, options.overlay, options.explain}) {
+      if (!output.empty() && output != kStandard) outputs.push_back(output);
+    }
+    EnterSandbox(outputs);
+  }
   return RunJobs(options);
 }
 

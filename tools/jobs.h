@@ -33,6 +33,7 @@ struct JobOptions {
   bool makesParents = false;  // the output's folder is made, with those that it lies in
   double dpi = 0;             // for files that have none; 0: the usual one is assumed, with a warning
   int threads = 0;            // 0: as many as there are cores
+  bool isSandboxed = true;    // the process that decodes gives up what it does not need
   bool isArchival = false;    // PDF/A
   bool isMixed = false;       // PDF pages as text over a background
   PageReadOptions reading = Sized<PageReadOptions>();  // what pages may cost

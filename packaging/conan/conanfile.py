@@ -19,7 +19,7 @@ SOURCES = ["CMakeLists.txt", "LICENSE"] + [
 ]
 DEBIAN_PACKAGES = (
     "pkg-config libtiff-dev libpng-dev libjpeg62-turbo-dev liblcms2-dev libqpdf-dev libfmt-dev "
-    "nlohmann-json3-dev libcli11-dev libsqlite3-dev libssl-dev"
+    "nlohmann-json3-dev libcli11-dev libsqlite3-dev libssl-dev libseccomp-dev"
 ).split()
 
 

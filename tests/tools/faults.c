@@ -3,7 +3,9 @@
  *   RASTREL_FAULT=KIND:N   from main on the N-th call of KIND fails: allocate, read, write, seek, open,
  * close, rename, sync; or goes half the way: short-read, short-write; or is interrupted: eintr-read,
  * eintr-write RASTREL_COUNTS=FILE    at the end of the process: how many calls there were of each kind, "KIND
- * N" RASTREL_RECORD=FILE    every change of a file by name and every sync, to be replayed: see replay.py */
+ * N" RASTREL_RECORD=FILE    every change of a file by name and every sync, to be replayed: see
+ * survival_test.py RASTREL_ESCAPE=FOLDER  at each sync the process tries to do what it has no business to,
+ * there too */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
@@ -13,6 +15,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -234,8 +237,21 @@ int unlink(const char* path) {
   if (result == 0) Note('u', path, "", NULL, 0, 0);
   return result;
 }
+/* What a decoder that was taken over would try. Says what went through. */
+static void TryToEscape(const char* folder) {
+  char name[4096];
+  snprintf(name, sizeof(name), "%s/escaped", folder);
+  if (open(name, O_CREAT | O_WRONLY, 0600) >= 0) dprintf(2, "escaped: a file\n");
+  if (mkdir("/dev/shm/escaped", 0700) == 0) dprintf(2, "escaped: a folder\n"), rmdir("/dev/shm/escaped");
+  if (socket(AF_INET, SOCK_STREAM, 0) >= 0) dprintf(2, "escaped: the network\n");
+  if (system("exit 7") == 7 << 8) dprintf(2, "escaped: a program\n");
+  dprintf(2, "tried\n");
+}
+
 int fsync(int file) {
   NEXT(fsync);
+  const char* folder = getenv("RASTREL_ESCAPE");
+  if (folder != NULL && atomic_load(&isRunning)) TryToEscape(folder);
   if (Strikes(kSync)) return errno = EIO, -1;
   char name[4096];
   const int result = next(file);

@@ -1,9 +1,12 @@
-"""What is on the disk when the command is killed or the power fails: the old file or the new one, whole.
+"""What is on the disk when the command is killed or the power fails: the old file or the new one, whole. And what
+a decoder could do that was taken over.
 
     survival_test.py kill RASTREL LETTER [TIMES]     kill -9 at random moments; 1000 takes some minutes
     survival_test.py power RASTREL LETTER FAULTS     every moment of a recorded run (see faults.c)
+    survival_test.py escape RASTREL LETTER FAULTS    tries in the midst of a run, with a sandbox and without
 """
 
+import ctypes
 import os
 import random
 import struct
@@ -106,13 +109,27 @@ def power(rastrel, letter, faults):
     print(f"{moments} moments, the old file or the new one at each")
 
 
+def escape(rastrel, letter, faults):
+    folder = os.path.join(os.path.dirname(faults), "escape")
+    os.makedirs(folder, exist_ok=True)
+    environment = dict(os.environ, LD_PRELOAD=faults, RASTREL_ESCAPE=folder)
+    everything = {"escaped: a file", "escaped: a folder", "escaped: the network", "escaped: a program", "tried"}
+    hasLandlock = ctypes.CDLL(None).syscall(444, None, 0, 1) > 0
+    files = set() if hasLandlock else everything - {"escaped: the network"}
+    for word, gone in (("--no-sandbox", everything), ("-q", files | {"tried"})):
+        run = subprocess.run(command(rastrel, letter, word), env=environment, stderr=subprocess.PIPE, text=True)
+        assert run.returncode == 0, run.stderr
+        assert set(run.stderr.splitlines()) == gone, f"{word}: {run.stderr}"
+    print("nothing got out")
+
+
 def main():
     what, rastrel, letter, *rest = sys.argv[1:]
     rastrel, letter = os.path.abspath(rastrel), os.path.abspath(letter)
-    rest = [os.path.abspath(word) if what == "power" else int(word) for word in rest]
+    rest = [int(word) if what == "kill" else os.path.abspath(word) for word in rest]
     with tempfile.TemporaryDirectory() as folder:
         os.chdir(folder)
-        kill(rastrel, letter, *(rest or [20])) if what == "kill" else power(rastrel, letter, *rest)
+        {"kill": kill, "power": power, "escape": escape}[what](rastrel, letter, *(rest or [20]))
         os.chdir("/")
 
 

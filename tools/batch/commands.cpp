@@ -71,7 +71,7 @@ void AddRunOptions(CLI::App* batch, BatchOptions* options) {
 }
 
 int Run(const BatchOptions& options, const std::vector<std::string>& command) {
-  if (options.isWorker) return RunWorker(options.job, ManifestOf(options));
+  if (options.isWorker) return RunWorker(options.job, options.output, ManifestOf(options));
   if (options.output.empty()) throw UsageError("no output: -o DIR is required");
   if (options.job.inputs.empty() && options.filesFrom.empty()) {
     throw UsageError("no input: a folder, files or --files-from LIST");
@@ -95,8 +95,9 @@ void AddReportCommand(CLI::App* app, const char* program, std::function<int()>* 
       ->check(CLI::Range(1, 1024))
       ->type_name("N");
   report->add_flag("-q,--quiet", options->isQuiet, "Print errors only");
-  const std::vector<std::string> command = {program, "batch", kWorkerFlag};
-  report->callback([=] { *run = [=] { return MakeSite(*options, command); }; });
+  report->callback([=] {
+    *run = [=] { return MakeSite(*options, {program, "batch", kWorkerFlag, "-o", options->output}); };
+  });
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "tools/batch/names.h"
 #include "tools/batch/pictures.h"
 #include "tools/paths.h"
+#include "tools/sandbox.h"
 
 namespace rastrel::tool {
 namespace {
@@ -226,8 +227,9 @@ int TakeSocket() {
 
 }  // namespace
 
-int RunWorker(const JobOptions& options, const std::string& manifest) {
+int RunWorker(const JobOptions& options, const std::string& output, const std::string& manifest) {
   const int socket = TakeSocket();
+  if (options.isSandboxed) EnterSandbox({output});
   Inbox inbox;
   if (!Send(socket, {})) return 1;  // it is ready
   while (const std::optional<Message> message = Receive(socket, &inbox)) {

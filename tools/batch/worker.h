@@ -8,9 +8,10 @@
 
 namespace rastrel::tool {
 
-// Works on what comes from the socket that is this process's standard input, until that ends. What belongs to
-// the batch's manifest is never replaced. Returns the exit code.
-int RunWorker(const JobOptions& options, const std::string& manifest);
+// Works on what comes from the socket that is this process's standard input, until that ends, with the right
+// to write below `output` alone. What belongs to the batch's manifest is never replaced. Returns the exit
+// code.
+int RunWorker(const JobOptions& options, const std::string& output, const std::string& manifest);
 
 }  // namespace rastrel::tool
 
