@@ -363,7 +363,7 @@ def check_whole(expected):
 def site_rows():
     text = "".join(path.read_text() for path in pathlib.Path("report/data").glob("rows-*.js"))
     found = [json.loads(line.rstrip(",")) for line in text.splitlines() if line.startswith("[")]
-    return {os.path.basename(row[0]): {"state": row[4], "score": row[5], "reasons": row[6]} for row in found}
+    return {os.path.basename(row[0]): {"state": row[4], "score": row[5], "reasons": row[6], "ink": row[14]} for row in found}
 
 
 def case_report():
@@ -387,7 +387,8 @@ def case_report():
     found = site_rows()
     ranked = sorted(found, key=lambda name: -found[name]["score"])
     assert set(ranked[:5]) == set(plant), [(name, found[name]) for name in ranked[:8]]
-    assert found["page11.tif"] == {"state": "failed", "score": 100, "reasons": ["failed"]}
+    assert found["page11.tif"] == {"state": "failed", "score": 100, "reasons": ["failed"], "ink": None}
+    assert found["page31.tif"]["ink"] < 0.01 < 0.03 < found["page0.tif"]["ink"] < 0.2, found["page0.tif"]
     pictures = {path.name: path.stat().st_mtime_ns for path in pathlib.Path("report/img").rglob("*.jpg")}
     assert len(pictures) == 99 * 3, len(pictures)
     # Made again, only what is new is drawn.

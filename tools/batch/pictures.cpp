@@ -1,6 +1,9 @@
 #include "tools/batch/pictures.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
+#include <vector>
 
 #include "tools/handles.h"
 
@@ -41,6 +44,22 @@ void WritePicture(const std::string& file, int page, const std::string& path, co
   const Page picture = Reduced(whole.get(), kMostPixels);
   Write(picture.get(), path);
   if (!smallPath.empty()) Write(Reduced(picture.get(), kMostSmallPixels).get(), smallPath);
+}
+
+std::optional<double> DarkShare(const std::string& path) {
+  const Input input(OpenPages(path.c_str()));
+  const Page picture(input ? ReadPage(input.get(), 0, nullptr) : nullptr);
+  if (!picture) return std::nullopt;
+  const PageInfo info = InfoOf(picture.get());
+  std::vector<uint8_t> greys(static_cast<size_t>(info.width) * static_cast<size_t>(info.height));
+  Checked(PixelsFromPage(picture.get(), greys.data(), info.width, PixelsGrey8));
+  std::array<int64_t, 256> counts = {};
+  for (const uint8_t grey : greys) ++counts[grey];
+  const auto firstLight = counts.begin() + counts.size() / 2;
+  const int64_t paper = std::max_element(firstLight, counts.end()) - counts.begin();
+  int64_t dark = 0;
+  for (int64_t grey = 0; grey < paper; ++grey) dark += (paper - grey) * counts[static_cast<size_t>(grey)];
+  return static_cast<double>(dark) / static_cast<double>(paper) / static_cast<double>(greys.size());
 }
 
 }  // namespace rastrel::tool

@@ -16,6 +16,7 @@
 #include "tools/batch/files.h"
 #include "tools/batch/manifest.h"
 #include "tools/batch/names.h"
+#include "tools/batch/pictures.h"
 #include "tools/batch/progress.h"
 #include "tools/console.h"
 #include "tools/json_line.h"
@@ -151,6 +152,13 @@ class Site {
     return fs::exists(folder_ / PictureName(page.key, what), error);
   }
 
+  // Of what came out, in the small picture; null where there is none.
+  Json InkOf(const SitePage& page) const {
+    if (!HasPicture(page, "small")) return nullptr;
+    const std::optional<double> share = DarkShare(NameOf(folder_ / PictureName(page.key, "small")));
+    return share ? Json(std::round(*share * 10000) / 10000) : Json(nullptr);
+  }
+
   // What the grid, the order and the filters need, a short list for each page; report_site/report.js names
   // its columns.
   void WriteRows() const {
@@ -170,7 +178,7 @@ class Site {
                                       attention_[i].reasons, rounded(facts.skew, 100),
                                       rounded(facts.skewConfidence, 100), rounded(facts.removedShare, 10000),
                                       rounded(facts.speckShare, 1e6), facts.holes,
-                                      rounded(facts.seconds, 1000), flags})) +
+                                      rounded(facts.seconds, 1000), flags, InkOf(page)})) +
                 ",\n";
       }
       WriteText(folder_ / "data" / fmt::format("rows-{}.js", chunk++), text + "]);\n");

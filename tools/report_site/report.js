@@ -23,9 +23,9 @@ const rastrel = {
   },
   rows(chunk, rows) {
     rows.forEach((row, i) => {
-      const [input, page, key, output, state, score, reasons, skew, confidence, removed, specks, holes, seconds, flags] = row;
+      const [input, page, key, output, state, score, reasons, skew, confidence, removed, specks, holes, seconds, flags, ink] = row;
       const place = chunk * summary.rowsPerChunk + i;
-      pages[place] = { place, input, page, key, output, state, score, reasons, skew, confidence, removed, specks, holes, seconds, flags };
+      pages[place] = { place, input, page, key, output, state, score, reasons, skew, confidence, removed, specks, holes, seconds, flags, ink };
     });
     if (++rowChunks === summary.rowChunks) begin();
   },
@@ -63,6 +63,7 @@ const orders = {
   'least certain first': (a, b) => (a.confidence < 0 ? 2 : a.confidence) - (b.confidence < 0 ? 2 : b.confidence) || a.place - b.place,
   'most removed first': (a, b) => b.removed + b.specks - a.removed - a.specks || a.place - b.place,
   'most specks first': (a, b) => b.specks - a.specks || a.place - b.place,
+  'most ink first': (a, b) => (b.ink ?? -1) - (a.ink ?? -1) || a.place - b.place,
   'slowest first': (a, b) => b.seconds - a.seconds || a.place - b.place,
 };
 const filters = {
@@ -81,6 +82,7 @@ const histograms = [
   { title: 'Skew, degrees', value: (page) => page.skew, from: -5, to: 5 },
   { title: 'Removed as border, % of the page', value: (page) => 100 * page.removed, from: 0, to: 30 },
   { title: 'Specks, % of the page', value: (page) => 100 * page.specks, from: 0, to: 1 },
+  { title: 'Ink, % of the page', value: (page) => (page.ink === null ? NaN : 100 * page.ink), from: 0, to: 30 },
   { title: 'Time, seconds a page', value: (page) => page.seconds, from: 0, to: null },
   { title: 'Attention', value: (page) => page.score, from: 0, to: 100 },
 ];
@@ -123,7 +125,7 @@ function showTotals() {
 // The bars at both ends hold all that lies beyond them.
 function showHistogram({ title, value, from, to }) {
   const kBars = 30;
-  const values = pages.filter((page) => page.state === 'done').map(value);
+  const values = pages.filter((page) => page.state === 'done').map(value).filter(Number.isFinite);
   const end = to ?? Math.max(0.01, ...[...values].sort((a, b) => a - b).slice(0, Math.ceil(values.length * 0.99)).slice(-1));
   const bars = new Array(kBars).fill(0);
   for (const each of values) ++bars[Math.min(kBars - 1, Math.max(0, Math.floor(((each - from) / (end - from)) * kBars)))];
