@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "pages/components.h"
+#include "pages/faint_strokes.h"
 #include "pages/grow.h"
 #include "pages/ink.h"
 #include "pages/minimum_cut.h"
@@ -45,8 +46,15 @@ constexpr int kSpeckDpi = 150;
 // ---- best quality: parts of the darkness that parts ink from paper, in percent
 // ---------------------------------
 
-constexpr int kSmoothRounds =
-    3;  // of a 3 x 3 binomial: what grain and halftone dots need, less than a stroke
+// Rounds of a 3 x 3 binomial: what grain and halftone dots need, less than a stroke. The Laplacian of
+// smoothed strokes is positive beyond their edges, the further the thinner they are, so that quiet pages have
+// one: such with a grain below this percentage of what parts ink from paper.
+constexpr int kSmoothRounds = 3, kSmoothRoundsOfQuiet = 1;
+constexpr int kQuietPercent = 5;
+// What has less than this percentage of a stroke's darkness is its blurred rim; kRimReach pixels away is the
+// stroke. Read from smoothed pixels where there is grain.
+constexpr int kRimPercent = 40, kRimPercentOfQuiet = 42;
+constexpr int kRimReach = 3;
 constexpr int kCandidatePercent = 40;  // pixels that could be ink, with kCandidateRim around them
 constexpr int kCandidateRim = 2;       // pixels
 constexpr int kMiddlePercent = 90;     // where the darkness leans neither way
@@ -114,13 +122,55 @@ BitPlane AtLeastAsDark(const BytePlane& plane, int darkness) {
   return mask;
 }
 
+// The greatest of each pixel and those up to `reach` around it, along rows and columns.
+BytePlane GreatestAround(const BytePlane& plane, int reach) {
+  const int width = plane.width(), height = plane.height();
+  BytePlane across = plane, result(width, height);
+  for (int y = 0; y < height; ++y) {
+    const uint8_t* from = plane.Row(y);
+    uint8_t* to = across.Row(y);
+    for (int off = 1; off <= std::min(reach, width - 1); ++off) {
+      for (int x = off; x < width; ++x) to[x] = std::max(to[x], from[x - off]);
+      for (int x = 0; x < width - off; ++x) to[x] = std::max(to[x], from[x + off]);
+    }
+  }
+  for (int y = 0; y < height; ++y) {
+    uint8_t* to = result.Row(y);
+    for (int row = std::max(y - reach, 0); row <= std::min(y + reach, height - 1); ++row) {
+      const uint8_t* from = across.Row(row);
+      for (int x = 0; x < width; ++x) to[x] = std::max(to[x], from[x]);
+    }
+  }
+  return result;
+}
+
+// `divided` has 255 where paper is.
+void TakeRimsAway(const BytePlane& divided, int percent, BitPlane& ink) {
+  const int width = ink.width(), height = ink.height();
+  BytePlane darkness(width, height);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      if (ink.Get(x, y)) darkness.Row(y)[x] = static_cast<uint8_t>(255 - divided.Row(y)[x]);
+    }
+  }
+  const BytePlane strokes = GreatestAround(darkness, kRimReach);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      if (darkness.Row(y)[x] * 100 < strokes.Row(y)[x] * percent) ink.Clear(x, y);
+    }
+  }
+}
+
 // `dark` is what gets as dark as ink by itself.
 BitPlane BestInk(const BytePlane& grey, const PaperMap& paper, BitPlane& dark) {
-  const int parting = FindInkLevels(grey, paper).least * 255 / kDarknessUnit;
+  const InkLevels levels = FindInkLevels(grey, paper);
+  const int parting = levels.least * 255 / kDarknessUnit;
+  const bool isQuiet = levels.grain * 100 < levels.least * kQuietPercent;
   const auto part = [&](int percent) { return std::max(parting * percent / 100, 1); };
   const BytePlane divided = DividedByPaper(grey, paper);
-  BytePlane smooth = Smoothed(divided);
-  for (int i = 1; i < kSmoothRounds; ++i) smooth = Smoothed(smooth);
+  const BytePlane little = Smoothed(divided);
+  BytePlane smooth = little;
+  for (int i = 1; i < (isQuiet ? kSmoothRoundsOfQuiet : kSmoothRounds); ++i) smooth = Smoothed(smooth);
   const BitPlane candidates = Widened(AtLeastAsDark(smooth, part(kCandidatePercent)), kCandidateRim);
 
   const int width = grey.width(), height = grey.height();
@@ -169,6 +219,8 @@ BitPlane BestInk(const BytePlane& grey, const PaperMap& paper, BitPlane& dark) {
     }
   }
   GrowInto(all, ink);
+  TakeRimsAway(isQuiet ? divided : little, isQuiet ? kRimPercentOfQuiet : kRimPercent, ink);
+  AddFaintStrokes(grey, paper, levels, &ink);
   dark = AtLeastAsDark(divided, parting);
   return ink;
 }

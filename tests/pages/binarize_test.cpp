@@ -36,6 +36,13 @@ TEST_P(BinarizeEither, FindsTextInSlantedLight) {
   EXPECT_LE(Difference(Binarize(page.grey, {GetParam(), kDpi}), page.truth), 20);
 }
 
+TEST_P(BinarizeEither, LeavesThinStrokesThin) {
+  DrawnPage page(kWidth, kHeight, [](int, int) { return 240; });
+  page.Text(40, 40, kWidth - 40, kHeight - 40, 2, 15);
+  EXPECT_LE(Difference(Binarize(page.grey, {GetParam(), kDpi}), page.truth),
+            50);  // a pixel more would be 1000
+}
+
 TEST_P(BinarizeEither, LeavesLightTextLight) {
   DrawnPage page = SlantedPage();
   for (uint8_t& value : page.grey.bytes()) value = static_cast<uint8_t>(255 - value);
