@@ -4,9 +4,11 @@
 #include <array>
 #include <bit>
 #include <cstdlib>
+#include <optional>
 #include <vector>
 
 #include "pages/components.h"
+#include "pages/dividing.h"
 #include "pages/grow.h"
 
 namespace rastrel::pages {
@@ -47,6 +49,7 @@ int HighOf(const std::array<int32_t, 256>& counts, int64_t total) {
 Look LookOf(const BytePlane& grey, const PaperMap& paper, const Components& pieces, const Component& piece) {
   std::array<int32_t, 256> darknesses{}, steps{};
   const int lastColumn = grey.width() - 1, lastRow = grey.height() - 1;
+  static constexpr Dividing<256> kDivided;
   for (const uint32_t place : pieces.RunsOf(piece)) {
     const InkRun& run = pieces.runs()[place];
     const uint8_t* row = grey.Row(run.row);
@@ -57,8 +60,8 @@ Look LookOf(const BytePlane& grey, const PaperMap& paper, const Components& piec
       const int l = std::max(x - 1, 0), r = std::min(x + 1, lastColumn);
       const int across = std::abs(above[r] + 2 * row[r] + below[r] - above[l] - 2 * row[l] - below[l]) / 4;
       const int down = std::abs(above[l] + 2 * above[x] + above[r] - below[l] - 2 * below[x] - below[r]) / 4;
-      ++darknesses[static_cast<size_t>(std::clamp((ground - row[x]) * 255 / ground, 0, 255))];
-      ++steps[static_cast<size_t>(std::min(std::max(across, down) * 255 / ground, 255))];
+      ++darknesses[static_cast<size_t>(kDivided(std::max(ground - row[x], 0) * 255, ground))];
+      ++steps[static_cast<size_t>(std::min(kDivided(std::max(across, down) * 255, ground), 255))];
     }
   }
   const int darkness = std::max(HighOf(darknesses, piece.pixelCount), 1);
@@ -107,8 +110,10 @@ class Squares {
   void Count(const BitPlane& plane, int64_t Square::*what) {
     for (int y = 0; y < plane.height(); ++y) {
       Square* row = &squares_[static_cast<size_t>(y / side_) * static_cast<size_t>(columns_)];
-      for (size_t i = 0; i < plane.wordsPerRow(); ++i)
-        row[i / wordsWide_].*what += std::popcount(plane.Row(y)[i]);
+      for (size_t i = 0; i < plane.wordsPerRow(); ++i) {
+        if (const uint64_t word = plane.Row(y)[i]; word != 0)
+          row[i / wordsWide_].*what += std::popcount(word);
+      }
     }
   }
 
@@ -175,7 +180,7 @@ bool StandsOnPaper(const BytePlane& grey, const PaperMap& paper, const BitPlane&
 
 struct FaintPiece {
   const Component* piece;
-  int darkness;
+  Look look;
 };
 
 // The stroke is what has half of its darkness.
@@ -186,7 +191,7 @@ void Draw(const BytePlane& grey, const PaperMap& paper, const Components& pieces
     const uint8_t* row = grey.Row(run.row);
     const int ground = paper.BrightnessAt((run.left + run.right) / 2, run.row);
     for (int x = run.left; x < run.right; ++x) {
-      if ((ground - row[x]) * 2 * 255 >= faint.darkness * ground) ink->Set(x, run.row);
+      if ((ground - row[x]) * 2 * 255 >= faint.look.darkness * ground) ink->Set(x, run.row);
     }
   }
 }
@@ -198,11 +203,9 @@ void AddFaintStrokes(const BytePlane& grey, const PaperMap& paper, const InkLeve
   if (least >= levels.least) return;
   const int followed = std::max(least * kFollowedPercent / 100, levels.grain * kFollowedAboveGrain);
   const BitPlane rims = Widened(*ink, kRim);
-  BitPlane dark = DarkerThanPaper(grey, paper, least);
-  TakeAway(rims, &dark);
+  BitPlane dark = DarkerThanPaper(grey, paper, least, nullptr, &rims);
   if (std::ranges::all_of(dark.words(), [](uint64_t word) { return word == 0; })) return;
-  BitPlane all = DarkerThanPaper(grey, paper, followed);
-  TakeAway(rims, &all);
+  const BitPlane all = DarkerThanPaper(grey, paper, followed, nullptr, &rims);
 
   Squares squares(all, paper.cell() * kSideInCells);
   using Square = Squares::Square;
@@ -212,17 +215,38 @@ void AddFaintStrokes(const BytePlane& grey, const PaperMap& paper, const InkLeve
   squares.Count(rest, &Square::rest);
 
   const Components pieces(all);
-  const BitPlane beside = Widened(rims, 1);
-  const int own = SharpnessOf(grey, paper, *ink);
+  Squares counted = squares;
+  counted.Spread();
+  const auto isClear = [](const Square& around) { return around.rest * kStrokesToRest <= around.dark; };
+  const auto mayBeDrawn = [&](const Component& piece) {
+    return IsStroke(piece, paper) && isClear(counted.Around(piece.box));
+  };
+  if (std::ranges::none_of(pieces.all(), mayBeDrawn)) return;
   std::vector<FaintPiece> strokes;
   for (const Component& piece : pieces.all()) {
     if (!IsStroke(piece, paper)) continue;
     const Look look = LookOf(grey, paper, pieces, piece);
-    if (look.darkness < least || look.sharpness < std::min(kSharpEnough, own * kSharpOfOwn / 100)) continue;
-    if (!StandsOnPaper(grey, paper, all, rims, pieces, piece, look.darkness)) continue;
+    if (look.darkness < least || !StandsOnPaper(grey, paper, all, rims, pieces, piece, look.darkness))
+      continue;
+    strokes.push_back({&piece, look});
+  }
+  if (std::ranges::none_of(strokes, [&](const FaintPiece& stroke) { return mayBeDrawn(*stroke.piece); }))
+    return;
+  // The page's own ink is only looked at where it matters.
+  std::optional<int> known;
+  const auto own = [&] {
+    if (!known) known = SharpnessOf(grey, paper, *ink);
+    return *known;
+  };
+  std::erase_if(strokes, [&](const FaintPiece& stroke) {
+    return stroke.look.sharpness < kSharpEnough && stroke.look.sharpness < own() * kSharpOfOwn / 100;
+  });
+  const BitPlane beside = Widened(rims, 1);
+  for (const FaintPiece& stroke : strokes) {
+    const Component& piece = *stroke.piece;
     Square& square = squares.Around(piece.box);
     square.strokes += piece.pixelCount;
-    square.sharpness += piece.pixelCount * look.sharpness;
+    square.sharpness += piece.pixelCount * stroke.look.sharpness;
     const bool isTouching = std::ranges::any_of(pieces.RunsOf(piece), [&](uint32_t place) {
       const InkRun& run = pieces.runs()[place];
       for (int x = run.left; x < run.right; ++x) {
@@ -231,17 +255,17 @@ void AddFaintStrokes(const BytePlane& grey, const PaperMap& paper, const InkLeve
       return false;
     });
     if (isTouching) square.touching += piece.pixelCount;
-    strokes.push_back({&piece, look.darkness});
   }
   squares.Spread();
-  for (const FaintPiece& stroke : strokes) {
+  std::erase_if(strokes, [&](const FaintPiece& stroke) {
     const Square& around = squares.Around(stroke.piece->box);
-    if (around.rest * kStrokesToRest <= around.dark &&
-        around.touching * 100 <= around.strokes * kMostTouching &&
-        around.sharpness * 100 >= around.strokes * std::min(own, kOwnAtMost) * kMeanSharpness) {
-      Draw(grey, paper, pieces, stroke, ink);
-    }
-  }
+    const auto isAsSharpAs = [&](int sharpness) {
+      return around.sharpness * 100 >= around.strokes * sharpness * kMeanSharpness;
+    };
+    return !isClear(around) || around.touching * 100 > around.strokes * kMostTouching ||
+           !(isAsSharpAs(kOwnAtMost) || isAsSharpAs(std::min(own(), kOwnAtMost)));
+  });
+  for (const FaintPiece& stroke : strokes) Draw(grey, paper, pieces, stroke, ink);
 }
 
 }  // namespace rastrel::pages

@@ -1,6 +1,7 @@
 #include "pages/grow.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "pixels/kernels.h"
 
@@ -67,6 +68,15 @@ bool GrowFrom(const uint64_t* neighbour, const uint64_t* mask, uint64_t* seeds, 
   return anyNew != 0;
 }
 
+// Each pixel with those beside it; the row has a word before and after.
+void WidenAlong(const uint64_t* __restrict row, size_t words, uint64_t* __restrict wider) {
+  for (size_t i = 0; i < words; ++i)
+    wider[i] = row[i] | row[i] >> 1 | row[i] << 1 | row[i - 1] << 63 | row[i + 1] >> 63;
+}
+void UniteRows(const uint64_t* __restrict from, size_t words, uint64_t* __restrict to) {
+  for (size_t i = 0; i < words; ++i) to[i] |= from[i];
+}
+
 }  // namespace
 
 void GrowInto(const BitPlane& mask, BitPlane& seeds) {
@@ -86,25 +96,33 @@ void GrowInto(const BitPlane& mask, BitPlane& seeds) {
 }
 
 BitPlane Widened(BitPlane plane, int reach) {
+  if (plane.isEmpty() || reach < 1) return plane;
   const size_t words = plane.wordsPerRow();
-  const auto bitsInLast = static_cast<unsigned>(plane.width()) % 64;
-  const uint64_t insideLast = bitsInLast == 0 ? ~uint64_t{0} : ~uint64_t{0} << (64 - bitsInLast);
-  for (int i = 0; i < reach; ++i) {
-    const BitPlane before = plane;
-    for (int y = 0; y < plane.height(); ++y) {
-      uint64_t* out = plane.Row(y);
-      for (const int from : {std::max(y - 1, 0), y, std::min(y + 1, plane.height() - 1)}) {
-        const uint64_t* row = before.Row(from);
-        for (size_t word = 0; word < words; ++word) {
-          uint64_t near = row[word] | row[word] >> 1 | row[word] << 1;
-          if (word > 0) near |= row[word - 1] << 63;
-          if (word + 1 < words) near |= row[word + 1] >> 63;
-          out[word] |= near;
-        }
+  const int height = plane.height();
+  // Along the rows pixel by pixel, with an empty word before and after.
+  std::vector<uint64_t> row(words + 2, 0), wider(row);
+  for (int y = 0; y < height; ++y) {
+    std::copy_n(plane.Row(y), words, row.begin() + 1);
+    for (int i = 0; i < reach; ++i) {
+      Widest<WidenAlong>(row.data() + 1, words, wider.data() + 1);
+      row.swap(wider);
+    }
+    std::copy_n(row.begin() + 1, words, plane.Row(y));
+  }
+  // Each row with those below it and then with those above it, by windows of doubling height.
+  const auto unite = [&](int to, int from) { Widest<UniteRows>(plane.Row(from), words, plane.Row(to)); };
+  for (const bool isDown : {true, false}) {
+    for (int covered = 1; covered <= reach;) {
+      const int shift = std::min(covered, reach + 1 - covered);
+      for (int i = 0; i + shift < height; ++i) {
+        isDown ? unite(i, i + shift) : unite(height - 1 - i, height - 1 - i - shift);
       }
-      if (words > 0) out[words - 1] &= insideLast;
+      covered += shift;
     }
   }
+  const auto bitsInLast = static_cast<unsigned>(plane.width()) % 64;
+  const uint64_t insideLast = bitsInLast == 0 ? ~uint64_t{0} : ~uint64_t{0} << (64 - bitsInLast);
+  for (int y = 0; y < height; ++y) plane.Row(y)[words - 1] &= insideLast;
   return plane;
 }
 

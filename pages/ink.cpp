@@ -83,6 +83,18 @@ void MarkDark(const uint8_t* row, int width, const uint8_t* isAsked, SpreadCells
   }
 }
 
+// Asks for no words in which all that may be dark is left out.
+void LeaveOut(const uint8_t* row, int width, const uint8_t* most, const uint64_t* except, uint8_t* isAsked) {
+  for (int left = 0; left < width; left += 64, ++most, ++except, ++isAsked) {
+    if (*isAsked == 0 || *except == 0) continue;
+    uint8_t limits[64];
+    std::memset(limits, *most, sizeof limits);
+    uint64_t dark = 0;
+    kMarkUpTo(row + left, limits, static_cast<size_t>(std::min(64, width - left)), &dark);
+    if ((dark & ~*except) == 0) *isAsked = 0;
+  }
+}
+
 // For each cell the grey value that is `darkness` below its paper.
 BytePlane ThresholdMap(const PaperMap& paper, int darkness) {
   BytePlane map = paper.brightness();
@@ -102,24 +114,28 @@ InkLevels FindInkLevels(const BytePlane& grey, const PaperMap& paper) {
   return {std::max({parting, kLeastInk, parting < grain * kGrainOfBlank ? grain * kAboveGrain : 0}), grain};
 }
 
-BitPlane DarkerThanPaper(const BytePlane& grey, const PaperMap& paper, int darkness, const BitPlane* within) {
+BitPlane DarkerThanPaper(const BytePlane& grey, const PaperMap& paper, int darkness, const BitPlane* within,
+                         const BitPlane* except) {
   BitPlane mask(grey.width(), grey.height());
   if (mask.isEmpty() || paper.isEmpty()) return mask;
   const BytePlane thresholds = ThresholdMap(paper, std::min(darkness, kDarknessUnit - 1));
   SpreadCells limits(paper);
-  std::vector<uint8_t> most(mask.wordsPerRow()), mayBeDark(mask.wordsPerRow());
+  const size_t words = mask.wordsPerRow();
+  std::vector<uint8_t> most(words), isAsked(words);
   for (int y = 0; y < grey.height(); ++y) {
     const uint8_t* row = grey.Row(y);
+    if (y == 0 || y % paper.cell() == paper.cell() / 2) paper.BoundRow(thresholds, y, most);
     if (within != nullptr) {
-      std::transform(within->Row(y), within->Row(y) + mask.wordsPerRow(), mayBeDark.begin(),
-                     [](uint64_t word) { return static_cast<uint8_t>(word != 0 ? 1 : 0); });
+      for (size_t i = 0; i < words; ++i) isAsked[i] = within->Row(y)[i] != 0 ? 1 : 0;
     } else {
-      if (y == 0 || y % paper.cell() == paper.cell() / 2) paper.BoundRow(thresholds, y, most);
-      kFlagUpTo(row, most.data(), static_cast<size_t>(grey.width()), mayBeDark.data());
+      kFlagUpTo(row, most.data(), static_cast<size_t>(grey.width()), isAsked.data());
     }
-    if (std::memchr(mayBeDark.data(), 1, mayBeDark.size()) == nullptr) continue;
+    if (except != nullptr) LeaveOut(row, grey.width(), most.data(), except->Row(y), isAsked.data());
+    if (std::memchr(isAsked.data(), 1, words) == nullptr) continue;
     limits.SetRow(thresholds, y);
-    MarkDark(row, grey.width(), mayBeDark.data(), &limits, mask.Row(y));
+    MarkDark(row, grey.width(), isAsked.data(), &limits, mask.Row(y));
+    if (except == nullptr) continue;
+    for (size_t i = 0; i < words; ++i) mask.Row(y)[i] &= ~except->Row(y)[i];
   }
   return mask;
 }

@@ -27,10 +27,11 @@ struct InkLevels {
 };
 InkLevels FindInkLevels(const BytePlane& grey, const PaperMap& paper);
 
-// Marks the pixels that are darker than their paper by at least `darkness`. `within`, if there is one, are
-// all that are by at least a lower darkness.
+// Marks the pixels that are darker than their paper by at least `darkness`, as far as they are wanted:
+// `within` has all that are by at least a lower darkness, and what `except` has is left out. Either may be
+// null.
 BitPlane DarkerThanPaper(const BytePlane& grey, const PaperMap& paper, int darkness,
-                         const BitPlane* within = nullptr);
+                         const BitPlane* within = nullptr, const BitPlane* except = nullptr);
 
 // The mask as a picture, ink black, paper white.
 BytePlane PictureOfInk(const BitPlane& ink);

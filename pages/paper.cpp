@@ -25,6 +25,7 @@
 #include <cstring>
 #include <vector>
 
+#include "pages/dividing.h"
 #include "pages/parting.h"
 #include "pages/shrink.h"
 #include "pixels/kernels.h"
@@ -110,21 +111,6 @@ BytePlane Closed(BytePlane bright, int reach) {
   Spread(bright, reach, 255, [](uint8_t a, uint8_t b) { return a < b ? a : b; });
   return bright;
 }
-
-// Division by small numbers, again and again: exact for what is below 2^32 / (number of divisors).
-template <size_t kDivisors>
-class Dividing {
- public:
-  Dividing() {
-    for (size_t i = 1; i < kDivisors; ++i) factors_[i] = (uint64_t{1} << 32) / i + 1;
-  }
-  int operator()(int value, int divisor) const {
-    return static_cast<int>(static_cast<uint64_t>(value) * factors_[static_cast<size_t>(divisor)] >> 32);
-  }
-
- private:
-  std::array<uint64_t, kDivisors> factors_{};
-};
 
 void AddRow(const int* __restrict row, int count, int* __restrict sums) {
   for (int i = 0; i < count; ++i) sums[i] += row[i];
@@ -404,6 +390,10 @@ void PutBetween(const uint8_t* __restrict upper, const uint8_t* __restrict lower
   }
 }
 
+void PutHigher(const uint8_t* one, const uint8_t* other, size_t count, uint8_t* __restrict higher) {
+  for (size_t i = 0; i < count; ++i) higher[i] = std::max(one[i], other[i]);
+}
+
 // Where the stretches from each value to the next begin, and by how much they climb from pixel to pixel.
 void PutSlopes(const uint16_t* __restrict values, size_t count, uint16_t twoSides,
                uint16_t* __restrict starts, uint16_t* __restrict steps) {
@@ -439,15 +429,18 @@ void PaperMap::SpreadRow(const BytePlane& cells, int y, std::span<uint8_t> row) 
 
 void PaperMap::BoundRow(const BytePlane& cells, int y, std::span<uint8_t> most) const {
   const Between down = CellsAround(y, cellShift_, rows());
-  const uint8_t *upper = cells.Row(down.first), *lower = cells.Row(down.second);
-  const int cellsInWord = 64 >> cellShift_;
-  for (size_t i = 0; i < most.size(); ++i) {
-    // With the cells before and after, towards whose middles the map runs.
-    const int first = static_cast<int>(i) * cellsInWord;
-    const int end = std::min(first + cellsInWord + 1, columns());
-    most[i] = 0;
-    for (int c = std::max(first - 1, 0); c < end; ++c) most[i] = std::max({most[i], upper[c], lower[c]});
+  // With the cells before and after, towards whose middles the map runs. Beyond the page nothing is high.
+  const size_t inWord = size_t{64} >> cellShift_, window = inWord + 2;
+  std::vector<uint8_t> highest(most.size() * inWord + window, 0), wider(highest.size());
+  Widest<PutHigher>(cells.Row(down.first), cells.Row(down.second), static_cast<size_t>(columns()),
+                    highest.data() + 1);
+  for (size_t covered = 1; covered < window;) {
+    const size_t shift = std::min(covered, window - covered);
+    Widest<PutHigher>(highest.data(), highest.data() + shift, highest.size() - shift, wider.data());
+    highest.swap(wider);
+    covered += shift;
   }
+  for (size_t i = 0; i < most.size(); ++i) most[i] = highest[i * inWord];
 }
 
 // Stretches are made in groups, as that is faster. What is beyond the last one does not matter.
