@@ -419,7 +419,7 @@ constexpr int kTileSide = 16;  // pixels
 const uint8_t* PixelOf(const PaintedPage& page, int x, int y) {
   return page.from + y * page.fromStride + static_cast<ptrdiff_t>(x) * page.channels;
 }
-uint8_t FlipOf(const PaintedPage& page) { return page.isNegative ? 255 : 0; }
+uint8_t FlipOf(const PaintedPage& page) { return page.isFromNegative ? 255 : 0; }
 
 // One channel of the pixels from (x, y) on along a row of a tile.
 template <int kChannels>
@@ -749,7 +749,8 @@ void PaintTile(const PaintedPage& page, const Tiles& tiles, const BitPlane& mask
       }
       uint8_t painted[kSide];
       for (int i = 0; i < kSide; ++i)
-        painted[i] = static_cast<uint8_t>(std::clamp((paper[i] + 128) >> 8, 0, 255) ^ FlipOf(page));
+        painted[i] =
+            static_cast<uint8_t>(std::clamp((paper[i] + 128) >> 8, 0, 255) ^ (page.isNegative ? 255 : 0));
       uint8_t* to = page.to + y * page.toStride + static_cast<ptrdiff_t>(left) * page.channels + p;
       for (int i = 0; i < width; ++i) {
         if ((masked >> (kSide - 1 - i) & 1) != 0) to[i * page.channels] = painted[i];

@@ -45,7 +45,7 @@ struct PaintedPage {
   uint8_t* to = nullptr;
   ptrdiff_t toStride = 0;
   int channels = 0;
-  bool isNegative = false;  // dark paper: looked at and painted turned round
+  bool isFromNegative = false, isNegative = false;  // dark paper: looked at, and painted, turned round
 };
 inline PaintedPage PageOfGrey(BytePlane* grey) {
   return {grey->Row(0), grey->width(), grey->Row(0), grey->width(), 1};

@@ -271,29 +271,6 @@ void Missing::Add(int left, int top, int right, int bottom, int64_t count) {
   pixels += count;
 }
 
-Missing FindPaintedOver(const PageView& before, const PageView& after, const BitPlane& ink,
-                        const BitPlane& named) {
-  Missing missing;
-  const size_t bytesOfWord = 8 * static_cast<size_t>(before.bits());  // of 64 pixels
-  for (int y = 0; y < ink.height(); ++y) {
-    const uint8_t *old = before.PageRow(y), *now = after.PageRow(y);
-    if (std::memcmp(old, now, before.stride()) == 0) continue;
-    const uint64_t* const inked = ink.Row(y);
-    const uint64_t* const taken = named.isEmpty() ? nullptr : named.Row(y);
-    for (size_t i = 0; i < ink.wordsPerRow(); ++i) {
-      uint64_t bits = inked[i] & ~(taken == nullptr ? 0 : taken[i]);
-      if (bits == 0) continue;
-      const size_t from = i * bytesOfWord, to = std::min(from + bytesOfWord, before.stride());
-      if (std::memcmp(old + from, now + from, to - from) == 0) continue;
-      for (; bits != 0; bits &= bits - 1) {
-        const int x = static_cast<int>(i) * 64 + 63 - std::countr_zero(bits);
-        if (!SamePixel(before, old, now, x)) missing.Add(x, y, x + 1, y + 1, 1);
-      }
-    }
-  }
-  return missing;
-}
-
 Missing FindLost(const BitPlane& ink, const BytePlane& grey, const BitPlane& named, const PageView& after,
                  bool isTextDark, const Movement& movement) {
   Missing missing;

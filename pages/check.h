@@ -49,10 +49,6 @@ struct Missing {
   void Add(int left, int top, int right, int bottom, int64_t count);
 };
 
-// Painting: pixels of ink of the page that have changed and are not named. Pages of one size and depth.
-Missing FindPaintedOver(const PageView& before, const PageView& after, const BitPlane& ink,
-                        const BitPlane& named);
-
 // Moving, smoothing and reducing: ink that is not as dark as before, near where it should be. `grey` is the
 // page as the model sees it (empty for 1-bit pages), with dark ink; `named` may be empty, as may `ink`
 // outside of it.

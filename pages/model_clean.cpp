@@ -16,6 +16,7 @@
 #include "pages/model.h"
 #include "pages/operations.h"
 #include "pages/overlay.h"
+#include "pages/painted.h"
 #include "pages/polarity.h"
 #include "pages/punch_holes.h"
 #include "pages/safeguards.h"
@@ -54,7 +55,10 @@ void ForEachRunOf(const BitPlane& plane, int y, Visit visit) {
 }
 
 // Replaces what a mask names by paper. Greys are looked at as they came in.
-void PaintMask(const PageModel& model, const BitPlane& mask, const PageView& before, const PageView& page) {
+void PaintMask(const PageModel& model, const BitPlane& mask, const PageView& page, Painted* painted) {
+  for (int y = 0; y < page.height(); ++y) {
+    ForEachRunOf(mask, y, [&](int first, int end) { painted->Keep(page, y, first, end); });
+  }
   if (page.bits() == 1 || (page.bits() == 8 && !HasGreyRamp(page))) {
     const Ink ground = GroundInk(page, model.isTextDark);
     for (int y = 0; y < page.height(); ++y) {
@@ -63,13 +67,18 @@ void PaintMask(const PageModel& model, const BitPlane& mask, const PageView& bef
     return;
   }
   const ptrdiff_t down = -static_cast<ptrdiff_t>(page.stride());  // rows lie upside down
-  PaintPaper({(page.bits() == 8 ? before : page).PageRow(0), down, page.PageRow(0), down, page.bits() / 8,
-              !model.isTextDark},
-             mask, model.ink);
+  PaintedPage rows = {page.PageRow(0),  down, page.PageRow(0), down, page.bits() / 8, !model.isTextDark,
+                      !model.isTextDark};
+  if (page.bits() == 8) {  // the ramp's indices are its greys
+    rows.from = model.grey.Row(0);
+    rows.fromStride = model.grey.width();
+    rows.isFromNegative = false;
+  }
+  PaintPaper(rows, mask, model.ink);
 }
 
 // A speck and its soft rim become what lies beside them, mirrored, so that the paper's grain goes on.
-void PaintSpeck(const PageModel& model, const Box& speck, const PageView& page) {
+void PaintSpeck(const PageModel& model, const Box& speck, const PageView& page, Painted* painted) {
   if (page.bits() == 1) return;
   const int rim = std::max(1, static_cast<int>(model.pixelsPerPoint + 0.5));
   const Box box = {std::max(speck.left - rim, 0), std::max(speck.top - rim, 0),
@@ -87,6 +96,7 @@ void PaintSpeck(const PageModel& model, const Box& speck, const PageView& page) 
   const bool isLeftClear = isClear(box.left - box.width(), box.left);
   const bool isRightClear = isClear(box.right, box.right + box.width());
   for (int y = box.top; y < box.bottom; ++y) {
+    painted->Keep(page, y, box.left, box.right);
     uint8_t* row = page.PageRow(y);
     for (int x = box.left; x < box.right; ++x) {
       // Other ink may reach into the rim.
@@ -142,7 +152,7 @@ class ModelCleaning {
     Move();
     record_.isChecked = true;
     TellBlank();
-    return painted_ ? std::move(painted_) : std::move(page_);
+    return std::move(page_);
   }
 
   // Afterwards.
@@ -181,17 +191,7 @@ class ModelCleaning {
     }
   }
 
-  const Dib& Current() const { return painted_ ? painted_ : page_; }
-  // The page that is painted on: a copy, so that what came in stays to be compared with.
-  const Dib& ToPaint() {
-    if (!painted_) painted_ = Duplicate(page_);
-    return painted_;
-  }
-
-  void Paint(const BitPlane& mask) {
-    const PageView before(page_), page(ToPaint());
-    PaintMask(model_, mask, before, page);
-  }
+  void Paint(const BitPlane& mask) { PaintMask(model_, mask, PageView(page_), &painted_); }
 
   void Understand() {
     const StepTimer timer(&record_, "model");
@@ -300,11 +300,11 @@ class ModelCleaning {
       return;
     }
     try {
-      const Dib tried = Duplicate(Current());
+      const Dib tried = Duplicate(page_);
       record_.holes = EraseHoles(tried, options_.holeSize, GroundInk(PageView(tried), true));
       if (record_.holes.empty()) return;
       BitPlane mask(model_.width, model_.height);
-      const PageView before(Current()), after(tried);
+      const PageView before(page_), after(tried);
       for (int y = 0; y < model_.height; ++y) {
         const uint8_t *old = before.PageRow(y), *now = after.PageRow(y);
         if (std::memcmp(old, now, before.stride()) == 0) continue;
@@ -340,17 +340,18 @@ class ModelCleaning {
     if (plan.components.empty()) return;
     BitPlane mask(model_.width, model_.height);
     Box all = (*model_.components)[plan.components.front()].box;
-    const PageView page(ToPaint());
+    const PageView page(page_);
     const Ink ground = page.bits() == 1 ? GroundInk(page, model_.isTextDark) : Ink{};
     for (const uint32_t index : plan.components) {
       const Component& speck = (*model_.components)[index];
       if (!border_.isEmpty() && border_.Get(speck.box.left, speck.box.top)) continue;
       if (!holes_.isEmpty() && holes_.Get(speck.box.left, speck.box.top)) continue;
       DrawComponent(*model_.components, speck, &mask);
-      PaintSpeck(model_, speck.box, page);
+      PaintSpeck(model_, speck.box, page, &painted_);
       if (page.bits() == 1) {
         for (const uint32_t run : model_.components->RunsOf(speck)) {
           const InkRun& ink = model_.components->runs()[run];
+          painted_.Keep(page, ink.row, ink.left, ink.right);
           PaintRow(page, ink.row, ink.left, ink.right, ground);
         }
       }
@@ -373,17 +374,19 @@ class ModelCleaning {
       record_.skipped.push_back({"specks", "only dark text on black-and-white and grey pages is filtered"});
       return;
     }
-    const Dib filtered = Despeckle(Current(), options_.speckLevel, /*filtersFully=*/true);
-    const PageView before(ToPaint()), after(filtered);
+    const Dib filtered = Despeckle(page_, options_.speckLevel, /*filtersFully=*/true);
+    const PageView page(page_), after(filtered);
     BitPlane mask(model_.width, model_.height);
     for (int y = 0; y < model_.height; ++y) {
-      uint8_t *row = before.PageRow(y), *now = after.PageRow(y);
+      uint8_t *row = page.PageRow(y), *now = after.PageRow(y);
+      if (std::memcmp(row, now, page.stride()) == 0) continue;
+      painted_.Keep(page, y, 0, model_.width);
       for (int x = 0; x < model_.width; ++x) {
-        if (SamePixel(before, row, now, x)) continue;
+        if (SamePixel(page, row, now, x)) continue;
         mask.Set(x, y);
         ++record_.speckPixels;
       }
-      std::memcpy(row, now, before.stride());
+      std::memcpy(row, now, page.stride());
     }
     if (overlay_ != nullptr) overlay_->Paint(Removed::kSpeck, mask);
     Unite(mask, &named_);
@@ -391,10 +394,14 @@ class ModelCleaning {
 
   // Everything that was painted is taken back when ink has gone that no step named.
   void CheckPainting() {
-    if (!painted_) return;
+    if (painted_.isEmpty()) return;
     const StepTimer timer(&record_, "check");
-    const Missing missing = FindPaintedOver(PageView(page_), PageView(painted_), model_.ink, named_);
-    if (missing.isNothing()) return;
+    const PageView page(page_);
+    const Missing missing = painted_.PaintedOver(page, model_.ink, named_);
+    if (missing.isNothing()) {
+      painted_ = Painted();
+      return;
+    }
     record_.takenBack.push_back({"paint", Text(missing.pixels, " pixels of ink were painted over at ",
                                                missing.box.left, ", ", missing.box.top)});
     for (Region& item : record_.regions) item.isTakenBack = true;
@@ -402,7 +409,7 @@ class ModelCleaning {
     record_.holes.clear();
     record_.specks = record_.speckPixels = 0;
     named_ = border_ = holes_ = BitPlane();
-    painted_.Reset();
+    painted_.TakeBack(page);
   }
 
   // ---- light and paper ----
@@ -419,8 +426,8 @@ class ModelCleaning {
       record_.skipped.push_back({"paper", "the text is light"});
       return;
     }
-    Dib before = painted_ ? Duplicate(painted_) : Dib();  // what was painted on, or nothing
-    const PageView view(ToPaint());
+    Dib before = Duplicate(page_);
+    const PageView view(page_);
     const PixelRows rows = {view.PageRow(0), -static_cast<ptrdiff_t>(view.stride()), isTrueColour ? 3 : 1};
     const BitPlane pictures = Screened();
     if (isTrueColour && options_.whitensPaper) {
@@ -433,7 +440,7 @@ class ModelCleaning {
     if (missing.isNothing()) return;
     record_.takenBack.push_back({"paper", Text(missing.pixels, " pixels of ink were too pale at ",
                                                missing.box.left, ", ", missing.box.top)});
-    painted_ = std::move(before);
+    page_ = std::move(before);
   }
 
   // Photographs, tints and screens, pixel by pixel.
@@ -465,7 +472,7 @@ class ModelCleaning {
       throw NotHere{"its resolutions across and down differ"};
     }
     if (options_.deskew == Deskewing::kWhole) {
-      const int degrees = DetectSkewAngle(Current().handle(), record_.isTextDark, 0, nullptr);
+      const int degrees = DetectSkewAngle(page_.handle(), record_.isTextDark, 0, nullptr);
       record_.skew = degrees;
       RequireLessThanMost(degrees);
       turn_ = -degrees;
@@ -542,9 +549,9 @@ class ModelCleaning {
       const StepTimer timer(&record_, "move");
       int width = model_.width, height = model_.height;
       if (turn_ != 0) {
-        const Ink ground = GroundInk(PageView(Current()), record_.isTextDark);
-        moved = options_.deskew == Deskewing::kWhole ? Rotate(Current(), turn_, ground)
-                                                     : Straighten(Current(), turn_, ground);
+        const Ink ground = GroundInk(PageView(page_), record_.isTextDark);
+        moved = options_.deskew == Deskewing::kWhole ? Rotate(page_, turn_, ground)
+                                                     : Straighten(page_, turn_, ground);
         const PageView view(moved);
         width = view.width();
         height = view.height();
@@ -554,7 +561,7 @@ class ModelCleaning {
         const Area area = SheetOnTurned(movement, width, height);
         isCropped = area.width() < width || area.height() < height;
         if (isCropped && area.width() > 0 && area.height() > 0) {
-          moved = pages::Crop(moved ? moved : Current(), area);
+          moved = pages::Crop(moved ? moved : page_, area);
           movement = Movement(model_.width, model_.height, turn_, width, height, area.left, area.top);
         }
       }
@@ -571,7 +578,7 @@ class ModelCleaning {
         item.isTakenBack = item.isTakenBack || item.kind == "turn" || item.kind == "crop";
       return;
     }
-    painted_ = std::move(moved);
+    page_ = std::move(moved);
     movement_ = movement;
     record_.isTurned = turn_ != 0;
     record_.isCropped = isCropped;
@@ -599,8 +606,8 @@ class ModelCleaning {
 
   enum class Crop { kNone, kSheet };
 
-  Dib page_;     // as it came in
-  Dib painted_;  // what is to go out, if anything was done
+  Dib page_;         // as it came in, and then as it is to go out
+  Painted painted_;  // until that was checked
   const CleanOptions& options_;
   CleanRecord& record_;
   Overlay* overlay_;

@@ -7,6 +7,7 @@
 #include "pages/check.h"
 #include "pages/clean.h"
 #include "pages/operations.h"
+#include "pages/painted.h"
 
 namespace rastrel::pages {
 namespace {
@@ -156,16 +157,20 @@ TEST(Check, MissesWhatWasPaintedMovedOffOrLostAndNothingElse) {
     const BytePlane grey = bits == 1 ? BytePlane() : GreyOf(before);
 
     Drawing harmed(bits);
-    harmed.Fill(150, 200, 153, 216, 255);  // the first letter's stem
-    EXPECT_TRUE(FindPaintedOver(before, before, ink, {}).isNothing());
-    const Missing painted = FindPaintedOver(before, PageView(harmed.page()), ink, {});
+    const PageView now(harmed.page());
+    Painted kept;
+    for (int y = 200; y < 216; ++y) kept.Keep(now, y, 149, 160);
+    EXPECT_TRUE(kept.PaintedOver(now, ink, {}).isNothing());
+    harmed.Fill(150, 200, 153, 216, 255);                         // the first letter's stem
+    for (int y = 200; y < 216; ++y) kept.Keep(now, y, 151, 152);  // painted a second time
+    const Missing painted = kept.PaintedOver(now, ink, {});
     EXPECT_EQ(3 * 16, painted.pixels);
     EXPECT_EQ(150, painted.box.left);
     BitPlane named(kWidth, kHeight);
     for (int y = 200; y < 216; ++y) {
       for (int x = 150; x < 153; ++x) named.Set(x, y);
     }
-    EXPECT_TRUE(FindPaintedOver(before, PageView(harmed.page()), ink, named).isNothing());
+    EXPECT_TRUE(kept.PaintedOver(now, ink, named).isNothing());
 
     for (const double degrees : {0.0, 1.3, -7.0}) {
       const Ink white = ExtremeInk(before, true);
@@ -182,6 +187,8 @@ TEST(Check, MissesWhatWasPaintedMovedOffOrLostAndNothingElse) {
       const Dib cut = Crop(turned, {0, 0, width / 2, height});
       EXPECT_FALSE(FindLost(ink, grey, {}, PageView(cut), true, movement).isNothing());
     }
+    kept.TakeBack(now);
+    EXPECT_TRUE(std::ranges::equal(before.pixels(), now.pixels()));
   }
 }
 
