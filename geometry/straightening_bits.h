@@ -59,6 +59,52 @@ inline void FindCorners(const BitPlane& rows, int height, BitPlane& __restrict c
   }
 }
 
+// All words of a row at once.
+using RowWords = uint64_t __attribute__((vector_size(8 * kRowWords)));
+using NeededWords = std::array<uint64_t, kRowWords>;
+
+// Loads rows of words that lie inside the page.
+inline void LoadRows(const uint8_t* from, size_t stride, int height, uint64_t* __restrict rows) {
+  for (int row = 0; row < height; ++row, from += stride, rows += kRowWords) {
+    for (int i = 0; i < kRowWords; ++i) rows[i] = LoadLeftFirst(from + 8 * i);
+  }
+}
+
+// What is set and what is not anywhere in the needed columns of the rows.
+inline void CombineRows(const uint64_t* rows, int height, const NeededWords& needed, uint64_t* any,
+                        uint64_t* missing) {
+  RowWords set = {}, unset = {};
+  for (int row = 0; row < height; ++row) {
+    RowWords words;
+    std::memcpy(&words, rows + row * kRowWords, sizeof words);
+    set |= words;
+    unset |= ~words;
+  }
+  *any = *missing = 0;
+  for (int i = 0; i < kRowWords; ++i) {
+    *any |= set[i] & needed[i];
+    *missing |= unset[i] & needed[i];
+  }
+}
+
+// Most rows of most tiles are blank. Of each row the colour of its first needed pixel, and the row above from
+// which on not all are of that colour: itself, if it has others.
+inline void FindUniformRows(const uint64_t* rows, int left, const NeededWords& needed, int height,
+                            uint64_t* __restrict colours, int* __restrict alikeUntil) {
+  RowWords mask;
+  std::memcpy(&mask, needed.data(), sizeof mask);
+  int end = height;
+  for (int row = height - 1; row >= 0; --row) {
+    RowWords words;
+    std::memcpy(&words, rows + row * kRowWords, sizeof words);
+    colours[row] = 0 - (rows[row * kRowWords + left / kColumns] >> (63 - left % kColumns) & 1);
+    const RowWords others = (words ^ colours[row]) & mask;
+    if (row + 1 == height || colours[row] != colours[row + 1]) end = row + 1;
+    if ((others[0] | others[1] | others[2] | others[3]) != 0) end = row;
+    alikeUntil[row] = end;
+  }
+}
+
 // The runs of a row.
 class BitRuns {
  public:
@@ -118,34 +164,23 @@ class BitTile {
     const int right = left + static_cast<int>(box.columns.size());
     const int first = (left - 1) / kColumns, last = right / kColumns;
     const int height = static_cast<int>(box.rows.size()) + 2;
-    const int64_t firstWord = origin.x / kColumns + first, lastWord = origin.x / kColumns + last;
-    const bool isInside = firstWord >= 0 && (lastWord + 1) * kColumns <= page_.width && origin.y >= 0 &&
+    const int64_t word = origin.x / kColumns;
+    const bool isInside = word >= 0 && (word + last + 1) * kColumns <= page_.width &&
+                          (word + kRowWords) * 8 <= static_cast<int64_t>(page_.stride) && origin.y >= 0 &&
                           origin.y + height <= page_.height;
-    const std::array<uint64_t, kRowWords> needed = Needed(left, right);
-    uint64_t any = 0, missing = 0;
-    for (int row = 0; row < height; ++row) {
-      const int64_t y = origin.y + row;
-      uint64_t* const words = &rows_[IndexOf(row)];
-      if (isInside) {
-        const uint8_t* const from = page_.StoredRow(static_cast<int>(y)) + firstWord * 8;
-        words[first] = LoadLeftFirst(from);
-        if (last > first) words[first + 1] = LoadLeftFirst(from + 8);
-        for (int i = first + 2; i <= last; ++i) words[i] = LoadLeftFirst(from + 8 * (i - first));
-      } else if (y < 0 || y >= page_.height) {
-        std::fill(words + first, words + last + 1, background_);
-      } else {
-        const uint8_t* const from = page_.StoredRow(static_cast<int>(y));
-        for (int i = first; i <= last; ++i) words[i] = SourceWord(from, origin.x / kColumns + i);
-      }
-      for (size_t i = 0; i < kRowWords; ++i) {
-        any |= words[i] & needed[i];
-        missing |= ~words[i] & needed[i];
-      }
+    if (isInside) {
+      const uint8_t* const from = page_.StoredRow(static_cast<int>(origin.y)) + word * 8;
+      Widest<LoadRows>(from, page_.stride, height, &rows_[IndexOf(0)]);
+    } else {
+      for (int row = 0; row < height; ++row) LoadRow(origin, row, first, last);
     }
+    const NeededWords needed = Needed(left, right);
+    uint64_t any = 0, missing = 0;
+    Widest<CombineRows>(&rows_[IndexOf(0)], height, needed, &any, &missing);
     isUniform_ = any == 0 || missing == 0;
     uniformColour_ = any == 0 ? 0 : kOnes;
     if (isUniform_) return;
-    FindUniformRows(left, needed, height);
+    Widest<FindUniformRows>(&rows_[IndexOf(0)], left, needed, height, colours_.data(), alikeUntil_.data());
     FindRowsWithCorners(height);
   }
 
@@ -159,6 +194,18 @@ class BitTile {
 
  private:
   static int IndexOf(int row) { return kSpareWords + row * kRowWords; }
+
+  // The words from `first` to `last` of a row that may lie beyond the page in part.
+  void LoadRow(Position origin, int row, int first, int last) {
+    const int64_t y = origin.y + row;
+    uint64_t* const words = &rows_[IndexOf(row)];
+    if (y < 0 || y >= page_.height) {
+      std::fill(words + first, words + last + 1, background_);
+      return;
+    }
+    const uint8_t* const from = page_.StoredRow(static_cast<int>(y));
+    for (int i = first; i <= last; ++i) words[i] = SourceWord(from, origin.x / kColumns + i);
+  }
 
   void FillRow(Place row, int count, uint8_t* to) {
     const auto [lowest, highest] = std::minmax(columns_.y.front(), columns_.y.back());
@@ -187,27 +234,13 @@ class BitTile {
   }
 
   // The columns of a box in the words of a row.
-  static std::array<uint64_t, kRowWords> Needed(int left, int right) {
-    std::array<uint64_t, kRowWords> needed = {};
+  static NeededWords Needed(int left, int right) {
+    NeededWords needed = {};
     for (int i = left / kColumns; i * kColumns < right; ++i) {
       const int first = std::max(left - i * kColumns, 0), behind = right - i * kColumns;
       needed[i] = kOnes >> first & ~(behind < kColumns ? kOnes >> behind : 0);
     }
     return needed;
-  }
-
-  // Most rows of most tiles are blank.
-  void FindUniformRows(int left, const std::array<uint64_t, kRowWords>& needed, int height) {
-    int end = height;
-    for (int row = height - 1; row >= 0; --row) {
-      const uint64_t* const words = &rows_[IndexOf(row)];
-      colours_[row] = 0 - (words[left / kColumns] >> (63 - left % kColumns) & 1);
-      uint64_t others = 0;
-      for (int i = 0; i < kRowWords; ++i) others |= (words[i] ^ colours_[row]) & needed[i];
-      if (row + 1 == height || colours_[row] != colours_[row + 1]) end = row + 1;
-      if (others != 0) end = row;
-      alikeUntil_[row] = end;
-    }
   }
 
   void FindRowsWithCorners(int height) {
@@ -259,9 +292,7 @@ class BitTile {
   BitRuns nearestRuns_, lowerLeftRuns_;
   BitPlane corners_ = {}, most_ = {};
   std::array<BitPlane, 2> work_ = {};
-  // Of each row the colour of its first needed pixel, and the row above from which on not all are of that
-  // colour: itself, if it has others.
-  std::array<uint64_t, kBoxSide> colours_;
+  std::array<uint64_t, kBoxSide> colours_;  // see FindUniformRows
   std::array<int, kBoxSide> alikeUntil_;
   std::array<int, kBoxSide> noCornersUntil_;  // of each row, the row above from which on there are some
 };
