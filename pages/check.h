@@ -27,10 +27,14 @@ class Movement {
   // Where the middle of a pixel goes.
   double XOf(double x, double y) const { return x_ + x * rightAcross_ + y * downAcross_; }
   double YOf(double x, double y) const { return y_ + x * rightDown_ + y * downDown_; }
-  // The same in two parts, whose sum it is to the last bit.
   struct Place {
     double x, y;
   };
+  // Where a place on the turned page was before; not for enlargements.
+  Place Before(double x, double y) const {
+    return {(x - x_) * rightAcross_ + (y - y_) * rightDown_, (x - x_) * downAcross_ + (y - y_) * downDown_};
+  }
+  // The same as XOf and YOf in two parts, whose sum it is to the last bit.
   Place ColumnOf(double x) const { return {x_ + x * rightAcross_, y_ + x * rightDown_}; }
   Place RowOf(double y) const { return {y * downAcross_, y * downDown_}; }
 

@@ -12,6 +12,7 @@
 #include "pages/borders.h"
 #include "pages/check.h"
 #include "pages/flatten.h"
+#include "pages/grow.h"
 #include "pages/judgement.h"
 #include "pages/model.h"
 #include "pages/operations.h"
@@ -75,6 +76,33 @@ void PaintMask(const PageModel& model, const BitPlane& mask, const PageView& pag
     rows.isFromNegative = false;
   }
   PaintPaper(rows, mask, model.ink);
+}
+
+// Paints what a turn uncovered as the paper beside it: in one colour it would be a patch where light is
+// uneven.
+void PaintUncovered(const PageModel& model, const Movement& movement, const PageView& page) {
+  if (page.bits() == 1 || (page.bits() == 8 && !HasGreyRamp(page))) return;
+  BitPlane uncovered(page.width(), page.height()), ink(page.width(), page.height());
+  for (int y = 0; y < page.height(); ++y) {
+    const auto isOfPage = [&](int x) {
+      const Movement::Place place = movement.Before(x, y);
+      return place.x >= 0 && place.y >= 0 && place.x <= model.width - 1 && place.y <= model.height - 1;
+    };
+    int left = 0, right = page.width() - 1;
+    while (left <= right && !isOfPage(left)) uncovered.Set(left++, y);
+    while (right > left && !isOfPage(right)) uncovered.Set(right--, y);
+  }
+  for (int y = 0; y < model.height; ++y) {
+    ForEachRunOf(model.ink, y, [&](int first, int end) {
+      for (int x = first; x < end; ++x) {
+        const auto column = static_cast<int>(movement.XOf(x, y)), row = static_cast<int>(movement.YOf(x, y));
+        if (column >= 0 && row >= 0 && column < page.width() && row < page.height()) ink.Set(column, row);
+      }
+    });
+  }
+  const ptrdiff_t down = -static_cast<ptrdiff_t>(page.stride());  // rows lie upside down
+  PaintPaper({page.PageRow(0), down, page.PageRow(0), down, page.bits() / 8, !model.isTextDark}, uncovered,
+             Widened(std::move(ink), 1));
 }
 
 // A speck and its soft rim become what lies beside them, mirrored, so that the paper's grain goes on.
@@ -557,6 +585,7 @@ class ModelCleaning {
         height = view.height();
       }
       movement = Movement(model_.width, model_.height, turn_, width, height, 0, 0);
+      if (turn_ != 0) PaintUncovered(model_, movement, PageView(moved));
       if (crop_ == Crop::kSheet) {
         const Area area = SheetOnTurned(movement, width, height);
         isCropped = area.width() < width || area.height() < height;

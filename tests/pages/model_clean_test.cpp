@@ -101,6 +101,25 @@ TEST(CleanByModel, TakesBordersHolesAndSpecksAndNothingElse) {
   }
 }
 
+// Under a lamp on the left, a colour that suits one side would be a patch on the other.
+TEST(CleanByModel, PaintsWhatATurnUncoversAsThePaperBesideIt) {
+  const Drawing drawing(8);
+  const PageView lit(drawing.page());
+  for (int y = 0; y < kHeight; ++y) {
+    for (int x = 0; x < kWidth; ++x)
+      lit.PageRow(y)[x] = static_cast<uint8_t>(lit.PageRow(y)[x] * (230 - 120 * x / kWidth) / 255);
+  }
+  const Dib askew = Crop(Straighten(drawing.page(), 3, Ink{{0}}), {100, 100, kWidth - 40, kHeight - 40});
+  const Cleaned after(askew);
+  ASSERT_TRUE(after.record.isTurned);
+  const PageView page(after.page);
+  const int right = page.width() - 1, bottom = page.height() - 1;
+  for (const int x : {0, right}) {
+    for (const int y : {0, bottom})
+      EXPECT_NEAR(page.PageRow(y)[x], page.PageRow(y < 90 ? 90 : bottom - 90)[x < 90 ? 90 : right - 90], 15);
+  }
+}
+
 // Letters of 150 on 255: by a threshold they become white, which the check does not let pass.
 TEST(CleanByModel, ReducesToAnyResolutionAndLosesNoInkByIt) {
   Drawing drawing(8);
