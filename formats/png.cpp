@@ -155,25 +155,26 @@ void ReadTexts(const Reader& reader, Metadata* metadata) {
   if (!others.empty()) metadata->SetText(kPngOtherTexts, others);
 }
 
-// Whether the file says no more of its colours than what screens without a profile show.
-bool AreColoursUsual(const Reader& reader) {
-  const auto isNear = [](double a, double b) { return a - b < 0.01 && b - a < 0.01; };
-  if (png_get_valid(reader.png(), reader.info(), PNG_INFO_iCCP | PNG_INFO_sRGB) != 0) return true;
-  constexpr double kGamma = 0.45455;
-  double gamma = kGamma;
-  png_get_gAMA(reader.png(), reader.info(), &gamma);
-  constexpr double kSrgb[8] = {0.3127, 0.329, 0.64, 0.33, 0.3, 0.6, 0.15, 0.06};  // white, red, green, blue
-  double c[8];
-  std::copy(std::begin(kSrgb), std::end(kSrgb), c);
-  png_get_cHRM(reader.png(), reader.info(), &c[0], &c[1], &c[2], &c[3], &c[4], &c[5], &c[6], &c[7]);
-  return isNear(gamma, kGamma) && std::equal(std::begin(c), std::end(c), kSrgb, isNear);
+PngCalibration ReadCalibration(const Reader& reader) {
+  PngCalibration calibration;
+  if (png_get_valid(reader.png(), reader.info(), PNG_INFO_iCCP | PNG_INFO_sRGB) != 0) return calibration;
+  const auto number = [](png_fixed_point value) { return static_cast<uint32_t>(std::max(value, 0)); };
+  png_fixed_point gamma = 0, c[8] = {};
+  png_get_gAMA_fixed(reader.png(), reader.info(), &gamma);
+  png_get_cHRM_fixed(reader.png(), reader.info(), &c[0], &c[1], &c[2], &c[3], &c[4], &c[5], &c[6], &c[7]);
+  calibration.gamma = number(gamma);
+  std::transform(std::begin(c), std::end(c), calibration.colours.begin(), number);
+  return calibration;
 }
 
 // What the file has before its rows and no page; to be asked before rows are asked for, which changes it.
-std::vector<const char*> LeftOutOf(const Reader& reader) {
+struct Beside {
+  PngCalibration calibration;
+  std::vector<const char*> leftOut;
+};
+Beside BesideOf(const Reader& reader) {
   std::vector<const char*> leftOut;
   const auto has = [&](png_uint_32 chunk) { return png_get_valid(reader.png(), reader.info(), chunk) != 0; };
-  if (!AreColoursUsual(reader)) leftOut.push_back("calibration of its colours");
   constexpr struct {
     png_uint_32 chunk;
     const char* what;
@@ -191,10 +192,10 @@ std::vector<const char*> LeftOutOf(const Reader& reader) {
   if (hasAlpha && has(PNG_INFO_bKGD)) leftOut.push_back("background colour");
   png_unknown_chunkp unknown = nullptr;
   if (png_get_unknown_chunks(reader.png(), reader.info(), &unknown) > 0) leftOut.push_back("further frames");
-  return leftOut;
+  return {ReadCalibration(reader), std::move(leftOut)};
 }
 
-void ReadMetadata(const Reader& reader, const std::vector<const char*>& leftOut, Metadata* metadata) {
+void ReadMetadata(const Reader& reader, const Beside& beside, Metadata* metadata) {
   png_charp name = nullptr;
   png_bytep bytes = nullptr;
   png_uint_32 size = 0;
@@ -203,7 +204,8 @@ void ReadMetadata(const Reader& reader, const std::vector<const char*>& leftOut,
   if (png_get_iCCP(reader.png(), reader.info(), &name, &compression, &bytes, &size) != 0)
     metadata->Set("icc", {bytes, size});
   if (png_get_eXIf_1(reader.png(), reader.info(), &size, &bytes) != 0) TakeExif({bytes, size}, metadata);
-  for (const char* what : leftOut) AddReduction(std::string(what) + " left out", metadata);
+  SetCalibration(beside.calibration, metadata);
+  for (const char* what : beside.leftOut) AddReduction(std::string(what) + " left out", metadata);
   if (reader.hasLostChunk()) AddReduction("more or longer texts than are read left out", metadata);
   png_uint_32 across = 0, down = 0;
   int unit = PNG_RESOLUTION_UNKNOWN;
@@ -270,6 +272,7 @@ class Writer {
     const png_color* colours = nullptr;
     int colourCount = 0;
     const Metadata::Item* profile = nullptr;
+    PngCalibration calibration = {};
     std::span<const uint8_t> exif = {};
     std::span<png_text> texts = {};
   };
@@ -289,6 +292,15 @@ class Writer {
     if (head.profile != nullptr) {
       png_set_iCCP(png_, info_, "ICC profile", PNG_COMPRESSION_TYPE_BASE, head.profile->bytes.data(),
                    static_cast<png_uint_32>(head.profile->bytes.size()));
+    }
+    const auto number = [&head](size_t i) {
+      return static_cast<png_fixed_point>(head.calibration.colours[i]);
+    };
+    if (head.calibration.gamma != 0)
+      png_set_gAMA_fixed(png_, info_, static_cast<png_fixed_point>(head.calibration.gamma));
+    if (head.calibration.hasColours()) {
+      png_set_cHRM_fixed(png_, info_, number(0), number(1), number(2), number(3), number(4), number(5),
+                         number(6), number(7));
     }
     if (!head.exif.empty()) {
       png_set_eXIf_1(png_, info_, static_cast<png_uint_32>(head.exif.size()),
@@ -317,7 +329,7 @@ struct Head {
   Resolution resolution;
   bool hasPalette;
   Original original;
-  std::vector<const char*> leftOut;
+  Beside beside;
 };
 
 Head ReadHead(Reader* reader, uint64_t fileBytes) {
@@ -331,7 +343,7 @@ Head ReadHead(Reader* reader, uint64_t fileBytes) {
   }
   const Resolution resolution = ReadResolution(*reader);
   Original original = OriginalOf(*reader);
-  std::vector<const char*> leftOut = LeftOutOf(*reader);
+  Beside beside = BesideOf(*reader);
   if (!reader->AskForRows()) reader->Fail();
   const int bits = png_get_bit_depth(png, reader->info()) * png_get_channels(png, reader->info());
   return {static_cast<int64_t>(width),
@@ -340,7 +352,7 @@ Head ReadHead(Reader* reader, uint64_t fileBytes) {
           resolution,
           hasPalette,
           std::move(original),
-          std::move(leftOut)};
+          std::move(beside)};
 }
 
 Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* metadata) {
@@ -357,7 +369,7 @@ Dib Read(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* meta
   if (!isRead) reader.Fail();
   if (metadata != nullptr) {
     Tell(head.original, metadata);
-    ReadMetadata(reader, head.leftOut, metadata);
+    ReadMetadata(reader, head.beside, metadata);
   }
   UseGreyRamp(view);
   return page;
@@ -398,6 +410,7 @@ void WriteFile(Writer::Head head, const Metadata& metadata, RowAt rowAt, void (*
                Bytes* file) {
   Texts texts(PngTextsOf(metadata));
   head.profile = metadata.Find("icc");
+  head.calibration = CalibrationOf(metadata);
   const std::vector<uint8_t> exif = ExifFor(metadata, head.resolution, kPngExifTexts);
   head.exif = exif;
   head.texts = texts.texts;
@@ -434,7 +447,7 @@ Raw ReadRaw(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* m
   const png_structp png = reader.png();
   Tell(OriginalOf(reader), metadata);
   metadata->Remove("reduced");  // the samples stay as they are
-  const std::vector<const char*> leftOut = LeftOutOf(reader);
+  const Beside beside = BesideOf(reader);
   Raw page;
   page.resolution = ReadResolution(reader);
   if (!reader.AskForSamples()) reader.Fail();
@@ -459,7 +472,7 @@ Raw ReadRaw(Bytes* file, uint64_t /*place*/, const Reading& reading, Metadata* m
       page.height, [&page](int y) { return page.Row(y); }, reading);
   reading.CheckTime();
   if (!isRead) reader.Fail();
-  ReadMetadata(reader, leftOut, metadata);
+  ReadMetadata(reader, beside, metadata);
   return page;
 }
 

@@ -1,8 +1,10 @@
 #include "formats/png_texts.h"
 
 #include <algorithm>
+#include <sstream>
 
 #include "formats/exif.h"
+#include "pages/text.h"
 
 namespace rastrel::formats {
 namespace {
@@ -42,10 +44,23 @@ std::vector<uint8_t> RawProfile(std::string_view text) {
   return bytes;
 }
 
+constexpr std::string_view kRawProfile = "Raw profile type ";
+
+// The same the other way round.
+std::string RawProfileText(std::string_view kind, std::span<const uint8_t> bytes) {
+  constexpr size_t kBytesInALine = 36;
+  std::string text = Text("\n", kind, "\n", bytes.size());
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    if (i % kBytesInALine == 0) text += '\n';
+    text += "0123456789abcdef"[bytes[i] >> 4];
+    text += "0123456789abcdef"[bytes[i] & 15];
+  }
+  return text + '\n';
+}
+
 bool TakeRawProfile(std::string_view keyword, std::string_view text, Metadata* metadata) {
-  constexpr std::string_view kIntro = "Raw profile type ";
-  if (!keyword.starts_with(kIntro)) return false;
-  const std::string_view kind = keyword.substr(kIntro.size());
+  if (!keyword.starts_with(kRawProfile)) return false;
+  const std::string_view kind = keyword.substr(kRawProfile.size());
   const std::vector<uint8_t> bytes = RawProfile(text);
   const std::string_view all(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   if (kind == "exif" || (kind == "APP1" && all.starts_with(kExifIntro))) {
@@ -113,12 +128,39 @@ std::vector<PngText> PngTextsOf(const Metadata& metadata) {
     const std::string text = metadata.TextOf(entry.item);
     if (!text.empty()) add(entry.keyword, text);
   }
+  constexpr std::pair<const char*, const char*> kRawBlocks[] = {{"iptc", "iptc"}, {"photoshop", "8bim"}};
+  for (const auto& [item, kind] : kRawBlocks) {
+    const Metadata::Item* block = metadata.Find(item);
+    if (block != nullptr && !block->bytes.empty())
+      add(std::string(kRawProfile) + kind, RawProfileText(kind, block->bytes));
+  }
   const std::string packed = metadata.TextOf(kPngOtherTexts);
   for (std::string_view others = packed; !others.empty();) {
     const std::string_view keyword = TakePart(&others);
     add(keyword, TakePart(&others));
   }
   return texts;
+}
+
+void SetCalibration(const PngCalibration& calibration, Metadata* metadata) {
+  constexpr uint32_t kUsualGamma = 45455, kNear = 1000;
+  constexpr std::array<uint32_t, 8> kSrgb = {31270, 32900, 64000, 33000, 30000, 60000, 15000, 6000};
+  const auto isNear = [](uint32_t a, uint32_t b) { return (a > b ? a - b : b - a) < kNear; };
+  const bool isUsual = (calibration.gamma == 0 || isNear(calibration.gamma, kUsualGamma)) &&
+                       (!calibration.hasColours() ||
+                        std::equal(kSrgb.begin(), kSrgb.end(), calibration.colours.begin(), isNear));
+  if (isUsual) return;
+  std::string text = Text(calibration.gamma);
+  for (const uint32_t colour : calibration.colours) text += Text(" ", colour);
+  metadata->SetText("calibration", text);
+}
+
+PngCalibration CalibrationOf(const Metadata& metadata) {
+  PngCalibration calibration;
+  std::istringstream text(metadata.Find("icc") == nullptr ? metadata.TextOf("calibration") : "");
+  text >> calibration.gamma;
+  for (uint32_t& colour : calibration.colours) text >> colour;
+  return text ? calibration : PngCalibration{};
 }
 
 }  // namespace rastrel::formats

@@ -147,22 +147,19 @@ class Chunks {
   bool hasLostChunk_ = false;
 };
 
-// Whether the file says no more of its colours than what screens without a profile show.
-bool AreColoursUsual(const Chunks& chunks) {
-  if (chunks.Find("iCCP") != nullptr || chunks.Find("sRGB") != nullptr) return true;
-  const auto areNear = [&chunks](const char* kind, std::span<const int> usual) {
+PngCalibration ReadCalibration(const Chunks& chunks) {
+  PngCalibration calibration;
+  if (chunks.Find("iCCP") != nullptr || chunks.Find("sRGB") != nullptr) return calibration;
+  const auto number = [&chunks](const char* kind, size_t count, size_t i) {
     const Chunk* chunk = chunks.Find(kind);
-    if (chunk == nullptr || chunk->bytes.size() != 4 * usual.size()) return true;
-    for (size_t i = 0; i < usual.size(); ++i) {
-      constexpr int64_t kNear = 1000;  // of 100,000
-      const int64_t apart = int64_t{BigEndian(std::span(chunk->bytes).subspan(4 * i))} - usual[i];
-      if (apart >= kNear || apart <= -kNear) return false;
-    }
-    return true;
+    return chunk != nullptr && chunk->bytes.size() == 4 * count
+               ? BigEndian(std::span(chunk->bytes).subspan(4 * i))
+               : 0;
   };
-  constexpr int kGamma[] = {45455};
-  constexpr int kSrgb[] = {31270, 32900, 64000, 33000, 30000, 60000, 15000, 6000};
-  return areNear("gAMA", kGamma) && areNear("cHRM", kSrgb);
+  calibration.gamma = number("gAMA", 1, 0);
+  const size_t count = calibration.colours.size();
+  for (size_t i = 0; i < count; ++i) calibration.colours[i] = number("cHRM", count, i);
+  return calibration;
 }
 
 // Parts of `bytes` up to the next 0, which goes with it.
@@ -208,7 +205,7 @@ void ReadMetadata(const Chunks& chunks, std::span<const uint8_t> profile, Metada
   const Chunk* exif = chunks.Find("eXIf");
   if (exif != nullptr) TakeExif(exif->bytes, metadata);
   const auto tell = [metadata](std::string_view what) { AddReduction(Text(what, " left out"), metadata); };
-  if (!AreColoursUsual(chunks)) tell("calibration of its colours");
+  SetCalibration(ReadCalibration(chunks), metadata);
   constexpr std::pair<const char*, const char*> kLost[] = {{"sBIT", "numbers of its significant bits"},
                                                            {"hIST", "histogram"},
                                                            {"oFFs", "position"},
@@ -296,6 +293,14 @@ void AddHead(const Metadata& metadata, Resolution resolution, std::vector<uint8_
   };
   const Metadata::Item* profile = metadata.Find("icc");
   if (profile != nullptr && !profile->bytes.empty()) add("iCCP", "ICC profile\0\0"sv, Stored(profile->bytes));
+  const PngCalibration calibration = CalibrationOf(metadata);
+  const auto addNumbers = [file](std::string_view kind, std::span<const uint32_t> numbers) {
+    std::vector<uint8_t> bytes;
+    for (const uint32_t number : numbers) AppendBigEndian(number, &bytes);
+    AddChunk(kind, bytes, file);
+  };
+  if (calibration.gamma != 0) addNumbers("gAMA", {&calibration.gamma, 1});
+  if (calibration.hasColours()) addNumbers("cHRM", calibration.colours);
   if (resolution.x > 0 && resolution.y > 0) {
     std::vector<uint8_t> sizes;
     AppendBigEndian(static_cast<uint32_t>(resolution.x), &sizes);

@@ -248,8 +248,10 @@ TEST(ReadPng, TellsWhatItLeavesOut) {
   const struct {
     std::string chunk, item, expected;
   } cases[] = {
-      {"gAMA\0\1\x86\xA0"s, "reduced", "calibration of its colours left out"},
-      {"gAMA\0\0\xB1\x8F"s, "reduced", "(none)"},
+      {"gAMA\0\1\x86\xA0"s, "calibration", "100000 0 0 0 0 0 0 0 0"},
+      {"gAMA\0\0\xB1\x8F"s, "calibration", "(none)"},
+      {"cHRM\0\0\x80\xE8\0\0\x80\xE8\0\0\xFA\0\0\0\x80\xE8\0\0\x52\x08\0\1\x15\x58\0\0\x3A\x98\0\0\x17\x70"s,
+       "calibration", "0 33000 33000 64000 33000 21000 71000 15000 6000"},
       {"bKGD\0\0"s, "reduced", "(none)"},
       {"acTL\0\0\0\2\0\0\0\0"s, "reduced", "further frames left out"},
       {"pHYs\0\0\0\4\0\0\0\3\0"s, "reduced", "proportions of its pixels, which are no squares, left out"},
@@ -279,6 +281,14 @@ TEST(ReadPng, TellsWhatItLeavesOut) {
     Metadata found;
     readWith(ReadBytes(folder / "page.png"), chunk, &found);
     EXPECT_EQ(expected, TextOf(found, item)) << chunk;
+    if (item == "reduced") continue;
+    // What is no loss goes into the next file.
+    OutputPages next(folder / "next.png", kPng, {});
+    next.Append(RandomPage(8, 20, 10), found);
+    next.Finish();
+    Metadata again;
+    InputPages(folder / "next.png").Read(0, &again);
+    EXPECT_EQ(expected, TextOf(again, item)) << chunk;
   }
   // 40 of 255, 3 fifths of it, over white, whatever gamma is told.
   Raw clear;
