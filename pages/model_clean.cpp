@@ -101,8 +101,9 @@ void PaintUncovered(const PageModel& model, const Movement& movement, const Page
     });
   }
   const ptrdiff_t down = -static_cast<ptrdiff_t>(page.stride());  // rows lie upside down
-  PaintPaper({page.PageRow(0), down, page.PageRow(0), down, page.bits() / 8, !model.isTextDark}, uncovered,
-             Widened(std::move(ink), 1));
+  PaintPaper(
+      {page.PageRow(0), down, page.PageRow(0), down, page.bits() / 8, !model.isTextDark, !model.isTextDark},
+      uncovered, Widened(std::move(ink), 1));
 }
 
 // A speck and its soft rim become what lies beside them, mirrored, so that the paper's grain goes on.
