@@ -370,13 +370,16 @@ void PutInk(const BitPlane& ink, const PageView& page) {
   if (page.bits() != 1 || ink.width() != page.width() || ink.height() != page.height()) {
     throw PageError("the map of ink has another size than the page");
   }
-  const uint8_t flip = ExtremeInk(page, /*light=*/false).bytes[0] == 0 ? 0xFF : 0;
+  const uint64_t flip = ExtremeInk(page, /*light=*/false).bytes[0] == 0 ? ~uint64_t{0} : 0;
   const size_t bytes = (static_cast<size_t>(page.width()) + 7) / 8;
   for (int y = 0; y < page.height(); ++y) {
     uint8_t* row = page.PageRow(y);
     const uint64_t* words = ink.Row(y);
-    for (size_t i = 0; i < bytes; ++i) {
-      row[i] = static_cast<uint8_t>(static_cast<uint8_t>(words[i / 8] >> (56 - i % 8 * 8)) ^ flip);
+    for (size_t i = 0; i < bytes; i += 8) {
+      const uint64_t word = *words++ ^ flip;
+      uint8_t eight[8];
+      for (size_t k = 0; k < 8; ++k) eight[k] = static_cast<uint8_t>(word >> (56 - 8 * k));
+      std::memcpy(row + i, eight, std::min<size_t>(8, bytes - i));
     }
     std::memset(row + bytes, 0, page.stride() - bytes);
   }

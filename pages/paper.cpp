@@ -46,30 +46,45 @@ constexpr int kDarkShare = 3;        // a plain cell under a third of the usual 
 constexpr int kShareUnit = 256;      // darkness as a share of the paper's brightness
 constexpr int kSmoothRounds = 2;
 
-// A map with one number a cell.
+// A map with one number a cell, in as few bits as its sums need.
+template <class Number>
 struct Grid {
-  Grid(int columnCount, int rowCount, int value = 0)
+  Grid(int columnCount, int rowCount, PlaneContent content = PlaneContent::kZeroed)
       : columns(columnCount),
         rows(rowCount),
-        cells(static_cast<size_t>(columnCount) * static_cast<size_t>(rowCount), value) {}
-  int& At(int c, int r) {
+        numbers(static_cast<size_t>(columnCount) * static_cast<size_t>(rowCount), content),
+        cells(numbers.data(), numbers.size()) {}
+  Grid(Grid&&) = default;
+  Grid& operator=(Grid&&) = delete;
+  Number& At(int c, int r) {
     return cells[static_cast<size_t>(r) * static_cast<size_t>(columns) + static_cast<size_t>(c)];
   }
-  int At(int c, int r) const {
+  Number At(int c, int r) const {
     return cells[static_cast<size_t>(r) * static_cast<size_t>(columns) + static_cast<size_t>(c)];
   }
-  int* Row(int r) { return &At(0, r); }
-  const int* Row(int r) const { return cells.data() + static_cast<size_t>(r) * static_cast<size_t>(columns); }
+  Number* Row(int r) { return &At(0, r); }
+  const Number* Row(int r) const {
+    return cells.data() + static_cast<size_t>(r) * static_cast<size_t>(columns);
+  }
 
   int columns, rows;
-  std::vector<int> cells;
+  PlaneNumbers<Number> numbers;
+  std::span<Number> cells;
 };
+using SmallGrid = Grid<uint16_t>;  // 36 blocks of 255 at most, or 9 levels
 
-// Each cell takes the greatest (Take = std::max) or smallest value up to `reach` cells away along rows and
-// columns. Windows of 1, 2, 4 ... cells are put together from two of half the width.
-template <class Take>
+using TakeBytes = void (*)(const uint8_t*, const uint8_t*, size_t, uint8_t*);
+void TakeGreater(const uint8_t* one, const uint8_t* other, size_t count, uint8_t* __restrict taken) {
+  for (size_t i = 0; i < count; ++i) taken[i] = std::max(one[i], other[i]);
+}
+void TakeLess(const uint8_t* one, const uint8_t* other, size_t count, uint8_t* __restrict taken) {
+  for (size_t i = 0; i < count; ++i) taken[i] = std::min(one[i], other[i]);
+}
+
+// Each cell takes the greatest or smallest value up to `reach` cells away along rows and columns. Windows of
+// 1, 2, 4 ... cells are put together from two of half the width.
 void SpreadAlong(std::vector<uint8_t>& line, std::vector<uint8_t>& half, size_t unit, size_t reach,
-                 Take take) {
+                 TakeBytes take) {
   // line[i] covers line[i .. i + covered); the line is padded by `reach` units on both sides with neutral
   // values.
   const size_t wanted = 2 * reach + 1;
@@ -77,9 +92,7 @@ void SpreadAlong(std::vector<uint8_t>& line, std::vector<uint8_t>& half, size_t 
   while (covered < wanted) {
     const size_t shift = std::min(covered, wanted - covered);
     const size_t count = line.size() - shift * unit;
-    const uint8_t* from = line.data();
-    uint8_t* to = half.data();
-    for (size_t i = 0; i < count; ++i) to[i] = take(from[i], from[i + shift * unit]);
+    take(line.data(), line.data() + shift * unit, count, half.data());
     std::copy(line.begin() + static_cast<ptrdiff_t>(count), line.end(),
               half.begin() + static_cast<ptrdiff_t>(count));
     line.swap(half);
@@ -87,8 +100,7 @@ void SpreadAlong(std::vector<uint8_t>& line, std::vector<uint8_t>& half, size_t 
   }
 }
 
-template <class Take>
-void Spread(BytePlane& plane, int reach, uint8_t neutral, Take take) {
+void Spread(BytePlane& plane, int reach, uint8_t neutral, TakeBytes take) {
   const auto width = static_cast<size_t>(plane.width()), height = static_cast<size_t>(plane.height());
   const auto pad = static_cast<size_t>(reach);
   std::vector<uint8_t> line(width + 2 * pad), half(line.size());
@@ -105,52 +117,54 @@ void Spread(BytePlane& plane, int reach, uint8_t neutral, Take take) {
   std::copy_n(all.begin(), width * height, plane.bytes().begin());
 }
 
+void SpreadGreatest(BytePlane& plane, int reach) { Spread(plane, reach, 0, Widest<TakeGreater>.Best()); }
+void SpreadLeast(BytePlane& plane, int reach) { Spread(plane, reach, 255, Widest<TakeLess>.Best()); }
+
 // Raises what is darker than its surroundings and narrower than 2 * reach + 1 cells.
 BytePlane Closed(BytePlane bright, int reach) {
-  Spread(bright, reach, 0, [](uint8_t a, uint8_t b) { return a > b ? a : b; });
-  Spread(bright, reach, 255, [](uint8_t a, uint8_t b) { return a < b ? a : b; });
+  SpreadGreatest(bright, reach);
+  SpreadLeast(bright, reach);
   return bright;
 }
 
-void AddRow(const int* __restrict row, int count, int* __restrict sums) {
-  for (int i = 0; i < count; ++i) sums[i] += row[i];
+template <class Number>
+void AddThrees(const Number* __restrict row, int count, Number* __restrict sums) {
+  for (int i = 0; i < count; ++i) sums[i] = static_cast<Number>(row[i - 1] + row[i] + row[i + 1]);
 }
-void TakeRow(const int* __restrict row, int count, int* __restrict sums) {
-  for (int i = 0; i < count; ++i) sums[i] -= row[i];
-}
-void AddThrees(const int* __restrict row, int count, int* __restrict sums) {
-  for (int i = 0; i < count; ++i) sums[i] = row[i - 1] + row[i] + row[i + 1];
-}
-
-// The sums along a row, of which what lies beyond counts 0.
-void SumAlong(const int* from, int columns, int reach, int* to) {
-  if (reach == 1 && columns > 2) {
-    to[0] = from[0] + from[1];
-    Widest<AddThrees>(from + 1, columns - 2, to + 1);
-    to[columns - 1] = from[columns - 2] + from[columns - 1];
-    return;
-  }
-  int sum = 0;
-  for (int c = 0; c < std::min(reach, columns); ++c) sum += from[c];
-  for (int c = 0; c < columns; ++c) {
-    if (c + reach < columns) sum += from[c + reach];
-    to[c] = sum;
-    if (c >= reach) sum -= from[c - reach];
-  }
+template <class Number>
+void AddRows(const Number* a, const Number* b, const Number* c, int count, Number* __restrict sums) {
+  for (int i = 0; i < count; ++i) sums[i] = static_cast<Number>(a[i] + b[i] + c[i]);
 }
 
-// Sums over the cells up to `reach` away: along the rows, and then running sums of whole rows.
-Grid SumAround(const Grid& grid, int reach) {
-  Grid across(grid.columns, grid.rows), around(grid.columns, grid.rows);
-  for (int r = 0; r < grid.rows; ++r) SumAlong(grid.Row(r), grid.columns, reach, across.Row(r));
-  std::vector<int> sums(static_cast<size_t>(grid.columns));
-  for (int r = 0; r < std::min(reach, grid.rows); ++r)
-    Widest<AddRow>(across.Row(r), grid.columns, sums.data());
+// Visits each row of the sums over 3 x 3 cells, of which what lies beyond counts 0.
+template <class Number, class Visit>
+void ForEachRowOfSums(const Grid<Number>& grid, Visit visit) {
+  const auto columns = static_cast<size_t>(grid.columns);
+  // With a column of 0 on either side; sums along three rows, and the sums of those.
+  std::vector<Number> padded(columns + 2), along[3], sums(columns);
+  for (std::vector<Number>& row : along) row.assign(columns, 0);
+  const auto put = [&](int r) {
+    std::vector<Number>& row = along[(r + 1) % 3];
+    if (r >= grid.rows) {
+      std::fill(row.begin(), row.end(), Number{0});
+      return;
+    }
+    std::copy_n(grid.Row(r), columns, padded.begin() + 1);
+    Widest<AddThrees<Number>>(padded.data() + 1, grid.columns, row.data());
+  };
+  put(0);
   for (int r = 0; r < grid.rows; ++r) {
-    if (r + reach < grid.rows) Widest<AddRow>(across.Row(r + reach), grid.columns, sums.data());
-    std::copy(sums.begin(), sums.end(), around.Row(r));
-    if (r >= reach) Widest<TakeRow>(across.Row(r - reach), grid.columns, sums.data());
+    put(r + 1);
+    Widest<AddRows<Number>>(along[0].data(), along[1].data(), along[2].data(), grid.columns, sums.data());
+    visit(r, sums.data());
   }
+}
+
+// Sums over a cell and the eight around it.
+template <class Number>
+Grid<Number> SumAround(const Grid<Number>& grid) {
+  Grid<Number> around(grid.columns, grid.rows, PlaneContent::kUnset);
+  ForEachRowOfSums(grid, [&](int r, const Number* sums) { std::copy_n(sums, grid.columns, around.Row(r)); });
   return around;
 }
 
@@ -168,6 +182,14 @@ int BlockFor(int width, int height, int dpi) {
   return 1 << shift;
 }
 
+void PutEnds(const uint8_t* __restrict upper, const uint8_t* __restrict lower, int cells,
+             uint8_t* __restrict most, uint8_t* __restrict least) {
+  for (int c = 0; c < cells; ++c) {
+    most[c] = std::max(std::max(upper[2 * c], upper[2 * c + 1]), std::max(lower[2 * c], lower[2 * c + 1]));
+    least[c] = std::min(std::min(upper[2 * c], upper[2 * c + 1]), std::min(lower[2 * c], lower[2 * c + 1]));
+  }
+}
+
 // The brightest and the darkest block of each cell.
 struct Ends {
   explicit Ends(const BytePlane& blocks)
@@ -178,12 +200,7 @@ struct Ends {
       uint8_t* most = bright.Row(r);
       uint8_t* least = dark.Row(r);
       const int whole = blocks.width() / kBlocksInCell;
-      for (int c = 0; c < whole; ++c) {
-        most[c] =
-            std::max(std::max(upper[2 * c], upper[2 * c + 1]), std::max(lower[2 * c], lower[2 * c + 1]));
-        least[c] =
-            std::min(std::min(upper[2 * c], upper[2 * c + 1]), std::min(lower[2 * c], lower[2 * c + 1]));
-      }
+      Widest<PutEnds>(upper, lower, whole, most, least);
       if (whole < bright.width()) {
         most[whole] = std::max(upper[2 * whole], lower[2 * whole]);
         least[whole] = std::min(upper[2 * whole], lower[2 * whole]);
@@ -198,9 +215,10 @@ struct Ends {
 int UsualDarkness(const BytePlane& closed, const BytePlane& dark) {
   std::array<int64_t, kShareUnit> counts{};
   const Dividing<256> divided;
-  for (size_t i = 0; i < dark.bytes().size(); ++i) {
-    const int ground = std::max<int>(closed.bytes()[i], 1);
-    ++counts[static_cast<size_t>(divided(std::max(ground - dark.bytes()[i], 0) * (kShareUnit - 1), ground))];
+  const uint8_t *grounds = closed.Row(0), *darkest = dark.Row(0);
+  for (size_t i = 0, cells = dark.bytes().size(); i < cells; ++i) {
+    const int ground = std::max<int>(grounds[i], 1);
+    ++counts[static_cast<size_t>(divided(std::max(ground - darkest[i], 0) * (kShareUnit - 1), ground))];
   }
   const int parting = PartingValue(counts);
   int64_t total = 0;
@@ -211,20 +229,26 @@ int UsualDarkness(const BytePlane& closed, const BytePlane& dark) {
   return darkness;
 }
 
+void MarkInk(const uint8_t* __restrict fine, const uint8_t* __restrict wide, size_t count, int inkDarkness,
+             uint8_t* __restrict isInk) {
+  for (size_t i = 0; i < count; ++i) {
+    const int ground = wide[i];
+    isInk[i] = (ground - fine[i]) * kShareUnit * 100 > ground * inkDarkness * kInkPercent ? 1 : 0;
+  }
+}
+void PutWhere(const uint8_t* __restrict isInk, const uint8_t* __restrict wide, size_t count,
+              uint8_t* __restrict fine) {
+  for (size_t i = 0; i < count; ++i) fine[i] = isInk[i] != 0 ? wide[i] : fine[i];
+}
+
 // Puts the wide map where the fine one is lower by as much as ink is, and beside it: the rims of a bold
 // letter are only half as dark.
 void TakeInkOut(BytePlane& fine, const BytePlane& wide, const BytePlane& dark) {
-  const int inkDarkness = UsualDarkness(wide, dark);
-  BytePlane isInk(fine.width(), fine.height());
-  for (size_t i = 0; i < wide.bytes().size(); ++i) {
-    const int ground = wide.bytes()[i];
-    isInk.bytes()[i] =
-        (ground - fine.bytes()[i]) * kShareUnit * 100 > ground * inkDarkness * kInkPercent ? 1 : 0;
-  }
-  Spread(isInk, kRimOfInk, 0, [](uint8_t a, uint8_t b) { return a > b ? a : b; });
-  for (size_t i = 0; i < wide.bytes().size(); ++i) {
-    if (isInk.bytes()[i] != 0) fine.bytes()[i] = wide.bytes()[i];
-  }
+  const size_t count = wide.bytes().size();
+  BytePlane isInk(fine.width(), fine.height(), PlaneContent::kUnset);
+  Widest<MarkInk>(fine.Row(0), wide.Row(0), count, UsualDarkness(wide, dark), isInk.Row(0));
+  SpreadGreatest(isInk, kRimOfInk);
+  Widest<PutWhere>(isInk.Row(0), wide.Row(0), count, fine.Row(0));
 }
 
 // Between what blocks look like the paper around them.
@@ -240,18 +264,49 @@ void PutLimits(const uint8_t* __restrict ground, int count, uint8_t* __restrict 
 // Adds the blocks of a row that look like paper, and how many they are, to those of their cells.
 static_assert(kBlocksInCell == 2);
 void AddLikePaper(const uint8_t* __restrict blocks, const uint8_t* __restrict least,
-                  const uint8_t* __restrict most, int cells, int* __restrict sums, int* __restrict counts) {
+                  const uint8_t* __restrict most, int cells, uint16_t* __restrict sums,
+                  uint16_t* __restrict counts) {
   for (int c = 0; c < cells; ++c) {
     const int left = blocks[2 * c], right = blocks[2 * c + 1];
     const int isLeft = (left >= least[c] ? 1 : 0) & (left <= most[c] ? 1 : 0);
     const int isRight = (right >= least[c] ? 1 : 0) & (right <= most[c] ? 1 : 0);
-    sums[c] += isLeft * left + isRight * right;
-    counts[c] += isLeft + isRight;
+    sums[c] = static_cast<uint16_t>(sums[c] + isLeft * left + isRight * right);
+    counts[c] = static_cast<uint16_t>(counts[c] + isLeft + isRight);
   }
 }
 
+void MarkWritten(const uint8_t* __restrict closed, const uint8_t* __restrict dark, size_t count,
+                 uint16_t* __restrict written) {
+  for (size_t i = 0; i < count; ++i) written[i] = closed[i] - dark[i] >= kPlainContrast ? 1 : 0;
+}
+
+// A row of cells as they were seen: their closed brightness, and sums around them.
+struct SeenCells {
+  const uint8_t* closed;
+  const uint16_t *written, *sums, *counts, *ownCounts;
+};
+// Their brightness, its weight, and how sure it is. The quotients are exact: they are far smaller than what a
+// float tells from the next whole number.
+void JudgeCells(SeenCells seen, int count, int level, uint16_t* __restrict brightness,
+                uint16_t* __restrict weights, uint8_t* __restrict confidence) {
+  for (int c = 0; c < count; ++c) {
+    const int blocks = seen.counts[c], ground = seen.closed[c];
+    const bool isDarkAndPlain = (ground * kDarkShare < level) & (seen.written[c] == 0);
+    const auto mean = static_cast<int>(static_cast<float>(seen.sums[c] + blocks / 2) /
+                                       static_cast<float>(std::max(blocks, 1)));
+    brightness[c] = static_cast<uint16_t>(blocks > 0 ? mean : ground);
+    weights[c] = isDarkAndPlain | (blocks == 0) ? 0 : 1;
+    const int sure = std::min(255, 1 + seen.ownCounts[c] * 254 / (kBlocksInCell * kBlocksInCell));
+    confidence[c] = static_cast<uint8_t>(isDarkAndPlain ? PaperMap::kNotPaper : sure);
+  }
+}
+void PutLevels(const uint16_t* __restrict brightness, size_t count, uint8_t* __restrict levels) {
+  for (size_t i = 0; i < count; ++i)
+    levels[i] = static_cast<uint8_t>(std::clamp<uint16_t>(brightness[i], 1, 255));
+}
+
 // The brightness that most cells with writing on them have; of all cells, where there is no writing.
-int UsualLevel(const BytePlane& closed, const Grid& written) {
+int UsualLevel(const BytePlane& closed, const SmallGrid& written) {
   const auto median = [&](bool all) {
     std::array<int, 256> counts{};
     int total = 0;
@@ -271,10 +326,11 @@ int UsualLevel(const BytePlane& closed, const Grid& written) {
 // Sums of the values and counts of the cells that have any, over all cells above and left of a corner.
 class SumsToCorners {
  public:
-  SumsToCorners(const Grid& values, const Grid& weights)
+  template <class Number>
+  SumsToCorners(const Grid<Number>& values, const Grid<Number>& weights)
       : columns_(values.columns), rows_(values.rows), sums_((size_t(columns_) + 1) * (size_t(rows_) + 1)) {
     for (int r = 0; r < rows_; ++r) {
-      const int *value = values.Row(r), *weight = weights.Row(r);
+      const Number *value = values.Row(r), *weight = weights.Row(r);
       const uint64_t* const above = &At(0, r);
       uint64_t* const here = &At(0, r + 1);
       uint64_t sum = 0;
@@ -304,7 +360,8 @@ class SumsToCorners {
 
 // Fills cells of weight 0 from those around them that have a weight of 1, nearest ones first: windows double
 // until all are met.
-void FillIn(Grid& values, Grid& weights) {
+template <class Number>
+void FillIn(Grid<Number>& values, Grid<Number>& weights) {
   std::vector<size_t> open, left;
   for (size_t i = 0; i < weights.cells.size(); ++i) {
     if (weights.cells[i] == 0) open.push_back(i);
@@ -320,7 +377,7 @@ void FillIn(Grid& values, Grid& weights) {
         left.push_back(i);
         continue;
       }
-      values.cells[i] = static_cast<int>(around.sum / around.count);
+      values.cells[i] = static_cast<Number>(around.sum / around.count);
       weights.cells[i] = 1;  // the next round builds on it
     }
     open.swap(left);
@@ -328,29 +385,27 @@ void FillIn(Grid& values, Grid& weights) {
 }
 
 // The quotients of sums of levels by what is at most 3 x 3, rounded.
-void DivideBy(const int* __restrict sums, int count, int divisor, int* __restrict quotients) {
+template <class Number>
+void DivideBy(const Number* __restrict sums, int count, int divisor, Number* __restrict quotients) {
   constexpr int kBits = 20;  // exact, as no sum times the divisor comes near 2^kBits
   const auto factor = (uint32_t{1} << kBits) / static_cast<uint32_t>(divisor) + 1;
   const auto half = static_cast<uint32_t>(divisor) / 2;
   for (int i = 0; i < count; ++i)
-    quotients[i] = static_cast<int>((static_cast<uint32_t>(sums[i]) + half) * factor >> kBits);
+    quotients[i] = static_cast<Number>((static_cast<uint32_t>(sums[i]) + half) * factor >> kBits);
 }
 
-// Means over 3 x 3 cells, of levels up to 255.
-Grid Smoothed(const Grid& grid) {
-  const Grid sums = SumAround(grid, 1);
-  Grid smooth(grid.columns, grid.rows);
+// Makes levels up to 255 the means over 3 x 3 cells. A row is summed up before the one above it is written.
+template <class Number>
+void Smooth(Grid<Number>& grid) {
   const int last = grid.columns - 1;
-  for (int r = 0; r < grid.rows; ++r) {
+  ForEachRowOfSums(grid, [&](int r, const Number* sums) {
     const int rows = std::min(r + 1, grid.rows - 1) - std::max(r - 1, 0) + 1;
-    const int* from = sums.Row(r);
-    int* const to = smooth.Row(r);
-    if (last > 1) Widest<DivideBy>(from + 1, last - 1, 3 * rows, to + 1);
+    Number* const to = grid.Row(r);
+    if (last > 1) Widest<DivideBy<Number>>(sums + 1, last - 1, 3 * rows, to + 1);
     const int outer = rows * std::min(2, grid.columns);
-    DivideBy(from, 1, outer, to);
-    DivideBy(from + last, 1, outer, to + last);
-  }
-  return smooth;
+    DivideBy(sums, 1, outer, to);
+    DivideBy(sums + last, 1, outer, to + last);
+  });
 }
 
 // Between two neighbouring cells the map runs straight from middle to middle. Where a pixel lies: the two
@@ -388,10 +443,6 @@ void PutBetween(const uint8_t* __restrict upper, const uint8_t* __restrict lower
         static_cast<uint16_t>(static_cast<uint16_t>(above * uppers) + static_cast<uint16_t>(below * lowers));
     values[i] = static_cast<uint16_t>(sum >> right);
   }
-}
-
-void PutHigher(const uint8_t* one, const uint8_t* other, size_t count, uint8_t* __restrict higher) {
-  for (size_t i = 0; i < count; ++i) higher[i] = std::max(one[i], other[i]);
 }
 
 // Where the stretches from each value to the next begin, and by how much they climb from pixel to pixel.
@@ -432,11 +483,11 @@ void PaperMap::BoundRow(const BytePlane& cells, int y, std::span<uint8_t> most) 
   // With the cells before and after, towards whose middles the map runs. Beyond the page nothing is high.
   const size_t inWord = size_t{64} >> cellShift_, window = inWord + 2;
   std::vector<uint8_t> highest(most.size() * inWord + window, 0), wider(highest.size());
-  Widest<PutHigher>(cells.Row(down.first), cells.Row(down.second), static_cast<size_t>(columns()),
-                    highest.data() + 1);
+  Widest<TakeGreater>(cells.Row(down.first), cells.Row(down.second), static_cast<size_t>(columns()),
+                      highest.data() + 1);
   for (size_t covered = 1; covered < window;) {
     const size_t shift = std::min(covered, window - covered);
-    Widest<PutHigher>(highest.data(), highest.data() + shift, highest.size() - shift, wider.data());
+    Widest<TakeGreater>(highest.data(), highest.data() + shift, highest.size() - shift, wider.data());
     highest.swap(wider);
     covered += shift;
   }
@@ -509,7 +560,7 @@ PaperMap FindPaper(const BytePlane& grey, int dpi) {
   TakeInkOut(closed, Closed(ends.bright, kWideReach), ends.dark);
 
   // Blocks that look like the paper around them.
-  Grid sums(columns, rows), counts(columns, rows);
+  SmallGrid sums(columns, rows), counts(columns, rows);
   std::vector<uint8_t> least(static_cast<size_t>(columns)), most(least.size());
   for (int r = 0; r < rows; ++r) {
     Widest<PutLimits>(closed.Row(r), columns, least.data(), most.data());
@@ -522,50 +573,35 @@ PaperMap FindPaper(const BytePlane& grey, int dpi) {
       // The last cell has one block.
       const int value = row[whole * kBlocksInCell];
       if (value < least.back() || value > most.back()) continue;
-      sums.At(whole, r) += value;
+      sums.At(whole, r) = static_cast<uint16_t>(sums.At(whole, r) + value);
       ++counts.At(whole, r);
     }
   }
 
   // Writing near by, and cells too dark and too plain to be paper.
-  Grid written(columns, rows);
-  for (size_t i = 0; i < written.cells.size(); ++i) {
-    written.cells[i] = closed.bytes()[i] - ends.dark.bytes()[i] >= kPlainContrast ? 1 : 0;
-  }
+  SmallGrid written(columns, rows, PlaneContent::kUnset);
+  Widest<MarkWritten>(closed.Row(0), ends.dark.Row(0), written.cells.size(), written.Row(0));
   const int level = UsualLevel(closed, written);
-  const Grid writtenAround = SumAround(written, 1);
-  BytePlane confidence(columns, rows);
-  const Grid countsAround = SumAround(counts, 1);
-  const Grid sumsAround = SumAround(sums, 1);
-  Grid brightness(columns, rows);
-  std::copy(closed.bytes().begin(), closed.bytes().end(), brightness.cells.begin());
-  Grid weights(columns, rows, 1);
-  const Dividing<9 * kBlocksInCell * kBlocksInCell + 1> divided;
+  const SmallGrid writtenAround = SumAround(written);
+  const SmallGrid countsAround = SumAround(counts);
+  const SmallGrid sumsAround = SumAround(sums);
+  BytePlane confidence(columns, rows, PlaneContent::kUnset);
+  SmallGrid brightness(columns, rows, PlaneContent::kUnset), weights(columns, rows, PlaneContent::kUnset);
   for (int r = 0; r < rows; ++r) {
-    for (int c = 0; c < columns; ++c) {
-      const bool darkAndPlain = closed.Row(r)[c] * kDarkShare < level && writtenAround.At(c, r) == 0;
-      const int seen = countsAround.At(c, r);
-      if (seen > 0) brightness.At(c, r) = divided(sumsAround.At(c, r) + seen / 2, seen);
-      if (darkAndPlain || seen == 0) {
-        weights.At(c, r) = 0;
-      }
-      confidence.Row(r)[c] = static_cast<uint8_t>(
-          darkAndPlain ? PaperMap::kNotPaper
-                       : std::min(255, 1 + counts.At(c, r) * 254 / (kBlocksInCell * kBlocksInCell)));
-    }
+    Widest<JudgeCells>(
+        {closed.Row(r), writtenAround.Row(r), sumsAround.Row(r), countsAround.Row(r), counts.Row(r)}, columns,
+        level, brightness.Row(r), weights.Row(r), confidence.Row(r));
   }
   FillIn(brightness, weights);
-  for (int i = 0; i < kSmoothRounds; ++i) brightness = Smoothed(brightness);
+  for (int i = 0; i < kSmoothRounds; ++i) Smooth(brightness);
 
   paper.width_ = grey.width();
   paper.height_ = grey.height();
   paper.cellShift_ = 0;
   while ((1 << paper.cellShift_) < block * kBlocksInCell) ++paper.cellShift_;
   paper.level_ = static_cast<uint8_t>(std::max(level, 1));
-  paper.brightness_ = BytePlane(columns, rows);
-  for (size_t i = 0; i < brightness.cells.size(); ++i) {
-    paper.brightness_.bytes()[i] = static_cast<uint8_t>(std::clamp(brightness.cells[i], 1, 255));
-  }
+  paper.brightness_ = BytePlane(columns, rows, PlaneContent::kUnset);
+  Widest<PutLevels>(brightness.Row(0), brightness.cells.size(), paper.brightness_.Row(0));
   paper.confidence_ = std::move(confidence);
   return paper;
 }
@@ -575,8 +611,8 @@ void FindPaperColour(PaperMap& paper, const BytePlane& grey, const ColourRows& c
   const int columns = paper.columns(), rows = paper.rows();
   const int cell = paper.cell();
   const int step = std::max(cell / 8, 1);  // an eighth of a cell apart: 64 samples of each
-  std::array<Grid, 3> sums{Grid(columns, rows), Grid(columns, rows), Grid(columns, rows)};
-  Grid counts(columns, rows);
+  Grid<int> blues(columns, rows), greens(columns, rows), reds(columns, rows), counts(columns, rows);
+  Grid<int>* const sums[] = {&blues, &greens, &reds};
   for (int y = 0; y < paper.height(); y += step) {
     const uint8_t* greyRow = grey.Row(y);
     const uint8_t* row = colours.topRow + y * colours.stride;
@@ -586,22 +622,22 @@ void FindPaperColour(PaperMap& paper, const BytePlane& grey, const ColourRows& c
       if (paper.confidence_.Row(r)[c] == PaperMap::kNotPaper) continue;
       if (std::abs(greyRow[x] - ground) > std::max(kMinTolerance, ground / kToleranceShare)) continue;
       const uint8_t* pixel = row + static_cast<ptrdiff_t>(x) * colours.bytesPerPixel;
-      for (size_t i = 0; i < 3; ++i) sums[i].At(c, r) += pixel[i];
+      for (size_t i = 0; i < 3; ++i) sums[i]->At(c, r) += pixel[i];
       ++counts.At(c, r);
     }
   }
-  const Grid countsAround = SumAround(counts, 1);
+  const Grid<int> countsAround = SumAround(counts);
   std::array<BytePlane*, 3> planes{&paper.blue_, &paper.green_, &paper.red_};
   for (size_t i = 0; i < 3; ++i) {
-    const Grid sumsAround = SumAround(sums[i], 1);
-    Grid colour(columns, rows, paper.level_), weights(columns, rows);
+    const Grid<int> sumsAround = SumAround(*sums[i]);
+    Grid<int> colour(columns, rows, PlaneContent::kUnset), weights(columns, rows, PlaneContent::kUnset);
     for (size_t j = 0; j < colour.cells.size(); ++j) {
       const int seen = countsAround.cells[j];
-      if (seen > 0) colour.cells[j] = (sumsAround.cells[j] + seen / 2) / seen;
+      colour.cells[j] = seen > 0 ? (sumsAround.cells[j] + seen / 2) / seen : paper.level_;
       weights.cells[j] = seen > 0 ? 1 : 0;
     }
     FillIn(colour, weights);
-    for (int round = 0; round < kSmoothRounds; ++round) colour = Smoothed(colour);
+    for (int round = 0; round < kSmoothRounds; ++round) Smooth(colour);
     *planes[i] = BytePlane(columns, rows);
     for (size_t j = 0; j < colour.cells.size(); ++j)
       planes[i]->bytes()[j] = static_cast<uint8_t>(colour.cells[j]);

@@ -34,6 +34,12 @@ void AddPairs(const uint16_t* __restrict from, uint16_t* __restrict to, int coun
   for (int i = 0; i < count; ++i) to[i] = static_cast<uint16_t>(from[2 * i] + from[2 * i + 1]);
 }
 
+void PutMeans(const uint16_t* __restrict sums, int count, int shift, uint8_t* __restrict means) {
+  const auto half = static_cast<uint16_t>((1 << shift) / 2);
+  for (int i = 0; i < count; ++i)
+    means[i] = static_cast<uint8_t>(static_cast<uint16_t>(sums[i] + half) >> shift);
+}
+
 }  // namespace
 
 BytePlane ShrinkByMean(const BytePlane& page, int factor) {
@@ -52,8 +58,7 @@ BytePlane ShrinkByMean(const BytePlane& page, int factor) {
       sums.swap(pairs);
     }
     uint8_t* out = small.Row(y);
-    for (int x = 0; x < width; ++x)
-      out[x] = static_cast<uint8_t>((sums[static_cast<size_t>(x)] + area / 2) >> shift);
+    Widest<PutMeans>(sums.data(), width, shift, out);
   }
   return small;
 }
