@@ -92,10 +92,14 @@ void PaintUncovered(const PageModel& model, const Movement& movement, const Page
     while (left <= right && !isOfPage(left)) uncovered.Set(left++, y);
     while (right > left && !isOfPage(right)) uncovered.Set(right--, y);
   }
+  std::vector<Movement::Place> columns;
+  for (int x = 0; x < model.width; ++x) columns.push_back(movement.ColumnOf(x));
   for (int y = 0; y < model.height; ++y) {
+    const Movement::Place along = movement.RowOf(y);
     ForEachRunOf(model.ink, y, [&](int first, int end) {
       for (int x = first; x < end; ++x) {
-        const auto column = static_cast<int>(movement.XOf(x, y)), row = static_cast<int>(movement.YOf(x, y));
+        const Movement::Place& place = columns[static_cast<size_t>(x)];
+        const auto column = static_cast<int>(place.x + along.x), row = static_cast<int>(place.y + along.y);
         if (column >= 0 && row >= 0 && column < page.width() && row < page.height()) ink.Set(column, row);
       }
     });
