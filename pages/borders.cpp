@@ -6,12 +6,16 @@
 #include <cstring>
 #include <utility>
 
+#include "pages/components.h"
 #include "pixels/kernels.h"
 
 namespace rastrel::pages {
 namespace {
 
 constexpr int kMm = 16;  // lengths are in sixteenths of a millimetre
+
+// Pieces inside of a surround that are no letters: those of 4 point type are higher.
+constexpr int kFlattest = kMm / 2;
 
 // Around the surround, marks that lie in this reach as a whole are its ragged rim; so are those along the
 // image's edge that it runs out in.
@@ -378,6 +382,26 @@ void TakeRim(const BytePlane& grey, const NearbyPaper& paper, BitPlane* mask) {
       above.swap(found);
     }
     putDown(&above);
+  }
+}
+
+// Takes what is left inside of the mask: streaks of a book's edge, light flecks. No side of such a piece
+// touches the sheet or the image's edge, and it is too flat for letters.
+void TakeEnclosed(const Sheet& sheet, BitPlane* mask) {
+  const int flat = sheet.Pixels(kFlattest);
+  BitPlane open(mask->width(), mask->height());
+  for (int y = 0; y < open.height(); ++y) {
+    for (size_t i = 0; i < open.wordsPerRow(); ++i) open.Row(y)[i] = ~mask->Row(y)[i];
+    if (open.width() % 64 != 0)
+      open.Row(y)[open.wordsPerRow() - 1] &= ~uint64_t{0} << (64 - open.width() % 64);
+  }
+  const Components pieces(open);
+  for (const Component& piece : pieces.all()) {
+    const Box& box = piece.box;
+    if (std::min(box.width(), box.height()) <= flat && box.left > 0 && box.top > 0 &&
+        box.right < open.width() && box.bottom < open.height()) {
+      DrawComponent(pieces, piece, mask);
+    }
   }
 }
 
@@ -767,6 +791,7 @@ BorderPlan PlanBorders(const Sheet& sheet, const BytePlane& grey) {
   const DarkGrey dark{grey, paper, std::countr_zero(static_cast<unsigned>(sheet.cell))};
   BitPlane mask = Masking::Make(sheet, dark);
   TakeRim(grey, paper, &mask);
+  TakeEnclosed(sheet, &mask);
   return Describe(sheet, std::move(mask));
 }
 
