@@ -38,5 +38,5 @@ set_tests_properties(progress_window loader PROPERTIES
 if(RASTREL_BUILD_TOOL)
   add_test(NAME command COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/windows/command_test.sh
     ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:rastrel_command>)
-  set_tests_properties(command PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77)
+  set_tests_properties(command PROPERTIES TIMEOUT 600 SKIP_RETURN_CODE 77)
 endif()
