@@ -104,10 +104,13 @@ void PaintUncovered(const PageModel& model, const Movement& movement, const Page
       }
     });
   }
+  // What ink at the image's edge is smoothed into stays.
+  ink = Widened(std::move(ink), 1);
+  for (size_t i = 0; i < ink.words().size(); ++i) uncovered.words()[i] &= ~ink.words()[i];
   const ptrdiff_t down = -static_cast<ptrdiff_t>(page.stride());  // rows lie upside down
   PaintPaper(
       {page.PageRow(0), down, page.PageRow(0), down, page.bits() / 8, !model.isTextDark, !model.isTextDark},
-      uncovered, Widened(std::move(ink), 1));
+      uncovered, ink);
 }
 
 // A speck and its soft rim become what lies beside them, mirrored, so that the paper's grain goes on.
