@@ -111,10 +111,7 @@ void AddLimitOption(CLI::App* app, JobOptions* options) {
          "What a page of a file may cost at most: pixels=N,bytes=N,seconds=N, each a\n"
          "number, which k, M, G may follow, or none (pixels=1G,bytes=4G,seconds=120)")
       ->type_name("LIST");
-  app->add_flag_callback(
-      "--no-sandbox", [options] { options->isSandboxed = false; },
-      "Keep the rights to write elsewhere, to use the network and to start programs,\n"
-      "which are given up on Linux before a file is read");
+  AddSandboxOption(app, &options->isSandboxed);
 }
 
 // What follows from several of them. Throws UsageError.
@@ -139,6 +136,13 @@ std::string ReadableTitles() {
     titles += fmt::format("{}{}", i == 0 ? "" : i + 1 == formats.size() ? " or " : ", ", formats[i].title);
   }
   return titles;
+}
+
+void AddSandboxOption(CLI::App* app, bool* isSandboxed) {
+  app->add_flag_callback(
+      "--no-sandbox", [isSandboxed] { *isSandboxed = false; },
+      "Keep the rights to write elsewhere and to use the network, which are given up\n"
+      "on Linux, as far as the system can, before a page is read");
 }
 
 void AddReportOptions(CLI::App* app, ReportOptions* options) {

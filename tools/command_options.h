@@ -41,6 +41,7 @@ CLI::Option* AddFromTable(CLI::App* app, const std::string& option, const Parame
 }
 
 void AddReportOptions(CLI::App* app, ReportOptions* options);
+void AddSandboxOption(CLI::App* app, bool* isSandboxed);
 void AddJobsOption(CLI::App* app, JobOptions* options);
 void AddOutputOptions(CLI::App* app, JobOptions* options);
 // Those of them that are not about names.

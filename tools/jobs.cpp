@@ -220,6 +220,8 @@ void MakeFolders(const JobOptions& options) {
     const fs::path parent = folder.parent_path();
     std::error_code error;
     if (options.makesParents && !parent.empty()) fs::create_directories(parent, error);
+    if (error)
+      throw UsageError(fmt::format("{}: {} cannot be made: {}", output, NameOf(parent), error.message()));
     if (!parent.empty() && !fs::is_directory(parent, error)) {
       throw UsageError(fmt::format("{}: there is no folder {}; --parents makes it", output, NameOf(parent)));
     }

@@ -27,7 +27,8 @@ constexpr uint64_t kMostMemoryBytes = 1 << 22;  // of temporary bytes; more go t
 // Nobody else finds it, and it is gone when it is closed.
 int OpenNameless() {
   std::error_code error;
-  std::string name = (std::filesystem::temp_directory_path(error) / "rastrel-XXXXXX").string();
+  const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
+  std::string name = ((error ? "/tmp" : folder) / "rastrel-XXXXXX").string();
   const int file = ::mkostemp(name.data(), O_CLOEXEC);
   if (file < 0)
     throw PageError(Text("has no room for a temporary file: ", std::strerror(errno)), ErrOpenFile);

@@ -10,6 +10,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdarg.h>
 #include <stdatomic.h>
 #include <stdio.h>
@@ -244,7 +245,7 @@ static void TryToEscape(const char* folder) {
   if (open(name, O_CREAT | O_WRONLY, 0600) >= 0) dprintf(2, "escaped: a file\n");
   if (mkdir("/dev/shm/escaped", 0700) == 0) dprintf(2, "escaped: a folder\n"), rmdir("/dev/shm/escaped");
   if (socket(AF_INET, SOCK_STREAM, 0) >= 0) dprintf(2, "escaped: the network\n");
-  if (system("exit 7") == 7 << 8) dprintf(2, "escaped: a program\n");
+  if (kill(getppid(), 0) == 0) dprintf(2, "escaped: a process\n");
   dprintf(2, "tried\n");
 }
 

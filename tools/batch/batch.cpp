@@ -172,6 +172,26 @@ void RefuseInputsAsOutputs(const std::vector<BatchItem>& items, const std::strin
   }
 }
 
+// What lies elsewhere by links of the output's folder, as the targets of folders and files in it.
+std::vector<std::string> LinkedOutputs(const std::vector<BatchItem>& items, const std::string& root) {
+  std::error_code error;
+  const fs::path whole = fs::weakly_canonical(fs::absolute(PathOf(root)), error);
+  const auto isBelow = [&](const fs::path& path) {
+    const fs::path relative = path.lexically_relative(whole);
+    return !relative.empty() && *relative.begin() != "..";
+  };
+  std::set<std::string> folders, linked;
+  for (const BatchItem& item : items) {
+    const fs::path output = fs::absolute(PathOf(item.output.OfPage(1)));
+    if (folders.insert(NameOf(output.parent_path())).second) {
+      const fs::path folder = fs::weakly_canonical(output.parent_path(), error);
+      if (!isBelow(folder)) linked.insert(NameOf(folder));
+    }
+    if (fs::is_symlink(output, error)) linked.insert(NameOf(output));
+  }
+  return {linked.begin(), linked.end()};
+}
+
 // ---- the doing --------------------------------------------------------------------------------------------
 
 std::atomic<int> interruptions{0};
@@ -425,7 +445,11 @@ int RunBatch(const BatchOptions& options, const std::vector<std::string>& comman
   Manifest manifest(path, Database::Access::kWrite, isSafe);
   manifest.BeginRun(optionsText, optionsHash);
   OnInterruption(Interrupt);
-  Batch batch(options, items, command, &manifest);
+  std::vector<std::string> workers = command;
+  for (const std::string& linked : LinkedOutputs(items, options.output)) {
+    workers.insert(workers.end(), {kLinkedOutputFlag, linked});
+  }
+  Batch batch(options, items, std::move(workers), &manifest);
   const int code = options.isVerify ? batch.Verify()
                                     : batch.Clean(Decider(options, items, &manifest, optionsHash).Decide());
   return code == 0 && !trouble.empty() ? 1 : code;

@@ -9,6 +9,9 @@
 
 namespace rastrel::tool {
 
+// Followed by a place outside the output's folder to which a link in it leads, on a worker's command line.
+inline constexpr const char* kLinkedOutputFlag = "--linked-output";
+
 inline constexpr int kExitInterrupted = 130;
 
 // `command` starts a worker. Returns the exit code: 0 when all pages are done, 1 when some failed, now or

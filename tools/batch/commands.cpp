@@ -68,10 +68,15 @@ void AddRunOptions(CLI::App* batch, BatchOptions* options) {
                  "Let through what workers say on standard error")
       ->group(group);
   batch->add_flag(kWorkerFlag, options->isWorker)->group("");
+  batch->add_option(kLinkedOutputFlag, options->linkedOutputs)->group("");
 }
 
 int Run(const BatchOptions& options, const std::vector<std::string>& command) {
-  if (options.isWorker) return RunWorker(options.job, options.output, ManifestOf(options));
+  if (options.isWorker) {
+    std::vector<std::string> outputs = options.linkedOutputs;
+    outputs.push_back(options.output);
+    return RunWorker(options.job, outputs, ManifestOf(options));
+  }
   if (options.output.empty()) throw UsageError("no output: -o DIR is required");
   if (options.job.inputs.empty() && options.filesFrom.empty()) {
     throw UsageError("no input: a folder, files or --files-from LIST");
@@ -95,8 +100,13 @@ void AddReportCommand(CLI::App* app, const char* program, std::function<int()>* 
       ->check(CLI::Range(1, 1024))
       ->type_name("N");
   report->add_flag("-q,--quiet", options->isQuiet, "Print errors only");
+  AddSandboxOption(report, &options->isSandboxed);
   report->callback([=] {
-    *run = [=] { return MakeSite(*options, {program, "batch", kWorkerFlag, "-o", options->output}); };
+    *run = [=] {
+      std::vector<std::string> command = {program, "batch", kWorkerFlag, "-o", options->output};
+      if (!options->isSandboxed) command.push_back("--no-sandbox");
+      return MakeSite(*options, command);
+    };
   });
 }
 

@@ -22,7 +22,8 @@ struct BatchOptions {
   bool isRetry = false;
   bool isVerify = false;
   std::string log;
-  bool isWorker = false;  // this process does the pages of another one's batch
+  bool isWorker = false;                   // this process does the pages of another one's batch
+  std::vector<std::string> linkedOutputs;  // of a worker: where links below the output lead
 };
 
 // A file of the batch.

@@ -13,6 +13,7 @@ struct SiteOptions {
   bool hasPictures = true;
   int threads = 0;
   bool isQuiet = false;
+  bool isSandboxed = true;
 };
 
 // `command` starts a worker. Returns the exit code. Throws UsageError and PageError.

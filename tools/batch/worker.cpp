@@ -227,9 +227,10 @@ int TakeSocket() {
 
 }  // namespace
 
-int RunWorker(const JobOptions& options, const std::string& output, const std::string& manifest) {
+int RunWorker(const JobOptions& options, const std::vector<std::string>& outputs,
+              const std::string& manifest) {
   const int socket = TakeSocket();
-  if (options.isSandboxed) EnterSandbox({output});
+  if (options.isSandboxed) EnterSandbox(outputs);
   Inbox inbox;
   if (!Send(socket, {})) return 1;  // it is ready
   while (const std::optional<Message> message = Receive(socket, &inbox)) {

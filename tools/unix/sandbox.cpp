@@ -2,19 +2,17 @@
 #include "tools/sandbox.h"
 
 #include <fcntl.h>
-#include <link.h>
 #include <linux/landlock.h>
 #include <seccomp.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
-#include <sstream>
 
 #include "tools/paths.h"
 
@@ -22,8 +20,6 @@ namespace rastrel::tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr const char* kPrograms[] = {"pdftoppm", "jbig2dec"};
 
 // The first version of Landlock knows all but these.
 constexpr uint64_t kRename = 1ULL << 13;    // between folders, from version 2 on
@@ -35,15 +31,28 @@ constexpr uint64_t kChanges = kWriteFile | LANDLOCK_ACCESS_FS_REMOVE_DIR | LANDL
                               LANDLOCK_ACCESS_FS_MAKE_FIFO | LANDLOCK_ACCESS_FS_MAKE_BLOCK |
                               LANDLOCK_ACCESS_FS_MAKE_SYM;
 
+// The kernel's landlock_ruleset_attr of version 6; older headers have its beginning, and older kernels take
+// that.
+struct Ruleset {
+  uint64_t files = 0;
+  uint64_t network = 0;  // from version 4 on
+  uint64_t scoped = 0;   // from version 6 on
+};
+constexpr uint64_t kBindAndConnect = 3;     // TCP
+constexpr uint64_t kSocketsAndSignals = 3;  // to processes that are not in the sandbox
+constexpr size_t kFirstSize = sizeof(uint64_t);
+
 class Files {
  public:
   Files() {
     const long version = ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
     if (version < 1) return;  // the kernel has it not, or not turned on
     changes_ = kChanges | (version >= 2 ? kRename : 0) | (version >= 3 ? kTruncate : 0);
-    landlock_ruleset_attr handled = {};
-    handled.handled_access_fs = changes_ | LANDLOCK_ACCESS_FS_EXECUTE;
-    rules_ = static_cast<int>(::syscall(SYS_landlock_create_ruleset, &handled, sizeof(handled), 0));
+    Ruleset handled = {.files = changes_};
+    if (version >= 4) handled.network = kBindAndConnect;
+    if (version >= 6) handled.scoped = kSocketsAndSignals;
+    const size_t size = version >= 6 ? sizeof(handled) : version >= 4 ? 2 * kFirstSize : kFirstSize;
+    rules_ = static_cast<int>(::syscall(SYS_landlock_create_ruleset, &handled, size, 0));
   }
   ~Files() {
     if (rules_ >= 0) ::close(rules_);
@@ -53,7 +62,6 @@ class Files {
 
   void MayChangeBelow(const fs::path& folder) { Allow(folder, changes_); }
   void MayWrite(const char* file) { Allow(file, kWriteFile | (changes_ & kTruncate)); }
-  void MayRun(const fs::path& program) { Allow(program, LANDLOCK_ACCESS_FS_EXECUTE); }
   void Enforce() const {
     if (rules_ >= 0) ::syscall(SYS_landlock_restrict_self, rules_, 0);
   }
@@ -75,37 +83,25 @@ class Files {
 };
 
 // The folder that a file of that name is made in or moved to, or where that is to be made.
-fs::path FolderOf(const std::string& output) {
+fs::path FolderOf(const fs::path& output) {
   std::error_code error;
-  fs::path path = fs::weakly_canonical(PathOf(output), error);
-  if (error) path = fs::absolute(PathOf(output), error);
+  const fs::path whole = fs::absolute(output, error);
+  fs::path path = fs::weakly_canonical(whole, error);
+  if (error) path = whole;
   while (!fs::is_directory(path, error) && path.has_relative_path()) path = path.parent_path();
   return path;
 }
 
-// The loader of this program, by which others are started, too.
-std::string Loader() {
-  std::string loader;
-  const auto look = [](dl_phdr_info* program, size_t, void* found) {
-    for (int i = 0; i < program->dlpi_phnum; ++i) {
-      const ElfW(Phdr)& part = program->dlpi_phdr[i];
-      if (part.p_type != PT_INTERP) continue;
-      // The address is where the kernel has put the program.
-      *static_cast<std::string*>(found) = reinterpret_cast<const char*>(program->dlpi_addr + part.p_vaddr);
-    }
-    return 1;  // the first is the program
-  };
-  ::dl_iterate_phdr(look, &loader);
-  return loader;
-}
-
-void AllowPrograms(Files* files) {
-  const char* folders = std::getenv("PATH");
-  std::istringstream list(folders != nullptr ? folders : "/usr/bin:/bin");
-  for (std::string folder; std::getline(list, folder, ':');) {
-    for (const char* program : kPrograms) files->MayRun(fs::path(folder) / program);
+// Links are followed, also to what is not there yet.
+void MayWriteTo(fs::path output, Files* files) {
+  constexpr int kMostLinks = 40;  // the kernel follows no more, either
+  for (int i = 0; i < kMostLinks; ++i) {
+    files->MayChangeBelow(FolderOf(output));
+    std::error_code error;
+    const fs::path target = fs::read_symlink(output, error);
+    if (error) return;
+    output = output.parent_path() / target;
   }
-  files->MayRun(Loader());
 }
 
 // Calls that no decoder needs: the network, other processes, and ways around all this.
@@ -139,7 +135,9 @@ constexpr const char* kRefusedCalls[] = {"socket",
                                          "init_module",
                                          "finit_module",
                                          "kexec_load",
-                                         "reboot"};
+                                         "reboot",
+                                         "truncate",
+                                         "truncate64"};
 
 void RefuseCalls() {
   const std::unique_ptr<void, decltype(&seccomp_release)> filter(seccomp_init(SCMP_ACT_ALLOW),
@@ -148,6 +146,11 @@ void RefuseCalls() {
   for (const char* name : kRefusedCalls) {
     const int call = seccomp_syscall_resolve_name(name);
     if (call != __NR_SCMP_ERROR) seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(EPERM), call, 0);
+  }
+  // Typing into the terminal that the command was started from.
+  for (const unsigned request : {TIOCSTI, TIOCLINUX}) {
+    seccomp_rule_add(filter.get(), SCMP_ACT_ERRNO(EPERM), SCMP_SYS(ioctl), 1,
+                     SCMP_A1_32(SCMP_CMP_EQ, request));
   }
   seccomp_load(filter.get());
 }
@@ -158,16 +161,11 @@ void EnterSandbox(const std::vector<std::string>& outputs) {
   if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return;
   {
     Files files;
+    for (const std::string& output : outputs) MayWriteTo(PathOf(output), &files);
     std::error_code error;
-    for (const std::string& output : outputs) {
-      files.MayChangeBelow(FolderOf(output));
-      // A link is followed, also to what is not there yet.
-      const fs::path path = PathOf(output), target = fs::read_symlink(path, error);
-      if (!error) files.MayChangeBelow(FolderOf(NameOf(path.parent_path() / target)));
-    }
-    files.MayChangeBelow(fs::temp_directory_path(error));
-    for (const char* device : {"/dev/null", "/dev/full", "/dev/tty"}) files.MayWrite(device);
-    AllowPrograms(&files);
+    const fs::path temporary = fs::temp_directory_path(error);
+    files.MayChangeBelow(error ? "/tmp" : temporary);
+    files.MayWrite("/dev/null");
     files.Enforce();
   }
   RefuseCalls();

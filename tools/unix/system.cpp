@@ -66,7 +66,7 @@ class Pipeline {
     std::unique_lock lock(mutex_);
     try {
       while (true) {
-        // As many results are in memory as there are threads; a few more wait for their turn to be finished.
+        // No more results wait for their turn than the ring has places.
         change_.wait(lock, [this] { return next_ == count_ || next_ - finished_ < waiting_.size(); });
         if (next_ == count_) return;
         const size_t number = next_++;
