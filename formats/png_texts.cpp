@@ -136,8 +136,9 @@ std::vector<PngText> PngTextsOf(const Metadata& metadata) {
   }
   const std::string packed = metadata.TextOf(kPngOtherTexts);
   for (std::string_view others = packed; !others.empty();) {
-    const std::string_view keyword = TakePart(&others);
-    add(keyword, TakePart(&others));
+    constexpr size_t kMostLetters = 79;
+    const std::string_view keyword = TakePart(&others), text = TakePart(&others);
+    if (!keyword.empty() && keyword.size() <= kMostLetters) add(keyword, text);  // files lie
   }
   return texts;
 }

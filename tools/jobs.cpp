@@ -436,9 +436,13 @@ void FitMetadata(HGLOBAL page, const std::string& deeds, const PageFormat& forma
   const auto keeps = [&](std::string_view item) {
     return std::find(kept.begin(), kept.end(), item) != kept.end();
   };
+  constexpr size_t kMostInJpeg = 65'000;  // a marker has 65,533 bytes, with what stands before the item
   for (const std::string& item : CarriedItems(metadata)) {
     if (!keeps(item)) {
       drop(item, fmt::format("{} files have no place for it", format.title));
+    } else if (format.name == std::string_view("jpg") && item != "icc" &&
+               TextItem(metadata, item.c_str()).size() > kMostInJpeg) {
+      drop(item, "JPEG files have no place for that much of it");
     } else if (item == "icc" && page != nullptr && !IsProfileFor(TextItem(metadata, "icc"), page) &&
                !IsProfileConverted(TextItem(metadata, "icc"), page)) {
       drop(item, "it is for other colours than the page has now");

@@ -57,6 +57,7 @@ class Markers {
   explicit Markers(Bytes* file) : fileBytes_(file->size()) {
     constexpr int kMostScans = 100;  // each costs as much time as the picture; encoders write about ten
     Letters letters(file);
+    constexpr size_t kMostMarkers = 10'000;  // a profile of 255 parts and more than anybody writes
     int kind = 0, scans = 0;
     while (kind != kEnd) {
       kind = NextKind(&letters);
@@ -66,7 +67,9 @@ class Markers {
       if (length < 2) Damaged("a marker is cut short");
       JpegMarker marker = {kind, {}};
       for (size_t i = 2; i < length; ++i) marker.bytes.push_back(letters.Next());
-      if (IsKept(kind)) markers_.push_back(std::move(marker));
+      if (!IsKept(kind)) continue;
+      if (markers_.size() == kMostMarkers) Damaged(Text("it has more than ", kMostMarkers, " markers"));
+      markers_.push_back(std::move(marker));
     }
     if (scans == 0) Damaged("it has no rows");
     CheckFrame();

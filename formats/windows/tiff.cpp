@@ -281,7 +281,8 @@ TiffField Shorts(uint16_t tag, std::initializer_list<uint64_t> numbers) {
 TiffField InchFraction(uint16_t tag, int32_t pixelsPerMetre) {
   constexpr uint64_t kParts = 1000;
   TiffField field = {tag, kTiffFraction, 1};
-  const double parts = DotsPerInch(pixelsPerMetre) * static_cast<double>(kParts) + 0.5;
+  const double parts =
+      std::min(DotsPerInch(pixelsPerMetre) * static_cast<double>(kParts) + 0.5, double{UINT32_MAX});
   AppendLittleEndian(&field.value, static_cast<uint64_t>(parts), 4);
   AppendLittleEndian(&field.value, kParts, 4);
   return field;
