@@ -12,10 +12,11 @@
 
 namespace rastrel::pages {
 
-// Parts of rows as they were. It takes a small part of the memory that a copy of the page would.
+// Parts of rows as they were: most often a small part of the page, and never more memory than a copy of it
+// but for some bytes a row. Everything that is painted is to be kept before.
 class Painted {
  public:
-  bool isEmpty() const { return parts_.empty(); }
+  bool isEmpty() const { return rows_.empty(); }
   // To be called before columns `first` up to `end` of a page row are painted.
   void Keep(const PageView& page, int y, int first, int end);
   // Pixels of ink of the page as it was that have changed and are not named.
@@ -25,11 +26,16 @@ class Painted {
 
  private:
   struct Part {
-    int row, first, end;
-    size_t at;  // in bytes_
+    int first, end;
   };
-  std::vector<Part> parts_;     // in the order of painting
-  std::vector<uint8_t> bytes_;  // whole ones, from that of the first column to that of the last
+  struct Row {
+    std::vector<Part> parts;     // in the order of painting, or one of the whole width
+    std::vector<uint8_t> bytes;  // whole ones, from that of a part's first column to that of its last
+
+    // Puts the parts back, the last one first: of what was painted more than once the first part counts.
+    void PutBack(const PageView& page, uint8_t* to) const;
+  };
+  std::vector<Row> rows_;  // as far down as anything was kept
 };
 
 }  // namespace rastrel::pages

@@ -182,6 +182,7 @@ TEST(Check, MissesWhatWasPaintedMovedOffOrLostAndNothingElse) {
     EXPECT_TRUE(kept.PaintedOver(now, ink, {}).isNothing());
     harmed.Fill(150, 200, 153, 216, 255);                         // the first letter's stem
     for (int y = 200; y < 216; ++y) kept.Keep(now, y, 151, 152);  // painted a second time
+    for (int y = 205; y < 209; ++y) kept.Keep(now, y, 0, kWidth);
     const Missing painted = kept.PaintedOver(now, ink, {});
     EXPECT_EQ(3 * 16, painted.pixels);
     EXPECT_EQ(150, painted.box.left);
