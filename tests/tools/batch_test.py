@@ -237,7 +237,10 @@ def case_others():
     few = ["batch", "few", "-o", "pages", "--format", "png", "-j", 1]
     assert "a-001.png is there already" in run(*few, code=1) + run(*few, "--retry", code=1)
     run("batch", "few", "-o", "pages", "--format", "png", "--verify")
-    assert "now that of" in run(*few, "--retry", "--overwrite", code=1)
+    told = run(*few, "--retry", "--overwrite", code=1)
+    assert "now that of" in told and "1 of 1 files" in told, told
+    run("batch", "few", "-o", "pages", "--format", "png", "--verify")
+    assert "replaced by that of another" in "".join(row["error"] or "" for row in rows("pages/batch.sqlite")[1])
     # The manifest is no output, and one input in two spellings is one.
     small_page("odd/batch.png").rename("odd/batch.sqlite.png")
     run("batch", "odd", "-o", "odd-out", "--name", "{stem}", "--overwrite", code=2)
@@ -247,6 +250,20 @@ def case_others():
     assert pathlib.Path("a-001.jpg").read_bytes().startswith(b"\xff\xd8")
     run("batch", "few/a-001.png", "-o", ".", "--manifest", "few.sqlite")
     assert "; 1 outputs are left" in run("batch", "few/a-001.png", "-o", ".", "--manifest", "few.sqlite", "--no-specks")
+    # Of an input that fails now nothing is.
+    left = """SELECT path FROM written WHERE path NOT IN (SELECT output FROM page WHERE output IS NOT NULL)
+              AND file IN (SELECT id FROM file WHERE state = 'done')"""
+    for count in 1, 0:
+        with sqlite3.connect("few.sqlite") as database:
+            assert len(database.execute(left).fetchall()) == count
+        pathlib.Path("few/a-001.png").write_text("spoilt")
+        run("batch", "few/a-001.png", "-o", ".", "--manifest", "few.sqlite", "--no-specks", code=1)
+    run("apply", LETTER, LETTER, "-o", "left/m.tif", "--parents")
+    m_left = ["batch", "left", "-o", "left-out", "--format", "png"]
+    run(*m_left)
+    damaged = bytearray(pathlib.Path("left/m.tif").read_bytes())
+    pathlib.Path("left/m.tif").write_bytes(damaged[:len(damaged) * 3 // 4])
+    assert "are left" not in run(*m_left, code=1)
 
 
 def case_reading():
@@ -312,6 +329,23 @@ def case_death():
     assert busy.returncode == 2 and "another batch" in busy.stderr, busy
     process.send_signal(signal.SIGTERM)  # SIGINT is ignored in background jobs
     assert process.wait() == 130 and rows()[0]["1.tif"] == ["done"]
+    # Words in a name do not end the batch.
+    folder = pathlib.Path("No space left on device")
+    small_page(folder / "1.tif").with_name("0.tif").write_text("spoilt")
+    run("batch", folder, "-o", "named", "-j", 1, code=1)
+    assert rows("named/batch.sqlite")[0] == {"0.tif": ["failed"], "1.tif": ["done"]}
+    # One worker goes on where the other has died and none can be started.
+    os.remove("log")
+    process = start("-j", 2, "--no-deskew", "--log", "log")
+    wait_for_begin("1.tif")
+    process.send_signal(signal.SIGSTOP)
+    os.kill(workers_of(process)[0], signal.SIGKILL)
+    time.sleep(2)  # the other one's page is done meanwhile
+    resource.prlimit(process.pid, resource.RLIMIT_NOFILE, (3, 3))
+    process.send_signal(signal.SIGCONT)
+    process.wait()
+    states = rows()[0]
+    assert states["2.tif"] == ["done"] and ["waiting"] not in states.values(), states
     # With room for few workers, those do it.
     few_files = lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (14, 14))
     run("batch", "scans", "-o", "out", "-j", 12, "--no-specks", preexec_fn=few_files)
@@ -391,7 +425,7 @@ def case_report():
         spoil(pathlib.Path("scans", name))
     run("batch", "scans", "-o", "out", "--no-fsync", code=1)
     run("report", "out/batch.sqlite", "-o", "report")
-    found = site_rows()
+    found = first = site_rows()
     ranked = sorted(found, key=lambda name: -found[name]["score"])
     assert set(ranked[:5]) == set(plant), [(name, found[name]) for name in ranked[:8]]
     assert found["page11.tif"] == {"state": "failed", "score": 100, "reasons": ["failed"], "ink": None}
@@ -403,6 +437,8 @@ def case_report():
     run("report", "out/batch.sqlite", "-o", "report")
     again = {path.name: path.stat().st_mtime_ns for path in pathlib.Path("report/img").rglob("*.jpg")}
     assert all(again[name] == time for name, time in pictures.items()) and len(again) - len(pictures) in (0, 3)
+    changed = [name for name, row in site_rows().items() if row["ink"] != first[name]["ink"]]
+    assert not set(changed) - {"page0.tif"}, changed  # measured again, in the pictures that are there
     # Another page by an old name and with an old time is another picture; records are data, whoever wrote them.
     shutil.copy("scans/page99.tif", "scans/page5.tif")
     os.utime("scans/page5.tif", (1, 1))

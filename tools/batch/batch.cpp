@@ -327,7 +327,7 @@ class Batch {
       // Nothing is wrong with the page: it waits, as do those after it.
       manifest_->SetWaiting(todo.row, items_[todo.item].output.Text());
       if (!std::exchange(isFull_, true))
-        progress_.Fail(input, *full + "; the batch ends here, and goes on when run again");
+        progress_.Trouble(input, *full + "; the batch ends here, and goes on when run again");
     } else if (!event.result->error.empty()) {
       Fail(todo, event.result->error);
     } else if (event.result->isUnchanged) {
@@ -337,7 +337,7 @@ class Batch {
       const std::vector<std::string> lost = manifest_->SetResult(todo.row, *event.result);
       progress_.End(input, *event.result);
       for (const std::string& path : lost) {
-        progress_.Fail(path, fmt::format("was another input's output, and is now that of {}", input));
+        progress_.Trouble(path, fmt::format("was another input's output, and is now that of {}", input));
       }
       TellLeftOver(todo, *event.result);
     }
@@ -351,8 +351,12 @@ class Batch {
     return std::nullopt;
   }
 
-  // What came of an earlier state of the input, or of other options, and of this one no more.
+  // What came of an earlier state of the input, or of other options, and of this one no more. Of an input
+  // that fails now it may be all that is good.
   void TellLeftOver(const Todo& todo, const FileResult& result) {
+    for (const PageResult& page : result.pages) {
+      if (!page.isDone) return;
+    }
     for (const FileRow::Written& old : todo.written) {
       const std::string name = WholeName(old.path);
       const bool isMade = std::any_of(result.pages.begin(), result.pages.end(), [&](const PageResult& page) {

@@ -87,16 +87,22 @@ std::string Crew::Bury(Worker* worker) {
 }
 
 bool Crew::Give(size_t item, const FileTask& task) {
-  const auto idle =
-      std::find_if(workers_.begin(), workers_.end(), [](const Worker& worker) { return !worker.item; });
-  // One that somebody has ended is found by what is sent to it.
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    try {
-      if (idle->process <= 0) Start(&*idle);
-    } catch (const PageError&) {
-      if (busy() == 0) throw;
-      workers_.erase(idle);
-      return false;
+  constexpr int kMostStarts = 2;
+  for (int starts = 0;;) {
+    // Those that run come first. One that somebody has ended is found by what is sent to it.
+    auto idle = std::find_if(workers_.begin(), workers_.end(),
+                             [](const Worker& worker) { return !worker.item && worker.process > 0; });
+    if (idle == workers_.end()) {
+      idle =
+          std::find_if(workers_.begin(), workers_.end(), [](const Worker& worker) { return !worker.item; });
+      try {
+        if (starts++ == kMostStarts) throw PageError("workers end as soon as they start");
+        Start(&*idle);
+      } catch (const PageError&) {
+        if (busy() == 0) throw;
+        workers_.erase(idle);
+        return false;
+      }
     }
     if (Send(idle->socket, ToMessage(task))) {
       idle->item = item;
@@ -104,7 +110,6 @@ bool Crew::Give(size_t item, const FileTask& task) {
     }
     Bury(&*idle);
   }
-  throw PageError("workers end as soon as they start");
 }
 
 std::vector<Crew::Event> Crew::Wait(int milliseconds) {

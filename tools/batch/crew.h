@@ -24,8 +24,9 @@ class Crew {
 
   size_t busy() const;
   bool HasRoom() const { return busy() < workers_.size(); }
-  // Hands `task`, which is `item` for the caller, to an idle worker. Returns false where that one cannot be
-  // started and others work: then there is one less. Throws PageError where there is none.
+  // Hands `task`, which is `item` for the caller, to an idle worker, or to a new one where none is idle.
+  // Returns false where that one cannot be started and others work: then there is room for one less. Throws
+  // PageError where there is none.
   bool Give(size_t item, const FileTask& task);
 
   struct Event {

@@ -91,7 +91,7 @@ std::string HashOfText(std::string_view text) {
 
 bool IsOfFullDisk(const std::string& error) {
   for (const int code : {ENOSPC, EDQUOT}) {
-    if (error.find(std::strerror(code)) != std::string::npos) return true;
+    if (error.ends_with(std::strerror(code))) return true;
   }
   return false;
 }

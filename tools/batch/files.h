@@ -23,7 +23,8 @@ std::string WholeName(const std::string& path);
 std::string HashOfFile(const std::string& path);
 std::string HashOfText(std::string_view text);
 
-// Whether an error tells in the system's words that no more can be written, whatever the page.
+// Whether an error ends with the system's words for no more can be written, whatever the page. Before them
+// stand names, which can be those words as well.
 bool IsOfFullDisk(const std::string& error);
 
 // "2026-01-31T12:00:00Z"

@@ -148,7 +148,9 @@ std::unordered_map<std::string, FileRow> Manifest::Files() {
     row.optionsHash = files.Text(7);
     byNumber[row.id] = &row;
   }
-  Statement pages(&database_, "SELECT file, output, outputHash, page FROM page WHERE output IS NOT NULL");
+  Statement pages(&database_,
+                  "SELECT file, output, outputHash, page FROM page WHERE output IS NOT NULL AND NOT EXISTS "
+                  "(SELECT 1 FROM written WHERE path = output AND written.file <> page.file)");
   for (bool isRow = pages.Run(); isRow; isRow = pages.Next()) {
     const auto row = byNumber.find(pages.Integer(0));
     if (row == byNumber.end()) continue;

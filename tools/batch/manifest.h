@@ -27,7 +27,9 @@ struct FileRow {
     std::string path, hash;
     int64_t page = 1;
   };
-  std::vector<Written> outputs;  // of pages that were done, also where they are no longer what was written
+  // Of pages that were done, also where they are no longer what was written; not those in whose place another
+  // input's stand.
+  std::vector<Written> outputs;
   std::vector<Written> written;  // all that the batch ever wrote of it, and has not seen replaced
 };
 

@@ -54,6 +54,7 @@ void ForEachField(Result& result, Field&& field) {
   field(result.size);
   field(result.modified);
   field(result.seconds);
+  field(result.ink);
 }
 template <MayBeConst<PageResult> Page, class Field>
 void ForEachField(Page& page, Field&& field) {
@@ -66,7 +67,7 @@ void ForEachField(Page& page, Field&& field) {
   field(page.error);
 }
 
-constexpr double kPerSecond = 1e6;  // times go as whole microseconds
+constexpr double kFractions = 1e6;  // numbers that are not whole go as millionths
 
 // Adds fields to a message.
 struct FieldWriter {
@@ -74,7 +75,7 @@ struct FieldWriter {
   void operator()(const std::string& text) { message->push_back(text); }
   void operator()(int64_t number) { message->push_back(fmt::format("{}", number)); }
   void operator()(bool flag) { message->push_back(flag ? "1" : "0"); }
-  void operator()(double seconds) { (*this)(static_cast<int64_t>(seconds * kPerSecond)); }
+  void operator()(double number) { (*this)(static_cast<int64_t>(number * kFractions)); }
 };
 
 // Reads a message's fields one after the other.
@@ -84,7 +85,7 @@ class FieldReader {
   void operator()(std::string& text) { text = Next(); }
   void operator()(int64_t& number) { number = std::stoll(Next()); }
   void operator()(bool& flag) { flag = std::stoll(Next()) != 0; }
-  void operator()(double& seconds) { seconds = static_cast<double>(std::stoll(Next())) / kPerSecond; }
+  void operator()(double& number) { number = static_cast<double>(std::stoll(Next())) / kFractions; }
   bool isAtEnd() const { return next_ == message_.size(); }
 
  private:

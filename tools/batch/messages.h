@@ -38,13 +38,14 @@ struct FileTask {
   bool isKnown = false;   // an earlier run may have written outputs that no row tells of
   std::string knownHash;  // of the input; the file is left alone where that has not changed
   // kCleanFile: what was written before, each name with its hash; kHashFiles: those to be read;
-  // kMakePictures: the picture, a small one
+  // kMakePictures: the picture, a small one; kMeasureInk: the small one
   std::vector<std::string> outputs;
   int64_t page = 1;  // kMakePictures: of the input
 };
 inline constexpr const char* kCleanFile = "clean";
 inline constexpr const char* kHashFiles = "hash";
 inline constexpr const char* kMakePictures = "picture";
+inline constexpr const char* kMeasureInk = "ink";
 
 struct PageResult {
   int64_t page = 1;
@@ -61,6 +62,7 @@ struct FileResult {
   std::string hash;
   int64_t size = 0, modified = 0;  // of the input; nanoseconds since 1970
   double seconds = 0;
+  double ink = -1;  // in the small picture, 0 to 1; negative: there is none
   std::vector<PageResult> pages;
 };
 

@@ -46,10 +46,9 @@ void WritePicture(const std::string& file, int page, const std::string& path, co
   if (!smallPath.empty()) Write(Reduced(picture.get(), kMostSmallPixels).get(), smallPath);
 }
 
-std::optional<double> DarkShare(const std::string& path) {
-  const Input input(OpenPages(path.c_str()));
-  const Page picture(input ? ReadPage(input.get(), 0, nullptr) : nullptr);
-  if (!picture) return std::nullopt;
+double DarkShare(const std::string& path) {
+  const Input input(Checked(OpenPages(path.c_str())));
+  const Page picture(Checked(ReadPage(input.get(), 0, nullptr)));
   const PageInfo info = InfoOf(picture.get());
   std::vector<uint8_t> greys(static_cast<size_t>(info.width) * static_cast<size_t>(info.height));
   Checked(PixelsFromPage(picture.get(), greys.data(), info.width, PixelsGrey8));

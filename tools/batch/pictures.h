@@ -2,7 +2,6 @@
 #ifndef RASTREL_TOOLS_BATCH_PICTURES_H
 #define RASTREL_TOOLS_BATCH_PICTURES_H
 
-#include <optional>
 #include <string>
 
 namespace rastrel::tool {
@@ -12,8 +11,8 @@ namespace rastrel::tool {
 void WritePicture(const std::string& file, int page, const std::string& path, const std::string& smallPath);
 
 // How dark a picture is beside its paper, which is its usual light: 0 to 1; of a black-and-white page it is
-// about the share that is black. Nothing where the picture cannot be read.
-std::optional<double> DarkShare(const std::string& path);
+// about the share that is black. Throws PageError.
+double DarkShare(const std::string& path);
 
 }  // namespace rastrel::tool
 

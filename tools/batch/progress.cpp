@@ -72,10 +72,14 @@ void Progress::End(const std::string& input, const FileResult& result) {
 
 void Progress::Fail(const std::string& input, const std::string& error) {
   ++filesDone_;
+  Trouble(input, error);
+}
+
+void Progress::Trouble(const std::string& name, const std::string& error) {
   ++failed_;
   Clear();
-  Print(stderr, "rastrel: {}: {}\n", input, error);
-  Log("fail", {{"input", input}, {"error", error}});
+  Print(stderr, "rastrel: {}: {}\n", name, error);
+  Log("fail", {{"input", name}, {"error", error}});
   Draw(false);
 }
 

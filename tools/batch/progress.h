@@ -28,6 +28,8 @@ class Progress {
   // After its row is in the manifest.
   void End(const std::string& input, const FileResult& result);
   void Fail(const std::string& input, const std::string& error);
+  // Likewise, of what is no file of this run, or one that waits for another.
+  void Trouble(const std::string& name, const std::string& error);
   // An output of before that its input no longer makes.
   void LeftOver(const std::string& output, const std::string& input);
   // A line for programs: {"time":...,"event":...} with what else there is to say.

@@ -16,7 +16,6 @@
 #include "tools/batch/files.h"
 #include "tools/batch/manifest.h"
 #include "tools/batch/names.h"
-#include "tools/batch/pictures.h"
 #include "tools/batch/progress.h"
 #include "tools/console.h"
 #include "tools/json_line.h"
@@ -40,6 +39,7 @@ struct SitePage {
   std::string key;  // of its pictures
   int64_t pageInOutput = 1;
   PageFacts facts;
+  std::optional<double> ink;  // of what came out, in the small picture
 };
 
 void WriteText(const fs::path& path, const std::string& text) {
@@ -80,8 +80,7 @@ class Site {
       WriteRecords(&manifest);
     }
     attention_ = AttentionOf(Facts());
-    int64_t failed = 0;
-    if (options_.hasPictures) failed = MakePictures();
+    const int64_t failed = MakePictures();
     WriteRows();
     for (const SiteFile& file : SiteFiles()) WriteText(folder_ / file.name, std::string(file.bytes));
     if (!options_.isQuiet) {
@@ -152,13 +151,6 @@ class Site {
     return fs::exists(folder_ / PictureName(page.key, what), error);
   }
 
-  // Of what came out, in the small picture; null where there is none.
-  Json InkOf(const SitePage& page) const {
-    if (!HasPicture(page, "small")) return nullptr;
-    const std::optional<double> share = DarkShare(NameOf(folder_ / PictureName(page.key, "small")));
-    return share ? Json(std::round(*share * 10000) / 10000) : Json(nullptr);
-  }
-
   // What the grid, the order and the filters need, a short list for each page; report_site/report.js names
   // its columns.
   void WriteRows() const {
@@ -173,13 +165,14 @@ class Site {
                           (HasPicture(page, "before") ? 8 : 0) | (HasPicture(page, "after") ? 16 : 0) |
                           (facts.isDropped ? 32 : 0);
         const auto rounded = [](double value, double steps) { return std::round(value * steps) / steps; };
-        text += JsonLine(Json::array({page.row.input, page.row.page, page.key, page.row.output,
-                                      kStates[static_cast<int>(page.row.progress)], attention_[i].score,
-                                      attention_[i].reasons, rounded(facts.skew, 100),
-                                      rounded(facts.skewConfidence, 100), rounded(facts.removedShare, 10000),
-                                      rounded(facts.speckShare, 1e6), facts.holes,
-                                      rounded(facts.seconds, 1000), flags, InkOf(page)})) +
-                ",\n";
+        text +=
+            JsonLine(Json::array({page.row.input, page.row.page, page.key, page.row.output,
+                                  kStates[static_cast<int>(page.row.progress)], attention_[i].score,
+                                  attention_[i].reasons, rounded(facts.skew, 100),
+                                  rounded(facts.skewConfidence, 100), rounded(facts.removedShare, 10000),
+                                  rounded(facts.speckShare, 1e6), facts.holes, rounded(facts.seconds, 1000),
+                                  flags, page.ink ? Json(rounded(*page.ink, 10000)) : Json(nullptr)})) +
+            ",\n";
       }
       WriteText(folder_ / "data" / fmt::format("rows-{}.js", chunk++), text + "]);\n");
     }
@@ -193,17 +186,28 @@ class Site {
                                                               {"version", PagesVersion()}})));
   }
 
-  // By the workers of a batch, as a page may take down whoever reads it. Those that are there stay. Returns
-  // how many pages have none.
+  // Draws and measures them by the workers of a batch, as a page may take down or take over whoever reads it,
+  // and then a picture of it may be anything, too. Those that are there stay. Returns how many pages have
+  // none.
   int64_t MakePictures() {
     std::vector<FileTask> tasks;
-    std::vector<bool> isDone;  // of the page that a task is for
-    for (const SitePage& page : pages_) {
-      AddPicture(page, page.row.input, page.row.page, "before", &tasks);
-      if (!page.row.output.empty() && page.row.progress == FileProgress::kDone) {
-        AddPicture(page, page.row.output, page.pageInOutput, "after", &tasks);
+    std::vector<SitePage*> pageOf;  // that a task is for
+    for (SitePage& page : pages_) {
+      if (options_.hasPictures) {
+        AddPicture(page, page.row.input, page.row.page, "before", &tasks);
+        if (!page.row.output.empty() && page.row.progress == FileProgress::kDone) {
+          AddPicture(page, page.row.output, page.pageInOutput, "after", &tasks);
+        }
       }
-      isDone.resize(tasks.size(), page.row.progress == FileProgress::kDone);
+      const bool hasSmall =
+          std::any_of(tasks.begin() + static_cast<std::ptrdiff_t>(pageOf.size()), tasks.end(),
+                      [](const FileTask& task) { return !task.outputs[1].empty(); });
+      if (!hasSmall && HasPicture(page, "small")) {
+        FileTask& measure = tasks.emplace_back();
+        measure.kind = kMeasureInk;
+        measure.outputs = {NameOf(folder_ / PictureName(page.key, "small"))};
+      }
+      pageOf.resize(tasks.size(), &page);
     }
     Progress progress("", options_.isQuiet);
     progress.Start(tasks.size(), 0, 0);
@@ -214,9 +218,12 @@ class Site {
         if (crew.Give(next, tasks[next])) ++next;
       }
       for (const Crew::Event& event : crew.Wait(1000)) {
+        SitePage& page = *pageOf[event.item];
+        if (event.result && event.result->ink >= 0) page.ink = event.result->ink;
         // Of pages that failed there may be no picture either.
-        const bool isMade = event.result && event.result->error.empty();
-        if (!isMade && isDone[event.item]) ++failed;
+        const bool isMade =
+            tasks[event.item].kind != kMakePictures || (event.result && event.result->error.empty());
+        if (!isMade && page.row.progress == FileProgress::kDone) ++failed;
         FileResult counted;
         counted.pages.emplace_back();
         counted.pages.back().isDone = true;

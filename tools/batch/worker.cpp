@@ -199,6 +199,11 @@ FileResult Do(const FileTask& task, const JobOptions& options, const std::string
         throw PageError("is not the file that the manifest tells of");
       }
       WritePicture(task.input, static_cast<int>(task.page), task.outputs.at(0), task.outputs.at(1));
+      if (!task.outputs[1].empty()) result.ink = DarkShare(task.outputs[1]);
+      return result;
+    }
+    if (task.kind == kMeasureInk) {
+      result.ink = DarkShare(task.outputs.at(0));
       return result;
     }
     // Before it is read: what changes meanwhile has a later time.
