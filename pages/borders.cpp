@@ -455,12 +455,27 @@ void ReadRow(const PaintedPage& page, int channel, int x, int y, uint8_t (&row)[
   page.channels == 1 ? ReadEvery<1>(from, FlipOf(page), row) : ReadEvery<3>(from, FlipOf(page), row);
 }
 
+// What three tiles in a row count at the pixels of the middle one, in 1/kTileSide.
+struct TileWeights {
+  int before[kTileSide] = {}, here[kTileSide] = {}, after[kTileSide] = {};
+};
+constexpr TileWeights kWeights = [] {
+  TileWeights weights;
+  for (int i = 0; i < kTileSide; ++i) {
+    weights.before[i] = std::max(0, kTileSide / 2 - i);
+    weights.after[i] = std::max(0, i - kTileSide / 2);
+    weights.here[i] = kTileSide - weights.before[i] - weights.after[i];
+  }
+  return weights;
+}();
+
 // The page in square tiles: which are clean paper, and the mean of each plane in them.
 class Tiles {
  public:
   static constexpr int kSide = kTileSide;
   static constexpr int kReach = 14;       // tiles around the mask that are looked at
   static constexpr int kLeastShare = 25;  // percent of a tile's pixels
+  static_assert((kReach + 1) * kSide == kPaperReach);
 
   Tiles(const PaintedPage& page, const BitPlane& mask, const BitPlane& avoid)
       : page_(page),
@@ -479,19 +494,32 @@ class Tiles {
   int rows() const { return rows_; }
   bool IsMasked(int column, int row) const { return at(column, row).isMasked; }
 
+  // The means of a tile and those around it, in 1/256; beyond the page the last tiles go on.
+  struct Around {
+    int means[3][3];  // by row, column
+  };
+  Around MeansAround(int plane, int column, int row) const {
+    Around around;
+    for (int r = 0; r < 3; ++r) {
+      for (int c = 0; c < 3; ++c) {
+        around.means[r][c] =
+            at(std::clamp(column + c - 1, 0, columns_ - 1), std::clamp(row + r - 1, 0, rows_ - 1))
+                .mean[plane];
+      }
+    }
+    return around;
+  }
   // The smooth paper in one row of a tile, in 1/256: between the middles of four tiles.
-  void PaperRow(int plane, int column, int y, int (&paper)[kSide]) const {
-    const int fy = std::clamp(y - kSide / 2, 0, (rows_ - 1) * kSide);
-    const int r = fy / kSide, r1 = std::min(rows_ - 1, r + 1), dy = fy % kSide;
-    const auto value = [&](int c) {
-      c = std::clamp(c, 0, columns_ - 1);
-      return at(c, r).mean[plane] * (kSide - dy) + at(c, r1).mean[plane] * dy;
-    };
-    const int before = value(column - 1), here = value(column), after = value(column + 1);
-    constexpr int kHalf = kSide / 2;
-    for (int i = 0; i < kHalf; ++i) {
-      paper[i] = (before * (kHalf - i) + here * (kHalf + i)) / (kSide * kSide);
-      paper[kHalf + i] = (here * (kSide - i) + after * i) / (kSide * kSide);
+  static void PaperRow(const Around& around, int dy, int (&paper)[kSide]) {
+    int values[3];
+    for (int c = 0; c < 3; ++c) {
+      values[c] = around.means[0][c] * kWeights.before[dy] + around.means[1][c] * kWeights.here[dy] +
+                  around.means[2][c] * kWeights.after[dy];
+    }
+    for (int i = 0; i < kSide; ++i) {
+      const int sum =
+          values[0] * kWeights.before[i] + values[1] * kWeights.here[i] + values[2] * kWeights.after[i];
+      paper[i] = sum >> 8;  // by kSide, twice
     }
   }
 
@@ -751,34 +779,45 @@ class Tiles {
   std::vector<int> grain_;
 };
 
+template <int kChannels>
+void PutRow(const uint8_t (&row)[kTileSide], unsigned masked, uint8_t* to) {
+  if (masked == 0xFFFFu) {
+    for (int i = 0; i < kTileSide; ++i) to[i * kChannels] = row[i];
+    return;
+  }
+  for (unsigned bits = masked; bits != 0; bits &= bits - 1) {
+    const int i = kTileSide - 1 - std::countr_zero(bits);
+    to[i * kChannels] = row[i];
+  }
+}
+
 void PaintTile(const PaintedPage& page, const Tiles& tiles, const BitPlane& mask, int column, int row) {
   constexpr int kSide = Tiles::kSide;
   const int grain = tiles.GrainFor(column, row);
   const int grainColumn = grain < 0 ? 0 : grain % tiles.columns(),
-            grainY = grain < 0 ? 0 : grain / tiles.columns() * kSide;
-  const int left = column * kSide, width = std::min(kSide, mask.width() - left);
-  for (int dy = 0; dy < kSide && row * kSide + dy < mask.height(); ++dy) {
-    const int y = row * kSide + dy;
-    const unsigned masked = Tiles::BitsOf(mask, column, y);
-    if (masked == 0) continue;
-    for (int p = 0; p < page.channels; ++p) {
+            grainRow = grain < 0 ? 0 : grain / tiles.columns();
+  const int end = std::min(kSide, mask.height() - row * kSide), flip = page.isNegative ? 255 : 0;
+  for (int p = 0; p < page.channels; ++p) {
+    const Tiles::Around around = tiles.MeansAround(p, column, row),
+                        grainAround = tiles.MeansAround(p, grainColumn, grainRow);
+    for (int dy = 0; dy < end; ++dy) {
+      const int y = row * kSide + dy;
+      const unsigned masked = Tiles::BitsOf(mask, column, y);
+      if (masked == 0) continue;
       int paper[kSide];
-      tiles.PaperRow(p, column, y, paper);
+      Tiles::PaperRow(around, dy, paper);
       if (grain >= 0) {
         uint8_t from[kSide];
-        ReadRow(page, p, grainColumn * kSide, grainY + dy, from);
+        ReadRow(page, p, grainColumn * kSide, grainRow * kSide + dy, from);
         int grainPaper[kSide];
-        tiles.PaperRow(p, grainColumn, grainY + dy, grainPaper);
+        Tiles::PaperRow(grainAround, dy, grainPaper);
         for (int i = 0; i < kSide; ++i) paper[i] += from[i] * 256 - grainPaper[i];
       }
       uint8_t painted[kSide];
       for (int i = 0; i < kSide; ++i)
-        painted[i] =
-            static_cast<uint8_t>(std::clamp((paper[i] + 128) >> 8, 0, 255) ^ (page.isNegative ? 255 : 0));
-      uint8_t* to = page.to + y * page.toStride + static_cast<ptrdiff_t>(left) * page.channels + p;
-      for (int i = 0; i < width; ++i) {
-        if ((masked >> (kSide - 1 - i) & 1) != 0) to[i * page.channels] = painted[i];
-      }
+        painted[i] = static_cast<uint8_t>(std::clamp((paper[i] + 128) >> 8, 0, 255) ^ flip);
+      uint8_t* to = page.to + y * page.toStride + static_cast<ptrdiff_t>(column) * kSide * page.channels + p;
+      page.channels == 1 ? PutRow<1>(painted, masked, to) : PutRow<3>(painted, masked, to);
     }
   }
 }

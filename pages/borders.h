@@ -51,6 +51,9 @@ inline PaintedPage PageOfGrey(BytePlane* grey) {
   return {grey->Row(0), grey->width(), grey->Row(0), grey->width(), 1};
 }
 
+// How far from `mask` PaintPaper looks at the page and at `avoid`, in pixels.
+constexpr int kPaperReach = 240;
+
 // Replaces the pixels of `mask` by paper: brightness and colour of the paper next to them, its grain copied
 // from clean paper of the page. Pixels outside `mask` are not changed. `avoid` are pixels that are no paper
 // (ink and what else the page shows), or empty. On a page of clean white paper the result is clean white.

@@ -78,30 +78,101 @@ void PaintMask(const PageModel& model, const BitPlane& mask, const PageView& pag
   PaintPaper(rows, mask, model.ink);
 }
 
+// Columns from the first up to the end; none where that is not further right.
+struct Columns {
+  int first, end;
+};
+
+// Those of a row of a turned page that the page covers. Along the row its places go steadily one way.
+Columns ColumnsOfPage(const PageModel& model, const Movement& movement, int width, int y) {
+  Columns columns = {0, width};
+  const auto narrow = [&](double Movement::Place::*coordinate, double most) {
+    const auto at = [&](int x) { return movement.Before(x, y).*coordinate; };
+    const auto firstWhere = [&](const auto& isBeyond) {
+      int low = 0, high = width;
+      while (low < high) {
+        const int middle = low + (high - low) / 2;
+        isBeyond(at(middle)) ? high = middle : low = middle + 1;
+      }
+      return low;
+    };
+    const bool isRising = at(0) <= at(width - 1);
+    const auto isIn = [&](double value) { return isRising ? value >= 0 : value <= most; };
+    const auto isPast = [&](double value) { return isRising ? value > most : value < 0; };
+    columns.first = std::max(columns.first, firstWhere(isIn));
+    columns.end = std::min(columns.end, firstWhere(isPast));
+  };
+  narrow(&Movement::Place::x, model.width - 1);
+  narrow(&Movement::Place::y, model.height - 1);
+  return {columns.first, std::max(columns.first, columns.end)};
+}
+
+// Of each band of rows, the columns that lie `reach` pixels or more away from what is not in the columns of a
+// row.
+constexpr int kBand = 16;  // rows
+std::vector<Columns> BandsAwayFrom(const std::vector<Columns>& rows, int reach) {
+  const auto unite = [](Columns* columns, const Columns& other) {
+    columns->first = std::max(columns->first, other.first);
+    columns->end = std::min(columns->end, other.end);
+  };
+  std::vector<Columns> bands((rows.size() + kBand - 1) / kBand, {0, INT32_MAX});
+  for (size_t y = 0; y < rows.size(); ++y) unite(&bands[y / kBand], rows[y]);
+  std::vector<Columns> away = bands;
+  const auto count = static_cast<int>(bands.size()), around = (reach + kBand - 1) / kBand;
+  for (int band = 0; band < count; ++band) {
+    Columns& columns = away[static_cast<size_t>(band)];
+    for (int other = std::max(0, band - around); other <= std::min(count - 1, band + around); ++other)
+      unite(&columns, bands[static_cast<size_t>(other)]);
+    columns = {columns.first + reach, columns.end - reach};
+  }
+  return away;
+}
+
 // Paints what a turn uncovered as the paper beside it: in one colour it would be a patch where light is
 // uneven.
 void PaintUncovered(const PageModel& model, const Movement& movement, const PageView& page) {
   if (page.bits() == 1 || (page.bits() == 8 && !HasGreyRamp(page))) return;
   BitPlane uncovered(page.width(), page.height()), ink(page.width(), page.height());
+  std::vector<Columns> rows;
   for (int y = 0; y < page.height(); ++y) {
-    const auto isOfPage = [&](int x) {
-      const Movement::Place place = movement.Before(x, y);
-      return place.x >= 0 && place.y >= 0 && place.x <= model.width - 1 && place.y <= model.height - 1;
-    };
-    int left = 0, right = page.width() - 1;
-    while (left <= right && !isOfPage(left)) uncovered.Set(left++, y);
-    while (right > left && !isOfPage(right)) uncovered.Set(right--, y);
+    rows.push_back(ColumnsOfPage(model, movement, page.width(), y));
+    for (int x = 0; x < rows.back().first; ++x) uncovered.Set(x, y);
+    for (int x = rows.back().end; x < page.width(); ++x) uncovered.Set(x, y);
   }
+  const std::vector<Columns> bands =
+      BandsAwayFrom(rows, kPaperReach + 1);  // ink reaches a pixel further by being widened
   std::vector<Movement::Place> columns;
   for (int x = 0; x < model.width; ++x) columns.push_back(movement.ColumnOf(x));
+  const auto rowAt = [&](int x, const Movement::Place& along) {
+    return std::clamp(static_cast<int>(columns[static_cast<size_t>(x)].y + along.y), 0, page.height() - 1);
+  };
   for (int y = 0; y < model.height; ++y) {
     const Movement::Place along = movement.RowOf(y);
-    ForEachRunOf(model.ink, y, [&](int first, int end) {
+    const auto draw = [&](int first, int end) {
       for (int x = first; x < end; ++x) {
         const Movement::Place& place = columns[static_cast<size_t>(x)];
         const auto column = static_cast<int>(place.x + along.x), row = static_cast<int>(place.y + along.y);
         if (column >= 0 && row >= 0 && column < page.width() && row < page.height()) ink.Set(column, row);
       }
+    };
+    // What lies away from all that is uncovered is not asked for.
+    const auto [top, bottom] = std::minmax({rowAt(0, along), rowAt(model.width - 1, along)});
+    Columns away = {0, page.width()};
+    for (int band = top / kBand; band <= bottom / kBand; ++band) {
+      away.first = std::max(away.first, bands[static_cast<size_t>(band)].first);
+      away.end = std::min(away.end, bands[static_cast<size_t>(band)].end);
+    }
+    const auto columnFrom = [&](int column) {
+      return static_cast<int>(std::partition_point(columns.begin(), columns.end(),
+                                                   [&](const Movement::Place& place) {
+                                                     return static_cast<int>(place.x + along.x) < column;
+                                                   }) -
+                              columns.begin());
+    };
+    const int left = columnFrom(away.first), right = std::max(left, columnFrom(away.end));
+    ForEachRunOf(model.ink, y, [&](int first, int end) {
+      draw(first, std::min(end, left));
+      draw(std::max(first, right), end);
     });
   }
   // What ink at the image's edge is smoothed into stays.
