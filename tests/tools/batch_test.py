@@ -329,23 +329,6 @@ def case_death():
     assert busy.returncode == 2 and "another batch" in busy.stderr, busy
     process.send_signal(signal.SIGTERM)  # SIGINT is ignored in background jobs
     assert process.wait() == 130 and rows()[0]["1.tif"] == ["done"]
-    # Words in a name do not end the batch.
-    folder = pathlib.Path("No space left on device")
-    small_page(folder / "1.tif").with_name("0.tif").write_text("spoilt")
-    run("batch", folder, "-o", "named", "-j", 1, code=1)
-    assert rows("named/batch.sqlite")[0] == {"0.tif": ["failed"], "1.tif": ["done"]}
-    # One worker goes on where the other has died and none can be started.
-    os.remove("log")
-    process = start("-j", 2, "--no-deskew", "--log", "log")
-    wait_for_begin("1.tif")
-    process.send_signal(signal.SIGSTOP)
-    os.kill(workers_of(process)[0], signal.SIGKILL)
-    time.sleep(2)  # the other one's page is done meanwhile
-    resource.prlimit(process.pid, resource.RLIMIT_NOFILE, (3, 3))
-    process.send_signal(signal.SIGCONT)
-    process.wait()
-    states = rows()[0]
-    assert states["2.tif"] == ["done"] and ["waiting"] not in states.values(), states
     # With room for few workers, those do it.
     few_files = lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (14, 14))
     run("batch", "scans", "-o", "out", "-j", 12, "--no-specks", preexec_fn=few_files)
