@@ -130,8 +130,14 @@ std::vector<Crew::Event> Crew::Wait(int milliseconds) {
       worker.item.reset();  // it has ended by itself
       events.push_back({.item = item, .result = std::nullopt, .death = Bury(&worker)});
     } else if (const std::optional<Message> message = worker.inbox.Take()) {
-      events.push_back(
-          {.item = *std::exchange(worker.item, std::nullopt), .result = ResultFrom(*message), .death = ""});
+      const size_t item = *worker.item;
+      try {
+        events.push_back({.item = item, .result = ResultFrom(*message), .death = ""});
+        worker.item.reset();
+      } catch (const std::exception&) {  // it was taken over, or is broken
+        Bury(&worker);
+        events.push_back({.item = item, .result = std::nullopt, .death = "said what is no result"});
+      }
     }
   }
   return events;
