@@ -113,7 +113,7 @@ TiffReader::Tree TiffReader::LoadTree(uint64_t at, int depth) const {
       continue;
     }
     const std::vector<uint64_t> to = Numbers(entry);
-    if (to.size() == 1 && depth < kMostDepth) tree.below.emplace_back(entry.tag, LoadTree(to[0], depth + 1));
+    if (to.size() == 1 && depth < kMostDepth) tree.below.push_back({entry.tag, LoadTree(to[0], depth + 1)});
   }
   return tree;
 }

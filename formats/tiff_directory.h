@@ -118,9 +118,10 @@ class TiffReader {
   // Whole numbers; none for other types.
   std::vector<uint64_t> Numbers(const Entry& entry) const;
   // The directory with its values, and those that it points to: EXIF and what belongs to it.
+  struct Branch;
   struct Tree {
     std::vector<TiffField> fields;
-    std::vector<std::pair<uint16_t, Tree>> below;
+    std::vector<Branch> below;
   };
   Tree LoadTree(uint64_t at, int depth = 0) const;
 
@@ -134,6 +135,10 @@ class TiffReader {
   Bytes* bytes_;
   bool isBigEndian_ = false, isBig_ = false;
   uint64_t first_ = 0;
+};
+struct TiffReader::Branch {
+  uint16_t tag;
+  Tree tree;
 };
 
 // A file with one of its pages shown as the only one. Its pages are a chain, which codecs follow from the

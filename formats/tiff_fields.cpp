@@ -134,7 +134,7 @@ void ReadTiffExtras(Bytes* bytes, uint64_t directory, bool isLab,
         metadata->Set("history", text);
       } else if (entry.tag == kTiffExif || entry.tag == kTiffGps) {
         const std::vector<uint64_t> to = reader.Numbers(entry);
-        if (to.size() == 1) exif.below.emplace_back(entry.tag, reader.LoadTree(to[0], 1));
+        if (to.size() == 1) exif.below.push_back({entry.tag, reader.LoadTree(to[0], 1)});
       } else if (isLab && entry.tag == kTiffWhitePoint) {
         // It is with the colours.
       } else if (IsKeptField(entry.tag)) {

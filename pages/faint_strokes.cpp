@@ -196,6 +196,16 @@ void Draw(const BytePlane& grey, const PaperMap& paper, const Components& pieces
   }
 }
 
+bool Touches(const Components& pieces, const Component& piece, const BitPlane& plane) {
+  for (const uint32_t place : pieces.RunsOf(piece)) {
+    const InkRun& run = pieces.runs()[place];
+    for (int x = run.left; x < run.right; ++x) {
+      if (plane.Get(x, run.row)) return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 void AddFaintStrokes(const BytePlane& grey, const PaperMap& paper, const InkLevels& levels, BitPlane* ink) {
@@ -204,7 +214,7 @@ void AddFaintStrokes(const BytePlane& grey, const PaperMap& paper, const InkLeve
   const int followed = std::max(least * kFollowedPercent / 100, levels.grain * kFollowedAboveGrain);
   const BitPlane rims = Widened(*ink, kRim);
   BitPlane dark = DarkerThanPaper(grey, paper, least, nullptr, &rims);
-  if (std::ranges::all_of(dark.words(), [](uint64_t word) { return word == 0; })) return;
+  if (std::all_of(dark.words().begin(), dark.words().end(), [](uint64_t word) { return word == 0; })) return;
   const BitPlane all = DarkerThanPaper(grey, paper, followed, nullptr, &rims);
 
   Squares squares(all, paper.cell() * kSideInCells);
@@ -221,7 +231,7 @@ void AddFaintStrokes(const BytePlane& grey, const PaperMap& paper, const InkLeve
   const auto mayBeDrawn = [&](const Component& piece) {
     return IsStroke(piece, paper) && isClear(counted.Around(piece.box));
   };
-  if (std::ranges::none_of(pieces.all(), mayBeDrawn)) return;
+  if (std::none_of(pieces.all().begin(), pieces.all().end(), mayBeDrawn)) return;
   std::vector<FaintPiece> strokes;
   for (const Component& piece : pieces.all()) {
     if (!IsStroke(piece, paper)) continue;
@@ -230,7 +240,8 @@ void AddFaintStrokes(const BytePlane& grey, const PaperMap& paper, const InkLeve
       continue;
     strokes.push_back({&piece, look});
   }
-  if (std::ranges::none_of(strokes, [&](const FaintPiece& stroke) { return mayBeDrawn(*stroke.piece); }))
+  if (std::none_of(strokes.begin(), strokes.end(),
+                   [&](const FaintPiece& stroke) { return mayBeDrawn(*stroke.piece); }))
     return;
   // The page's own ink is only looked at where it matters.
   std::optional<int> known;
@@ -247,14 +258,7 @@ void AddFaintStrokes(const BytePlane& grey, const PaperMap& paper, const InkLeve
     Square& square = squares.Around(piece.box);
     square.strokes += piece.pixelCount;
     square.sharpness += piece.pixelCount * stroke.look.sharpness;
-    const bool isTouching = std::ranges::any_of(pieces.RunsOf(piece), [&](uint32_t place) {
-      const InkRun& run = pieces.runs()[place];
-      for (int x = run.left; x < run.right; ++x) {
-        if (beside.Get(x, run.row)) return true;
-      }
-      return false;
-    });
-    if (isTouching) square.touching += piece.pixelCount;
+    if (Touches(pieces, piece, beside)) square.touching += piece.pixelCount;
   }
   squares.Spread();
   std::erase_if(strokes, [&](const FaintPiece& stroke) {

@@ -625,7 +625,8 @@ class HoleFinder {
     }
     const bool isDiary = row.size() == kDiaryHoles;
     if (row.size() < 2 || (row.size() > kMostHoles && !isDiary)) return false;
-    std::sort(row.begin(), row.end(), [](const Mark* a, const Mark* b) { return a->place < b->place; });
+    std::stable_sort(row.begin(), row.end(),
+                     [](const Mark* a, const Mark* b) { return a->place < b->place; });
     bool isKnown = true, isEven = true, isClear = true, isOpen = true;
     const double span = row.back()->place - row.front()->place,
                  step = span / static_cast<double>(row.size() - 1);
@@ -733,7 +734,7 @@ class HoleFinder {
              std::abs(mark.boxHeight - height) > kSizeOff * height + sheet_.cell;
     });
     if (row.size() < kLeastMarks) return false;
-    std::sort(row.begin(), row.end(), [](const Mark& a, const Mark& b) { return a.place < b.place; });
+    std::stable_sort(row.begin(), row.end(), [](const Mark& a, const Mark& b) { return a.place < b.place; });
     std::vector<double> slopes, depths;
     for (size_t i = 0, half = row.size() / 2; i + half < row.size(); ++i)
       slopes.push_back((row[i + half].depth - row[i].depth) / (row[i + half].place - row[i].place + 1e-9));

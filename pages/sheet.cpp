@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 
 #include "pixels/kernels.h"
 
@@ -408,7 +409,9 @@ bool AreFlecks(std::vector<Span> letters, int small) {
   constexpr size_t kMostLooked = 3000;
   if (letters.size() > kMostLooked || small < kSmallPerLarge * static_cast<int>(letters.size())) return false;
   for (int direction = 0; direction < 2; ++direction) {
-    std::ranges::sort(letters, {}, [](const Span& piece) { return std::pair(piece.left, piece.top); });
+    std::sort(letters.begin(), letters.end(), [](const Span& a, const Span& b) {
+      return std::tie(a.left, a.top, a.right, a.bottom) < std::tie(b.left, b.top, b.right, b.bottom);
+    });
     if (LongestRow(letters) >= kLeastRow) return false;
     for (Span& piece : letters) piece = {piece.top, piece.bottom, piece.left, piece.right};
   }
